@@ -1,0 +1,97 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "encoding/BgraConverter.h"
+#include "encoding/VideoCodecSession.h"
+
+struct AVBufferRef;
+struct AVCodec;
+struct AVCodecContext;
+struct AVFrame;
+struct AVPacket;
+
+namespace oxelo {
+
+// A video codec session on libavcodec. Tries the encoders it is given in
+// order and keeps the first that opens: by default a hardware encoder where
+// the device has one (VA-API on /dev/dri/renderD128, then V4L2 mem2mem), else
+// libx264 (preset veryfast) or libx265 (preset ultrafast, as its veryfast
+// costs several times as much), both tuned for zero latency. Every encoder
+// runs with no B-frames, so no reordering; key frames come where they are
+// forced and at the maximum interval, never at scene cuts. Output is Annex B
+// from libavcodec, rewritten to length-prefixed NAL units with the parameter
+// sets and delimiters taken out (NalUnits.h).
+//
+// The environment variable OXELO_VIDEO_ENCODER, a comma-separated list of
+// libavcodec encoder names, replaces the default order (e.g. "libx264" to
+// keep a board's hardware encoder out).
+//
+// Rate control. libx264 keeps its average bit rate fixed once open, so it
+// runs at a constant quality (CRF 20) capped by its buffer model: the buffer
+// drains at the average rate and holds the byte limit less one window's
+// worth at that rate, so that no window of the limit's length carries more
+// than the limit and the long-run rate stays at or below the average. It
+// takes a new cap in place with the next picture; a lowered rate shows once
+// the credit of the old buffer is spent (a few seconds at most). The other
+// encoders get the average as their target and the limit as peak rate and
+// buffer; they cannot change their rate while open, so they are closed and
+// opened again with the new rate before the next picture, which then is a
+// key frame.
+//
+// Not thread-safe: LFHardwareVideoEncoder serialises every call. The codec
+// works synchronously on the caller's thread, and the output function runs
+// inside encodeFrame() and completeFrames().
+class LibavVideoCodecSession final : public VideoCodecSession {
+ public:
+  // None, with one log line, when no encoder opens. Logs the encoder chosen.
+  // `encoderNames` empty: encoderNamesFor(settings.codec).
+  static std::unique_ptr<LibavVideoCodecSession> open(const VideoCodecSettings& settings,
+                                                      Output output,
+                                                      std::vector<std::string> encoderNames = {});
+  // The default order for a codec, or OXELO_VIDEO_ENCODER where it is set.
+  static std::vector<std::string> encoderNamesFor(VideoCodec codec);
+  // A factory for LFHardwareVideoEncoder that opens sessions with `encoderNames`.
+  static VideoCodecSessionFactory factory(std::vector<std::string> encoderNames = {});
+
+  ~LibavVideoCodecSession() override;
+
+  const std::string& encoderName() const override { return name_; }
+  bool encodeFrame(const PixelBuffer& picture, int64_t presentationFrames, bool forceKeyFrame,
+                   uint64_t userValue) override;
+  void completeFrames() override;
+  void setBitRate(int64_t averageBitRate, int64_t dataRateLimitBytes,
+                  double dataRateLimitSeconds) override;
+  RateControl rateControl() const override;
+
+ private:
+  LibavVideoCodecSession(const VideoCodecSettings& settings, Output output);
+  bool openEncoder(const std::string& name);
+  void closeEncoder();
+  void reopen();
+  void configure(AVCodecContext* context, const std::string& name) const;
+  void applyRate(AVCodecContext* context, const std::string& name) const;
+  bool changesRateInPlace() const { return name_ == "libx264"; }
+  // Drains what the codec has ready (everything, after the end marker).
+  void receivePackets();
+  void handlePacket(AVPacket* packet);
+
+  VideoCodecSettings settings_;
+  Output output_;
+  std::string name_;
+  bool hardwareFrames_ = false;  // VA-API: pictures are uploaded to the device
+  int softwareFormat_ = -1;      // the AVPixelFormat pictures are converted to
+  AVCodecContext* context_ = nullptr;
+  AVBufferRef* hardwareDevice_ = nullptr;
+  AVFrame* frame_ = nullptr;
+  AVPacket* packet_ = nullptr;
+  std::unique_ptr<BgraConverter> converter_;
+  std::map<int64_t, uint64_t> userValues_;  // by presentation time, until the picture is out
+  int64_t inFlight_ = 0;                    // pictures taken and not yet out
+  bool reopenPending_ = false;
+};
+
+}  // namespace oxelo

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/camera/CameraProblem.h"
+#include "platform/camera/CaptureDevice.h"
+#include "platform/camera/CaptureDeviceDriver.h"
+#include "platform/camera/V4l2Probe.h"
+
+namespace oxelo {
+
+// The machine's V4L2 capture devices as device-model cameras (see
+// V4l2Mapping.h for how formats and controls map).
+struct V4l2Enumeration {
+  std::vector<std::shared_ptr<CaptureDevice>> devices;  // system order
+  std::vector<CameraProblem> problems;  // nodes that could not be opened or asked, or
+                                        // that deliver no format capture can convert
+};
+
+// Every capture node under `dir` (video0, video1, ...). Nodes of other kinds
+// (metadata, codecs, outputs) are left out silently.
+V4l2Enumeration enumerateV4l2Cameras(const std::filesystem::path& dir = "/dev");
+// One node; a node that is not a capture device is a problem here.
+V4l2Enumeration enumerateV4l2Camera(const std::string& node);
+
+// The driver of one V4L2 camera. Keeps the node open for its lifetime and
+// writes controls as the model changes; the active format and frame timing
+// are kept for the capture session, which sets them when it starts
+// streaming.
+class V4l2CaptureDriver final : public CaptureDeviceDriver {
+ public:
+  V4l2CaptureDriver(int fd, V4l2DeviceInfo info);  // takes the descriptor
+  ~V4l2CaptureDriver() override;
+
+  bool lockForConfiguration(std::string& error) override;
+  void unlockForConfiguration() override {}
+  bool apply(const CaptureDeviceState& wanted, DeviceSetting setting) override;
+  void load(CaptureDeviceState& state) override;
+  void refresh(CaptureDeviceState& state) override;
+
+  int fd() const { return fd_; }
+  const V4l2DeviceInfo& info() const { return info_; }
+
+ private:
+  const V4l2Control* writable(uint32_t id) const;
+  bool write(uint32_t id, int64_t value);
+  bool read(uint32_t id, int64_t& value) const;
+  bool applyExposureMode(int64_t mode);
+  bool applyCustomExposure(const CaptureDeviceState& wanted);
+  bool applyIso(float iso);
+
+  int fd_;
+  V4l2DeviceInfo info_;
+};
+
+}  // namespace oxelo

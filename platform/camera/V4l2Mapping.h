@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/camera/CaptureDeviceState.h"
+#include "platform/camera/V4l2Probe.h"
+
+namespace oxelo {
+
+// How a V4L2 camera appears in the device model. Pure functions of the
+// probe's records.
+//
+// Formats: every size of an NV12, YUYV or MJPEG (or JPEG) pixel format
+// becomes two model formats, "420v" and "420f", with the native format kept
+// in nativePixelFormat; capture converts to NV12 of that range. A size
+// offered in several native formats appears once for each, so that the one
+// with the higher rate can be chosen. Order: ascending area, then NV12, YUYV,
+// MJPEG. Each discrete frame interval is a fixed-rate range; a stepwise one
+// is one range.
+//
+// Controls, where the driver has them:
+//   exposure time   V4L2_CID_EXPOSURE_ABSOLUTE, in 100 us; modes through
+//                   V4L2_CID_EXPOSURE_AUTO (auto or aperture priority:
+//                   continuous; manual: locked and custom)
+//   ISO             V4L2_CID_ISO_SENSITIVITY (its menu values), else
+//                   V4L2_CID_GAIN taken as the device's ISO scale
+//   exposure bias   V4L2_CID_AUTO_EXPOSURE_BIAS, in 0.001 EV
+//   white balance   V4L2_CID_AUTO_WHITE_BALANCE, V4L2_CID_WHITE_BALANCE_TEMPERATURE
+//                   (gains go through the temperature, tint 0)
+//   focus           V4L2_CID_FOCUS_AUTO (continuous), V4L2_CID_AUTO_FOCUS_START
+//                   (one-time), V4L2_CID_FOCUS_ABSOLUTE (lens position 0..1
+//                   over the control's range)
+//   zoom            V4L2_CID_ZOOM_ABSOLUTE: factor 1 at the minimum, rising
+//                   linearly to max / min (4 when the minimum is 0)
+//   torch           V4L2_CID_FLASH_LED_MODE (torch), V4L2_CID_FLASH_TORCH_INTENSITY
+//   low-light boost V4L2_CID_EXPOSURE_AUTO_PRIORITY
+//   video HDR       V4L2_CID_WIDE_DYNAMIC_RANGE
+// Points of interest, smooth focus and subject-area monitoring have no V4L2
+// control and are not offered.
+
+std::vector<CaptureDeviceFormat> mapV4l2Formats(const V4l2DeviceInfo& info);
+CaptureDeviceCapabilities mapV4l2Capabilities(const V4l2DeviceInfo& info);
+
+// The position the driver (V4L2_CID_CAMERA_ORIENTATION), the firmware or udev
+// reports; unspecified when none does.
+AVCaptureDevicePosition reportedV4l2Position(const V4l2DeviceInfo& info);
+
+// Positions for cameras in system order: a reported position stands; of the
+// others the first is the back camera unless one reported the back, and the
+// rest are front cameras.
+std::vector<AVCaptureDevicePosition> assignV4l2Positions(
+    const std::vector<AVCaptureDevicePosition>& reported);
+
+// The model's description: name from the card, unique id from the bus
+// (else the node), type wide angle, the formats and capabilities above.
+CaptureDeviceDescription describeV4l2Device(const V4l2DeviceInfo& info,
+                                            AVCaptureDevicePosition position);
+
+// Conversions between control values and model values.
+int64_t snapToControl(const V4l2Control& control, double value);  // clamp, round to step
+float lensPositionFromFocus(const V4l2Control& focus, int64_t value);
+int64_t focusFromLensPosition(const V4l2Control& focus, float lensPosition);
+double maxZoomFactorOf(const V4l2Control& zoom);
+double zoomFactorFromV4l2(const V4l2Control& zoom, int64_t value);
+int64_t v4l2FromZoomFactor(const V4l2Control& zoom, double factor);
+CaptureTime exposureFromV4l2(int64_t hundredMicroseconds);
+int64_t v4l2FromExposure(const V4l2Control& exposure, CaptureTime duration);
+// The menu index of an integer menu whose value is nearest.
+uint32_t nearestMenuIndex(const V4l2Control& menu, int64_t value);
+
+}  // namespace oxelo

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/camera/CaptureDevice.h"
+#include "platform/camera/CaptureDeviceDriver.h"
+
+namespace oxelo {
+
+// The simulated cameras: deterministic, with every control, for boards
+// without a camera and for tests.
+//
+// The default set is a back wide-angle, telephoto, ultra-wide and triple
+// camera and a front wide-angle camera, with formats from 640x480 to
+// 3840x2160 (the back wide-angle camera reaches 240 frames per second at
+// 1280x720). The environment variable OXELO_VIRTUAL_CAMERAS names a JSON
+// file that describes another set:
+//
+//   {"cameras": [
+//     {"type": "wide",            // wide | telephoto | ultraWide | dual | dualWide |
+//                                 // triple, or the full AVCaptureDeviceType... text
+//      "position": "back",        // back | front
+//      "name": "Back Camera",     // optional
+//      "uniqueID": "cam-1",       // optional; unique in the file
+//      "formats": [               // in the device's order; may be empty
+//        {"width": 1280, "height": 720, "fps": 60},                  // one range, 1 to 60
+//        {"width": 1920, "height": 1080, "fps": [[1, 30], [60, 60]], // explicit ranges
+//         "subtypes": ["420f"],   // optional, default ["420v", "420f"]: one format each
+//         "iso": [32, 3072],      // optional ISO limits
+//         "exposure": [0.000014, 0.5],  // optional exposure limits in seconds
+//         "maxZoom": 16,          // optional, default 16
+//         "hdr": true}            // optional, default false
+//      ],
+//      "controls": {              // optional; a missing key means fully supported
+//        "focusModes": [0, 1, 2], "focusPointOfInterest": true, "lensPosition": true,
+//        "exposureModes": [0, 1, 2, 3], "exposurePointOfInterest": true,
+//        "exposureBias": [-8, 8], "whiteBalanceModes": [0, 1, 2],
+//        "whiteBalanceGains": true, "maxWhiteBalanceGain": 4,
+//        "torch": true, "lowLightBoost": true, "smoothAutoFocus": true,
+//        "subjectAreaMonitoring": true},
+//      "constituents": ["ultraWide", "wide"],  // optional: a camera of several lenses
+//      "switchOverZoomFactors": [2],            // optional, with constituents
+//      "lockError": "in use by another client"} // optional: lockForConfiguration fails
+//   ]}
+//
+// Unknown keys and values of the wrong type are errors, reported with the
+// file and the place ("cameras[1].formats[0].width: ...").
+struct VirtualCameraSpec {
+  CaptureDeviceDescription description;
+  std::optional<std::string> lockError;
+};
+
+// The default set, in system order: back wide-angle, telephoto, ultra-wide,
+// triple, front wide-angle.
+std::vector<VirtualCameraSpec> defaultVirtualCameras();
+
+// A set from the document above; none with `error` set when it is not valid.
+std::optional<std::vector<VirtualCameraSpec>> parseVirtualCameras(const nlohmann::json& document,
+                                                                  std::string& error);
+std::optional<std::vector<VirtualCameraSpec>> loadVirtualCameras(const std::filesystem::path& file,
+                                                                 std::string& error);
+
+// The set OXELO_VIRTUAL_CAMERAS names, else the default set; none with
+// `error` set when the named file cannot be used.
+std::optional<std::vector<std::shared_ptr<CaptureDevice>>> openVirtualCameras(std::string& error);
+
+std::shared_ptr<CaptureDevice> makeVirtualCamera(VirtualCameraSpec spec);
+
+// The driver of a simulated camera: every change is taken as it comes; the
+// lock fails only with a configured reason.
+class VirtualCaptureDriver final : public CaptureDeviceDriver {
+ public:
+  explicit VirtualCaptureDriver(std::optional<std::string> lockError = std::nullopt)
+      : lockError_(std::move(lockError)) {}
+  bool lockForConfiguration(std::string& error) override;
+  void unlockForConfiguration() override {}
+  bool apply(const CaptureDeviceState&, DeviceSetting) override { return true; }
+  void load(CaptureDeviceState&) override {}
+  void refresh(CaptureDeviceState&) override {}
+
+ private:
+  std::optional<std::string> lockError_;
+};
+
+}  // namespace oxelo

@@ -1,0 +1,216 @@
+#include "platform/defaults/UserDefaults.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "platform/log/Log.h"
+
+namespace oxelo {
+
+namespace fs = std::filesystem;
+
+namespace {
+std::mutex& standardMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+std::shared_ptr<UserDefaults>& standardSlot() {
+  static std::shared_ptr<UserDefaults> slot;
+  return slot;
+}
+
+bool writeAll(int fd, const std::string& text) {
+  const char* p = text.data();
+  size_t left = text.size();
+  while (left > 0) {
+    ssize_t n = ::write(fd, p, left);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    p += n;
+    left -= static_cast<size_t>(n);
+  }
+  return true;
+}
+}  // namespace
+
+UserDefaults::UserDefaults(fs::path directory)
+    : directory_(std::move(directory)), file_(directory_ / "settings.json") {
+  load();
+}
+
+UserDefaults::~UserDefaults() {
+  bool dirty;
+  {
+    std::lock_guard lock(mutex_);
+    dirty = dirty_;
+  }
+  if (dirty) synchronize();
+}
+
+std::shared_ptr<UserDefaults> UserDefaults::standard() {
+  std::lock_guard lock(standardMutex());
+  if (!standardSlot()) standardSlot() = std::make_shared<UserDefaults>(configDirectory());
+  return standardSlot();
+}
+
+void UserDefaults::setStandard(std::shared_ptr<UserDefaults> defaults) {
+  std::lock_guard lock(standardMutex());
+  standardSlot() = std::move(defaults);
+}
+
+fs::path UserDefaults::configDirectory() {
+  if (const char* dir = std::getenv("OXELO_CONFIG_DIR"); dir && *dir) return dir;
+  if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg) return fs::path(xdg) / "oxelo";
+  if (const char* home = std::getenv("HOME"); home && *home) {
+    return fs::path(home) / ".config" / "oxelo";
+  }
+  return fs::current_path() / ".oxelo";
+}
+
+void UserDefaults::load() {
+  std::error_code ec;
+  if (!fs::exists(file_, ec)) return;
+  std::ifstream in(file_, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  Json parsed = Json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
+  if (!in.bad() && parsed.is_object()) {
+    stored_ = std::move(parsed);
+    return;
+  }
+  // Keep the unreadable file for inspection and start from the defaults.
+  auto stamp = std::chrono::duration_cast<std::chrono::seconds>(
+                   std::chrono::system_clock::now().time_since_epoch())
+                   .count();
+  fs::path aside = file_;
+  aside += ".corrupt-" + std::to_string(stamp);
+  for (int i = 1; fs::exists(aside, ec); ++i) {
+    aside = file_;
+    aside += ".corrupt-" + std::to_string(stamp) + "-" + std::to_string(i);
+  }
+  fs::rename(file_, aside, ec);
+  if (ec) {
+    oxlog("Settings file {} cannot be parsed and cannot be moved aside ({}); starting from defaults",
+          file_.string(), ec.message());
+  } else {
+    oxlog("Settings file {} cannot be parsed; kept as {} and starting from defaults",
+          file_.string(), aside.string());
+  }
+}
+
+void UserDefaults::registerDefaults(const Json& defaults) {
+  if (!defaults.is_object()) return;
+  std::lock_guard lock(mutex_);
+  for (auto& [key, value] : defaults.items()) registered_[key] = value;
+}
+
+UserDefaults::Json UserDefaults::objectForKey(const std::string& key) const {
+  std::lock_guard lock(mutex_);
+  if (auto it = stored_.find(key); it != stored_.end()) return *it;
+  if (auto it = registered_.find(key); it != registered_.end()) return *it;
+  return nullptr;
+}
+
+bool UserDefaults::boolForKey(const std::string& key) const {
+  Json v = objectForKey(key);
+  if (v.is_boolean()) return v.get<bool>();
+  if (v.is_number()) return v.get<double>() != 0;
+  if (v.is_string()) {
+    auto s = v.get<std::string>();
+    return s == "YES" || s == "yes" || s == "true" || std::atoi(s.c_str()) != 0;
+  }
+  return false;
+}
+
+long long UserDefaults::integerForKey(const std::string& key) const {
+  Json v = objectForKey(key);
+  if (v.is_number_integer()) return v.get<long long>();
+  if (v.is_number()) return static_cast<long long>(v.get<double>());
+  if (v.is_boolean()) return v.get<bool>() ? 1 : 0;
+  if (v.is_string()) return std::atoll(v.get<std::string>().c_str());
+  return 0;
+}
+
+double UserDefaults::doubleForKey(const std::string& key) const {
+  Json v = objectForKey(key);
+  if (v.is_number()) return v.get<double>();
+  if (v.is_boolean()) return v.get<bool>() ? 1.0 : 0.0;
+  if (v.is_string()) return std::atof(v.get<std::string>().c_str());
+  return 0.0;
+}
+
+std::optional<std::string> UserDefaults::stringForKey(const std::string& key) const {
+  Json v = objectForKey(key);
+  if (v.is_string()) return v.get<std::string>();
+  return std::nullopt;
+}
+
+UserDefaults::Json UserDefaults::arrayForKey(const std::string& key) const {
+  Json v = objectForKey(key);
+  return v.is_array() ? v : Json::array();
+}
+
+UserDefaults::Json UserDefaults::dictionaryForKey(const std::string& key) const {
+  Json v = objectForKey(key);
+  return v.is_object() ? v : Json::object();
+}
+
+void UserDefaults::setObject(const std::string& key, Json value) {
+  std::lock_guard lock(mutex_);
+  if (value.is_null()) {
+    stored_.erase(key);
+  } else {
+    stored_[key] = std::move(value);
+  }
+  dirty_ = true;
+}
+
+void UserDefaults::removeObjectForKey(const std::string& key) { setObject(key, nullptr); }
+
+bool UserDefaults::synchronize() {
+  // One writer at a time; the snapshot is taken under the data lock so that
+  // readers and writers are held up only for the copy.
+  std::lock_guard writeLock(writeMutex_);
+  std::string text;
+  {
+    std::lock_guard lock(mutex_);
+    text = stored_.dump(2);
+    dirty_ = false;
+  }
+  std::error_code ec;
+  fs::create_directories(directory_, ec);
+  fs::path temp = file_;
+  temp += ".tmp";
+  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (fd < 0) {
+    oxlog("Settings cannot be written to {}: {}", temp.string(), std::strerror(errno));
+    return false;
+  }
+  bool ok = writeAll(fd, text) && ::fsync(fd) == 0;
+  int err = errno;
+  ::close(fd);
+  if (!ok || ::rename(temp.c_str(), file_.c_str()) != 0) {
+    if (ok) err = errno;
+    oxlog("Settings cannot be written to {}: {}", file_.string(), std::strerror(err));
+    ::unlink(temp.c_str());
+    return false;
+  }
+  // Make the rename itself durable.
+  int dirFd = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dirFd >= 0) {
+    ::fsync(dirFd);
+    ::close(dirFd);
+  }
+  return true;
+}
+
+}  // namespace oxelo

@@ -1,0 +1,111 @@
+#include <signal.h>
+
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "discovery/MainViewController.h"
+#include "platform/defaults/UserDefaults.h"
+#include "platform/device/AppLifecycle.h"
+#include "platform/dispatch/MainQueue.h"
+#include "platform/log/Log.h"
+#include "shell/AppDelegate.h"
+#include "shell/CameraCommands.h"
+#include "shell/CommandLine.h"
+#include "shell/HeadlessLiveScreen.h"
+#include "shell/HeadlessMainScreen.h"
+
+using namespace oxelo;
+
+namespace {
+
+// Signals are taken by one thread with sigwait and turned into main-queue
+// tasks, so that no handler runs inside arbitrary code.
+void startSignalThread(std::shared_ptr<Queue> main, sigset_t set) {
+  std::thread([main, set] {
+    for (;;) {
+      int sig = 0;
+      if (sigwait(&set, &sig) != 0) continue;
+      if (AppLifecycle::handleSignal(sig)) continue;  // SIGUSR1, SIGUSR2
+      if (sig == SIGINT || sig == SIGTERM) {
+        main->post([main, sig] {
+          oxlog("MAIN - stopping on signal {}", sig);
+          main->stop();
+        });
+        return;
+      }
+    }
+  }).detach();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string error;
+  auto cl = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc), error);
+  if (!cl) {
+    std::fprintf(stderr, "oxelo: %s\n", error.c_str());
+    return 2;
+  }
+  if (cl->help) {
+    std::fputs(usageText().c_str(), stdout);
+    return 0;
+  }
+  if (cl->version) {
+    std::printf("oxelo %s\n", shortVersionString());
+    return 0;
+  }
+  if (cl->listCameras || cl->catalogue) return runCameraCommand(*cl, std::cout, std::cerr);
+  if (!cl->headless) {
+    std::fprintf(stderr, "oxelo: this build has no display front end yet; run with --headless\n");
+    return 2;
+  }
+
+  // Block the stop signals in every thread; the signal thread takes them.
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
+  sigaddset(&set, SIGUSR1);
+  sigaddset(&set, SIGUSR2);
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+
+  auto defaults = std::make_shared<UserDefaults>(
+      cl->configDir ? std::filesystem::path(*cl->configDir) : UserDefaults::configDirectory());
+  UserDefaults::setStandard(defaults);
+  std::string cameraError;
+  if (!startCameras(cl->camera, cameraError)) {
+    std::fprintf(stderr, "oxelo: %s\n", cameraError.c_str());
+    return 2;
+  }
+
+  auto main = MainQueue::get();
+  startSignalThread(main, set);
+  AppDelegate app;
+  std::shared_ptr<MainViewController> mainVC;
+  main->post([&] {
+    app.applicationDidFinishLaunching(*defaults);
+    oxlog("MAIN - started, settings in {}", defaults->filePath().string());
+    MainViewController::Services services;
+    services.screen = std::make_shared<HeadlessMainScreen>();
+    services.presenter = std::make_shared<HeadlessLivePresenter>();
+    mainVC = MainViewController::create(std::move(services));
+    loadCatalogueAtStartup();  // viewDidLoad builds the catalogue first of all
+    mainVC->viewDidLoad();
+    if (cl->connectAddress) {
+      mainVC->connectManually(*cl->connectAddress, std::to_string(cl->instance));
+    } else {
+      mainVC->viewDidAppear();
+    }
+  });
+  if (cl->duration >= 0) main->postAfter(cl->duration, [main] { main->stop(); });
+  main->run();
+  if (mainVC) mainVC->shutdown();
+  defaults->synchronize();
+  oxlog("MAIN - stopped");
+  return 0;
+}

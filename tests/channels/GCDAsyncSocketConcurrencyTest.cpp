@@ -1,0 +1,204 @@
+// The sockets with a threaded delegate queue, requests from several threads
+// and peers that read on threads of their own.
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "channels/GCDAsyncSocket.h"
+#include "tests/channels/support/SocketTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using test::Bytes;
+using test::Recorder;
+using test::SocketEvent;
+namespace peer = test::peer;
+
+class GCDAsyncSocketConcurrencyTest : public testing::Test {
+ protected:
+  std::shared_ptr<Queue> queue = Queue::create("delegate", std::make_shared<SystemClock>());
+  std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+
+  std::vector<int64_t> tagsOf(const Recorder& r, SocketEvent::Kind kind) {
+    std::vector<int64_t> tags;
+    for (auto& e : r.events())
+      if (e.kind == kind) tags.push_back(e.tag);
+    return tags;
+  }
+};
+
+TEST_F(GCDAsyncSocketConcurrencyTest, WritesOfManySizesArriveInOrderByteForByte) {
+  auto c = test::connectPair(recorder, queue);
+  ASSERT_TRUE(c.sock);
+  constexpr int kWrites = 600;
+  Bytes expected;
+  std::vector<std::shared_ptr<const Bytes>> writes;
+  for (int i = 0; i < kWrites; ++i) {
+    size_t size = 1 + (static_cast<size_t>(i) * 7919) % (i % 50 == 0 ? 400000 : 3000);
+    writes.push_back(std::make_shared<const Bytes>(test::patternBytes(size, i)));
+    expected.insert(expected.end(), writes.back()->begin(), writes.back()->end());
+  }
+  auto reader =
+      std::async(std::launch::async, [&] { return peer::receive(c.peer, expected.size(), 60.0); });
+  std::thread writer([&] {
+    for (int i = 0; i < kWrites; ++i) c.sock->writeData(writes[i], -1, i);
+  });
+  writer.join();
+  Bytes got = reader.get();
+  ASSERT_EQ(got.size(), expected.size());
+  EXPECT_TRUE(got == expected);
+  ASSERT_TRUE(test::waitUntil([&] { return recorder->count(SocketEvent::wrote) == kWrites; }));
+  auto tags = tagsOf(*recorder, SocketEvent::wrote);
+  for (int i = 0; i < kWrites; ++i) ASSERT_EQ(tags[i], i);
+}
+
+// Several threads write at once: each thread's writes keep their order, and
+// no write is cut by another.
+TEST_F(GCDAsyncSocketConcurrencyTest, WritesFromSeveralThreadsNeverInterleave) {
+  auto c = test::connectPair(recorder, queue);
+  ASSERT_TRUE(c.sock);
+  constexpr int kThreads = 4, kPerThread = 200;
+  constexpr size_t kBody = 5000;
+  // A record: thread, sequence, then kBody bytes of the thread's value.
+  auto record = [](int thread, int seq) {
+    Bytes bytes(2 + kBody, static_cast<uint8_t>(thread + 1));
+    bytes[0] = static_cast<uint8_t>(thread);
+    bytes[1] = static_cast<uint8_t>(seq);
+    return bytes;
+  };
+  size_t total = static_cast<size_t>(kThreads * kPerThread) * (2 + kBody);
+  auto reader = std::async(std::launch::async, [&] { return peer::receive(c.peer, total, 60.0); });
+  std::vector<std::thread> writers;
+  for (int t = 0; t < kThreads; ++t)
+    writers.emplace_back([&, t] {
+      for (int i = 0; i < kPerThread; ++i) c.sock->writeData(record(t, i), -1, t);
+    });
+  for (auto& w : writers) w.join();
+  Bytes got = reader.get();
+  ASSERT_EQ(got.size(), total);
+  std::vector<int> next(kThreads, 0);
+  for (size_t at = 0; at < got.size(); at += 2 + kBody) {
+    int t = got[at];
+    ASSERT_LT(t, kThreads);
+    ASSERT_EQ(got[at + 1], static_cast<uint8_t>(next[t]++)) << "thread " << t;
+    ASSERT_TRUE(std::equal(got.begin() + at + 2, got.begin() + at + 2 + kBody,
+                           Bytes(kBody, static_cast<uint8_t>(t + 1)).begin()))
+        << "a write was cut at " << at;
+  }
+}
+
+TEST_F(GCDAsyncSocketConcurrencyTest, LargeWriteFinishesAgainstASlowReader) {
+  auto c = test::connectPair(recorder, queue);
+  ASSERT_TRUE(c.sock);
+  auto frame = std::make_shared<const Bytes>(test::patternBytes(32 << 20, 9));
+  c.sock->writeData(frame, -1, 2);
+  c.sock->writeData(test::bytesOf("next"), -1, 3);
+  Bytes got;
+  got.reserve(frame->size() + 4);
+  while (got.size() < frame->size() + 4) {
+    size_t left = frame->size() + 4 - got.size();
+    Bytes part = peer::receive(c.peer, std::min<size_t>(left, 256 * 1024), 10.0);
+    ASSERT_FALSE(part.empty());
+    got.insert(got.end(), part.begin(), part.end());
+    std::this_thread::sleep_for(std::chrono::microseconds(500));  // a slow reader
+  }
+  EXPECT_TRUE(std::equal(frame->begin(), frame->end(), got.begin()));
+  EXPECT_EQ(Bytes(got.end() - 4, got.end()), test::bytesOf("next"));
+  ASSERT_TRUE(test::waitUntil([&] { return recorder->count(SocketEvent::wrote) == 2; }));
+  EXPECT_EQ(tagsOf(*recorder, SocketEvent::wrote), (std::vector<int64_t>{2, 3}));
+}
+
+// A connection changes hands inside a read callback, as the handshake does:
+// the old owner clears the delegate, the new one sets itself and reads on.
+// Every later event goes to the new owner and none to the old.
+TEST_F(GCDAsyncSocketConcurrencyTest, HandOverInsideACallbackIsClean) {
+  for (int round = 0; round < 20; ++round) {
+    auto first = std::make_shared<Recorder>();
+    auto second = std::make_shared<Recorder>();
+    auto c = test::connectPair(first, queue);
+    ASSERT_TRUE(c.sock);
+    std::atomic<bool> handedOver{false};
+    first->onRead = [&](GCDAsyncSocket* sock, const Bytes&, int64_t) {
+      sock->setDelegate({});
+      sock->readDataWithTimeout(-1, 8800);
+      sock->setDelegate(second);
+      handedOver = true;
+    };
+    second->onRead = [](GCDAsyncSocket* sock, const Bytes&, int64_t) {
+      sock->readDataWithTimeout(-1, 0);
+    };
+    c.sock->readDataWithTimeout(-1, 8811);
+    peer::sendAll(c.peer, test::bytesOf("start"));
+    ASSERT_TRUE(test::waitUntil([&] { return handedOver.load(); }));
+    // A stream of data and writes right behind the hand-over.
+    for (int i = 0; i < 20; ++i) {
+      peer::sendAll(c.peer, test::bytesOf("cmd" + std::to_string(i)));
+      c.sock->writeData(test::bytesOf("frame"), -1, i + 2);
+    }
+    EXPECT_EQ(peer::receive(c.peer, 20 * 5).size(), 100u);
+    c.peer.reset();
+    ASSERT_TRUE(test::waitUntil([&] { return second->count(SocketEvent::disconnected) == 1; }));
+    EXPECT_EQ(first->kinds(), (std::vector{SocketEvent::connected, SocketEvent::read}));
+    Bytes expected;
+    for (int i = 0; i < 20; ++i) {
+      auto cmd = test::bytesOf("cmd" + std::to_string(i));
+      expected.insert(expected.end(), cmd.begin(), cmd.end());
+    }
+    EXPECT_EQ(second->readBytes(), expected);
+    EXPECT_EQ(second->count(SocketEvent::wrote), 20u);
+    EXPECT_EQ(second->kinds().back(), SocketEvent::disconnected);
+    EXPECT_EQ(second->first(SocketEvent::disconnected).error->code, 7);
+  }
+}
+
+// The stop sequence: clear the delegate, then disconnect, from another
+// thread while the connection is busy. The old delegate hears nothing of
+// the close, however the events fall.
+TEST_F(GCDAsyncSocketConcurrencyTest, DelegateRemovedBeforeDisconnectNeverHearsOfTheClose) {
+  for (int round = 0; round < 50; ++round) {
+    auto r = std::make_shared<Recorder>();
+    auto c = test::connectPair(r, queue);
+    ASSERT_TRUE(c.sock);
+    r->onRead = [](GCDAsyncSocket* sock, const Bytes&, int64_t) {
+      sock->readDataWithTimeout(-1, 0);
+    };
+    c.sock->readDataWithTimeout(-1, 0);
+    std::thread chatter([&] {
+      for (int i = 0; i < 50; ++i) c.sock->writeData(test::bytesOf("frame"), -1, i);
+    });
+    peer::sendAll(c.peer, test::bytesOf("ping"));
+    c.sock->setDelegate({});
+    c.sock->disconnect();
+    chatter.join();
+    EXPECT_FALSE(c.sock->isConnected());
+    queue->runSync([] {});  // everything posted so far has run
+    EXPECT_EQ(r->count(SocketEvent::disconnected), 0u) << "round " << round;
+  }
+}
+
+TEST_F(GCDAsyncSocketConcurrencyTest, SocketsDroppedOnAnyThreadCloseQuietly) {
+  std::vector<test::Connection> connections;
+  for (int i = 0; i < 8; ++i) {
+    connections.push_back(test::connectPair(recorder, queue));
+    ASSERT_TRUE(connections.back().sock);
+    connections.back().sock->readDataWithTimeout(-1, i);
+    connections.back().sock->writeData(test::patternBytes(1 << 20, i), -1, i);
+  }
+  std::vector<std::thread> droppers;
+  for (auto& c : connections) droppers.emplace_back([&c] { c.sock.reset(); });
+  for (auto& d : droppers) d.join();
+  for (auto& c : connections) {
+    Bytes rest = peer::receive(c.peer, 2 << 20, 5.0);  // until the end of the stream
+    EXPECT_LE(rest.size(), 1u << 20);
+    EXPECT_TRUE(peer::seesEnd(c.peer, 0.5));
+  }
+  queue->runSync([] {});
+  EXPECT_EQ(recorder->count(SocketEvent::disconnected), 0u);
+}
+
+}  // namespace
+}  // namespace oxelo

@@ -1,0 +1,538 @@
+#include "channels/GCDAsyncSocket.h"
+
+#include <errno.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/channels/support/SocketTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using test::Bytes;
+using test::bytesOf;
+using test::Fd;
+using test::Recorder;
+using test::SocketEvent;
+namespace peer = test::peer;
+
+// The delegate queue is a driven queue that the test runs by hand, so that
+// every delegate call happens on the test's own thread, when it says so.
+class GCDAsyncSocketTest : public testing::Test {
+ protected:
+  // Events never run are dropped, which lets go of the sockets they name.
+  ~GCDAsyncSocketTest() override { queue->stop(); }
+
+  std::shared_ptr<Queue> queue = Queue::createDriven("delegate");
+  std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+
+  bool pumpUntil(const std::function<bool()>& done, double seconds = 5.0) {
+    return test::pumpUntil(*queue, done, seconds);
+  }
+  bool pumpUntilCount(SocketEvent::Kind kind, size_t n, double seconds = 5.0) {
+    return pumpUntil([&] { return recorder->count(kind) >= n; }, seconds);
+  }
+  test::Connection connect() {
+    auto c = test::connectPair(recorder, queue);
+    EXPECT_TRUE(pumpUntilCount(SocketEvent::connected, 1));
+    return c;
+  }
+};
+
+// ---- requests refused at once
+
+struct RefusalCase {
+  const char* name;
+  bool withDelegate;
+  bool withQueue;
+  bool busy;  // already connecting
+  std::string host;
+  bool accept;
+  std::string text;
+  int64_t code;
+};
+
+class GCDAsyncSocketRefusalTest : public testing::TestWithParam<RefusalCase> {};
+
+TEST_P(GCDAsyncSocketRefusalTest, RefusesWithTheSystemsText) {
+  const auto& c = GetParam();
+  auto recorder = std::make_shared<Recorder>();
+  auto queue = c.withQueue ? Queue::createDriven("delegate") : nullptr;
+  test::StopOnExit stop{queue};
+  auto sock = GCDAsyncSocket::create(c.withDelegate ? recorder : nullptr, queue);
+  uint16_t port = 0;
+  Fd listener = peer::listen(port);
+  OptionalError error;
+  if (c.busy) {
+    ASSERT_TRUE(sock->connectToHost("127.0.0.1", port, -1, error));
+  }
+
+  bool ok = c.accept ? sock->acceptOnPort(0, error) : sock->connectToHost(c.host, port, -1, error);
+
+  EXPECT_FALSE(ok);
+  ASSERT_TRUE(error.has_value());
+  EXPECT_EQ(error->description, c.text);
+  EXPECT_EQ(error->domain, "GCDAsyncSocketErrorDomain");
+  EXPECT_EQ(error->code, c.code);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Requests, GCDAsyncSocketRefusalTest,
+    testing::Values(
+        RefusalCase{"ConnectWithoutDelegate", false, true, false, "127.0.0.1", false,
+                    "Attempting to connect without a delegate. Set a delegate first.", 1},
+        RefusalCase{"ConnectWithoutQueue", true, false, false, "127.0.0.1", false,
+                    "Attempting to connect without a delegate queue. Set a delegate queue first.",
+                    1},
+        RefusalCase{"ConnectWhileConnecting", true, true, true, "127.0.0.1", false,
+                    "Attempting to connect while connected or accepting connections. Disconnect "
+                    "first.",
+                    1},
+        RefusalCase{"ConnectToEmptyHost", true, true, false, "", false,
+                    "Invalid host parameter (nil or \"\"). Should be a domain name or IP address "
+                    "string.",
+                    2},
+        RefusalCase{"AcceptWithoutDelegate", false, true, false, "", true,
+                    "Attempting to accept without a delegate. Set a delegate first.", 1},
+        RefusalCase{"AcceptWithoutQueue", true, false, false, "", true,
+                    "Attempting to accept without a delegate queue. Set a delegate queue first.",
+                    1},
+        RefusalCase{"AcceptWhileConnecting", true, true, true, "", true,
+                    "Attempting to accept while connected or accepting connections. Disconnect "
+                    "first.",
+                    1}),
+    [](const testing::TestParamInfo<RefusalCase>& info) { return info.param.name; });
+
+TEST_F(GCDAsyncSocketTest, ConnectWhileConnectedIsRefused) {
+  auto c = connect();
+  OptionalError error;
+  EXPECT_FALSE(c.sock->connectToHost("127.0.0.1", 9, -1, error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->description,
+            "Attempting to connect while connected or accepting connections. Disconnect first.");
+  EXPECT_TRUE(c.sock->isConnected());
+}
+
+// ---- connecting
+
+TEST_F(GCDAsyncSocketTest, ConnectReportsThePeersAddressAndPort) {
+  uint16_t port = 0;
+  Fd listener = peer::listen(port);
+  auto sock = GCDAsyncSocket::create(recorder, queue);
+  OptionalError error;
+  ASSERT_TRUE(sock->connectToHost("localhost", port, 5.0, error));
+  EXPECT_FALSE(error);
+  Fd other = peer::accept(listener);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::connected, 1));
+  auto e = recorder->first(SocketEvent::connected);
+  EXPECT_EQ(e.sock, sock.get());
+  EXPECT_EQ(e.host, "127.0.0.1");
+  EXPECT_EQ(e.port, port);
+  EXPECT_TRUE(sock->isConnected());
+  EXPECT_EQ(sock->connectedHost(), "127.0.0.1");
+  EXPECT_EQ(sock->connectedPort(), port);
+  EXPECT_NE(sock->localPort(), 0);
+}
+
+TEST_F(GCDAsyncSocketTest, ConnectToAClosedPortEndsInASystemError) {
+  auto sock = GCDAsyncSocket::create(recorder, queue);
+  OptionalError error;
+  ASSERT_TRUE(sock->connectToHost("127.0.0.1", peer::closedPort(), 5.0, error));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  EXPECT_EQ(recorder->kinds(), std::vector{SocketEvent::disconnected});
+  auto e = recorder->first(SocketEvent::disconnected);
+  ASSERT_TRUE(e.error);
+  EXPECT_EQ(e.error->domain, kPosixErrorDomain);
+  EXPECT_EQ(e.error->code, ECONNREFUSED);
+  EXPECT_FALSE(sock->isConnected());
+}
+
+TEST_F(GCDAsyncSocketTest, ConnectThatGetsNoAnswerTimesOutWithCode3) {
+  // A listener whose accept queue is full drops further handshakes, so the
+  // last connection attempt hangs.
+  uint16_t port = 0;
+  Fd listener = peer::listen(port, 0);
+  std::vector<std::shared_ptr<GCDAsyncSocket>> fillers;
+  auto fillerDelegate = std::make_shared<Recorder>();
+  for (int i = 0; i < 3; ++i) {
+    fillers.push_back(GCDAsyncSocket::create(fillerDelegate, queue));
+    OptionalError error;
+    ASSERT_TRUE(fillers.back()->connectToHost("127.0.0.1", port, -1, error));
+  }
+  auto sock = GCDAsyncSocket::create(recorder, queue);
+  OptionalError error;
+  ASSERT_TRUE(sock->connectToHost("127.0.0.1", port, 0.2, error));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  EXPECT_EQ(recorder->kinds(), std::vector{SocketEvent::disconnected});
+  auto e = recorder->first(SocketEvent::disconnected);
+  ASSERT_TRUE(e.error);
+  EXPECT_EQ(e.error->domain, "GCDAsyncSocketErrorDomain");
+  EXPECT_EQ(e.error->code, 3);
+  EXPECT_EQ(e.error->description, "Attempt to connect to host timed out");
+}
+
+TEST_F(GCDAsyncSocketTest, RequestsMadeWhileConnectingRunOnceConnected) {
+  uint16_t port = 0;
+  Fd listener = peer::listen(port);
+  auto sock = GCDAsyncSocket::create(recorder, queue);
+  OptionalError error;
+  ASSERT_TRUE(sock->connectToHost("127.0.0.1", port, 5.0, error));
+  sock->writeData(bytesOf("hello"), -1, 1);
+  sock->readDataWithTimeout(-1, 2);
+  Fd other = peer::accept(listener);
+  EXPECT_EQ(peer::receive(other, 5), bytesOf("hello"));
+  peer::sendAll(other, bytesOf("back"));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
+  EXPECT_EQ(recorder->kinds(),
+            (std::vector{SocketEvent::connected, SocketEvent::wrote, SocketEvent::read}));
+  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("back"));
+  EXPECT_EQ(recorder->first(SocketEvent::read).tag, 2);
+}
+
+TEST_F(GCDAsyncSocketTest, RequestsOnAnIdleSocketAreDroppedSilently) {
+  uint16_t port = 0;
+  Fd listener = peer::listen(port);
+  auto sock = GCDAsyncSocket::create(recorder, queue);
+  sock->writeData(bytesOf("early"), -1, 1);
+  sock->readDataWithTimeout(0.05, 2);
+  OptionalError error;
+  ASSERT_TRUE(sock->connectToHost("127.0.0.1", port, 5.0, error));
+  sock->writeData(bytesOf("late"), -1, 3);
+  Fd other = peer::accept(listener);
+  EXPECT_EQ(peer::receive(other, 4), bytesOf("late"));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
+  test::pumpFor(*queue, 0.1);  // a dropped read with a time-out would have closed by now
+  EXPECT_EQ(recorder->kinds(), (std::vector{SocketEvent::connected, SocketEvent::wrote}));
+  EXPECT_EQ(recorder->first(SocketEvent::wrote).tag, 3);
+  EXPECT_TRUE(sock->isConnected());
+}
+
+// ---- reading
+
+TEST_F(GCDAsyncSocketTest, TwoPacketsThatArriveTogetherAreDeliveredByOneRead) {
+  auto c = connect();
+  peer::sendAll(c.peer, bytesOf("first;"));
+  peer::sendAll(c.peer, bytesOf("second"));
+  // Both have reached the socket before the read is asked for.
+  ASSERT_TRUE(peer::waitDelivered(c.peer));
+  c.sock->readDataWithTimeout(-1, 7);
+  c.sock->readDataWithTimeout(0.2, 8);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
+  auto read = recorder->first(SocketEvent::read);
+  EXPECT_EQ(read.data, bytesOf("first;second"));
+  EXPECT_EQ(read.tag, 7);
+  // The second read got nothing and times out.
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  EXPECT_EQ(recorder->count(SocketEvent::read), 1u);
+}
+
+TEST_F(GCDAsyncSocketTest, ReadWithoutTimeOutWaitsUntilDataCome) {
+  auto c = connect();
+  c.sock->readDataWithTimeout(-1, 8800);
+  test::pumpFor(*queue, 0.3);
+  EXPECT_EQ(recorder->count(SocketEvent::read), 0u);
+  EXPECT_TRUE(c.sock->isConnected());
+  peer::sendAll(c.peer, bytesOf("late data"));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
+  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("late data"));
+  EXPECT_EQ(recorder->first(SocketEvent::read).tag, 8800);
+}
+
+TEST_F(GCDAsyncSocketTest, ReadsEndInQueueOrderWithTheirTags) {
+  auto c = connect();
+  for (int tag = 1; tag <= 3; ++tag) c.sock->readDataWithTimeout(-1, tag);
+  for (int i = 1; i <= 3; ++i) {
+    peer::sendAll(c.peer, bytesOf("packet" + std::to_string(i)));
+    ASSERT_TRUE(pumpUntilCount(SocketEvent::read, static_cast<size_t>(i)));
+  }
+  auto events = recorder->events();
+  std::vector<int64_t> tags;
+  for (auto& e : events)
+    if (e.kind == SocketEvent::read) tags.push_back(e.tag);
+  EXPECT_EQ(tags, (std::vector<int64_t>{1, 2, 3}));
+  EXPECT_EQ(recorder->readBytes(), bytesOf("packet1packet2packet3"));
+}
+
+TEST_F(GCDAsyncSocketTest, ReadTimeOutClosesWithCode4) {
+  auto c = connect();
+  c.sock->readDataWithTimeout(0.2, 5);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  auto e = recorder->first(SocketEvent::disconnected);
+  ASSERT_TRUE(e.error);
+  EXPECT_EQ(e.error->domain, "GCDAsyncSocketErrorDomain");
+  EXPECT_EQ(e.error->code, 4);
+  EXPECT_EQ(e.error->description, "Read operation timed out");
+  EXPECT_FALSE(c.sock->isConnected());
+  EXPECT_TRUE(peer::seesEnd(c.peer));
+}
+
+TEST_F(GCDAsyncSocketTest, PeerCloseComesAfterTheLastBytesWithCode7) {
+  auto c = connect();
+  c.sock->readDataWithTimeout(-1, 1);
+  c.sock->readDataWithTimeout(-1, 2);
+  peer::sendAll(c.peer, bytesOf("last words"));
+  c.peer.reset();
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  EXPECT_EQ(recorder->kinds(),
+            (std::vector{SocketEvent::connected, SocketEvent::read, SocketEvent::disconnected}));
+  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("last words"));
+  auto e = recorder->first(SocketEvent::disconnected);
+  ASSERT_TRUE(e.error);
+  EXPECT_EQ(e.error->code, 7);
+  EXPECT_EQ(e.error->description, "Socket closed by remote peer");
+  EXPECT_FALSE(c.sock->isConnected());
+}
+
+TEST_F(GCDAsyncSocketTest, PeerCloseOfAnIdleConnectionIsNoticedWithoutARead) {
+  auto c = connect();
+  c.peer.reset();
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  EXPECT_EQ(recorder->first(SocketEvent::disconnected).error->code, 7);
+}
+
+TEST_F(GCDAsyncSocketTest, BytesLeftBehindByAClosingPeerWaitForTheNextRead) {
+  auto c = connect();
+  peer::sendAll(c.peer, bytesOf("unread"));
+  c.peer.reset();
+  test::pumpFor(*queue, 0.2);
+  EXPECT_EQ(recorder->count(SocketEvent::disconnected), 0u);
+  EXPECT_TRUE(c.sock->isConnected());
+  c.sock->readDataWithTimeout(-1, 3);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  EXPECT_EQ(recorder->kinds(),
+            (std::vector{SocketEvent::connected, SocketEvent::read, SocketEvent::disconnected}));
+  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("unread"));
+  EXPECT_EQ(recorder->first(SocketEvent::disconnected).error->code, 7);
+}
+
+// ---- writing
+
+TEST_F(GCDAsyncSocketTest, EmptyWritesAreIgnored) {
+  auto c = connect();
+  c.sock->writeData(Bytes{}, -1, 1);
+  c.sock->writeData(std::shared_ptr<const Bytes>(), -1, 2);
+  c.sock->writeData(bytesOf("x"), -1, 3);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
+  test::pumpFor(*queue, 0.05);
+  EXPECT_EQ(recorder->count(SocketEvent::wrote), 1u);
+  EXPECT_EQ(recorder->first(SocketEvent::wrote).tag, 3);
+  EXPECT_EQ(peer::receive(c.peer, 1), bytesOf("x"));
+}
+
+// The peer never reads: the connection's buffers fill and the write stalls.
+class StalledWriteTest : public GCDAsyncSocketTest {
+ protected:
+  test::Connection c;
+  std::shared_ptr<const Bytes> big = std::make_shared<const Bytes>(test::patternBytes(64 << 20, 3));
+
+  void SetUp() override {
+    uint16_t port = 0;
+    Fd listener = peer::listen(port);
+    c.sock = GCDAsyncSocket::create(recorder, queue);
+    OptionalError error;
+    ASSERT_TRUE(c.sock->connectToHost("127.0.0.1", port, 5.0, error));
+    c.peer = peer::accept(listener);
+    ASSERT_TRUE(c.peer.valid());
+    ASSERT_TRUE(pumpUntilCount(SocketEvent::connected, 1));
+  }
+};
+
+TEST_F(StalledWriteTest, TimeOutThatStandsClosesWithCode5) {
+  c.sock->writeData(big, 0.2, 8813);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  EXPECT_EQ(recorder->kinds(), (std::vector{SocketEvent::connected, SocketEvent::shouldTimeout,
+                                            SocketEvent::disconnected}));
+  auto question = recorder->first(SocketEvent::shouldTimeout);
+  EXPECT_EQ(question.tag, 8813);
+  EXPECT_GE(question.elapsed, 0.2);
+  EXPECT_GT(question.bytesDone, 0u);
+  EXPECT_LT(question.bytesDone, big->size());
+  auto e = recorder->first(SocketEvent::disconnected);
+  ASSERT_TRUE(e.error);
+  EXPECT_EQ(e.error->domain, "GCDAsyncSocketErrorDomain");
+  EXPECT_EQ(e.error->code, 5);
+  EXPECT_EQ(e.error->description, "Write operation timed out");
+  EXPECT_FALSE(c.sock->isConnected());
+}
+
+TEST_F(StalledWriteTest, ExtensionGivesTheWriteMoreTime) {
+  recorder->answerWriteTimeouts({0.2, 0.0});
+  c.sock->writeData(big, 0.2, 9);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  auto events = recorder->events();
+  ASSERT_EQ(recorder->count(SocketEvent::shouldTimeout), 2u);
+  EXPECT_GE(events[2].elapsed, 0.4 - 1e-3);  // asked again only after the extension ran out
+  EXPECT_EQ(recorder->first(SocketEvent::disconnected).error->code, 5);
+}
+
+TEST_F(StalledWriteTest, ExtendedWriteFinishesWhenThePeerReadsAgain) {
+  recorder->answerWriteTimeouts({30.0});
+  // More than the connection's buffers hold.
+  auto data = std::make_shared<const Bytes>(test::patternBytes(32 << 20, 4));
+  c.sock->writeData(data, 0.2, 11);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::shouldTimeout, 1));
+  Bytes got = peer::receive(c.peer, data->size(), 30.0);
+  ASSERT_EQ(got.size(), data->size());
+  EXPECT_TRUE(got == *data);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
+  EXPECT_EQ(recorder->kinds(),
+            (std::vector{SocketEvent::connected, SocketEvent::shouldTimeout, SocketEvent::wrote}));
+  EXPECT_TRUE(c.sock->isConnected());
+}
+
+// ---- closing and changing hands
+
+TEST_F(GCDAsyncSocketTest, DisconnectIsImmediateAndReportedOnceWithNoError) {
+  auto c = connect();
+  c.sock->readDataWithTimeout(-1, 1);
+  c.sock->disconnect();
+  EXPECT_FALSE(c.sock->isConnected());
+  c.sock->disconnect();
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  test::pumpFor(*queue, 0.05);
+  EXPECT_EQ(recorder->kinds(), (std::vector{SocketEvent::connected, SocketEvent::disconnected}));
+  EXPECT_FALSE(recorder->first(SocketEvent::disconnected).error);
+  EXPECT_TRUE(peer::seesEnd(c.peer));
+}
+
+TEST_F(GCDAsyncSocketTest, NoCallbackAfterTheDelegateIsRemovedAndTheSocketDisconnected) {
+  auto c = connect();
+  c.sock->readDataWithTimeout(-1, 1);
+  c.sock->setDelegate({});
+  c.sock->disconnect();
+  test::pumpFor(*queue, 0.1);
+  EXPECT_EQ(recorder->kinds(), std::vector{SocketEvent::connected});
+}
+
+TEST_F(GCDAsyncSocketTest, EventsAfterSetDelegateReachOnlyTheNewDelegate) {
+  auto c = connect();
+  auto next = std::make_shared<Recorder>();
+  c.sock->setDelegate(next);
+  c.sock->readDataWithTimeout(-1, 8800);
+  c.sock->writeData(bytesOf("info"), -1, 0);
+  peer::sendAll(c.peer, bytesOf("cmd"));
+  ASSERT_TRUE(
+      pumpUntil([&] { return next->count(SocketEvent::read) && next->count(SocketEvent::wrote); }));
+  c.sock->disconnect();
+  ASSERT_TRUE(pumpUntil([&] { return next->count(SocketEvent::disconnected) == 1; }));
+  EXPECT_EQ(recorder->kinds(), std::vector{SocketEvent::connected});
+  EXPECT_EQ(next->first(SocketEvent::read).data, bytesOf("cmd"));
+  EXPECT_EQ(next->first(SocketEvent::read).sock, c.sock.get());
+}
+
+// An event that happened before the change but is still waiting on the
+// delegate queue goes to whoever is the delegate when it runs.
+TEST_F(GCDAsyncSocketTest, EventWaitingOnTheQueueGoesToTheDelegateOfThatMoment) {
+  for (bool handOver : {true, false}) {
+    recorder = std::make_shared<Recorder>();
+    auto c = connect();
+    c.peer.reset();
+    // The close has happened on the worker; its report waits on our queue.
+    ASSERT_TRUE(test::waitUntil([&] { return !c.sock->isConnected(); }));
+    auto next = std::make_shared<Recorder>();
+    c.sock->setDelegate(handOver ? std::weak_ptr<GCDAsyncSocketDelegate>(next)
+                                 : std::weak_ptr<GCDAsyncSocketDelegate>());
+    test::pumpFor(*queue, 0.05);
+    EXPECT_EQ(recorder->kinds(), std::vector{SocketEvent::connected}) << handOver;
+    EXPECT_EQ(next->count(SocketEvent::disconnected), handOver ? 1u : 0u) << handOver;
+  }
+}
+
+TEST_F(GCDAsyncSocketTest, DroppingTheLastReferenceClosesQuietly) {
+  auto c = connect();
+  c.sock->readDataWithTimeout(-1, 1);
+  c.sock.reset();
+  EXPECT_TRUE(peer::seesEnd(c.peer));
+  test::pumpFor(*queue, 0.05);
+  EXPECT_EQ(recorder->kinds(), std::vector{SocketEvent::connected});
+}
+
+TEST_F(GCDAsyncSocketTest, SocketCanConnectAgainAfterADisconnect) {
+  auto c = connect();
+  c.sock->disconnect();
+  uint16_t port = 0;
+  Fd listener = peer::listen(port);
+  OptionalError error;
+  ASSERT_TRUE(c.sock->connectToHost("127.0.0.1", port, 5.0, error));
+  Fd other = peer::accept(listener);
+  c.sock->writeData(bytesOf("again"), -1, 2);
+  EXPECT_EQ(peer::receive(other, 5), bytesOf("again"));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
+  EXPECT_EQ(recorder->kinds(), (std::vector{SocketEvent::connected, SocketEvent::disconnected,
+                                            SocketEvent::connected, SocketEvent::wrote}));
+}
+
+// ---- accepting
+
+TEST_F(GCDAsyncSocketTest, AcceptAnnouncesTheNewSocketBeforeItsOwnEvents) {
+  auto listener = GCDAsyncSocket::create(recorder, queue);
+  OptionalError error;
+  ASSERT_TRUE(listener->acceptOnPort(0, error));
+  uint16_t port = listener->localPort();
+  ASSERT_NE(port, 0);
+  recorder->onAccept = [](GCDAsyncSocket*, const std::shared_ptr<GCDAsyncSocket>& s) {
+    s->readDataWithTimeout(-1, 8811);
+  };
+  {
+    Fd caller = peer::connect(port);
+    peer::sendAll(caller, bytesOf("hello"));
+  }  // and gone at once
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  auto events = recorder->events();
+  ASSERT_EQ(events.size(), 3u);
+  EXPECT_EQ(events[0].kind, SocketEvent::accepted);
+  EXPECT_EQ(events[0].sock, listener.get());
+  auto accepted = events[0].newSocket;
+  ASSERT_TRUE(accepted);
+  EXPECT_EQ(accepted->delegate(), recorder);
+  EXPECT_EQ(accepted->delegateQueue(), queue);
+  EXPECT_EQ(events[1].kind, SocketEvent::read);
+  EXPECT_EQ(events[1].sock, accepted.get());
+  EXPECT_EQ(events[1].data, bytesOf("hello"));
+  EXPECT_EQ(events[2].kind, SocketEvent::disconnected);
+  EXPECT_EQ(events[2].sock, accepted.get());
+}
+
+TEST_F(GCDAsyncSocketTest, AcceptedSocketCarriesThePeersRawAddress) {
+  auto listener = GCDAsyncSocket::create(recorder, queue);
+  OptionalError error;
+  ASSERT_TRUE(listener->acceptOnPort(0, error));
+  Fd caller = peer::connect(listener->localPort());
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::accepted, 1));
+  auto accepted = recorder->first(SocketEvent::accepted).newSocket;
+  ASSERT_TRUE(accepted->isConnected());
+  auto address = accepted->connectedAddress();
+  ASSERT_GE(address.size(), 8u);
+  EXPECT_EQ(Bytes(address.data() + 4, address.data() + 8), (Bytes{127, 0, 0, 1}));
+  EXPECT_EQ(accepted->connectedHost(), "127.0.0.1");
+  accepted->writeData(bytesOf("hi"), 5.0, 8810);
+  EXPECT_EQ(peer::receive(caller, 2), bytesOf("hi"));
+}
+
+TEST_F(GCDAsyncSocketTest, AcceptOnAPortInUseFails) {
+  uint16_t port = 0;
+  Fd taken = peer::listen(port);
+  auto listener = GCDAsyncSocket::create(recorder, queue);
+  OptionalError error;
+  EXPECT_FALSE(listener->acceptOnPort(port, error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain, kPosixErrorDomain);
+  EXPECT_EQ(error->code, EADDRINUSE);
+  // Still idle, so it may try again elsewhere.
+  EXPECT_TRUE(listener->acceptOnPort(0, error));
+}
+
+TEST_F(GCDAsyncSocketTest, DroppingTheListenerFreesItsPort) {
+  auto listener = GCDAsyncSocket::create(recorder, queue);
+  OptionalError error;
+  ASSERT_TRUE(listener->acceptOnPort(0, error));
+  uint16_t port = listener->localPort();
+  listener.reset();
+  auto again = GCDAsyncSocket::create(recorder, queue);
+  EXPECT_TRUE(again->acceptOnPort(port, error)) << (error ? error->toString() : "");
+}
+
+}  // namespace
+}  // namespace oxelo

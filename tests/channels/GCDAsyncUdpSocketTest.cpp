@@ -1,0 +1,160 @@
+#include "channels/GCDAsyncUdpSocket.h"
+
+#include <errno.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/channels/support/SocketTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using test::Bytes;
+using test::bytesOf;
+using test::Fd;
+using test::Recorder;
+using test::SocketEvent;
+
+class GCDAsyncUdpSocketTest : public testing::Test {
+ protected:
+  ~GCDAsyncUdpSocketTest() override { queue->stop(); }
+
+  std::shared_ptr<Queue> queue = Queue::createDriven("delegate");
+  std::shared_ptr<Recorder> senderEvents = std::make_shared<Recorder>();
+  std::shared_ptr<Recorder> receiverEvents = std::make_shared<Recorder>();
+
+  bool pumpUntil(const std::function<bool()>& done, double seconds = 5.0) {
+    return test::pumpUntil(*queue, done, seconds);
+  }
+  std::shared_ptr<GCDAsyncUdpSocket> boundReceiver() {
+    auto sock = GCDAsyncUdpSocket::create(receiverEvents, queue);
+    OptionalError error;
+    EXPECT_TRUE(sock->bindToPort(0, error));
+    EXPECT_TRUE(sock->beginReceiving(error));
+    return sock;
+  }
+  std::vector<SocketEvent> received() const {
+    std::vector<SocketEvent> out;
+    for (auto& e : receiverEvents->events())
+      if (e.kind == SocketEvent::udpReceived) out.push_back(e);
+    return out;
+  }
+};
+
+TEST_F(GCDAsyncUdpSocketTest, SecondBindIsRefused) {
+  auto sock = GCDAsyncUdpSocket::create(senderEvents, queue);
+  OptionalError error;
+  ASSERT_TRUE(sock->bindToPort(0, error));
+  EXPECT_FALSE(error);
+  uint16_t port = sock->localPort();
+  EXPECT_NE(port, 0);
+  EXPECT_FALSE(sock->bindToPort(0, error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->description, "Cannot bind a socket more than once.");
+  EXPECT_EQ(error->domain, "GCDAsyncUdpSocketErrorDomain");
+  EXPECT_EQ(sock->localPort(), port);
+}
+
+TEST_F(GCDAsyncUdpSocketTest, PortInUseIsRefusedAndMayBeTriedAgain) {
+  Fd taken(::socket(AF_INET, SOCK_DGRAM, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  ASSERT_EQ(::bind(taken.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  socklen_t length = sizeof address;
+  ::getsockname(taken.get(), reinterpret_cast<sockaddr*>(&address), &length);
+
+  auto sock = GCDAsyncUdpSocket::create(senderEvents, queue);
+  OptionalError error;
+  EXPECT_FALSE(sock->bindToPort(ntohs(address.sin_port), error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain, kPosixErrorDomain);
+  EXPECT_EQ(error->code, EADDRINUSE);
+  EXPECT_TRUE(sock->bindToPort(0, error));
+}
+
+TEST_F(GCDAsyncUdpSocketTest, ReceivingNeedsABind) {
+  auto sock = GCDAsyncUdpSocket::create(senderEvents, queue);
+  OptionalError error;
+  EXPECT_FALSE(sock->beginReceiving(error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->description.rfind("Must bind socket before you can receive data.", 0), 0u)
+      << error->description;
+}
+
+TEST_F(GCDAsyncUdpSocketTest, DatagramsArriveWholeInOrderWithTheSendersAddress) {
+  auto receiver = boundReceiver();
+  OptionalError error;
+  EXPECT_TRUE(receiver->beginReceiving(error));  // again: no effect
+  auto sender = GCDAsyncUdpSocket::create(senderEvents, queue);
+  ASSERT_TRUE(sender->bindToPort(0, error));
+  std::vector<Bytes> datagrams = {bytesOf("Oxelo"), test::patternBytes(65507, 1), bytesOf("x")};
+  for (size_t i = 0; i < datagrams.size(); ++i)
+    sender->sendData(datagrams[i], "127.0.0.1", receiver->localPort(), -1,
+                     1707 + static_cast<int64_t>(i));
+
+  ASSERT_TRUE(pumpUntil([&] { return received().size() == 3; }));
+  auto got = received();
+  for (size_t i = 0; i < datagrams.size(); ++i) {
+    EXPECT_TRUE(got[i].data == datagrams[i]) << i;
+    EXPECT_EQ(got[i].sock, receiver.get());
+    EXPECT_EQ(got[i].address.host(), "127.0.0.1");
+    EXPECT_EQ(got[i].address.port(), sender->localPort());
+    ASSERT_GE(got[i].address.size(), 8u);
+    EXPECT_EQ(Bytes(got[i].address.data() + 4, got[i].address.data() + 8), (Bytes{127, 0, 0, 1}));
+  }
+  ASSERT_TRUE(pumpUntil([&] { return senderEvents->count(SocketEvent::udpSent) == 3; }));
+  std::vector<int64_t> tags;
+  for (auto& e : senderEvents->events()) tags.push_back(e.tag);
+  EXPECT_EQ(tags, (std::vector<int64_t>{1707, 1708, 1709}));
+}
+
+TEST_F(GCDAsyncUdpSocketTest, UnboundSenderGetsAPortFromTheSystemAndNamesAreLookedUp) {
+  auto receiver = boundReceiver();
+  auto sender = GCDAsyncUdpSocket::create(senderEvents, queue);
+  sender->sendData(bytesOf("by name"), "localhost", receiver->localPort(), 5.0, 1);
+  ASSERT_TRUE(pumpUntil([&] { return received().size() == 1; }));
+  EXPECT_EQ(received()[0].data, bytesOf("by name"));
+  EXPECT_NE(received()[0].address.port(), 0);
+  EXPECT_EQ(received()[0].address.port(), sender->localPort());
+  ASSERT_TRUE(pumpUntil([&] { return senderEvents->count(SocketEvent::udpSent) == 1; }));
+  // Sending bound it implicitly, which does not make it a receiver.
+  OptionalError error;
+  EXPECT_FALSE(sender->beginReceiving(error));
+}
+
+TEST_F(GCDAsyncUdpSocketTest, CloseReportsNoErrorAndEndsReceiving) {
+  auto receiver = boundReceiver();
+  uint16_t port = receiver->localPort();
+  receiver->close();
+  EXPECT_EQ(receiver->localPort(), 0);
+  ASSERT_TRUE(pumpUntil([&] { return receiverEvents->count(SocketEvent::udpClosed) == 1; }));
+  EXPECT_FALSE(receiverEvents->first(SocketEvent::udpClosed).error);
+
+  // The port is free again, and the object can be bound anew.
+  OptionalError error;
+  auto other = GCDAsyncUdpSocket::create(senderEvents, queue);
+  EXPECT_TRUE(other->bindToPort(port, error));
+  other->close();
+  EXPECT_TRUE(receiver->bindToPort(port, error));
+  EXPECT_TRUE(receiver->beginReceiving(error));
+  auto sender = GCDAsyncUdpSocket::create(senderEvents, queue);
+  sender->sendData(bytesOf("again"), "127.0.0.1", port, -1, 5);
+  ASSERT_TRUE(pumpUntil([&] { return received().size() == 1; }));
+  EXPECT_EQ(received()[0].data, bytesOf("again"));
+}
+
+TEST_F(GCDAsyncUdpSocketTest, DroppingTheSocketClosesQuietly) {
+  auto receiver = boundReceiver();
+  uint16_t port = receiver->localPort();
+  receiver.reset();
+  test::pumpFor(*queue, 0.05);
+  EXPECT_EQ(receiverEvents->count(SocketEvent::udpClosed), 0u);
+  auto again = GCDAsyncUdpSocket::create(senderEvents, queue);
+  OptionalError error;
+  EXPECT_TRUE(again->bindToPort(port, error));
+}
+
+}  // namespace
+}  // namespace oxelo

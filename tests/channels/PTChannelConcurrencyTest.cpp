@@ -1,0 +1,212 @@
+#include <gtest/gtest.h>
+#include <atomic>
+#include <map>
+#include <thread>
+
+#include "channels/PTChannel.h"
+#include "platform/dispatch/MainQueue.h"
+#include "tests/channels/support/PTChannelTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using namespace test;
+
+// Payload sizes vary from none to tens of kilobytes; the bytes name the frame.
+// Threads are numbered from 1 and send frames of their own number as type.
+Bytes payloadFor(uint32_t thread, uint32_t index) {
+  size_t size = index % 25 == 0 ? 0 : (index * 7919u + thread * 104729u) % 30000;
+  return patternBytes(size, thread * 100000 + index);
+}
+
+size_t wireSize(uint32_t threads, uint32_t perThread) {
+  size_t total = 0;
+  for (uint32_t t = 1; t <= threads; ++t)
+    for (uint32_t i = 0; i < perThread; ++i) total += 16 + payloadFor(t, i).size();
+  return total;
+}
+
+// Counts write results, wherever they are called from.
+struct Results {
+  std::atomic<int> calls{0};
+  std::atomic<int> succeeded{0};
+  std::atomic<int> cancelled{0};  // ECANCELED: dropped by close()
+  std::atomic<int> refused{0};    // EPERM: sent after close()
+  std::atomic<int> other{0};
+  std::atomic<int> offMainQueue{0};
+
+  PTChannel::Callback callback() {
+    return [this](OptionalError error) {
+      if (!MainQueue::isCurrent()) ++offMainQueue;
+      if (!error) {
+        ++succeeded;
+      } else if (isError(error, kPosixErrorDomain, ECANCELED)) {
+        ++cancelled;
+      } else if (isError(error, kPosixErrorDomain, EPERM)) {
+        ++refused;
+      } else {
+        ++other;
+      }
+      ++calls;
+    };
+  }
+};
+
+using PTChannelConcurrencyTest = PTListenerTest;
+
+TEST_F(PTChannelConcurrencyTest, FramesFromSeveralThreadsArriveWholeAndInCallOrder) {
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  constexpr uint32_t kThreads = 4;
+  constexpr uint32_t kPerThread = 200;
+  const size_t total = wireSize(kThreads, kPerThread);
+  Bytes wire;
+  std::thread reader([&] { wire = peer::receive(peer, total, 30.0); });
+  Results results;
+  std::vector<std::thread> senders;
+  for (uint32_t t = 1; t <= kThreads; ++t) {
+    senders.emplace_back([&, t] {
+      for (uint32_t i = 0; i < kPerThread; ++i)
+        channel->sendFrameOfType(t, i, payloadFor(t, i), results.callback());
+    });
+  }
+  // Write completions come on the main queue, which this thread runs.
+  EXPECT_TRUE(pumpUntil([&] { return results.calls == int(kThreads * kPerThread); }, 30.0));
+  for (auto& sender : senders) sender.join();
+  reader.join();
+
+  EXPECT_EQ(results.succeeded, int(kThreads * kPerThread));
+  EXPECT_EQ(results.offMainQueue, 0);
+  ASSERT_EQ(wire.size(), total);
+  size_t rest = 0;
+  auto frames = parseWireFrames(wire, &rest);
+  EXPECT_EQ(rest, 0u);
+  ASSERT_EQ(frames.size(), kThreads * kPerThread);
+  std::map<uint32_t, uint32_t> nextTag;
+  for (auto& frame : frames) {
+    ASSERT_EQ(frame.version, 1u);
+    ASSERT_GE(frame.type, 1u);
+    ASSERT_LE(frame.type, kThreads);
+    uint32_t& expected = nextTag[frame.type];
+    ASSERT_EQ(frame.tag, expected) << "thread " << frame.type << " out of order";
+    ASSERT_TRUE(frame.payload == payloadFor(frame.type, frame.tag))
+        << "frame " << frame.type << "/" << frame.tag << " mixed with another";
+    ++expected;
+  }
+}
+
+TEST_F(PTChannelConcurrencyTest, CancelAfterSendsOnAnotherThreadLetsThemAllOutFirst) {
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  constexpr uint32_t kFrames = 100;
+  std::optional<Bytes> wire;
+  std::thread reader([&] { wire = readToEnd(peer, 30.0); });
+  Results results;
+  std::thread sender([&] {
+    for (uint32_t i = 0; i < kFrames; ++i)
+      channel->sendFrameOfType(1, i, payloadFor(1, i), results.callback());
+    channel->sendFrameOfType(9, 9, bytesOf("stop"));  // the last word, with no callback
+    channel->cancel();
+  });
+  sender.join();
+  EXPECT_FALSE(channel->isConnected());
+  EXPECT_TRUE(pumpUntil([&] { return results.calls == int(kFrames); }, 30.0));
+  reader.join();
+
+  EXPECT_EQ(results.succeeded, int(kFrames));
+  ASSERT_TRUE(wire) << "the stream did not end";
+  size_t rest = 0;
+  auto frames = parseWireFrames(*wire, &rest);
+  EXPECT_EQ(rest, 0u);
+  ASSERT_EQ(frames.size(), kFrames + 1);
+  for (uint32_t i = 0; i < kFrames; ++i) {
+    EXPECT_EQ(frames[i].tag, i);
+    EXPECT_TRUE(frames[i].payload == payloadFor(1, i));
+  }
+  EXPECT_EQ(frames.back().payload, bytesOf("stop"));
+}
+
+TEST_F(PTChannelConcurrencyTest, CloseWhileThreadsSendAnswersEveryCallbackOnce) {
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  constexpr uint32_t kThreads = 3;
+  constexpr uint32_t kPerThread = 300;
+  std::optional<Bytes> wire;
+  std::thread reader([&] { wire = readToEnd(peer, 30.0); });
+  Results results;
+  std::vector<std::thread> senders;
+  for (uint32_t t = 1; t <= kThreads; ++t) {
+    senders.emplace_back([&, t] {
+      for (uint32_t i = 0; i < kPerThread; ++i)
+        channel->sendFrameOfType(t, i, payloadFor(t, i), results.callback());
+    });
+  }
+  EXPECT_TRUE(pumpUntil([&] { return results.succeeded >= 20; }, 30.0));
+  channel->close();
+  for (auto& sender : senders) sender.join();
+  EXPECT_TRUE(pumpUntil([&] { return results.calls == int(kThreads * kPerThread); }, 30.0));
+  reader.join();
+
+  EXPECT_EQ(results.other, 0);
+  EXPECT_EQ(results.offMainQueue, 0);
+  EXPECT_EQ(results.succeeded + results.cancelled + results.refused, int(kThreads * kPerThread));
+  ASSERT_TRUE(wire) << "the stream did not end";
+  auto frames = parseWireFrames(*wire);
+  // What the kernel took before the close still arrives; each whole frame on
+  // the wire is a write that succeeded, and no other write did.
+  EXPECT_EQ(frames.size(), size_t(results.succeeded));
+  std::map<uint32_t, uint32_t> nextTag;
+  for (auto& frame : frames) {
+    uint32_t& expected = nextTag[frame.type];
+    ASSERT_EQ(frame.tag, expected);
+    ASSERT_TRUE(frame.payload == payloadFor(frame.type, frame.tag));
+    ++expected;
+  }
+}
+
+TEST_F(PTChannelConcurrencyTest, DelegateChangesOnAnotherThreadWhileFramesArrive) {
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  constexpr uint32_t kFrames = 400;
+  std::atomic<bool> handedOver{false};
+  std::thread owner([&] {
+    // Hands the channel back and forth, as the main screen and the live
+    // screen do, then keeps the recorder.
+    for (int i = 0; i < 200; ++i) {
+      channel->setDelegate(i % 2 ? recorder : nullptr);
+      std::this_thread::yield();
+    }
+    channel->setDelegate(recorder);
+    handedOver = true;
+  });
+  std::thread writer([&] {
+    for (uint32_t i = 0; i < kFrames; ++i) peer::sendAll(peer, peerFrame(1, i, payloadFor(1, i)));
+    while (!handedOver) std::this_thread::yield();
+    peer::sendAll(peer, peerFrame(2, 0, bytesOf("last")));
+  });
+  EXPECT_TRUE(pumpUntil(
+      [&] { return !recorder->frames.empty() && recorder->frames.back().type == 2; }, 30.0));
+  owner.join();
+  writer.join();
+
+  uint32_t previous = 0;
+  bool first = true;
+  for (auto& frame : recorder->frames) {
+    if (frame.type == 2) break;
+    ASSERT_EQ(frame.type, 1u);
+    ASSERT_TRUE(first || frame.tag > previous);
+    ASSERT_TRUE(frame.payload == payloadFor(1, frame.tag));
+    previous = frame.tag;
+    first = false;
+  }
+  EXPECT_EQ(recorder->frames.back().payload, bytesOf("last"));
+  EXPECT_TRUE(channel->isConnected());
+  EXPECT_TRUE(recorder->allOnMainQueue);
+}
+
+}  // namespace
+}  // namespace oxelo

@@ -1,0 +1,460 @@
+#include "channels/PTChannel.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <gtest/gtest.h>
+#include <cerrno>
+
+#include "channels/PTAddress.h"
+#include "platform/dispatch/MainQueue.h"
+#include "tests/channels/support/PTChannelTestSupport.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using namespace test;
+
+uint16_t localPortOf(const Fd& fd) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &length);
+  return ntohs(address.sin_port);
+}
+
+using PTChannelTest = PTListenerTest;
+
+TEST_F(PTChannelTest, AcceptedChannelIsConnectedWithTheListenersDelegateAndProtocol) {
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  EXPECT_TRUE(channel->isConnected());
+  EXPECT_FALSE(channel->isListening());
+  EXPECT_EQ(channel->connState(), PTChannel::kStateConnected);
+  EXPECT_EQ(channel->delegate(), recorder);
+  EXPECT_EQ(channel->protocol(), listener->protocol());
+  EXPECT_EQ(listener->protocol(), PTProtocol::sharedProtocolForQueue(MainQueue::get()));
+  EXPECT_TRUE(listener->isListening());
+
+  ASSERT_EQ(recorder->addresses.size(), 1u);
+  uint16_t port = localPortOf(peer);
+  EXPECT_EQ(recorder->addresses[0].name(), "127.0.0.1");
+  EXPECT_EQ(recorder->addresses[0].port(), port);
+  EXPECT_EQ(recorder->addresses[0].description(), "127.0.0.1:" + std::to_string(port));
+  EXPECT_TRUE(recorder->allOnMainQueue);
+}
+
+TEST_F(PTChannelTest, AcceptedChannelThatNoOneKeepsEndsItsConnection) {
+  Fd peer;
+  std::weak_ptr<PTChannel> weak = connectPeer(peer);
+  ASSERT_FALSE(weak.expired());
+  recorder->accepted.clear();
+  EXPECT_TRUE(weak.expired());
+  EXPECT_TRUE(peer::seesEnd(peer));
+  main.drain();
+  EXPECT_TRUE(recorder->ends.empty()) << "a channel that is gone reports nothing";
+}
+
+TEST_F(PTChannelTest, SendWritesBigEndianHeaderAndPayloadAndCallsBackOnce) {
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  std::vector<OptionalError> results;
+  bool onMain = true;
+  auto callback = [&](OptionalError error) {
+    onMain = onMain && MainQueue::isCurrent();
+    results.push_back(error);
+  };
+  channel->sendFrameOfType(0x65, 0x01020304, Bytes{0xAA, 0xBB, 0xCC}, callback);
+  channel->sendFrameOfType(88, 8810, {}, callback);      // no payload
+  channel->sendFrameOfType(0xFFFFFFFF, 0, Bytes{0x00});  // no callback
+
+  const Bytes expected = {
+      0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x65, 0x01, 0x02, 0x03, 0x04,  //
+      0x00, 0x00, 0x00, 0x03, 0xAA, 0xBB, 0xCC,                                //
+      0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x58, 0x00, 0x00, 0x22, 0x6A,  //
+      0x00, 0x00, 0x00, 0x00,                                                  //
+      0x00, 0x00, 0x00, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00,  //
+      0x00, 0x00, 0x00, 0x01, 0x00};
+  EXPECT_EQ(peer::receive(peer, expected.size()), expected);
+  ASSERT_TRUE(pumpUntil([&] { return results.size() == 2; }));
+  EXPECT_FALSE(results[0]);
+  EXPECT_FALSE(results[1]);
+  EXPECT_TRUE(onMain);
+  pumpFor(main.main(), 0.05);
+  EXPECT_EQ(results.size(), 2u);
+}
+
+struct ReceiveCase {
+  const char* name;
+  size_t chunk;  // the peer's write size; 0: everything in one write
+};
+
+class PTChannelReceiveTest : public PTChannelTest,
+                             public testing::WithParamInterface<ReceiveCase> {};
+
+TEST_P(PTChannelReceiveTest, DeliversEveryFrameWholeHoweverTheBytesArrive) {
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  const Bytes big = patternBytes(20000, 4);
+  const Bytes odd = patternBytes(300, 3);
+  Bytes wire = peerFrame(1, 10, bytesOf("hello")) + peerFrame(2, 20) +
+               peerFrame(3, 0xFFFFFFFF, odd) + peerFrame(0x7FFFFFFF, 4, big);
+  size_t chunk = GetParam().chunk;
+  if (chunk == 0) {
+    peer::sendAll(peer, wire);
+  } else {
+    int one = 1;
+    setsockopt(peer.get(), IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    for (size_t at = 0; at < wire.size(); at += chunk) {
+      size_t n = std::min(chunk, wire.size() - at);
+      peer::sendAll(peer, Bytes(wire.begin() + at, wire.begin() + at + n));
+    }
+  }
+  ASSERT_TRUE(pumpUntil([&] { return recorder->frames.size() == 4; }));
+  auto& f = recorder->frames;
+  EXPECT_EQ(f[0].type, 1u);
+  EXPECT_EQ(f[0].tag, 10u);
+  EXPECT_EQ(f[0].payload, bytesOf("hello"));
+  EXPECT_EQ(f[1].type, 2u);
+  EXPECT_EQ(f[1].tag, 20u);
+  EXPECT_FALSE(f[1].hasPayload) << "a frame of size 0 comes with no payload";
+  EXPECT_EQ(f[2].tag, 0xFFFFFFFFu);
+  EXPECT_EQ(f[2].payload, odd);
+  EXPECT_EQ(f[3].type, 0x7FFFFFFFu);
+  EXPECT_EQ(f[3].payload, big);
+  for (auto& frame : f) EXPECT_EQ(frame.channel, channel);
+  EXPECT_TRUE(recorder->allOnMainQueue);
+  EXPECT_TRUE(channel->isConnected());
+  EXPECT_TRUE(recorder->ends.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Delivery, PTChannelReceiveTest,
+                         testing::Values(ReceiveCase{"SeveralFramesInOneWrite", 0},
+                                         ReceiveCase{"ByteByByte", 1},
+                                         ReceiveCase{"SevenByteWrites", 7}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+enum class PeerThen { keepsOpen, endsItsStream, resets };
+
+struct EndCase {
+  const char* name;
+  Bytes tail;  // what the peer sends after one good frame
+  PeerThen then;
+  const char* errorDomain;  // nullptr: a quiet end
+  int64_t errorCode;
+};
+
+class PTChannelEndTest : public PTChannelTest, public testing::WithParamInterface<EndCase> {};
+
+TEST_P(PTChannelEndTest, EndsOnceWithTheRightErrorAndClosesTheStream) {
+  const EndCase& c = GetParam();
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  peer::sendAll(peer, peerFrame(7, 70, bytesOf("ok")));
+  ASSERT_TRUE(pumpUntil([&] { return recorder->frames.size() == 1; }));
+
+  if (!c.tail.empty()) peer::sendAll(peer, c.tail);
+  if (c.then == PeerThen::endsItsStream) ::shutdown(peer.get(), SHUT_WR);
+  if (c.then == PeerThen::resets) {
+    linger hard{1, 0};
+    setsockopt(peer.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+    peer.reset();
+  }
+  ASSERT_TRUE(pumpUntil([&] { return recorder->endsOf(channel) == 1; }));
+  const OptionalError& error = recorder->ends[0].error;
+  if (c.errorDomain) {
+    EXPECT_TRUE(isError(error, c.errorDomain, c.errorCode))
+        << (error ? error->toString() : "no error");
+  } else {
+    EXPECT_FALSE(error) << error->toString();
+  }
+  EXPECT_FALSE(channel->isConnected());
+  EXPECT_EQ(channel->connState(), PTChannel::kStateNone);
+  if (peer.valid()) {
+    auto rest = readToEnd(peer);
+    ASSERT_TRUE(rest) << "the channel did not close its socket";
+    EXPECT_TRUE(rest->empty());
+  }
+  pumpFor(main.main(), 0.05);
+  EXPECT_EQ(recorder->endsOf(channel), 1u);
+  ASSERT_EQ(recorder->frames.size(), 1u) << "nothing after the good frame is delivered";
+  EXPECT_EQ(recorder->frames[0].payload, bytesOf("ok"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Endings, PTChannelEndTest,
+    testing::Values(EndCase{"FrameOfTypeZero", peerFrame(0, 0) + peerFrame(9, 9, bytesOf("after")),
+                            PeerThen::keepsOpen, nullptr, 0},
+                    EndCase{"EndBetweenFrames", {}, PeerThen::endsItsStream, nullptr, 0},
+                    EndCase{"EndInsidePayload", peerFrame(5, 5, bytesOf("abcd"), 1, 10),
+                            PeerThen::endsItsStream, nullptr, 0},
+                    EndCase{"VersionTwo", peerFrame(5, 5, bytesOf("abc"), 2) + peerFrame(6, 6),
+                            PeerThen::keepsOpen, "PTProtocolError", 0},
+                    EndCase{"EndInsideHeader", Bytes{0, 0, 0, 1, 0, 0, 0}, PeerThen::endsItsStream,
+                            "PTProtocolError", 0},
+                    EndCase{"PeerReset", {}, PeerThen::resets, "NSPOSIXErrorDomain", ECONNRESET}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+class PTChannelStopTest : public PTChannelTest, public testing::WithParamInterface<bool> {
+ protected:
+  void stop(PTChannel& channel) { GetParam() ? channel.cancel() : channel.close(); }
+};
+
+TEST_P(PTChannelStopTest, SendAfterStopFailsWithPosixCodeOneAndSendsNothing) {
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  stop(*channel);
+  EXPECT_FALSE(channel->isConnected());
+  EXPECT_EQ(channel->connState(), PTChannel::kStateNone);
+
+  std::vector<OptionalError> results;
+  bool onMain = false;
+  channel->sendFrameOfType(1, 2, bytesOf("late"), [&](OptionalError error) {
+    onMain = MainQueue::isCurrent();
+    results.push_back(error);
+  });
+  ASSERT_TRUE(pumpUntil([&] { return results.size() == 1; }));
+  EXPECT_TRUE(isError(results[0], "NSPOSIXErrorDomain", 1));
+  EXPECT_TRUE(onMain);
+  auto wire = readToEnd(peer);
+  ASSERT_TRUE(wire) << "the stream did not end";
+  EXPECT_TRUE(wire->empty());
+  ASSERT_TRUE(pumpUntil([&] { return recorder->endsOf(channel) == 1; }));
+  EXPECT_FALSE(recorder->ends[0].error);
+}
+
+TEST_P(PTChannelStopTest, StoppedListenerRefusesConnectionsAndReportsItsEnd) {
+  uint16_t port = listener->listeningPort();
+  stop(*listener);
+  EXPECT_FALSE(listener->isListening());
+  EXPECT_EQ(listener->connState(), PTChannel::kStateNone);
+  ASSERT_TRUE(pumpUntil([&] { return recorder->endsOf(listener) == 1; }));
+  EXPECT_FALSE(recorder->ends[0].error);
+  EXPECT_THROW(peer::connect(port), std::runtime_error);
+}
+
+TEST_P(PTChannelStopTest, CancelFinishesPendingWritesWhileCloseDropsThem) {
+  const bool cancel = GetParam();
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  // More than the socket buffers hold while the peer does not read.
+  constexpr uint32_t kFrames = 16;
+  const Bytes payload = patternBytes(1 << 20, 9);
+  std::vector<OptionalError> results;
+  for (uint32_t i = 0; i < kFrames; ++i) {
+    channel->sendFrameOfType(100 + i, i, payload,
+                             [&](OptionalError error) { results.push_back(error); });
+  }
+  stop(*channel);
+  EXPECT_FALSE(channel->isConnected());
+
+  auto wire = readToEnd(peer, 30.0);
+  ASSERT_TRUE(wire) << "the stream did not end";
+  ASSERT_TRUE(pumpUntil([&] { return results.size() == kFrames; }));
+  size_t rest = 0;
+  auto frames = parseWireFrames(*wire, &rest);
+  for (uint32_t i = 0; i < frames.size(); ++i) {
+    EXPECT_EQ(frames[i].version, 1u);
+    EXPECT_EQ(frames[i].type, 100 + i);
+    EXPECT_EQ(frames[i].tag, i);
+    EXPECT_TRUE(frames[i].payload == payload) << "frame " << i;
+  }
+  size_t succeeded = 0;
+  for (auto& result : results) {
+    if (!result) {
+      EXPECT_EQ(succeeded, &result - &results[0]) << "an error came before a success";
+      ++succeeded;
+      continue;
+    }
+    EXPECT_TRUE(isError(result, "NSPOSIXErrorDomain", ECANCELED)) << result->toString();
+  }
+  if (cancel) {
+    EXPECT_EQ(frames.size(), kFrames);
+    EXPECT_EQ(rest, 0u);
+    EXPECT_EQ(succeeded, kFrames);
+  } else {
+    EXPECT_LT(frames.size(), kFrames);
+    EXPECT_EQ(succeeded, frames.size()) << "each whole frame on the wire succeeded, no other";
+  }
+  ASSERT_TRUE(pumpUntil([&] { return recorder->endsOf(channel) == 1; }));
+  EXPECT_FALSE(recorder->ends[0].error);
+}
+
+INSTANTIATE_TEST_SUITE_P(CancelOrClose, PTChannelStopTest, testing::Bool(),
+                         [](const auto& info) { return info.param ? "Cancel" : "Close"; });
+
+TEST_F(PTChannelTest, ListenerRefusesToSendOrRead) {
+  std::vector<OptionalError> results;
+  listener->sendFrameOfType(1, 1, bytesOf("x"),
+                            [&](OptionalError error) { results.push_back(error); });
+  ASSERT_TRUE(pumpUntil([&] { return results.size() == 1; }));
+  EXPECT_TRUE(isError(results[0], "NSPOSIXErrorDomain", 1));
+
+  int pair[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+  Fd far(pair[1]);
+  auto stream = PTIOStream::create(pair[0], MainQueue::get());
+  ASSERT_TRUE(stream);
+  OptionalError error;
+  EXPECT_FALSE(listener->startReadingFromConnectedChannel(stream, &error));
+  EXPECT_TRUE(isError(error, "NSPOSIXErrorDomain", 1));
+  EXPECT_TRUE(listener->isListening());
+  stream->close();
+}
+
+TEST_F(PTChannelTest, StartReadingMakesAChannelOfAnyConnectedStream) {
+  int pair[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+  Fd far(pair[1]);
+  auto stream = PTIOStream::create(pair[0], MainQueue::get());
+  ASSERT_TRUE(stream);
+  auto channel = PTChannel::create(nullptr, recorder);
+  EXPECT_FALSE(channel->isConnected());
+  OptionalError error;
+  ASSERT_TRUE(channel->startReadingFromConnectedChannel(stream, &error));
+  EXPECT_TRUE(channel->isConnected());
+
+  peer::sendAll(far, peerFrame(4, 44, bytesOf("pair")));
+  ASSERT_TRUE(pumpUntil([&] { return recorder->frames.size() == 1; }));
+  EXPECT_EQ(recorder->frames[0].payload, bytesOf("pair"));
+  channel->sendFrameOfType(5, 55, bytesOf("back"));
+  EXPECT_EQ(peer::receive(far, 20), peerFrame(5, 55, bytesOf("back")));
+
+  far.reset();
+  ASSERT_TRUE(pumpUntil([&] { return recorder->endsOf(channel) == 1; }));
+  EXPECT_FALSE(recorder->ends[0].error);
+  EXPECT_FALSE(channel->isConnected());
+  channel->setDelegate(nullptr);
+}
+
+TEST_F(PTChannelTest, FramesArrivingWithNoDelegateAreReadAndLost) {
+  Fd peer;
+  auto channel = connectPeer(peer);
+  ASSERT_TRUE(channel);
+  channel->setDelegate(nullptr);
+  EXPECT_EQ(channel->delegateFlags(), 0);
+  peer::sendAll(peer, peerFrame(1, 1, patternBytes(5000, 1)) + peerFrame(2, 2));
+  ASSERT_TRUE(peer::waitDelivered(peer));
+  // Give the channel time to read both while it has no delegate: once the
+  // bytes are in its socket, it needs a few hops between threads, no more.
+  pumpFor(main.main(), 0.3);
+
+  channel->setDelegate(recorder);
+  peer::sendAll(peer, peerFrame(3, 3, bytesOf("intact")));
+  ASSERT_TRUE(pumpUntil([&] { return !recorder->frames.empty(); }));
+  ASSERT_EQ(recorder->frames.size(), 1u);
+  EXPECT_EQ(recorder->frames[0].type, 3u);
+  EXPECT_EQ(recorder->frames[0].payload, bytesOf("intact"));
+  EXPECT_TRUE(channel->isConnected());
+}
+
+struct AcceptCase {
+  const char* name;
+  bool delegateHasShouldAccept;
+  size_t refusedPayloadSize;
+  std::vector<uint32_t> deliveredTypes;
+};
+
+class PTChannelShouldAcceptTest : public PTChannelTest,
+                                  public testing::WithParamInterface<AcceptCase> {};
+
+TEST_P(PTChannelShouldAcceptTest, RefusedFramesAreSkippedWholly) {
+  const AcceptCase& c = GetParam();
+  if (c.delegateHasShouldAccept) recorder->ops |= kPTDelegateShouldAcceptFrame;
+  recorder->refuseType = 7;
+  Fd peer;
+  auto channel = connectPeer(peer);  // made with the recorder's operations of now
+  ASSERT_TRUE(channel);
+  peer::sendAll(peer, peerFrame(7, 1, patternBytes(c.refusedPayloadSize, 7)) +
+                          peerFrame(8, 2, bytesOf("next")));
+  ASSERT_TRUE(pumpUntil([&] { return recorder->frames.size() == c.deliveredTypes.size(); }));
+  std::vector<uint32_t> types;
+  for (auto& frame : recorder->frames) types.push_back(frame.type);
+  EXPECT_EQ(types, c.deliveredTypes);
+  EXPECT_EQ(recorder->frames.back().payload, bytesOf("next"));
+  const std::vector<uint32_t> expectedAsked =
+      c.delegateHasShouldAccept ? std::vector<uint32_t>{7, 8} : std::vector<uint32_t>{};
+  EXPECT_EQ(recorder->asked, expectedAsked);
+  EXPECT_TRUE(channel->isConnected());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Frames, PTChannelShouldAcceptTest,
+    testing::Values(AcceptCase{"RefusedEmptyFrame", true, 0, {8}},
+                    AcceptCase{"RefusedSmallPayload", true, 5, {8}},
+                    AcceptCase{"RefusedPayloadOfManyReads", true, 200000, {8}},
+                    AcceptCase{"DelegateWithoutTheQuestionGetsAll", false, 5, {7, 8}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(PTChannelTest, ListenerWhoseDelegateCannotTakeConnectionsClosesThem) {
+  recorder->ops = kPTDelegateDidEndWithError;
+  listener->setDelegate(recorder);
+  EXPECT_EQ(listener->delegateFlags(), kPTDelegateDidEndWithError);
+  Fd peer = peer::connect(listener->listeningPort());
+  EXPECT_TRUE(pumpUntil([&] { return peer::seesEnd(peer, 0); }));
+  EXPECT_TRUE(recorder->accepted.empty());
+  EXPECT_TRUE(listener->isListening());
+}
+
+TEST_F(PTChannelTest, DelegateFlagsKeepOnlyTheThreeOptionalOperations) {
+  recorder->ops = 0xFF;
+  listener->setDelegate(recorder);
+  EXPECT_EQ(listener->delegateFlags(), 7);
+  listener->setDelegate(nullptr);
+  EXPECT_EQ(listener->delegateFlags(), 0);
+  EXPECT_EQ(listener->delegate(), nullptr);
+}
+
+TEST_F(PTChannelTest, ListeningOnAPortInUseReportsTheSystemError) {
+  auto second = PTChannel::channelWithDelegate(recorder);
+  bool called = false;
+  OptionalError result;
+  second->listenOnPort(listener->listeningPort(), kLoopback, [&](OptionalError error) {
+    called = true;
+    result = error;
+  });
+  ASSERT_TRUE(called) << "the callback runs before listenOnPort returns";
+  EXPECT_TRUE(isError(result, "NSPOSIXErrorDomain", EADDRINUSE))
+      << (result ? result->toString() : "no error");
+  EXPECT_FALSE(second->isListening());
+  EXPECT_EQ(second->listeningPort(), 0);
+  second->setDelegate(nullptr);
+}
+
+TEST(PTAddressTest, DescribesNumericAddressAndPort) {
+  EXPECT_EQ(PTAddress().description(), "(?)");
+  EXPECT_EQ(PTAddress().port(), 0);
+
+  sockaddr_in v4{};
+  v4.sin_family = AF_INET;
+  v4.sin_port = htons(5895);
+  v4.sin_addr.s_addr = htonl(0x0A000009);
+  PTAddress a(reinterpret_cast<sockaddr*>(&v4), sizeof v4);
+  EXPECT_EQ(a.name(), "10.0.0.9");
+  EXPECT_EQ(a.port(), 5895);
+  EXPECT_EQ(a.description(), "10.0.0.9:5895");
+
+  sockaddr_in6 v6{};
+  v6.sin6_family = AF_INET6;
+  v6.sin6_port = htons(1707);
+  v6.sin6_addr = in6addr_loopback;
+  PTAddress b(reinterpret_cast<sockaddr*>(&v6), sizeof v6);
+  EXPECT_EQ(b.description(), "::1:1707");
+
+  // A length beyond the storage is cut to it.
+  sockaddr_storage big{};
+  big.ss_family = AF_INET;
+  PTAddress c(reinterpret_cast<sockaddr*>(&big), 4096);
+  EXPECT_EQ(c.length(), PTAddress::kMaxLength);
+}
+
+}  // namespace
+}  // namespace oxelo

@@ -1,0 +1,214 @@
+#pragma once
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "channels/PTChannel.h"
+#include "platform/dispatch/MainQueue.h"
+#include "tests/channels/support/SocketTestSupport.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo::test {
+
+inline void appendBigEndian32(Bytes& out, uint32_t value) {
+  out.push_back(static_cast<uint8_t>(value >> 24));
+  out.push_back(static_cast<uint8_t>(value >> 16));
+  out.push_back(static_cast<uint8_t>(value >> 8));
+  out.push_back(static_cast<uint8_t>(value));
+}
+
+// A frame as the peer writes it: four big-endian words (version, type, tag,
+// payload size) and the payload. `size` overrides the payload size word.
+inline Bytes peerFrame(uint32_t type, uint32_t tag, const Bytes& payload = {}, uint32_t version = 1,
+                       std::optional<uint32_t> size = std::nullopt) {
+  Bytes out;
+  appendBigEndian32(out, version);
+  appendBigEndian32(out, type);
+  appendBigEndian32(out, tag);
+  appendBigEndian32(out, size ? *size : static_cast<uint32_t>(payload.size()));
+  out.insert(out.end(), payload.begin(), payload.end());
+  return out;
+}
+
+inline Bytes operator+(Bytes a, const Bytes& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+// Everything the peer reads until the stream ends; nullopt when it has not
+// ended within `seconds`.
+inline std::optional<Bytes> readToEnd(const Fd& fd, double seconds = 10.0) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  Bytes bytes;
+  uint8_t chunk[65536];
+  for (;;) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return std::nullopt;
+    pollfd p{fd.get(), POLLIN, 0};
+    if (::poll(&p, 1, static_cast<int>(left.count())) <= 0) continue;
+    ssize_t n = ::recv(fd.get(), chunk, sizeof chunk, MSG_DONTWAIT);
+    if (n == 0) return bytes;
+    if (n < 0) {
+      if (errno == EAGAIN || errno == EINTR) continue;
+      return bytes;  // a reset ends the stream too
+    }
+    bytes.insert(bytes.end(), chunk, chunk + n);
+  }
+}
+
+struct PTFrameEvent {
+  std::shared_ptr<PTChannel> channel;
+  uint32_t type = 0;
+  uint32_t tag = 0;
+  bool hasPayload = false;
+  Bytes payload;
+};
+
+struct PTEndEvent {
+  std::shared_ptr<PTChannel> channel;
+  OptionalError error;
+};
+
+// Records every delegate call; the optional operations it has are `ops`,
+// changed by the test before it calls setDelegate. Used on the main queue
+// only, which the test itself runs.
+class PTRecorder : public PTChannelDelegate {
+ public:
+  explicit PTRecorder(uint8_t ops = kPTDelegateDidEndWithError | kPTDelegateDidAcceptConnection)
+      : ops(ops) {}
+
+  uint8_t ops;
+  std::vector<PTFrameEvent> frames;
+  std::vector<PTEndEvent> ends;
+  std::vector<std::shared_ptr<PTChannel>> accepted;
+  std::vector<PTAddress> addresses;
+  std::vector<uint32_t> asked;         // types asked about in shouldAccept
+  std::optional<uint32_t> refuseType;  // shouldAccept answers no for this type
+  bool allOnMainQueue = true;
+
+  uint8_t ptChannelDelegateOptionalOps() const override { return ops; }
+
+  void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>& channel, uint32_t type,
+                                           uint32_t tag,
+                                           std::shared_ptr<const PTPayload> payload) override {
+    note();
+    frames.push_back(
+        PTFrameEvent{channel, type, tag, payload != nullptr, payload ? *payload : Bytes{}});
+  }
+  bool ioFrameChannelShouldAcceptFrameOfType(const std::shared_ptr<PTChannel>&, uint32_t type,
+                                             uint32_t, uint32_t) override {
+    note();
+    asked.push_back(type);
+    return !(refuseType && *refuseType == type);
+  }
+  void ioFrameChannelDidEndWithError(const std::shared_ptr<PTChannel>& channel,
+                                     const OptionalError& error) override {
+    note();
+    ends.push_back(PTEndEvent{channel, error});
+  }
+  void ioFrameChannelDidAcceptConnection(const std::shared_ptr<PTChannel>&,
+                                         const std::shared_ptr<PTChannel>& newChannel,
+                                         const PTAddress& address) override {
+    note();
+    accepted.push_back(newChannel);
+    addresses.push_back(address);
+  }
+
+  size_t endsOf(const std::shared_ptr<PTChannel>& channel) const {
+    size_t n = 0;
+    for (auto& e : ends) n += e.channel == channel;
+    return n;
+  }
+
+ private:
+  void note() { allOnMainQueue = allOnMainQueue && MainQueue::isCurrent(); }
+};
+
+// One frame parsed from what the peer read.
+struct WireFrame {
+  uint32_t version, type, tag;
+  Bytes payload;
+};
+
+inline uint32_t bigEndian32At(const Bytes& bytes, size_t offset) {
+  return (uint32_t{bytes[offset]} << 24) | (uint32_t{bytes[offset + 1]} << 16) |
+         (uint32_t{bytes[offset + 2]} << 8) | uint32_t{bytes[offset + 3]};
+}
+
+// Splits `bytes` into whole frames; `rest` gets the bytes of an unfinished one.
+inline std::vector<WireFrame> parseWireFrames(const Bytes& bytes, size_t* rest = nullptr) {
+  std::vector<WireFrame> frames;
+  size_t at = 0;
+  while (bytes.size() - at >= 16) {
+    uint32_t size = bigEndian32At(bytes, at + 12);
+    if (bytes.size() - at - 16 < size) break;
+    frames.push_back(WireFrame{bigEndian32At(bytes, at), bigEndian32At(bytes, at + 4),
+                               bigEndian32At(bytes, at + 8),
+                               Bytes(bytes.begin() + at + 16, bytes.begin() + at + 16 + size)});
+    at += 16 + size;
+  }
+  if (rest) *rest = bytes.size() - at;
+  return frames;
+}
+
+inline constexpr uint32_t kLoopback = 0x7f000001;
+
+inline bool isError(const OptionalError& error, const std::string& domain, int64_t code) {
+  return error && error->domain == domain && error->code == code;
+}
+
+// A listening channel on 127.0.0.1, on the driven main queue of the test,
+// whose delegate is `recorder`; connectPeer() gives the channel it accepted
+// for a plain peer socket.
+class PTListenerTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    listener = PTChannel::channelWithDelegate(recorder);
+    OptionalError result = Error{"not called", -1, "", ""};
+    listener->listenOnPort(0, kLoopback, [&](OptionalError error) { result = error; });
+    ASSERT_FALSE(result) << result->toString();
+    ASSERT_TRUE(listener->isListening());
+    ASSERT_NE(listener->listeningPort(), 0);
+  }
+
+  void TearDown() override {
+    // The channels hold the recorder and the recorder holds them: undo both.
+    for (auto& channel : recorder->accepted) {
+      channel->setDelegate(nullptr);
+      channel->close();
+    }
+    listener->setDelegate(nullptr);
+    listener->close();
+    recorder->accepted.clear();
+    recorder->frames.clear();
+    recorder->ends.clear();
+    main.drain();
+  }
+
+  std::shared_ptr<PTChannel> connectPeer(Fd& peer) {
+    size_t before = recorder->accepted.size();
+    peer = peer::connect(listener->listeningPort());
+    if (!pumpUntil([&] { return recorder->accepted.size() > before; })) return nullptr;
+    return recorder->accepted.back();
+  }
+
+  bool pumpUntil(const std::function<bool()>& done, double seconds = 5.0) {
+    return test::pumpUntil(main.main(), done, seconds);
+  }
+
+  ManualMain main;
+  std::shared_ptr<PTRecorder> recorder = std::make_shared<PTRecorder>();
+  std::shared_ptr<PTChannel> listener;
+};
+
+}  // namespace oxelo::test

@@ -1,0 +1,73 @@
+#include <gtest/gtest.h>
+
+#include "discovery/HostRecord.h"
+
+namespace oxelo {
+namespace {
+
+using Json = nlohmann::json;
+
+TEST(HostRecordTest, SameHostIgnoresCaseOfTheNameButNotTheAddress) {
+  HostRecord a{"Desk", "10.0.0.9", 5895, true};
+  EXPECT_TRUE(isSameHost(a, {"DESK", "10.0.0.9", 5896, false}));
+  EXPECT_FALSE(isSameHost(a, {"Desk", "10.0.0.19", 5895, true}));
+  EXPECT_FALSE(isSameHost(a, {"Desk2", "10.0.0.9", 5895, true}));
+}
+
+struct InstanceCase {
+  const char* name;
+  const char* text;
+  int port;
+};
+class InstancePortTest : public testing::TestWithParam<InstanceCase> {};
+TEST_P(InstancePortTest, PortFollowsTheInstanceRule) {
+  EXPECT_EQ(portForInstanceText(GetParam().text), GetParam().port);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Instances, InstancePortTest,
+    testing::Values(InstanceCase{"One", "1", 5895}, InstanceCase{"Three", "3", 5897},
+                    InstanceCase{"Sixteen", "16", 5910}, InstanceCase{"Seventeen", "17", 5895},
+                    InstanceCase{"Zero", "0", 5895}, InstanceCase{"Empty", "", 5895},
+                    InstanceCase{"Letters", "abc", 5895},
+                    InstanceCase{"LeadingDigits", "4x", 5898}),
+    [](const auto& info) { return info.param.name; });
+
+Json entry(const std::string& name, const std::string& ip, int port) {
+  return {{"name", name}, {"ip", ip}, {"port", port}};
+}
+
+TEST(HostHistoryTest, NewHostGoesOnTopAndTheEleventhPushesTheOldestOut) {
+  Json history = Json::array();
+  for (int i = 0; i < 11; ++i) {
+    history =
+        updatedHostHistory(history, "H" + std::to_string(i), "10.0.0." + std::to_string(i), 5895);
+  }
+  ASSERT_EQ(history.size(), 10u);
+  EXPECT_EQ(history[0], entry("H10", "10.0.0.10", 5895));
+  EXPECT_EQ(history[9], entry("H1", "10.0.0.1", 5895));  // H0 went out
+}
+
+TEST(HostHistoryTest, KnownHostMovesToTheTopUnderItsNewName) {
+  Json history = Json::array(
+      {entry("A", "10.0.0.1", 5895), entry("B", "10.0.0.2", 5896), entry("C", "10.0.0.3", 5895)});
+  history = updatedHostHistory(history, "B-renamed", "10.0.0.2", 5896);
+  EXPECT_EQ(history, Json::array({entry("B-renamed", "10.0.0.2", 5896),
+                                  entry("A", "10.0.0.1", 5895), entry("C", "10.0.0.3", 5895)}));
+  // Same address on another port is another host.
+  history = updatedHostHistory(history, "A", "10.0.0.1", 5897);
+  EXPECT_EQ(history.size(), 4u);
+}
+
+TEST(HostHistoryTest, AnEntryOfTheWrongTypeOrAHistoryThatIsNoListStartsAnew) {
+  Json bad =
+      Json::array({entry("A", "10.0.0.1", 5895), "not a dictionary", entry("C", "10.0.0.3", 1)});
+  EXPECT_EQ(updatedHostHistory(bad, "N", "10.0.0.9", 5895),
+            Json::array({entry("N", "10.0.0.9", 5895)}));
+  EXPECT_EQ(updatedHostHistory(Json("text"), "N", "10.0.0.9", 5895),
+            Json::array({entry("N", "10.0.0.9", 5895)}));
+  EXPECT_EQ(updatedHostHistory(Json(), "N", "10.0.0.9", 5895),
+            Json::array({entry("N", "10.0.0.9", 5895)}));
+}
+
+}  // namespace
+}  // namespace oxelo

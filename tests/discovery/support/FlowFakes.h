@@ -1,0 +1,119 @@
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "discovery/LiveScreen.h"
+#include "discovery/MainScreen.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo::test {
+
+// Records what the connection flow shows.
+class FakeMainScreen : public MainScreen {
+ public:
+  void update_ui_for_discover(bool discovering) override { discoverStates.push_back(discovering); }
+  void update_ui_for_discovered() override { ++discoveredCount; }
+  void showInfo(const std::string& text) override { infos.push_back(text); }
+  void showError(const std::string& text) override { errors.push_back(text); }
+  void hudShowWithTitleAndIcon(const std::string& title, const std::string&) override {
+    huds.push_back(title);
+  }
+  void hudHide(double) override { ++hudHides; }
+  void chooseHost(const std::vector<HostRecord>& hosts,
+                  std::function<void(std::optional<size_t>)> choice) override {
+    choices.emplace_back(hosts, std::move(choice));
+  }
+  bool isViewInWindow() const override { return inWindow; }
+
+  int discoverTrueCount() const {
+    int n = 0;
+    for (bool b : discoverStates) n += b;
+    return n;
+  }
+
+  bool inWindow = true;
+  std::vector<bool> discoverStates;
+  int discoveredCount = 0;
+  std::vector<std::string> infos, errors, huds;
+  int hudHides = 0;
+  std::vector<std::pair<std::vector<HostRecord>, std::function<void(std::optional<size_t>)>>>
+      choices;
+};
+
+class FakeLiveScreen : public LiveViewController {};
+
+// Opens a fake live screen and, like the real one, asks the main screen to
+// prepare its live view at once.
+class FakePresenter : public LiveScreenPresenter, public LiveViewChannelTarget {
+ public:
+  std::shared_ptr<LiveViewController> presentLiveScreen(
+      std::shared_ptr<MainViewController> mainVC) override;
+  void setHostIP(const std::string& ip) override { hostIP = ip; }
+  void setHostPort(long long port) override { hostPort = port; }
+  void setAsyncSocket(std::shared_ptr<GCDAsyncSocket> s) override { socket = std::move(s); }
+  void setUsbChannel(std::shared_ptr<PTChannel> c) override { channel = std::move(c); }
+
+  bool prepareOnPresent = false;
+  int presented = 0;
+  std::string hostIP;
+  long long hostPort = 0;
+  std::shared_ptr<GCDAsyncSocket> socket;
+  std::shared_ptr<PTChannel> channel;
+};
+
+// A loopback port on which nothing listens (bound, then closed).
+inline uint16_t closedLoopbackPort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+  socklen_t len = sizeof a;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  ::close(fd);
+  return ntohs(a.sin_port);
+}
+
+// A listening TCP socket on 127.0.0.1 that never accepts: connections wait
+// in its backlog and stay up.
+class LoopbackListener {
+ public:
+  LoopbackListener() {
+    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    ::listen(fd_, 16);
+    socklen_t len = sizeof a;
+    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
+    port_ = ntohs(a.sin_port);
+  }
+  ~LoopbackListener() { ::close(fd_); }
+  uint16_t port() const { return port_; }
+
+ private:
+  int fd_ = -1;
+  uint16_t port_ = 0;
+};
+
+// Runs the main queue until `done` holds or `seconds` of real time pass:
+// for events that come from real sockets.
+inline bool pumpUntil(ManualMain& env, const std::function<bool()>& done, double seconds = 5.0) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (std::chrono::steady_clock::now() < deadline) {
+    env.drain();
+    if (done()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  env.drain();
+  return done();
+}
+
+}  // namespace oxelo::test

@@ -1,0 +1,245 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+
+#include "encoding/LFHardwareAudioEncoder.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+namespace oxelo {
+namespace {
+
+std::shared_ptr<LFLiveAudioConfiguration> audioConfiguration(uint64_t channels, uint64_t rate,
+                                                             uint64_t bitrate) {
+  auto configuration = std::make_shared<LFLiveAudioConfiguration>();
+  configuration->setNumberOfChannels(channels);
+  configuration->setAudioBitrate(bitrate);
+  configuration->setAudioSampleRate(rate);
+  return configuration;
+}
+
+class AudioFrameRecorder final : public LFAudioEncodingDelegate {
+ public:
+  void audioEncoderAudioFrame(LFAudioEncoding*, std::shared_ptr<LFAudioFrame> frame) override {
+    frames.push_back(std::move(frame));
+  }
+  std::vector<std::shared_ptr<LFAudioFrame>> frames;
+};
+
+// Counts blocks and keeps their first bytes, answering each with a packet
+// that names the block's number.
+struct BlockLog {
+  std::vector<std::vector<uint8_t>> blocks;
+  int failuresLeft = 0;
+  int creations = 0;
+};
+
+AacConverterFactory recordingFactory(BlockLog& log) {
+  struct Recording final : AacConverter {
+    BlockLog& log;
+    size_t length;
+    Recording(BlockLog& l, size_t n) : log(l), length(n) {}
+    int encodeBlock(const uint8_t* pcm, std::vector<uint8_t>& packet) override {
+      log.blocks.emplace_back(pcm, pcm + length);
+      packet = {0xaa, static_cast<uint8_t>(log.blocks.size())};
+      return 0;
+    }
+  };
+  return [&log](const LFLiveAudioConfiguration& configuration) -> std::unique_ptr<AacConverter> {
+    ++log.creations;
+    if (log.failuresLeft > 0) {
+      --log.failuresLeft;
+      return nullptr;
+    }
+    return std::make_unique<Recording>(log, configuration.bufferLength());
+  };
+}
+
+Bytes counting(size_t n, uint8_t first) {
+  Bytes bytes(n);
+  for (size_t i = 0; i < n; ++i) bytes[i] = static_cast<uint8_t>(first + i);
+  return bytes;
+}
+
+struct RegroupCase {
+  const char* name;
+  uint64_t channels;
+  std::vector<size_t> calls;          // bytes per call
+  std::vector<size_t> framesPerCall;  // frames after each call
+  int64_t leftLength;
+};
+
+class AudioRegroupTest : public testing::TestWithParam<RegroupCase> {};
+
+TEST_P(AudioRegroupTest, RegroupsIntoWholeBlocks) {
+  const auto& c = GetParam();
+  BlockLog log;
+  auto recorder = std::make_shared<AudioFrameRecorder>();
+  LFHardwareAudioEncoder encoder(audioConfiguration(c.channels, 48000, 96000),
+                                 recordingFactory(log));
+  encoder.setDelegate(recorder);
+  Bytes all;
+  for (size_t i = 0; i < c.calls.size(); ++i) {
+    Bytes data = counting(c.calls[i], static_cast<uint8_t>(all.size()));
+    all.insert(all.end(), data.begin(), data.end());
+    encoder.encodeAudioData(data, 100 + i);
+    EXPECT_EQ(recorder->frames.size(), c.framesPerCall[i]) << "after call " << i;
+  }
+  EXPECT_EQ(encoder.leftLength(), c.leftLength);
+  // The blocks are the PCM in order, cut every bufferLength bytes.
+  const size_t blockLength = c.channels << 11;
+  ASSERT_EQ(log.blocks.size(), recorder->frames.size());
+  for (size_t b = 0; b < log.blocks.size(); ++b) {
+    EXPECT_TRUE(std::equal(log.blocks[b].begin(), log.blocks[b].end(),
+                           all.begin() + static_cast<std::ptrdiff_t>(b * blockLength)))
+        << "block " << b;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Blocks, AudioRegroupTest,
+    testing::Values(RegroupCase{"MonoOneByteShortThenOne", 1, {2047, 1}, {0, 1}, 0},
+                    RegroupCase{"StereoHeldThenTwoBlocksAndRest", 2, {1000, 8000}, {0, 2}, 808},
+                    RegroupCase{"MonoExactBlock", 1, {2048}, {1}, 0},
+                    RegroupCase{
+                        "StereoSmallPieces", 2, {1500, 1500, 1500, 1500}, {0, 0, 1, 1}, 1904},
+                    RegroupCase{"MonoEmptyCall", 1, {0, 2048}, {0, 1}, 0}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(AudioEncoderTest, BlocksOfOneCallShareItsTimestamp) {
+  BlockLog log;
+  auto recorder = std::make_shared<AudioFrameRecorder>();
+  LFHardwareAudioEncoder encoder(audioConfiguration(2, 48000, 128000), recordingFactory(log));
+  encoder.setDelegate(recorder);
+  encoder.encodeAudioData(Bytes(1000), 5);
+  encoder.encodeAudioData(Bytes(8000), 77);
+  ASSERT_EQ(recorder->frames.size(), 2u);
+  EXPECT_EQ(recorder->frames[0]->timestamp, 77u);
+  EXPECT_EQ(recorder->frames[1]->timestamp, 77u);
+  EXPECT_EQ(recorder->frames[1]->data, (Bytes{0xaa, 2}));
+}
+
+TEST(AudioEncoderTest, StopKeepsHeldPcmForTheNextCall) {
+  BlockLog log;
+  auto recorder = std::make_shared<AudioFrameRecorder>();
+  LFHardwareAudioEncoder encoder(audioConfiguration(1, 48000, 96000), recordingFactory(log));
+  encoder.setDelegate(recorder);
+  encoder.encodeAudioData(counting(2000, 0), 1);
+  encoder.stopEncoder();
+  EXPECT_EQ(encoder.leftLength(), 2000);
+  encoder.encodeAudioData(counting(48, 208), 2);
+  ASSERT_EQ(log.blocks.size(), 1u);
+  EXPECT_EQ(log.blocks[0], counting(2048, 0));
+}
+
+TEST(AudioEncoderTest, ConverterIsMadeWithTheFirstPcmAndRetriedAfterFailure) {
+  BlockLog log;
+  log.failuresLeft = 2;
+  auto recorder = std::make_shared<AudioFrameRecorder>();
+  LFHardwareAudioEncoder encoder(audioConfiguration(1, 48000, 96000), recordingFactory(log));
+  encoder.setDelegate(recorder);
+  EXPECT_EQ(log.creations, 0) << "not at construction";
+  encoder.encodeAudioData(Bytes(2048, 1), 1);  // lost
+  encoder.encodeAudioData(Bytes(1000, 2), 2);  // lost
+  EXPECT_FALSE(encoder.hasConverter());
+  EXPECT_EQ(encoder.leftLength(), 0);
+  encoder.encodeAudioData(counting(2048, 0), 3);
+  EXPECT_EQ(log.creations, 3);
+  ASSERT_EQ(log.blocks.size(), 1u);
+  EXPECT_EQ(log.blocks[0], counting(2048, 0)) << "nothing of the failed calls is kept";
+  encoder.encodeAudioData(Bytes(2048), 4);
+  EXPECT_EQ(log.creations, 3) << "made once";
+}
+
+struct AscCase {
+  const char* name;
+  uint64_t channels;
+  uint64_t rate;
+  Bytes asc;
+};
+
+class AudioInfoTest : public testing::TestWithParam<AscCase> {};
+
+// Real AAC: every frame carries the asc bytes, and a decoder given only
+// those bytes reads the raw packets at the configured rate and layout.
+TEST_P(AudioInfoTest, RawAacDecodesWithTheAscAlone) {
+  const auto& c = GetParam();
+  auto recorder = std::make_shared<AudioFrameRecorder>();
+  LFHardwareAudioEncoder encoder(audioConfiguration(c.channels, c.rate, 64000));
+  encoder.setDelegate(recorder);
+  // Half a second of a 1 kHz tone, in pieces of 700 frames.
+  const size_t total = c.rate / 2;
+  std::vector<int16_t> pcm(total * c.channels);
+  for (size_t i = 0; i < total; ++i)
+    for (size_t ch = 0; ch < c.channels; ++ch)
+      pcm[i * c.channels + ch] =
+          static_cast<int16_t>(8000 * std::sin(2 * std::numbers::pi * 1000.0 * i / c.rate));
+  const size_t piece = 700 * c.channels * 2;
+  const auto* bytes = reinterpret_cast<const uint8_t*>(pcm.data());
+  const size_t length = pcm.size() * 2;
+  for (size_t at = 0; at < length; at += piece)
+    encoder.encodeAudioData(Bytes(bytes + at, bytes + std::min(length, at + piece)), at);
+  ASSERT_EQ(recorder->frames.size(), total / 1024) << "one frame per 1024 samples";
+
+  const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_AAC);
+  AVCodecContext* decoder = avcodec_alloc_context3(codec);
+  decoder->extradata = static_cast<uint8_t*>(av_mallocz(2 + AV_INPUT_BUFFER_PADDING_SIZE));
+  decoder->extradata_size = 2;
+  for (const auto& frame : recorder->frames) {
+    ASSERT_TRUE(frame->audioInfo);
+    EXPECT_EQ(*frame->audioInfo, c.asc);
+    ASSERT_FALSE(frame->data.empty());
+    EXPECT_NE(frame->data[0], 0xff) << "no ADTS header";
+  }
+  std::copy(c.asc.begin(), c.asc.end(), decoder->extradata);
+  ASSERT_EQ(avcodec_open2(decoder, codec, nullptr), 0);
+  AVPacket* packet = av_packet_alloc();
+  AVFrame* out = av_frame_alloc();
+  size_t decoded = 0;
+  double energy = 0;
+  for (const auto& frame : recorder->frames) {
+    ASSERT_EQ(av_new_packet(packet, static_cast<int>(frame->data.size())), 0);
+    std::copy(frame->data.begin(), frame->data.end(), packet->data);
+    ASSERT_EQ(avcodec_send_packet(decoder, packet), 0);
+    av_packet_unref(packet);
+    while (avcodec_receive_frame(decoder, out) == 0) {
+      EXPECT_EQ(out->nb_samples, 1024);
+      EXPECT_EQ(out->sample_rate, static_cast<int>(c.rate));
+      EXPECT_EQ(out->ch_layout.nb_channels, static_cast<int>(c.channels));
+      const auto* samples = reinterpret_cast<const float*>(out->extended_data[0]);
+      for (int i = 0; i < out->nb_samples; ++i) energy += samples[i] * samples[i];
+      decoded += static_cast<size_t>(out->nb_samples);
+      av_frame_unref(out);
+    }
+  }
+  EXPECT_EQ(decoded, recorder->frames.size() * 1024);
+  EXPECT_GT(energy / static_cast<double>(decoded), 0.01) << "the tone comes through";
+  av_frame_free(&out);
+  av_packet_free(&packet);
+  avcodec_free_context(&decoder);
+}
+
+INSTANTIATE_TEST_SUITE_P(Configurations, AudioInfoTest,
+                         testing::Values(AscCase{"Stereo48k", 2, 48000, {0x11, 0x90}},
+                                         AscCase{"Stereo44k1", 2, 44100, {0x12, 0x10}},
+                                         AscCase{"Mono16k", 1, 16000, {0x14, 0x08}}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DeinterleaveTest, SplitsChannelsAndScales) {
+  const int16_t pcm[] = {0, -32768, 16384, 32767, -16384, 1};
+  float left[3], right[3];
+  float* planes[] = {left, right};
+  deinterleaveToFloat(pcm, 3, 2, planes);
+  EXPECT_FLOAT_EQ(left[0], 0.0f);
+  EXPECT_FLOAT_EQ(right[0], -1.0f);
+  EXPECT_FLOAT_EQ(left[1], 0.5f);
+  EXPECT_NEAR(right[1], 1.0f, 1e-4);
+  EXPECT_FLOAT_EQ(left[2], -0.5f);
+  EXPECT_FLOAT_EQ(right[2], 1.0f / 32768.0f);
+}
+
+}  // namespace
+}  // namespace oxelo

@@ -1,0 +1,137 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "capture/LFLiveVideoConfiguration.h"
+#include "capture/PixelBuffer.h"
+#include "platform/defaults/UserDefaults.h"
+#include "tests/support/TestSupport.h"
+#include "transport/LFVideoEncoding.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+namespace oxelo::test {
+
+// A settings store of its own for one test.
+class ScopedDefaults {
+ public:
+  ScopedDefaults() : defaults_(std::make_shared<UserDefaults>(dir_.path())) {
+    UserDefaults::setStandard(defaults_);
+  }
+  ~ScopedDefaults() { UserDefaults::setStandard(nullptr); }
+  UserDefaults& operator*() { return *defaults_; }
+  UserDefaults* operator->() { return defaults_.get(); }
+
+ private:
+  TempDir dir_;
+  std::shared_ptr<UserDefaults> defaults_;
+};
+
+inline std::shared_ptr<LFLiveVideoConfiguration> smallVideoConfiguration(
+    int width = 320, int height = 240, uint64_t fps = 30, uint64_t bitRate = 400000) {
+  auto configuration = std::make_shared<LFLiveVideoConfiguration>();
+  configuration->setVideoSize({static_cast<double>(width), static_cast<double>(height)});
+  configuration->setVideoFrameRate(fps);
+  configuration->setVideoMaxKeyframeInterval(fps);
+  configuration->setVideoBitRate(bitRate);
+  return configuration;
+}
+
+// A moving picture with detail, so that every frame costs bits: diagonal
+// stripes that slide by `index` and noise from a fixed generator.
+inline std::shared_ptr<PixelBuffer> movingPicture(int width, int height, int index) {
+  auto picture = PixelBuffer::create(width, height);
+  uint32_t state = 0x9e3779b9u * static_cast<uint32_t>(index + 1);
+  for (int y = 0; y < height; ++y) {
+    uint8_t* row = picture->row(y);
+    for (int x = 0; x < width; ++x) {
+      state = state * 1664525u + 1013904223u;
+      const uint8_t noise = static_cast<uint8_t>(state >> 31);
+      const auto stripe = static_cast<uint8_t>(((x + y + index * 3) / 8 % 2) * 160);
+      row[4 * x + 0] = static_cast<uint8_t>(stripe + noise);
+      row[4 * x + 1] = static_cast<uint8_t>((x * 255 / width) ^ noise);
+      row[4 * x + 2] = static_cast<uint8_t>(y * 255 / height + noise);
+      row[4 * x + 3] = 255;
+    }
+  }
+  return picture;
+}
+
+// The NAL units of a frame body of 4-byte big-endian lengths; none when the
+// lengths do not cover the body exactly or a length is zero.
+inline std::optional<std::vector<std::vector<uint8_t>>> lengthPrefixedUnits(
+    const std::vector<uint8_t>& body) {
+  std::vector<std::vector<uint8_t>> units;
+  size_t at = 0;
+  while (at < body.size()) {
+    if (body.size() - at < 4) return std::nullopt;
+    const size_t n = (size_t{body[at]} << 24) | (size_t{body[at + 1]} << 16) |
+                     (size_t{body[at + 2]} << 8) | size_t{body[at + 3]};
+    at += 4;
+    if (n == 0 || n > body.size() - at) return std::nullopt;
+    units.emplace_back(body.begin() + static_cast<std::ptrdiff_t>(at),
+                       body.begin() + static_cast<std::ptrdiff_t>(at + n));
+    at += n;
+  }
+  return units;
+}
+
+// libavcodec's decoder fed the way a host would: the parameter sets, then
+// each frame body turned back to Annex B.
+class TestDecoder {
+ public:
+  explicit TestDecoder(AVCodecID codec) {
+    context_ = avcodec_alloc_context3(avcodec_find_decoder(codec));
+    avcodec_open2(context_, avcodec_find_decoder(codec), nullptr);
+    packet_ = av_packet_alloc();
+    frame_ = av_frame_alloc();
+  }
+  ~TestDecoder() {
+    avcodec_free_context(&context_);
+    av_packet_free(&packet_);
+    av_frame_free(&frame_);
+  }
+  // Returns the size of every picture that came out.
+  std::vector<std::pair<int, int>> decode(const std::vector<uint8_t>& annexB) {
+    std::vector<std::pair<int, int>> sizes;
+    av_new_packet(packet_, static_cast<int>(annexB.size()));
+    std::copy(annexB.begin(), annexB.end(), packet_->data);
+    if (avcodec_send_packet(context_, packet_) < 0) errors_++;
+    av_packet_unref(packet_);
+    while (avcodec_receive_frame(context_, frame_) == 0) {
+      sizes.emplace_back(frame_->width, frame_->height);
+      av_frame_unref(frame_);
+    }
+    return sizes;
+  }
+  int errors() const { return errors_; }
+
+  static void appendAnnexB(std::vector<uint8_t>& out, const std::vector<uint8_t>& unit) {
+    static const uint8_t startCode[] = {0, 0, 0, 1};
+    out.insert(out.end(), startCode, startCode + 4);
+    out.insert(out.end(), unit.begin(), unit.end());
+  }
+
+ private:
+  AVCodecContext* context_ = nullptr;
+  AVPacket* packet_ = nullptr;
+  AVFrame* frame_ = nullptr;
+  int errors_ = 0;
+};
+
+// Keeps every frame a video encoder hands out.
+class VideoFrameRecorder final : public LFVideoEncodingDelegate {
+ public:
+  void videoEncoderVideoFrame(LFVideoEncoding*, std::shared_ptr<LFVideoFrame> frame) override {
+    frames.push_back(std::move(frame));
+  }
+  std::vector<std::shared_ptr<LFVideoFrame>> frames;
+};
+
+}  // namespace oxelo::test

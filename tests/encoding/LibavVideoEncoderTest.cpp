@@ -1,0 +1,215 @@
+// The encoder on the real software codecs: what the host receives must decode.
+#include <gtest/gtest.h>
+
+#include "encoding/BgraConverter.h"
+#include "encoding/LFHardwareVideoEncoder.h"
+#include "encoding/LibavVideoCodecSession.h"
+#include "platform/defaults/SettingsKeys.h"
+#include "tests/encoding/EncodingTestSupport.h"
+
+extern "C" {
+#include <libavutil/frame.h>
+}
+
+namespace oxelo {
+namespace {
+
+constexpr int kWidth = 320;
+constexpr int kHeight = 240;
+
+struct CodecCase {
+  const char* name;
+  const char* encoder;
+  bool hevc;
+};
+
+class LibavVideoEncoderTest : public testing::TestWithParam<CodecCase> {
+ protected:
+  std::shared_ptr<LFHardwareVideoEncoder> makeEncoder(uint64_t bitRate = 400000) {
+    defaults_->setInteger(keys::videoEncoder, GetParam().hevc ? 1 : 0);
+    configuration_ = test::smallVideoConfiguration(kWidth, kHeight, 30, bitRate);
+    auto encoder = LFHardwareVideoEncoder::create(
+        configuration_, LibavVideoCodecSession::factory({GetParam().encoder}), nullptr);
+    encoder->setDelegate(recorder_);
+    return encoder;
+  }
+  void encode(LFHardwareVideoEncoder& encoder, int from, int count) {
+    for (int i = from; i < from + count; ++i)
+      encoder.encodeVideoData(test::movingPicture(kWidth, kHeight, i), 7000 + i * 33);
+  }
+  bool isParameterSet(const std::vector<uint8_t>& unit) const {
+    const auto kind = nalKind(GetParam().hevc ? VideoCodec::hevc : VideoCodec::h264, unit);
+    return kind == NalKind::vps || kind == NalKind::sps || kind == NalKind::pps;
+  }
+
+  test::ScopedDefaults defaults_;
+  std::shared_ptr<LFLiveVideoConfiguration> configuration_;
+  std::shared_ptr<test::VideoFrameRecorder> recorder_ =
+      std::make_shared<test::VideoFrameRecorder>();
+};
+
+TEST_P(LibavVideoEncoderTest, KeyFramesOnlyWhereForced) {
+  auto encoder = makeEncoder();
+  ASSERT_EQ(encoder->encoderName(), GetParam().encoder);
+  encode(*encoder, 0, 61);
+  encoder->stopEncoder();
+  ASSERT_EQ(recorder_->frames.size(), 61u) << "no frame is held back or dropped";
+  std::vector<size_t> keys;
+  for (size_t i = 0; i < recorder_->frames.size(); ++i) {
+    EXPECT_EQ(recorder_->frames[i]->timestamp, 7000 + i * 33) << "in order, with capture time";
+    if (recorder_->frames[i]->isKeyFrame) keys.push_back(i + 1);
+  }
+  EXPECT_EQ(keys, (std::vector<size_t>{1, 31, 61}));
+}
+
+TEST_P(LibavVideoEncoderTest, ParameterSetsAreTakenOutAndShared) {
+  auto encoder = makeEncoder();
+  encode(*encoder, 0, 5);
+  ASSERT_EQ(recorder_->frames.size(), 5u);
+  for (const auto& frame : recorder_->frames) {
+    ASSERT_TRUE(hasBytes(frame->sps));
+    ASSERT_TRUE(hasBytes(frame->pps));
+    EXPECT_EQ(nalKind(GetParam().hevc ? VideoCodec::hevc : VideoCodec::h264, *frame->sps),
+              NalKind::sps);
+    EXPECT_EQ(nalKind(GetParam().hevc ? VideoCodec::hevc : VideoCodec::h264, *frame->pps),
+              NalKind::pps);
+    if (GetParam().hevc) {
+      ASSERT_TRUE(hasBytes(frame->vps));
+      EXPECT_EQ(nalKind(VideoCodec::hevc, *frame->vps), NalKind::vps);
+    } else {
+      EXPECT_FALSE(frame->vps) << "H.264 leaves vps empty";
+    }
+    EXPECT_EQ(frame->sps, recorder_->frames[0]->sps);
+  }
+}
+
+TEST_P(LibavVideoEncoderTest, BodiesAreLengthPrefixedUnitsWithoutParameterSets) {
+  auto encoder = makeEncoder();
+  encode(*encoder, 0, 35);
+  ASSERT_EQ(recorder_->frames.size(), 35u);
+  for (size_t i = 0; i < recorder_->frames.size(); ++i) {
+    auto units = test::lengthPrefixedUnits(recorder_->frames[i]->data);
+    ASSERT_TRUE(units.has_value()) << "frame " << i << ": lengths do not cover the body";
+    ASSERT_FALSE(units->empty());
+    for (const auto& unit : *units) {
+      EXPECT_FALSE(isParameterSet(unit)) << "frame " << i;
+      EXPECT_NE(unit.back(), 0) << "no trailing zero bytes of the start code";
+    }
+  }
+}
+
+TEST_P(LibavVideoEncoderTest, DecodesAtTheRightSize) {
+  auto encoder = makeEncoder();
+  encode(*encoder, 0, 40);
+  ASSERT_EQ(recorder_->frames.size(), 40u);
+  test::TestDecoder decoder(GetParam().hevc ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264);
+  const auto& first = recorder_->frames[0];
+  std::vector<uint8_t> stream;
+  if (first->vps) test::TestDecoder::appendAnnexB(stream, *first->vps);
+  test::TestDecoder::appendAnnexB(stream, *first->sps);
+  test::TestDecoder::appendAnnexB(stream, *first->pps);
+  std::vector<std::pair<int, int>> sizes;
+  for (const auto& frame : recorder_->frames) {
+    auto units = test::lengthPrefixedUnits(frame->data);
+    ASSERT_TRUE(units);
+    for (const auto& unit : *units) test::TestDecoder::appendAnnexB(stream, unit);
+    auto out = decoder.decode(stream);
+    sizes.insert(sizes.end(), out.begin(), out.end());
+    stream.clear();
+  }
+  EXPECT_EQ(decoder.errors(), 0);
+  EXPECT_GE(sizes.size(), 39u) << "a decoder may hold one picture back";
+  for (const auto& size : sizes) EXPECT_EQ(size, std::make_pair(kWidth, kHeight));
+}
+
+INSTANTIATE_TEST_SUITE_P(Codecs, LibavVideoEncoderTest,
+                         testing::Values(CodecCase{"H264", "libx264", false},
+                                         CodecCase{"Hevc", "libx265", true}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// The rate change reaches the running libx264 in place: its settings at once,
+// and the bytes it produces once the credit of the old buffer is spent.
+TEST(LibavBitRateTest, ChangeReachesTheRunningEncoder) {
+  test::ScopedDefaults defaults;
+  auto configuration = test::smallVideoConfiguration(kWidth, kHeight, 30, 1200000);
+  auto recorder = std::make_shared<test::VideoFrameRecorder>();
+  auto encoder = LFHardwareVideoEncoder::create(
+      configuration, LibavVideoCodecSession::factory({"libx264"}), nullptr);
+  encoder->setDelegate(recorder);
+  auto encode = [&](int from, int to) {
+    for (int i = from; i < to; ++i)
+      encoder->encodeVideoData(test::movingPicture(kWidth, kHeight, i), static_cast<uint64_t>(i));
+  };
+  auto bytesOf = [&](size_t from, size_t to) {
+    size_t total = 0;
+    for (size_t i = from; i < to; ++i) total += recorder->frames[i]->data.size();
+    return total;
+  };
+  encode(0, 30);
+  EXPECT_EQ(encoder->rateControl().averageBitRate, 1200000);
+
+  // 4608000 b/s: at most 2880000 bytes in any second.
+  encoder->setVideoBitRate(4608000);
+  const RateControl raised = encoder->rateControl();
+  EXPECT_EQ(raised.averageBitRate, 4608000);
+  EXPECT_EQ(raised.maxBitRate, 4608000);
+  EXPECT_EQ((raised.bufferBits + raised.maxBitRate * 1) / 8, 2880000);
+
+  encoder->setVideoBitRate(200000);
+  encode(30, 150);
+  ASSERT_EQ(recorder->frames.size(), 150u);
+  // Each second holds one forced key frame; the fifth second is well past
+  // the old buffer's credit and must come near the new rate.
+  const size_t first = bytesOf(0, 30);
+  const size_t fifth = bytesOf(120, 150);
+  EXPECT_LT(fifth * 2, first) << "first second " << first << ", fifth " << fifth;
+  EXPECT_LT(fifth * 8, 200000u * 3 / 2) << "fifth second " << fifth;
+  EXPECT_EQ(encoder->encoderName(), "libx264") << "no reopening for libx264";
+}
+
+TEST(LibavSessionTest, NoEncoderOpensGivesNoSessionAndALogLine) {
+  test::LogCapture log;
+  VideoCodecSettings settings;
+  settings.width = kWidth;
+  settings.height = kHeight;
+  settings.expectedFrameRate = 30;
+  EXPECT_EQ(
+      LibavVideoCodecSession::open(settings, [](CodedSample&&) {}, {"no_such_encoder", "libx265"}),
+      nullptr)
+      << "libx265 is not an H.264 encoder";
+  EXPECT_EQ(log.count("VideoEncoder: no H.264 encoder could be opened"), 1u);
+}
+
+// Pure red through each matrix, limited range: Y = 16 + 219 Kr,
+// Cb = 128 - 112 Kr / (1 - Kb).
+TEST(BgraConverterTest, ConvertsWithTheMatrixAsked) {
+  auto red = PixelBuffer::create(16, 16);
+  for (int y = 0; y < 16; ++y)
+    for (int x = 0; x < 16; ++x) {
+      uint8_t* p = red->row(y) + 4 * x;
+      p[0] = 0, p[1] = 0, p[2] = 255, p[3] = 255;
+    }
+  struct Expect {
+    YCbCrMatrix matrix;
+    int luma;
+    int cb;
+  };
+  // BT.601: Kr 0.299, Kb 0.114 -> Y 81.5, Cb 90.2;
+  // BT.709: Kr 0.2126, Kb 0.0722 -> Y 62.6, Cb 102.3.
+  for (auto expect : {Expect{YCbCrMatrix::bt601, 81, 90}, Expect{YCbCrMatrix::bt709, 63, 102}}) {
+    BgraConverter converter(16, 16, AV_PIX_FMT_YUV420P, expect.matrix);
+    ASSERT_TRUE(converter.valid());
+    AVFrame* frame = av_frame_alloc();
+    frame->format = AV_PIX_FMT_YUV420P;
+    frame->width = 16;
+    frame->height = 16;
+    ASSERT_EQ(av_frame_get_buffer(frame, 0), 0);
+    ASSERT_TRUE(converter.convert(*red, frame));
+    EXPECT_NEAR(frame->data[0][8 * frame->linesize[0] + 8], expect.luma, 2);
+    EXPECT_NEAR(frame->data[1][4 * frame->linesize[1] + 4], expect.cb, 2);
+    av_frame_free(&frame);
+  }
+}
+
+}  // namespace
+}  // namespace oxelo

@@ -1,0 +1,255 @@
+#include "tools/host/HostSession.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/host/HostTestBytes.h"
+
+namespace oxelo::host {
+namespace {
+
+using namespace testbytes;
+using handshake::VideoSettings;
+
+HostSession::Config deskConfig() {
+  HostSession::Config config;
+  config.name = "Desk";
+  config.port = 5895;
+  return config;
+}
+
+HostSession::Config deskWith720p() {
+  auto config = deskConfig();
+  config.settings = VideoSettings{1280, 720, 30, 0, 1, 0, 1};
+  return config;
+}
+
+Bytes sentBytes(const std::vector<OutgoingPacket>& packets) {
+  Bytes out;
+  for (const auto& p : packets) out.insert(out.end(), p.bytes.begin(), p.bytes.end());
+  return out;
+}
+
+// Feeds `bytes` in pieces cut at `cuts` (offsets, ascending).
+void feedCut(HostSession& session, const Bytes& bytes, const std::vector<size_t>& cuts) {
+  size_t from = 0;
+  for (size_t cut : cuts) {
+    session.receiveBytes({bytes.data() + from, cut - from});
+    from = cut;
+  }
+  session.receiveBytes({bytes.data() + from, bytes.size() - from});
+}
+
+std::string allErrors(const HostSession& session) {
+  std::string out;
+  for (const auto& e : session.errors()) out += e + "\n";
+  return out;
+}
+
+struct CutCase {
+  const char* name;
+  std::vector<size_t> cuts;  // where the 20 bytes of both hellos are cut
+};
+
+class HelloCutTest : public testing::TestWithParam<CutCase> {};
+
+TEST_P(HelloCutTest, AnswersBothHellosHoweverTheyAreCut) {
+  HostSession session(deskWith720p());
+  const Bytes hellos = cat({kHelloLong, kHelloShort});
+  feedCut(session, hellos, GetParam().cuts);
+
+  const auto sent = session.takeOutgoing();
+  ASSERT_EQ(sent.size(), 3u);
+  EXPECT_EQ(sent[0].bytes, kHostInfoDesk5895);
+  EXPECT_EQ(sent[1].bytes, kSettings720p);
+  EXPECT_EQ(sent[2].bytes, kStart);
+  EXPECT_TRUE(session.seen().helloLong);
+  EXPECT_TRUE(session.seen().helloShort);
+  EXPECT_TRUE(session.errors().empty()) << allErrors(session);
+  EXPECT_FALSE(session.handshakeComplete());  // the answer is still due
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reads, HelloCutTest,
+    testing::Values(CutCase{"OneBlock", {}}, CutCase{"AsTwoWrites", {16}},
+                    CutCase{"InsideTheFirstWord", {1}}, CutCase{"InsideTheCommand", {6}},
+                    CutCase{"InsideTheShortForm", {17, 18}},
+                    CutCase{"ByteByByte",
+                            {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(HostSessionTest, SendsNothingBeforeBothHellos) {
+  HostSession session(deskConfig());
+  session.receiveBytes(kHelloLong);
+  EXPECT_TRUE(session.takeOutgoing().empty());
+  session.receiveBytes(kHelloShort);
+  // Without settings: the host information, then the start.
+  EXPECT_EQ(sentBytes(session.takeOutgoing()), cat({kHostInfoDesk5895, kStart}));
+}
+
+TEST(HostSessionTest, NoStartLeavesOutTheStartAndNeedsNoAnswer) {
+  auto config = deskConfig();
+  config.sendStart = false;
+  HostSession session(config);
+  session.receiveBytes(cat({kHelloLong, kHelloShort}));
+  EXPECT_EQ(sentBytes(session.takeOutgoing()), kHostInfoDesk5895);
+  EXPECT_FALSE(session.seen().startSent);
+  EXPECT_TRUE(session.handshakeComplete());
+  session.hostEnded();
+  EXPECT_TRUE(session.errors().empty()) << allErrors(session);
+}
+
+TEST(HostSessionTest, AnnouncesPortAndCutsALongNameToTheField) {
+  auto config = deskConfig();
+  config.port = 5910;  // instance 16
+  config.name = std::string(70, 'n');
+  HostSession session(config);
+  session.receiveBytes(cat({kHelloLong, kHelloShort}));
+  const auto sent = session.takeOutgoing();
+  ASSERT_FALSE(sent.empty());
+  // 67 bytes of text and the ending 0 fill the 68-byte field.
+  EXPECT_EQ(sent[0].bytes, cat({hex("88000000 10000000 16170000"), Bytes(67, 'n'), zeros(1)}));
+}
+
+TEST(HostSessionTest, ReadsTheAnswerSplitAndTheStreamBehindIt) {
+  HostSession session(deskWith720p());
+  session.receiveBytes(cat({kHelloLong, kHelloShort}));
+  session.takeOutgoing();
+  // The answer in three pieces, the last one carrying the info packet.
+  const Bytes block = cat({kAnswer720p, kInfo});
+  feedCut(session, block, {5, 40});
+
+  ASSERT_TRUE(session.seen().settingsAnswer.has_value());
+  EXPECT_EQ(*session.seen().settingsAnswer, (VideoSettings{1280, 720, 30, 0, 1, 0, 1}));
+  EXPECT_TRUE(session.handshakeComplete());
+  EXPECT_EQ(session.stream().counts().infoPackets, 1u);
+  EXPECT_TRUE(session.errors().empty()) << allErrors(session);
+}
+
+TEST(HostSessionTest, CommandsGoOutWithTheirSizeAndFrame) {
+  HostSession session(deskConfig());
+  EXPECT_FALSE(session.readyForCommands());
+  session.receiveBytes(cat({kHelloLong, kHelloShort}));
+  session.takeOutgoing();
+  EXPECT_FALSE(session.readyForCommands());  // the answer is due
+  session.receiveBytes(kAnswer720p);
+  EXPECT_TRUE(session.readyForCommands());
+  session.queueCommand(21, 0, 0);    // zoom in: no parameter
+  session.queueCommand(33, 1, 0);    // status request: one
+  session.queueCommand(18, 6, -20);  // camera parameter: two
+  const auto sent = session.takeOutgoing();
+  ASSERT_EQ(sent.size(), 3u);
+  EXPECT_EQ(sent[0].bytes, hex("88000000 15000000"));
+  EXPECT_EQ(sent[1].bytes, hex("88000000 21000000 01000000"));
+  EXPECT_EQ(sent[2].bytes, hex("88000000 12000000 06000000 ecffffff"));
+  for (const auto& p : sent) EXPECT_EQ(p.frameType, 88u);
+  EXPECT_EQ(sent[0].frameTag, 8821u);
+  EXPECT_EQ(sent[1].frameTag, 8833u);
+  EXPECT_EQ(sent[2].frameTag, 8818u);
+}
+
+struct FaultCase {
+  const char* name;
+  Bytes phoneBytes;       // everything the phone says, hellos included
+  const char* errorText;  // a part of the expected error
+};
+
+class HandshakeFaultTest : public testing::TestWithParam<FaultCase> {};
+
+TEST_P(HandshakeFaultTest, IsReported) {
+  HostSession session(deskWith720p());
+  session.receiveBytes(GetParam().phoneBytes);
+  session.phoneEnded();
+  ASSERT_FALSE(session.errors().empty()) << GetParam().name;
+  EXPECT_NE(allErrors(session).find(GetParam().errorText), std::string::npos) << allErrors(session);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, HandshakeFaultTest,
+    testing::Values(
+        FaultCase{"Garbage", hex("474554202f"), "unexpected bytes"},
+        FaultCase{"WordThatIsNot136", hex("88000100 10000000"), "unexpected bytes"},
+        FaultCase{"UnknownCommand", hex("88000000 2a000000"), "unknown command 42"},
+        FaultCase{"ShortHelloFirst", cat({kHelloShort, kHelloLong}), "before the long one"},
+        FaultCase{"LongHelloWithoutMark",
+                  cat({hex("88000000 10000000 21000000 00000000"), kHelloShort}),
+                  "long hello with unexpected words"},
+        FaultCase{"ShortHelloWithBadMark", cat({kHelloLong, hex("88102100")}),
+                  "short hello with unexpected bytes"},
+        FaultCase{"HelloTwice", cat({kHelloLong, kHelloShort, kHelloLong}), "a second long hello"},
+        FaultCase{"OnlyTheLongHello", kHelloLong, "before the short hello"},
+        FaultCase{"NoAnswer", cat({kHelloLong, kHelloShort}), "before the settings answer"},
+        FaultCase{
+            "EndsInsideTheAnswer",
+            cat({kHelloLong, kHelloShort, Bytes(kAnswer720p.begin(), kAnswer720p.begin() + 30)}),
+            "inside a packet"},
+        FaultCase{"AnswerDiffersFromSettings",
+                  cat({kHelloLong, kHelloShort,
+                       hex("88000000 13000000 80070000 38040000 1e000000 00000000 01000000"
+                           "00000000 01000000"),
+                       zeros(12)}),
+                  "differs from those sent"},
+        FaultCase{"AnswerWithPortraitTwo",
+                  cat({kHelloLong, kHelloShort,
+                       hex("88000000 13000000 00050000 d0020000 1e000000 02000000 01000000"
+                           "00000000 01000000"),
+                       zeros(12)}),
+                  "portrait 2"},
+        FaultCase{"AnswerWithReservedBytes",
+                  cat({kHelloLong, kHelloShort, Bytes(kAnswer720p.begin(), kAnswer720p.end() - 1),
+                       hex("01")}),
+                  "reserved bytes"},
+        FaultCase{"AnswerBeforeTheHello", kAnswer720p, "no start packet asked for"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(HostSessionTest, UsbFramesWithTheirTypesAndTagsAreClean) {
+  HostSession session(deskWith720p());
+  session.receiveFrame(88, 8810, kHelloLong);
+  session.receiveFrame(88, 8810, kHelloShort);
+  const auto sent = session.takeOutgoing();
+  ASSERT_EQ(sent.size(), 3u);
+  // Every packet of the host goes as a frame of type 88, the tag repeating
+  // its command in hexadecimal.
+  EXPECT_EQ(sent[0].frameType, 88u);
+  EXPECT_EQ(sent[0].frameTag, 8810u);
+  EXPECT_EQ(sent[1].frameTag, 8813u);
+  EXPECT_EQ(sent[2].frameTag, 8811u);
+  session.receiveFrame(88, 8813, {});  // an empty payload is ignored
+  session.receiveFrame(88, 8813, kAnswer720p);
+  EXPECT_TRUE(session.handshakeComplete());
+  EXPECT_TRUE(session.errors().empty()) << allErrors(session);
+}
+
+struct FrameFaultCase {
+  const char* name;
+  uint32_t type;
+  uint32_t tag;
+  Bytes payload;  // the first frame; the second carries the short hello
+  const char* errorText;
+};
+
+class UsbFrameFaultTest : public testing::TestWithParam<FrameFaultCase> {};
+
+TEST_P(UsbFrameFaultTest, IsReported) {
+  HostSession session(deskConfig());
+  session.receiveFrame(GetParam().type, GetParam().tag, GetParam().payload);
+  session.receiveFrame(88, 8810, kHelloShort);
+  EXPECT_NE(allErrors(session).find(GetParam().errorText), std::string::npos) << allErrors(session);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, UsbFrameFaultTest,
+    testing::Values(FrameFaultCase{"WrongTag", 88, 8811, kHelloLong,
+                                   "tag 8811 (expected type 88 tag 8810)"},
+                    FrameFaultCase{"WrongType", 9, 8810, kHelloLong, "type 9 tag 8810"},
+                    FrameFaultCase{"TwoPacketsInOneFrame", 88, 8810, cat({kHelloLong, kHelloShort}),
+                                   "shares a USB frame"},
+                    FrameFaultCase{"PacketCutByTheFrame", 88, 8810,
+                                   Bytes(kHelloLong.begin(), kHelloLong.begin() + 10),
+                                   "ended inside a packet"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace oxelo::host

@@ -1,0 +1,235 @@
+#include "tools/host/StreamChecker.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/host/HostTestBytes.h"
+#include "tools/host/HostSession.h"
+
+namespace oxelo::host {
+namespace {
+
+using namespace testbytes;
+
+// Feeds a whole stream to a checker, record by record, as the session does.
+struct Checked {
+  std::vector<std::string> errors;
+  StreamChecker checker{[this](std::string text) { errors.push_back(std::move(text)); }};
+
+  explicit Checked(const Bytes& stream, bool framed = false) {
+    std::span<const uint8_t> rest(stream);
+    while (!rest.empty()) {
+      const auto record = checker.take(rest, framed);
+      if (record.length == 0) break;
+      rest = rest.subspan(record.length);
+    }
+    checker.finish();
+  }
+  std::string allErrors() const {
+    std::string out;
+    for (const auto& e : errors) out += e + "\n";
+    return out;
+  }
+};
+
+const Bytes kCleanStream = cat({kInfo, kVideoHeader, kCapability, kKeyFrame0, kStatus, kAudioHeader,
+                                kInterFrame33, kAudioFrame, kSnapshot});
+
+TEST(StreamCheckerTest, ACleanStreamIsCountedAndDecoded) {
+  Checked run(kCleanStream);
+  EXPECT_TRUE(run.errors.empty()) << run.allErrors();
+  const auto& c = run.checker.counts();
+  EXPECT_EQ(c.packets, 7u);  // the two tail blocks are not packets
+  EXPECT_EQ(c.infoPackets, 1u);
+  EXPECT_EQ(c.videoSequenceHeaders, 1u);
+  EXPECT_EQ(c.keyFrames, 1u);
+  EXPECT_EQ(c.interFrames, 1u);
+  EXPECT_EQ(c.audioSequenceHeaders, 1u);
+  EXPECT_EQ(c.audioFrames, 1u);
+  EXPECT_EQ(c.statusBlocks, 1u);
+  EXPECT_EQ(c.capabilityBlocks, 1u);
+  EXPECT_EQ(c.phoneCommands, 1u);
+  EXPECT_EQ(run.checker.firstPackets(),
+            (std::vector<std::string>{"info", "video_sequence_header", "capability_block",
+                                      "key_frame", "status_block", "audio_sequence_header",
+                                      "inter_frame", "audio_frame", "phone_command"}));
+
+  ASSERT_TRUE(run.checker.info().has_value());
+  const auto& info = *run.checker.info();
+  EXPECT_EQ(info.width, 1280u);
+  EXPECT_EQ(info.height, 720u);
+  EXPECT_EQ(info.videoBitRate, 2500000u);
+  EXPECT_EQ(info.audioSampleRate, 44100u);
+  EXPECT_EQ(info.deviceName, u"Cam");
+  EXPECT_EQ(info.frameRates, (std::vector<int32_t>{30, 60}));
+
+  ASSERT_TRUE(run.checker.lastStatus().has_value());
+  const auto& status = *run.checker.lastStatus();
+  EXPECT_TRUE(status.session.mirror);
+  EXPECT_EQ(status.session.torch, 1u);
+  EXPECT_EQ(status.session.aeafLock, 1u);
+  EXPECT_EQ(status.exposure, 100);
+  EXPECT_EQ(status.temperature, 5000);
+  EXPECT_EQ(status.bias, -5);
+  EXPECT_EQ(status.battery, 180);
+  EXPECT_EQ(status.focusFlags.deviceMode, 2u);
+
+  ASSERT_TRUE(run.checker.lastCapability().has_value());
+  EXPECT_EQ(run.checker.lastCapability()->cameraKind, 7u);
+  EXPECT_EQ(run.checker.lastCapability()->isoMax, 3200);
+  EXPECT_EQ(run.checker.lastCapability()->biasMin, -80);
+
+  ASSERT_EQ(run.checker.phoneCommands().size(), 1u);
+  EXPECT_EQ(run.checker.phoneCommands()[0].command, 18u);
+}
+
+struct OrderCase {
+  const char* name;
+  Bytes stream;
+  const char* orderError;  // a part of the expected order error
+};
+
+class StreamOrderTest : public testing::TestWithParam<OrderCase> {};
+
+TEST_P(StreamOrderTest, BreaksOfTheOrderAreReported) {
+  Checked run(GetParam().stream);
+  const auto& order = run.checker.orderErrors();
+  ASSERT_FALSE(order.empty()) << GetParam().name;
+  std::string all;
+  for (const auto& e : order) all += e + "\n";
+  EXPECT_NE(all.find(GetParam().orderError), std::string::npos) << all;
+  // Every order error is among the run's errors too.
+  EXPECT_GE(run.errors.size(), order.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, StreamOrderTest,
+    testing::Values(
+        OrderCase{"InfoNotFirst", cat({kVideoHeader, kCapability, kInfo}),
+                  "the first packet is a video_sequence_header"},
+        OrderCase{"SecondInfo", cat({kInfo, kInfo}), "a second info packet"},
+        OrderCase{"FrameBeforeSequenceHeader", cat({kInfo, kKeyFrame0}),
+                  "before the video sequence header"},
+        OrderCase{"SecondSequenceHeader",
+                  cat({kInfo, kVideoHeader, kCapability, kKeyFrame0, kVideoHeader}),
+                  "a second video sequence header"},
+        OrderCase{"NoCapabilityBlock", cat({kInfo, kVideoHeader, kKeyFrame0}),
+                  "carries no capability block"},
+        OrderCase{"StatusInsteadOfCapability", cat({kInfo, kVideoHeader, kStatus}),
+                  "carries no capability block"},
+        OrderCase{"StreamEndsBehindTheSequenceHeader", cat({kInfo, kVideoHeader}),
+                  "carries no capability block"},
+        OrderCase{"SequenceHeaderWithTimestamp", cat({kInfo, kVideoHeaderAt40, kCapability}),
+                  "a video sequence header with timestamp 40"},
+        OrderCase{"InterFrameFirst", cat({kInfo, kVideoHeader, kCapability, kInterFrame33}),
+                  "an inter frame before the first key frame"},
+        OrderCase{"VideoTimeGoesBack",
+                  cat({kInfo, kVideoHeader, kCapability, keyFrameAt("28000000"), kInterFrame33}),
+                  "went back from 40 to 33"},
+        OrderCase{"AudioFrameBeforeItsHeader", cat({kInfo, kAudioFrame}),
+                  "an audio frame before the audio sequence header"},
+        OrderCase{"SecondAudioHeader", cat({kInfo, kAudioHeader, kAudioFrame, kAudioHeader}),
+                  "a second audio sequence header"},
+        OrderCase{"AudioThatWasNotAnnounced", cat({kInfoNoAudio, kAudioHeader}),
+                  "the info packet announces none"},
+        OrderCase{"TailBehindAnInterFrame",
+                  cat({kInfo, kVideoHeader, kCapability, kKeyFrame0, kInterFrame33, kStatus}),
+                  "a tail block behind a packet"},
+        OrderCase{"TwoTailsBehindOneKeyFrame",
+                  cat({kInfo, kVideoHeader, kCapability, kKeyFrame0, kStatus, kStatus}),
+                  "a tail block behind a packet"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct FormatCase {
+  const char* name;
+  Bytes stream;
+  bool framed;
+  const char* error;
+};
+
+class StreamFormatTest : public testing::TestWithParam<FormatCase> {};
+
+TEST_P(StreamFormatTest, RecordsThatDoNotReadAreReported) {
+  Checked run(GetParam().stream, GetParam().framed);
+  EXPECT_NE(run.allErrors().find(GetParam().error), std::string::npos) << run.allErrors();
+  EXPECT_TRUE(run.checker.orderErrors().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, StreamFormatTest,
+    testing::Values(
+        FormatCase{"UnknownRecordType", cat({kInfo, hex("07000000 00000000")}), false,
+                   "the stream broke at a record with first word 7"},
+        FormatCase{"InfoWithAnotherFormatWord", placed(kInfo, 4, hex("02000000")), false,
+                   "the info packet does not read"},
+        FormatCase{"UnitsThatDoNotAddUp", cat({kInfo, kVideoHeader, kCapability, kBrokenKeyFrame}),
+                   false, "units do not add up"},
+        FormatCase{"SequenceHeaderWithWrongProfile",
+                   cat({kInfo, placed(kVideoHeader, 18, hex("4d")), kCapability}), false,
+                   "the video sequence header does not read"},
+        FormatCase{"StatusWithAnUndefinedBit",
+                   cat({kInfo, kVideoHeader, kCapability, kKeyFrame0,
+                        placed(kStatus, 12, hex("08000000"))}),
+                   false, "a status block does not read"},
+        FormatCase{"StopNoticeOverTcp", cat({kInfo, kStopNotice}), false, "a stop notice on TCP"},
+        FormatCase{"UnknownPhoneCommand", cat({kInfo, hex("88000000 13000000 00000000")}), false,
+                   "an unknown command 19 from the phone"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(StreamCheckerTest, AStopNoticeOverUsbIsCounted) {
+  Checked run(cat({kInfo, kStopNotice}), /*framed=*/true);
+  EXPECT_TRUE(run.errors.empty()) << run.allErrors();
+  EXPECT_EQ(run.checker.counts().stopNotices, 1u);
+}
+
+// The session hands the stream behind the answer to its checker.
+TEST(StreamCheckerTest, TheSessionReadsTheStreamCutByteByByte) {
+  HostSession session({"Desk", 5895, std::nullopt, true});
+  session.receiveBytes(cat({kHelloLong, kHelloShort}));
+  const Bytes all = cat({kAnswer720p, kCleanStream});
+  for (uint8_t b : all) session.receiveBytes({&b, 1});
+  session.phoneEnded();
+  EXPECT_TRUE(session.errors().empty()) << session.errors().front();
+  EXPECT_EQ(session.stream().counts().packets, 7u);
+  EXPECT_EQ(session.stream().counts().statusBlocks, 1u);
+}
+
+// USB: each record is one frame, with the type and tag of its kind.
+TEST(StreamCheckerTest, TheSessionChecksTheFrameOfEachRecord) {
+  HostSession session({"Desk", 5895, std::nullopt, true});
+  session.receiveFrame(88, 8810, kHelloLong);
+  session.receiveFrame(88, 8810, kHelloShort);
+  session.receiveFrame(88, 8813, kAnswer720p);
+  session.receiveFrame(18, 1, kInfo);
+  session.receiveFrame(9, 0, kVideoHeader);
+  session.receiveFrame(88, 8821, kCapability);
+  session.receiveFrame(9, 0, kKeyFrame0);
+  session.receiveFrame(88, 8821, kStatus);
+  session.receiveFrame(8, 1, kAudioHeader);
+  session.receiveFrame(9, 33, kInterFrame33);
+  session.receiveFrame(8, 1, kAudioFrame);
+  session.receiveFrame(88, 8818, kSnapshot);
+  session.receiveFrame(88, 8814, kStopNotice);
+  EXPECT_TRUE(session.errors().empty()) << session.errors().front();
+  EXPECT_EQ(session.stream().counts().stopNotices, 1u);
+
+  // A video frame whose frame tag is not its timestamp; a key frame and its
+  // block in one frame.
+  session.receiveFrame(9, 34, interFrameAt("22000000"));
+  session.receiveFrame(9, 0, keyFrameAt("23000000"));
+  session.receiveFrame(9, 0x24, cat({keyFrameAt("24000000"), kStatus}));
+  ASSERT_EQ(session.errors().size(), 3u);
+  EXPECT_NE(session.errors()[0].find("key_frame came in a USB frame of type 9 tag 0 (expected "
+                                     "type 9 tag 35)"),
+            std::string::npos)
+      << session.errors()[0];
+  EXPECT_NE(session.errors()[1].find("status_block shares a USB frame"), std::string::npos)
+      << session.errors()[1];
+  EXPECT_NE(session.errors()[2].find("expected type 88 tag 8821"), std::string::npos)
+      << session.errors()[2];
+}
+
+}  // namespace
+}  // namespace oxelo::host

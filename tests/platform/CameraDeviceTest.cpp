@@ -1,0 +1,314 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "platform/camera/CaptureDevice.h"
+#include "tests/support/CameraTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using nlohmann::json;
+
+// A back camera with two sizes, the second with HDR and a lower zoom limit.
+std::shared_ptr<CaptureDevice> twoFormatCamera(json controls = json::object()) {
+  json camera = {
+      {"type", "wide"},
+      {"position", "back"},
+      {"formats",
+       {{{"width", 1280},
+         {"height", 720},
+         {"fps", {{1, 30}, {60, 60}}},
+         {"iso", {50, 1600}},
+         {"exposure", {0.0001, 0.25}},
+         {"maxZoom", 10}},
+        {{"width", 1920}, {"height", 1080}, {"fps", 30}, {"maxZoom", 3}, {"hdr", true}}}},
+      {"controls", controls}};
+  auto system = test::camerasFromJson({{"cameras", {camera}}});
+  return system->devices().empty() ? nullptr : system->devices().front();
+}
+
+TEST(CameraDeviceTest, ChangesNeedTheConfigurationLockAndItCounts) {
+  auto d = twoFormatCamera();
+  ASSERT_TRUE(d);
+  EXPECT_FALSE(d->isLockedForConfiguration());
+  EXPECT_FALSE(d->setVideoZoomFactor(2.0));
+  EXPECT_DOUBLE_EQ(d->videoZoomFactor(), 1.0);
+
+  ASSERT_TRUE(d->lockForConfiguration());
+  ASSERT_TRUE(d->lockForConfiguration());  // nested
+  EXPECT_TRUE(d->setVideoZoomFactor(2.0));
+  d->unlockForConfiguration();
+  EXPECT_TRUE(d->isLockedForConfiguration());
+  EXPECT_TRUE(d->setFocusMode(AVCaptureFocusModeLocked));
+  d->unlockForConfiguration();
+  EXPECT_FALSE(d->isLockedForConfiguration());
+  d->unlockForConfiguration();  // one too many does no harm
+  EXPECT_FALSE(d->setVideoZoomFactor(3.0));
+  EXPECT_DOUBLE_EQ(d->videoZoomFactor(), 2.0);
+  EXPECT_EQ(d->focusMode(), AVCaptureFocusModeLocked);
+}
+
+TEST(CameraDeviceTest, AFailedLockGivesItsReasonAndRefusesChanges) {
+  json camera = test::cameraJson("wide", "back", {{{1280, 720}, 30}});
+  camera["lockError"] = "in use by another client";
+  auto d = test::camerasFromJson({{"cameras", {camera}}})->devices().front();
+  std::string error;
+  EXPECT_FALSE(d->lockForConfiguration(&error));
+  EXPECT_EQ(error, "in use by another client");
+  EXPECT_FALSE(d->isLockedForConfiguration());
+  EXPECT_FALSE(d->setExposureTargetBias(1.0f));
+  EXPECT_FLOAT_EQ(d->exposureTargetBias(), 0.0f);
+}
+
+TEST(CameraDeviceTest, StartsInTheBestAutomaticModesOrLockedWithoutThem) {
+  auto full = twoFormatCamera();
+  EXPECT_EQ(full->focusMode(), AVCaptureFocusModeContinuousAutoFocus);
+  EXPECT_EQ(full->exposureMode(), AVCaptureExposureModeContinuousAutoExposure);
+  EXPECT_EQ(full->whiteBalanceMode(), AVCaptureWhiteBalanceModeContinuousAutoWhiteBalance);
+
+  auto oneShot = twoFormatCamera({{"focusModes", {0, 1}}, {"exposureModes", {0}}});
+  EXPECT_EQ(oneShot->focusMode(), AVCaptureFocusModeAutoFocus);
+  EXPECT_EQ(oneShot->exposureMode(), AVCaptureExposureModeLocked);
+  EXPECT_FALSE(oneShot->isExposureModeSupported(AVCaptureExposureModeCustom));
+}
+
+// One refused change each: the value stays as it was.
+struct Refusal {
+  const char* name;
+  json controls;
+  std::function<bool(CaptureDevice&)> change;
+  std::function<bool(CaptureDevice&)> unchanged;
+};
+
+class CameraRefusalTest : public testing::TestWithParam<Refusal> {};
+
+TEST_P(CameraRefusalTest, RefusesAndKeepsTheOldValue) {
+  auto d = twoFormatCamera(GetParam().controls);
+  ASSERT_TRUE(d);
+  ASSERT_TRUE(d->lockForConfiguration());
+  ASSERT_TRUE(d->setActiveFormat(d->formatForSessionPreset(AVCaptureSessionPreset1280x720)));
+  EXPECT_FALSE(GetParam().change(*d)) << GetParam().name;
+  EXPECT_TRUE(GetParam().unchanged(*d)) << GetParam().name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Changes, CameraRefusalTest,
+    testing::Values(
+        Refusal{"ZoomBelowOne", json::object(),
+                [](CaptureDevice& d) { return d.setVideoZoomFactor(0.99); },
+                [](CaptureDevice& d) { return d.videoZoomFactor() == 1.0; }},
+        Refusal{"ZoomAboveTheActiveFormatsLimit", json::object(),
+                [](CaptureDevice& d) { return d.setVideoZoomFactor(10.5); },
+                [](CaptureDevice& d) { return d.videoZoomFactor() == 1.0; }},
+        Refusal{"LensPositionAboveOne", json::object(),
+                [](CaptureDevice& d) { return d.setFocusModeLockedWithLensPosition(1.01f); },
+                [](CaptureDevice& d) {
+                  return d.focusMode() == AVCaptureFocusModeContinuousAutoFocus;
+                }},
+        Refusal{"LensPositionWithoutTheFeature",
+                {{"lensPosition", false}},
+                [](CaptureDevice& d) { return d.setFocusModeLockedWithLensPosition(0.5f); },
+                [](CaptureDevice& d) {
+                  return d.focusMode() == AVCaptureFocusModeContinuousAutoFocus;
+                }},
+        Refusal{"BiasBeyondTheLimit",
+                {{"exposureBias", {-2, 2}}},
+                [](CaptureDevice& d) { return d.setExposureTargetBias(2.5f); },
+                [](CaptureDevice& d) { return d.exposureTargetBias() == 0.0f; }},
+        Refusal{"ExposureBelowTheFormatsMinimum", json::object(),
+                [](CaptureDevice& d) {
+                  return d.setExposureModeCustomWithDurationISO(CaptureTime::make(5, 100000),
+                                                                AVCaptureISOCurrent);
+                },
+                [](CaptureDevice& d) { return d.exposureMode() != AVCaptureExposureModeCustom; }},
+        Refusal{"IsoAboveTheFormatsMaximum", json::object(),
+                [](CaptureDevice& d) {
+                  return d.setExposureModeCustomWithDurationISO(AVCaptureExposureDurationCurrent,
+                                                                1601.0f);
+                },
+                [](CaptureDevice& d) { return d.exposureMode() != AVCaptureExposureModeCustom; }},
+        Refusal{"CustomExposureWithoutModeThree",
+                {{"exposureModes", {0, 2}}},
+                [](CaptureDevice& d) {
+                  return d.setExposureModeCustomWithDurationISO(CaptureTime::make(1, 100), 100.0f);
+                },
+                [](CaptureDevice& d) { return d.exposureMode() != AVCaptureExposureModeCustom; }},
+        Refusal{"GainBelowOne", json::object(),
+                [](CaptureDevice& d) {
+                  return d.setWhiteBalanceModeLockedWithDeviceWhiteBalanceGains({0.9f, 1.0f, 1.0f});
+                },
+                [](CaptureDevice& d) {
+                  return d.whiteBalanceMode() ==
+                         AVCaptureWhiteBalanceModeContinuousAutoWhiteBalance;
+                }},
+        Refusal{"GainAboveTheMaximum",
+                {{"maxWhiteBalanceGain", 2}},
+                [](CaptureDevice& d) {
+                  return d.setWhiteBalanceModeLockedWithDeviceWhiteBalanceGains({1.0f, 2.5f, 1.0f});
+                },
+                [](CaptureDevice& d) {
+                  return d.whiteBalanceMode() ==
+                         AVCaptureWhiteBalanceModeContinuousAutoWhiteBalance;
+                }},
+        Refusal{"TorchLevelZero", json::object(),
+                [](CaptureDevice& d) { return d.setTorchModeOnWithLevel(0.0f); },
+                [](CaptureDevice& d) { return d.torchMode() == AVCaptureTorchModeOff; }},
+        Refusal{"TorchLevelAboveOne", json::object(),
+                [](CaptureDevice& d) { return d.setTorchModeOnWithLevel(1.2f); },
+                [](CaptureDevice& d) { return d.torchMode() == AVCaptureTorchModeOff; }},
+        Refusal{"TorchOnACameraWithout",
+                {{"torch", false}},
+                [](CaptureDevice& d) { return d.setTorchModeOnWithLevel(1.0f); },
+                [](CaptureDevice& d) { return d.torchLevel() == 0.0f && !d.isTorchAvailable(); }},
+        Refusal{"FocusPointWithoutTheFeature",
+                {{"focusPointOfInterest", false}},
+                [](CaptureDevice& d) {
+                  return d.setFocusPointOfInterest({0.2, 0.3});
+                },
+                [](CaptureDevice& d) {
+                  return d.focusPointOfInterest() == CapturePoint{0.5, 0.5};
+                }},
+        Refusal{"ExposurePointOutsideThePicture", json::object(),
+                [](CaptureDevice& d) {
+                  return d.setExposurePointOfInterest({1.2, 0.3});
+                },
+                [](CaptureDevice& d) {
+                  return d.exposurePointOfInterest() == CapturePoint{0.5, 0.5};
+                }},
+        Refusal{"UnsupportedWhiteBalanceMode",
+                {{"whiteBalanceModes", {0, 2}}},
+                [](CaptureDevice& d) { return d.setWhiteBalanceMode(1); },
+                [](CaptureDevice& d) { return d.whiteBalanceMode() == 2; }},
+        Refusal{"HdrWhileTheDeviceAdjustsIt", json::object(),
+                [](CaptureDevice& d) { return d.setVideoHDREnabled(true); },
+                [](CaptureDevice& d) { return !d.isVideoHDREnabled(); }},
+        Refusal{"HdrOnAFormatWithout", json::object(),
+                [](CaptureDevice& d) {
+                  d.setAutomaticallyAdjustsVideoHDREnabled(false);
+                  return d.setVideoHDREnabled(true);  // the 1920x1080 format has it, 1280x720 not
+                },
+                [](CaptureDevice& d) { return !d.isVideoHDREnabled(); }},
+        Refusal{"FrameDurationOutsideTheRanges", json::object(),
+                [](CaptureDevice& d) {
+                  return d.setActiveVideoMinFrameDuration(CaptureTime::make(1, 45));
+                },
+                [](CaptureDevice& d) {
+                  return d.activeVideoMinFrameDuration() == CaptureTime::make(1, 30);
+                }}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(CameraDeviceTest, CustomExposureKeepsWhatIsCurrentAndTakesTheRest) {
+  auto d = twoFormatCamera();
+  ASSERT_TRUE(d->lockForConfiguration());
+  ASSERT_TRUE(d->setActiveFormat(d->formats()[1]));  // 1280x720 "420f"
+  CaptureTime before = d->exposureDuration();
+  ASSERT_TRUE(d->setExposureModeCustomWithDurationISO(AVCaptureExposureDurationCurrent, 400.0f));
+  EXPECT_EQ(d->exposureMode(), AVCaptureExposureModeCustom);
+  EXPECT_EQ(d->exposureDuration(), before);
+  EXPECT_FLOAT_EQ(d->ISO(), 400.0f);
+  ASSERT_TRUE(
+      d->setExposureModeCustomWithDurationISO(CaptureTime::make(1, 4), AVCaptureISOCurrent));
+  EXPECT_EQ(d->exposureDuration(), CaptureTime::make(1, 4));  // the maximum is allowed
+  EXPECT_FLOAT_EQ(d->ISO(), 400.0f);
+  EXPECT_EQ(d->activeMaxExposureDuration(), CaptureTime::make(1, 4));
+}
+
+TEST(CameraDeviceTest, AnotherActiveFormatResetsTheTimingAndBringsZoomWithinItsLimit) {
+  auto d = twoFormatCamera();
+  ASSERT_TRUE(d->lockForConfiguration());
+  auto hd = d->formatForSessionPreset(AVCaptureSessionPreset1280x720);
+  auto fullHd = d->formatForSessionPreset(AVCaptureSessionPreset1920x1080);
+  ASSERT_TRUE(hd && fullHd);
+  ASSERT_TRUE(d->setActiveFormat(hd));
+  ASSERT_TRUE(d->setActiveVideoMinFrameDuration(CaptureTime::make(1, 60)));
+  ASSERT_TRUE(d->setActiveVideoMaxFrameDuration(CaptureTime::make(1, 60)));
+  ASSERT_TRUE(d->setVideoZoomFactor(8.0));
+
+  ASSERT_TRUE(d->setActiveFormat(fullHd));
+  EXPECT_EQ(d->activeFormat(), fullHd);
+  EXPECT_EQ(d->activeVideoMinFrameDuration(), CaptureTime::make(1, 30));
+  EXPECT_EQ(d->activeVideoMaxFrameDuration(), CaptureTime::make(1, 30));
+  EXPECT_DOUBLE_EQ(d->videoZoomFactor(), 3.0);
+
+  // A format of another camera is not this camera's.
+  auto other = twoFormatCamera();
+  EXPECT_FALSE(d->setActiveFormat(other->formats()[0]));
+  EXPECT_EQ(d->activeFormat(), fullHd);
+}
+
+TEST(CameraDeviceTest, TheInvalidTimeReturnsTheFramesToTheFormatsOwnTiming) {
+  auto d = twoFormatCamera();
+  ASSERT_TRUE(d->lockForConfiguration());
+  ASSERT_TRUE(d->setActiveFormat(d->formatForSessionPreset(AVCaptureSessionPreset1280x720)));
+  ASSERT_TRUE(d->setActiveVideoMinFrameDuration(CaptureTime::make(1, 15)));
+  EXPECT_EQ(d->activeVideoMinFrameDuration(), CaptureTime::make(1, 15));
+  ASSERT_TRUE(d->setActiveVideoMinFrameDuration(CaptureTime::invalid()));
+  EXPECT_EQ(d->activeVideoMinFrameDuration(), CaptureTime::make(1, 30));
+}
+
+TEST(CameraDeviceTest, SessionPresetsNeedAFormatOfExactlyTheirSize) {
+  auto d = twoFormatCamera();
+  EXPECT_TRUE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPreset1280x720));
+  EXPECT_TRUE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPreset1920x1080));
+  EXPECT_FALSE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPreset640x480));
+  EXPECT_FALSE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPresetiFrame960x540));
+  EXPECT_FALSE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPreset3840x2160));
+  EXPECT_FALSE(d->supportsAVCaptureSessionPreset("AVCaptureSessionPreset352x288"));
+  EXPECT_TRUE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPresetHigh));
+  // The full-range format of the size is the one a session takes.
+  auto f = d->formatForSessionPreset(AVCaptureSessionPreset1280x720);
+  EXPECT_EQ(f->mediaSubType, kPixelFormat420FullRange);
+  EXPECT_EQ(d->formatForSessionPreset(AVCaptureSessionPresetHigh)->width, 1920);
+}
+
+TEST(CameraDeviceTest, SubjectAreaChangesReachObserversOnlyWhileMonitored) {
+  auto d = twoFormatCamera();
+  int seen = 0;
+  auto subscription = d->observeSubjectAreaDidChange([&] { ++seen; });
+  d->subjectAreaDidChange();
+  EXPECT_EQ(seen, 0);
+  ASSERT_TRUE(d->lockForConfiguration());
+  ASSERT_TRUE(d->setSubjectAreaChangeMonitoringEnabled(true));
+  d->unlockForConfiguration();
+  d->subjectAreaDidChange();
+  d->subjectAreaDidChange();
+  EXPECT_EQ(seen, 2);
+  subscription.reset();
+  d->subjectAreaDidChange();
+  EXPECT_EQ(seen, 2);
+}
+
+TEST(CameraDeviceTest, ARampKeepsItsRateADirectZoomClearsIt) {
+  auto d = twoFormatCamera();
+  ASSERT_TRUE(d->lockForConfiguration());
+  ASSERT_TRUE(d->setActiveFormat(d->formatForSessionPreset(AVCaptureSessionPreset1280x720)));
+  ASSERT_TRUE(d->rampToVideoZoomFactorWithRate(4.0, 5.0f));
+  EXPECT_DOUBLE_EQ(d->videoZoomFactor(), 4.0);
+  EXPECT_FLOAT_EQ(d->videoZoomRampRate(), 5.0f);
+  ASSERT_TRUE(d->setVideoZoomFactor(2.0));
+  EXPECT_FLOAT_EQ(d->videoZoomRampRate(), 0.0f);
+}
+
+TEST(CameraDeviceTest, TorchLevelReadsZeroWhenOff) {
+  auto d = twoFormatCamera();
+  ASSERT_TRUE(d->lockForConfiguration());
+  std::string error;
+  ASSERT_TRUE(d->setTorchModeOnWithLevel(0.6f, &error)) << error;
+  EXPECT_EQ(d->torchMode(), AVCaptureTorchModeOn);
+  EXPECT_FLOAT_EQ(d->torchLevel(), 0.6f);
+  ASSERT_TRUE(d->setTorchMode(AVCaptureTorchModeOff));
+  EXPECT_FLOAT_EQ(d->torchLevel(), 0.0f);
+  EXPECT_FALSE(d->setTorchMode(AVCaptureTorchModeAuto));
+}
+
+TEST(CameraTimeTest, ComparesAcrossTimeScalesExactly) {
+  EXPECT_EQ(CaptureTime::make(1, 30), CaptureTime::make(2, 60));
+  EXPECT_LT(CaptureTime::make(1, 31), CaptureTime::make(1, 30));
+  EXPECT_LT(CaptureTime::invalid(), CaptureTime::make(0, 1));
+  EXPECT_EQ(CaptureTime::withSeconds(0.0333, 10000), CaptureTime::make(333, 10000));
+  EXPECT_FALSE(CaptureTime::withSeconds(1.0, 0).isValid());
+}
+
+}  // namespace
+}  // namespace oxelo

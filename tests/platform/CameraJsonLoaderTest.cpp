@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "platform/camera/VirtualCameraBackend.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using nlohmann::json;
+
+TEST(CameraJsonLoaderTest, ReadsRangesSubtypesLimitsAndControls) {
+  std::string error;
+  auto set = parseVirtualCameras(json::parse(R"({"cameras":[
+      {"type":"AVCaptureDeviceTypeBuiltInDualCamera","position":2,"uniqueID":"d1",
+       "formats":[{"width":1920,"height":1080,"fps":[[1,30],[60,60]],"subtypes":["420f"],
+                   "iso":[20,800],"exposure":[0.001,0.1],"maxZoom":4,"hdr":true}],
+       "controls":{"focusModes":[0],"exposureModes":[2,3],"torch":false,"exposureBias":[-3,3],
+                   "maxWhiteBalanceGain":2.5},
+       "constituents":["wide","telephoto"],"switchOverZoomFactors":[2]}]})"),
+                                 error);
+  ASSERT_TRUE(set) << error;
+  ASSERT_EQ(set->size(), 1u);
+  const auto& d = (*set)[0].description;
+  EXPECT_EQ(d.uniqueID, "d1");
+  EXPECT_EQ(d.deviceType, AVCaptureDeviceTypeBuiltInDualCamera);
+  EXPECT_EQ(d.position, AVCaptureDevicePositionFront);
+  ASSERT_EQ(d.formats.size(), 1u);
+  const auto& f = d.formats[0];
+  EXPECT_EQ(f.mediaSubType, "420f");
+  ASSERT_EQ(f.videoSupportedFrameRateRanges.size(), 2u);
+  EXPECT_EQ(f.videoSupportedFrameRateRanges[1].minFrameDuration, CaptureTime::make(1, 60));
+  EXPECT_EQ(f.videoSupportedFrameRateRanges[0].maxFrameDuration, CaptureTime::make(1, 1));
+  EXPECT_FLOAT_EQ(f.minISO, 20);
+  EXPECT_FLOAT_EQ(f.maxISO, 800);
+  EXPECT_DOUBLE_EQ(f.minExposureDuration.seconds(), 0.001);
+  EXPECT_DOUBLE_EQ(f.videoMaxZoomFactor, 4);
+  EXPECT_TRUE(f.videoHDRSupported);
+  const auto& c = d.capabilities;
+  EXPECT_EQ(c.focusModes, 0b1u);
+  EXPECT_EQ(c.exposureModes, 0b1100u);
+  EXPECT_FALSE(c.torch);
+  EXPECT_TRUE(c.lockingFocusWithCustomLensPosition);  // not mentioned: supported
+  EXPECT_FLOAT_EQ(c.minExposureTargetBias, -3);
+  EXPECT_FLOAT_EQ(c.maxWhiteBalanceGain, 2.5f);
+  EXPECT_EQ(c.constituentDeviceTypes.size(), 2u);
+  EXPECT_FALSE((*set)[0].lockError);
+}
+
+TEST(CameraJsonLoaderTest, EachEntryGivesBothSubtypesInItsOrderByDefault) {
+  std::string error;
+  auto set = parseVirtualCameras(json::parse(R"({"cameras":[{"type":"wide","position":"back",
+      "formats":[{"width":1280,"height":720,"fps":30},{"width":640,"height":480,"fps":60}]}]})"),
+                                 error);
+  ASSERT_TRUE(set) << error;
+  const auto& formats = (*set)[0].description.formats;
+  ASSERT_EQ(formats.size(), 4u);
+  EXPECT_EQ(formats[0].width, 1280);
+  EXPECT_EQ(formats[0].mediaSubType, "420v");
+  EXPECT_EQ(formats[1].mediaSubType, "420f");
+  EXPECT_EQ(formats[2].width, 640);
+  EXPECT_DOUBLE_EQ(formats[3].maxFrameRate(), 60);
+  EXPECT_EQ((*set)[0].description.localizedName, "Back Camera");
+}
+
+struct BadDocument {
+  const char* name;
+  const char* text;
+  const char* errorPart;
+};
+
+class CameraJsonErrorTest : public testing::TestWithParam<BadDocument> {};
+
+TEST_P(CameraJsonErrorTest, NamesThePlaceAndTheFault) {
+  std::string error;
+  EXPECT_FALSE(parseVirtualCameras(json::parse(GetParam().text), error));
+  EXPECT_NE(error.find(GetParam().errorPart), std::string::npos) << error;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Documents, CameraJsonErrorTest,
+    testing::Values(
+        BadDocument{"NotAnObject", R"([1,2])", "document: must be an object"},
+        BadDocument{"NoCameras", R"({})", "needs \"cameras\""},
+        BadDocument{"UnknownTopKey", R"({"cameras":[],"camera":1})", "unknown key \"camera\""},
+        BadDocument{"UnknownType",
+                    R"({"cameras":[{"type":"fisheye","position":"back","formats":[]}]})",
+                    "cameras[0].type: unknown camera type \"fisheye\""},
+        BadDocument{"MissingPosition", R"({"cameras":[{"type":"wide","formats":[]}]})",
+                    "cameras[0]: needs \"position\""},
+        BadDocument{"BadPosition", R"({"cameras":[{"type":"wide","position":3,"formats":[]}]})",
+                    "cameras[0].position: must be \"back\" or \"front\""},
+        BadDocument{"TypoInAFormat",
+                    R"({"cameras":[{"type":"wide","position":"back",
+                        "formats":[{"width":640,"heigth":480,"fps":30}]}]})",
+                    "cameras[0].formats[0]: unknown key \"heigth\""},
+        BadDocument{"ZeroWidth",
+                    R"({"cameras":[{"type":"wide","position":"back",
+                        "formats":[{"width":0,"height":480,"fps":30}]}]})",
+                    "cameras[0].formats[0].width: must be a whole number"},
+        BadDocument{"TextRate",
+                    R"({"cameras":[{"type":"wide","position":"back",
+                        "formats":[{"width":640,"height":480,"fps":"30"}]}]})",
+                    "formats[0].fps: must be a rate or a list"},
+        BadDocument{"RangeUpsideDown",
+                    R"({"cameras":[{"type":"wide","position":"back",
+                        "formats":[{"width":640,"height":480,"fps":[[60,30]]}]}]})",
+                    "formats[0].fps[0]: the first number must not be above the second"},
+        BadDocument{"OddSubtype",
+                    R"({"cameras":[{"type":"wide","position":"back",
+                        "formats":[{"width":640,"height":480,"fps":30,"subtypes":["yuvs"]}]}]})",
+                    "subtypes: holds a subtype other than"},
+        BadDocument{"ExposureModeFour",
+                    R"({"cameras":[{"type":"wide","position":"back","formats":[],
+                        "controls":{"exposureModes":[2,4]}}]})",
+                    "controls.exposureModes: holds a mode that is not 0 to 3"},
+        BadDocument{"FlagAsNumber",
+                    R"({"cameras":[{"type":"wide","position":"back","formats":[],
+                        "controls":{"torch":1}}]})",
+                    "controls.torch: must be true or false"},
+        BadDocument{"SwitchOverWithoutParts",
+                    R"({"cameras":[{"type":"triple","position":"back","formats":[],
+                        "switchOverZoomFactors":[2]}]})",
+                    "switchOverZoomFactors: needs \"constituents\""},
+        BadDocument{"SameIdTwice",
+                    R"({"cameras":[{"type":"wide","position":"back","formats":[],"uniqueID":"a"},
+                                   {"type":"wide","position":"front","formats":[],"uniqueID":"a"}]})",
+                    "cameras[1].uniqueID: \"a\" is used twice"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(CameraJsonLoaderTest, FileErrorsNameTheFile) {
+  test::TempDir dir;
+  std::string error;
+  auto missing = dir.path() / "none.json";
+  EXPECT_FALSE(loadVirtualCameras(missing, error));
+  EXPECT_EQ(error, missing.string() + ": cannot be read");
+
+  auto broken = dir.path() / "broken.json";
+  std::ofstream(broken) << "{\"cameras\": [";
+  EXPECT_FALSE(loadVirtualCameras(broken, error));
+  EXPECT_EQ(error, broken.string() + ": not valid JSON");
+
+  auto wrong = dir.path() / "wrong.json";
+  std::ofstream(wrong) << R"({"cameras":[{"type":"wide","position":"back"}]})";
+  EXPECT_FALSE(loadVirtualCameras(wrong, error));
+  EXPECT_EQ(error, wrong.string() + ": cameras[0]: needs \"formats\"");
+}
+
+}  // namespace
+}  // namespace oxelo

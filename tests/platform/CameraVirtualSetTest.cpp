@@ -1,0 +1,179 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <fstream>
+
+#include "platform/camera/CameraSystem.h"
+#include "tests/support/CameraTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+// Sets an environment variable for one test.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = getenv(name)) old_ = old;
+    setenv(name, value.c_str(), 1);
+  }
+  ~ScopedEnv() {
+    if (old_) {
+      setenv(name_, old_->c_str(), 1);
+    } else {
+      unsetenv(name_);
+    }
+  }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+bool hasFormat(const CaptureDevice& d, int width, int height, double rate) {
+  for (const auto& f : d.formats()) {
+    if (f->width == width && f->height == height && f->mediaSubType == "420f" &&
+        f->maxFrameRate() == rate)
+      return true;
+  }
+  return false;
+}
+
+TEST(CameraVirtualSetTest, TheDefaultSetHasFourBackCamerasAndAFrontOne) {
+  auto system = test::defaultVirtualCameraSystem();
+  const auto& d = system->devices();
+  ASSERT_EQ(d.size(), 5u);
+  struct Expected {
+    const char* type;
+    AVCaptureDevicePosition position;
+  };
+  const Expected expected[] = {
+      {AVCaptureDeviceTypeBuiltInWideAngleCamera, AVCaptureDevicePositionBack},
+      {AVCaptureDeviceTypeBuiltInTelephotoCamera, AVCaptureDevicePositionBack},
+      {AVCaptureDeviceTypeBuiltInUltraWideCamera, AVCaptureDevicePositionBack},
+      {AVCaptureDeviceTypeBuiltInTripleCamera, AVCaptureDevicePositionBack},
+      {AVCaptureDeviceTypeBuiltInWideAngleCamera, AVCaptureDevicePositionFront},
+  };
+  for (size_t i = 0; i < d.size(); ++i) {
+    EXPECT_EQ(d[i]->deviceType(), expected[i].type) << i;
+    EXPECT_EQ(d[i]->position(), expected[i].position) << i;
+    EXPECT_FALSE(d[i]->uniqueID().empty()) << i;
+    EXPECT_FALSE(d[i]->localizedName().empty()) << i;
+    for (const char* preset : {AVCaptureSessionPreset640x480, AVCaptureSessionPresetiFrame960x540,
+                               AVCaptureSessionPreset1280x720, AVCaptureSessionPreset1920x1080,
+                               AVCaptureSessionPreset3840x2160}) {
+      EXPECT_TRUE(d[i]->supportsAVCaptureSessionPreset(preset)) << i << " " << preset;
+    }
+  }
+  // Realistic rates: the wide camera films slow motion, 4K tops at 60.
+  EXPECT_TRUE(hasFormat(*d[0], 1280, 720, 240));
+  EXPECT_TRUE(hasFormat(*d[0], 1920, 1080, 120));
+  EXPECT_TRUE(hasFormat(*d[0], 3840, 2160, 60));
+  EXPECT_TRUE(hasFormat(*d[4], 1920, 1080, 60));
+  // Every control, but no torch at the front.
+  EXPECT_TRUE(d[0]->hasTorch());
+  EXPECT_FALSE(d[4]->hasTorch());
+  for (const auto& camera : d) {
+    EXPECT_TRUE(camera->isExposureModeSupported(AVCaptureExposureModeCustom));
+    EXPECT_TRUE(camera->isLockingFocusWithCustomLensPositionSupported());
+    EXPECT_TRUE(camera->isLockingWhiteBalanceWithCustomDeviceGainsSupported());
+    EXPECT_TRUE(camera->isFocusPointOfInterestSupported());
+  }
+  EXPECT_TRUE(d[3]->isVirtualDevice());
+  EXPECT_EQ(d[3]->constituentDeviceTypes().front(), AVCaptureDeviceTypeBuiltInUltraWideCamera);
+  EXPECT_EQ(d[3]->virtualDeviceSwitchOverVideoZoomFactors(), (std::vector<double>{2.0, 6.0}));
+  EXPECT_FALSE(d[0]->isVirtualDevice());
+}
+
+TEST(CameraVirtualSetTest, DiscoveryOrdersByTheListOfTypesThenBySystemOrder) {
+  auto system = test::camerasFromJson({{"cameras",
+                                        {test::cameraJson("wide", "back", {{{640, 480}, 30}}),
+                                         test::cameraJson("triple", "back", {{{640, 480}, 30}}),
+                                         test::cameraJson("wide", "front", {{{640, 480}, 30}}),
+                                         test::cameraJson("wide", "back", {{{640, 480}, 30}})}}});
+  const auto& all = system->devices();
+  auto back = CaptureDeviceDiscoverySession::discoverySessionWithDeviceTypes(
+      {AVCaptureDeviceTypeBuiltInTripleCamera, AVCaptureDeviceTypeBuiltInWideAngleCamera},
+      AVMediaTypeVideo, AVCaptureDevicePositionBack, system);
+  EXPECT_EQ(back.devices(), (std::vector{all[1], all[0], all[3]}));
+
+  auto anywhere = CaptureDeviceDiscoverySession::discoverySessionWithDeviceTypes(
+      {AVCaptureDeviceTypeBuiltInWideAngleCamera}, AVMediaTypeVideo,
+      AVCaptureDevicePositionUnspecified, system);
+  EXPECT_EQ(anywhere.devices(), (std::vector{all[0], all[2], all[3]}));
+
+  EXPECT_EQ(system->defaultDeviceWithDeviceType(AVCaptureDeviceTypeBuiltInWideAngleCamera,
+                                                AVMediaTypeVideo, AVCaptureDevicePositionFront),
+            all[2]);
+  EXPECT_EQ(system->defaultDeviceWithDeviceType(AVCaptureDeviceTypeBuiltInTelephotoCamera,
+                                                AVMediaTypeVideo, AVCaptureDevicePositionBack),
+            nullptr);
+  EXPECT_EQ(system->defaultDeviceWithDeviceType(AVCaptureDeviceTypeBuiltInWideAngleCamera, "soun",
+                                                AVCaptureDevicePositionBack),
+            nullptr);
+  EXPECT_EQ(system->deviceWithUniqueID(all[3]->uniqueID()), all[3]);
+}
+
+TEST(CameraVirtualSetTest, TheProcessWideSetIsEmptyUntilOneIsInstalled) {
+  CameraSystem::setCurrent(nullptr);
+  EXPECT_TRUE(CameraSystem::current()->devices().empty());
+  auto system = test::defaultVirtualCameraSystem();
+  CameraSystem::setCurrent(system);
+  EXPECT_EQ(CameraSystem::current(), system);
+  auto session = CaptureDeviceDiscoverySession::discoverySessionWithDeviceTypes(
+      {AVCaptureDeviceTypeBuiltInTelephotoCamera}, AVMediaTypeVideo, AVCaptureDevicePositionBack);
+  ASSERT_EQ(session.devices().size(), 1u);
+  CameraSystem::setCurrent(nullptr);
+}
+
+TEST(CameraVirtualSetTest, OpenVirtualTakesTheFileTheEnvironmentNames) {
+  test::TempDir dir;
+  auto file = dir.path() / "cameras.json";
+  std::ofstream(file) << R"({"cameras":[{"type":"telephoto","position":"front",
+      "name":"Odd One","formats":[{"width":800,"height":600,"fps":24}]}]})";
+  ScopedEnv env("OXELO_VIRTUAL_CAMERAS", file.string());
+  std::string error;
+  auto system = CameraSystem::open("virtual", error);
+  ASSERT_TRUE(system) << error;
+  EXPECT_EQ(system->backend(), "virtual");
+  ASSERT_EQ(system->devices().size(), 1u);
+  EXPECT_EQ(system->devices()[0]->localizedName(), "Odd One");
+  EXPECT_EQ(system->devices()[0]->position(), AVCaptureDevicePositionFront);
+}
+
+TEST(CameraVirtualSetTest, OpenVirtualFailsWithTheFileAndTheReason) {
+  test::TempDir dir;
+  auto file = dir.path() / "cameras.json";
+  std::ofstream(file) << R"({"cameras":[{"type":"wide","position":"side","formats":[]}]})";
+  ScopedEnv env("OXELO_VIRTUAL_CAMERAS", file.string());
+  std::string error;
+  EXPECT_FALSE(CameraSystem::open("virtual", error));
+  EXPECT_NE(error.find("OXELO_VIRTUAL_CAMERAS"), std::string::npos) << error;
+  EXPECT_NE(error.find(file.string()), std::string::npos) << error;
+  EXPECT_NE(error.find("cameras[0].position"), std::string::npos) << error;
+}
+
+struct SourceCase {
+  const char* name;
+  const char* source;
+  const char* errorPart;
+};
+
+class CameraSourceTest : public testing::TestWithParam<SourceCase> {};
+
+TEST_P(CameraSourceTest, RefusesWhatItCannotUse) {
+  std::string error;
+  EXPECT_FALSE(CameraSystem::open(GetParam().source, error));
+  EXPECT_NE(error.find(GetParam().errorPart), std::string::npos) << error;
+}
+
+INSTANTIATE_TEST_SUITE_P(Sources, CameraSourceTest,
+                         testing::Values(SourceCase{"UnknownBackend", "usb", "auto, virtual, v4l2"},
+                                         SourceCase{"EmptyDevice", "v4l2:", "needs a device"},
+                                         SourceCase{"MissingNode", "v4l2:/dev/oxelo-no-such-camera",
+                                                    "No such file or directory"},
+                                         SourceCase{"NotAVideoNode", "v4l2:/dev/null",
+                                                    "not a V4L2 device"}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace oxelo

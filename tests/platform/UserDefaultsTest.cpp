@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "platform/defaults/UserDefaults.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using Json = nlohmann::json;
+
+TEST(UserDefaultsTest, StoredValuesWinOverRegisteredDefaultsWhichWinOverNeutralValues) {
+  test::TempDir dir;
+  UserDefaults d(dir.path());
+  d.registerDefaults({{"videoSize", 4}, {"autoConnect", true}, {"hdr", "Auto"}});
+  EXPECT_EQ(d.integerForKey("videoSize"), 4);
+  d.setInteger("videoSize", 6);
+  d.registerDefaults({{"videoSize", 4}});  // registering again never overwrites
+  EXPECT_EQ(d.integerForKey("videoSize"), 6);
+  EXPECT_TRUE(d.boolForKey("autoConnect"));
+  EXPECT_EQ(d.stringForKey("hdr"), "Auto");
+  // Missing keys read as the neutral value.
+  EXPECT_FALSE(d.boolForKey("showGrid"));
+  EXPECT_EQ(d.integerForKey("torchLevel"), 0);
+  EXPECT_EQ(d.doubleForKey("exposure"), 0.0);
+  EXPECT_FALSE(d.stringForKey("lastHostIP").has_value());
+  EXPECT_TRUE(d.arrayForKey("hostHistory").empty());
+  EXPECT_TRUE(d.objectForKey("lastHostName").is_null());
+  // Removing a stored value uncovers the default again.
+  d.removeObjectForKey("videoSize");
+  EXPECT_EQ(d.integerForKey("videoSize"), 4);
+}
+
+TEST(UserDefaultsTest, TypedReadsConvertBetweenNumberKinds) {
+  test::TempDir dir;
+  UserDefaults d(dir.path());
+  d.setDouble("zoomScale", 2.75);
+  d.setInteger("videoFPS", 60);
+  d.setBool("faceBeautify", true);
+  d.setObject("hostHistory", Json::array({{{"name", "Desk"}, {"ip", "10.0.0.9"}, {"port", 5895}}}));
+  EXPECT_EQ(d.integerForKey("zoomScale"), 2);
+  EXPECT_FLOAT_EQ(d.floatForKey("zoomScale"), 2.75f);
+  EXPECT_DOUBLE_EQ(d.doubleForKey("videoFPS"), 60.0);
+  EXPECT_EQ(d.integerForKey("faceBeautify"), 1);
+  EXPECT_FALSE(d.stringForKey("videoFPS").has_value());  // a number is not a string
+  EXPECT_TRUE(d.dictionaryForKey("hostHistory").empty());  // an array is not a dictionary
+  EXPECT_EQ(d.arrayForKey("hostHistory")[0]["port"], 5895);
+}
+
+TEST(UserDefaultsTest, SynchronizedValuesSurviveARestartButDefaultsAreNotWritten) {
+  test::TempDir dir;
+  {
+    UserDefaults d(dir.path() / "oxelo");
+    d.registerDefaults({{"videoSize", 4}});
+    d.setString("lastHostIP", "192.0.2.7");
+    d.setInteger("videoSize", 2);
+    ASSERT_TRUE(d.synchronize());
+  }
+  std::ifstream in(dir.path() / "oxelo" / "settings.json");
+  Json onDisk = Json::parse(in);
+  EXPECT_EQ(onDisk, (Json{{"lastHostIP", "192.0.2.7"}, {"videoSize", 2}}));
+  UserDefaults again(dir.path() / "oxelo");
+  again.registerDefaults({{"videoSize", 4}});
+  EXPECT_EQ(again.integerForKey("videoSize"), 2);
+  EXPECT_EQ(again.stringForKey("lastHostIP"), "192.0.2.7");
+  EXPECT_FALSE(std::filesystem::exists(dir.path() / "oxelo" / "settings.json.tmp"));
+}
+
+TEST(UserDefaultsTest, CorruptFileIsKeptAsideAndTheStoreStartsFromDefaults) {
+  test::TempDir dir;
+  {
+    std::ofstream out(dir.path() / "settings.json");
+    out << "{\"videoSize\": 3, broken";
+  }
+  test::LogCapture log;
+  UserDefaults d(dir.path());
+  d.registerDefaults({{"videoSize", 4}});
+  EXPECT_EQ(d.integerForKey("videoSize"), 4);
+  EXPECT_TRUE(log.contains("cannot be parsed"));
+  int aside = 0;
+  for (auto& e : std::filesystem::directory_iterator(dir.path())) {
+    if (e.path().filename().string().starts_with("settings.json.corrupt-")) {
+      ++aside;
+      std::ifstream in(e.path());
+      std::string text((std::istreambuf_iterator<char>(in)), {});
+      EXPECT_EQ(text, "{\"videoSize\": 3, broken");
+    }
+  }
+  EXPECT_EQ(aside, 1);
+  // The next synchronize writes a fresh file and leaves the kept copy alone.
+  d.setInteger("videoSize", 5);
+  ASSERT_TRUE(d.synchronize());
+  EXPECT_EQ(UserDefaults(dir.path()).integerForKey("videoSize"), 5);
+}
+
+TEST(UserDefaultsTest, ADocumentThatIsNotAnObjectCountsAsCorrupt) {
+  test::TempDir dir;
+  {
+    std::ofstream out(dir.path() / "settings.json");
+    out << "[1,2,3]";
+  }
+  test::LogCapture log;
+  UserDefaults d(dir.path());
+  EXPECT_EQ(d.integerForKey("videoSize"), 0);
+  EXPECT_FALSE(std::filesystem::exists(dir.path() / "settings.json"));
+}
+
+TEST(UserDefaultsTest, UnwritableLocationFailsWithALogLineAndKeepsMemory) {
+  test::TempDir dir;
+  // A file where the directory should be: no write can succeed, even as root.
+  std::ofstream(dir.path() / "blocker") << "x";
+  test::LogCapture log;
+  UserDefaults d(dir.path() / "blocker");
+  d.setInteger("videoFPS", 24);
+  EXPECT_FALSE(d.synchronize());
+  EXPECT_TRUE(log.contains("cannot be written"));
+  EXPECT_EQ(d.integerForKey("videoFPS"), 24);
+}
+
+}  // namespace
+}  // namespace oxelo

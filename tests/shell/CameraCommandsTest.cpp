@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "platform/defaults/SettingsKeys.h"
+#include "platform/defaults/UserDefaults.h"
+#include "shell/CameraCommands.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using nlohmann::json;
+
+struct Result {
+  int code;
+  std::string out, err;
+};
+
+Result run(std::vector<std::string> args, const std::filesystem::path& configDir) {
+  args.push_back("--config-dir");
+  args.push_back(configDir.string());
+  std::string error;
+  auto cl = parseCommandLine(args, error);
+  EXPECT_TRUE(cl) << error;
+  std::ostringstream out, err;
+  int code = cl ? runCameraCommand(*cl, out, err) : -1;
+  return {code, out.str(), err.str()};
+}
+
+class CameraCommandsTest : public testing::Test {
+ protected:
+  CameraCommandsTest() { unsetenv("OXELO_VIRTUAL_CAMERAS"); }
+  ~CameraCommandsTest() override { unsetenv("OXELO_VIRTUAL_CAMERAS"); }
+  test::TempDir dir_;
+};
+
+TEST_F(CameraCommandsTest, CatalogueOfTheVirtualCamerasListsAllNineSizes) {
+  auto r = run({"--catalogue", "--camera", "virtual"}, dir_.path());
+  ASSERT_EQ(r.code, 0) << r.err;
+  auto j = json::parse(r.out);
+  const std::vector<std::pair<int, int>> order = {{640, 360},   {640, 480},   {960, 540},
+                                                  {800, 600},   {1280, 720},  {1280, 960},
+                                                  {1920, 1080}, {2560, 1440}, {3840, 2160}};
+  ASSERT_EQ(j["videoSizes"].size(), order.size());
+  for (size_t i = 0; i < order.size(); ++i) {
+    EXPECT_EQ(j["videoSizes"][i]["width"], order[i].first) << i;
+    EXPECT_EQ(j["videoSizes"][i]["height"], order[i].second) << i;
+    EXPECT_TRUE(j["videoSizes"][i]["fps"].is_number()) << i;
+  }
+  EXPECT_EQ(j["videoSizes"][4]["fps"], 240.0);
+  // videoSize defaults to 4: 1280x720.
+  EXPECT_EQ(j["videoFrameRates"], json({"15", "24", "25", "30", "50", "60", "120", "240"}));
+  // Reading the catalogue writes no settings.
+  EXPECT_FALSE(std::filesystem::exists(dir_.path() / "settings.json"));
+}
+
+TEST_F(CameraCommandsTest, CatalogueFollowsTheStoredSettings) {
+  {
+    UserDefaults d(dir_.path());
+    d.setInteger(keys::videoSize, 8);  // 3840x2160 at 60
+    d.synchronize();
+  }
+  auto r = run({"--catalogue", "--camera", "virtual"}, dir_.path());
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(json::parse(r.out)["videoFrameRates"], json({"15", "24", "25", "30", "50", "60"}));
+}
+
+TEST_F(CameraCommandsTest, ListCamerasGivesTypesPositionsAndFormats) {
+  auto r = run({"--list-cameras", "--camera", "virtual"}, dir_.path());
+  ASSERT_EQ(r.code, 0) << r.err;
+  auto j = json::parse(r.out);
+  EXPECT_EQ(j["backend"], "virtual");
+  ASSERT_EQ(j["cameras"].size(), 5u);
+  EXPECT_EQ(j["cameras"][0]["type"], "AVCaptureDeviceTypeBuiltInWideAngleCamera");
+  EXPECT_EQ(j["cameras"][0]["position"], 1);
+  EXPECT_EQ(j["cameras"][1]["type"], "AVCaptureDeviceTypeBuiltInTelephotoCamera");
+  EXPECT_EQ(j["cameras"][2]["type"], "AVCaptureDeviceTypeBuiltInUltraWideCamera");
+  EXPECT_EQ(j["cameras"][3]["type"], "AVCaptureDeviceTypeBuiltInTripleCamera");
+  EXPECT_EQ(j["cameras"][4]["position"], 2);
+  EXPECT_EQ(j["cameras"][4]["positionName"], "front");
+  const auto& first = j["cameras"][0]["formats"][0];
+  EXPECT_EQ(first["mediaType"], "vide");
+  EXPECT_EQ(first["subtype"], "420v");
+  EXPECT_EQ(first["width"], 640);
+  EXPECT_EQ(first["height"], 480);
+  EXPECT_EQ(first["frameRateRanges"][0]["max"], 30.0);
+  EXPECT_TRUE(j["cameras"][0]["activeFormat"].is_number_integer());
+  EXPECT_EQ(j["cameras"][4]["controls"]["torch"], false);
+  EXPECT_TRUE(j["unavailable"].empty());
+}
+
+TEST_F(CameraCommandsTest, ABackendThatCannotBeUsedExitsWithAMessage) {
+  auto unknown = run({"--catalogue", "--camera", "webcam"}, dir_.path());
+  EXPECT_EQ(unknown.code, 2);
+  EXPECT_TRUE(unknown.out.empty());
+  EXPECT_NE(unknown.err.find("--camera takes auto, virtual, v4l2"), std::string::npos)
+      << unknown.err;
+
+  auto missing = run({"--list-cameras", "--camera", "v4l2:/dev/oxelo-no-such-camera"}, dir_.path());
+  EXPECT_EQ(missing.code, 2);
+  EXPECT_NE(missing.err.find("/dev/oxelo-no-such-camera"), std::string::npos) << missing.err;
+
+  auto file = dir_.path() / "cams.json";
+  std::ofstream(file) << "not json";
+  setenv("OXELO_VIRTUAL_CAMERAS", file.string().c_str(), 1);
+  auto bad = run({"--list-cameras", "--camera", "virtual"}, dir_.path());
+  EXPECT_EQ(bad.code, 2);
+  EXPECT_NE(bad.err.find(file.string() + ": not valid JSON"), std::string::npos) << bad.err;
+}
+
+TEST_F(CameraCommandsTest, StartUpInstallsTheCamerasAndAppliesTheCatalogueRule) {
+  auto file = dir_.path() / "cams.json";
+  std::ofstream(file) << R"({"cameras":[{"type":"wide","position":"back",
+      "formats":[{"width":1280,"height":720,"fps":30}]},
+      {"type":"wide","position":"front","formats":[{"width":640,"height":480,"fps":30}]}]})";
+  setenv("OXELO_VIRTUAL_CAMERAS", file.string().c_str(), 1);
+  std::string error;
+  ASSERT_TRUE(startCameras("virtual", error)) << error;
+  EXPECT_EQ(CameraSystem::current()->devices().size(), 2u);
+
+  auto defaults = std::make_shared<UserDefaults>(dir_.path());
+  UserDefaults::setStandard(defaults);
+  defaults->setInteger(keys::videoSize, 4);
+  loadCatalogueAtStartup();  // 640x360, 640x480, 800x600, 1280x720: enough rows
+  EXPECT_EQ(defaults->integerForKey(keys::videoSize), 4);
+
+  std::ofstream(file) << R"({"cameras":[{"type":"wide","position":"back","formats":[]}]})";
+  ASSERT_TRUE(startCameras("virtual", error)) << error;
+  loadCatalogueAtStartup();  // two rows
+  EXPECT_EQ(defaults->integerForKey(keys::videoSize), 1);
+  EXPECT_EQ(defaults->integerForKey(keys::videoWidth), 640);
+  EXPECT_EQ(defaults->integerForKey(keys::videoHeight), 480);
+
+  EXPECT_FALSE(startCameras("v4l2:", error));
+  CameraSystem::setCurrent(nullptr);
+  UserDefaults::setStandard(nullptr);
+}
+
+}  // namespace
+}  // namespace oxelo

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/MainQueue.h"
+#include "platform/log/Log.h"
+
+namespace oxelo::test {
+
+// A fresh directory under the system's temporary directory, removed at the end.
+class TempDir {
+ public:
+  TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "oxelo-test-XXXXXX").string();
+    path_ = mkdtemp(pattern.data());
+  }
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+  }
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// Collects log lines for the lifetime of the object.
+class LogCapture {
+ public:
+  LogCapture() {
+    setLogSink([this](const std::string& line) {
+      std::lock_guard lock(mutex_);
+      lines_.push_back(line);
+    });
+  }
+  ~LogCapture() { setLogSink(nullptr); }
+  std::vector<std::string> lines() const {
+    std::lock_guard lock(mutex_);
+    return lines_;
+  }
+  bool contains(const std::string& text) const {
+    std::lock_guard lock(mutex_);
+    for (auto& l : lines_)
+      if (l.find(text) != std::string::npos) return true;
+    return false;
+  }
+  size_t count(const std::string& text) const {
+    std::lock_guard lock(mutex_);
+    size_t n = 0;
+    for (auto& l : lines_) n += l.find(text) != std::string::npos;
+    return n;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+// Installs a manual clock and a driven main queue for one test; restores the
+// system clock and a fresh main queue afterwards. Tests advance time with
+// advance() and run the main queue with drain().
+class ManualMain {
+ public:
+  ManualMain() : clock_(std::make_shared<ManualClock>()) {
+    setDefaultClock(clock_);
+    main_ = Queue::createDriven("main", clock_);
+    MainQueue::set(main_);
+  }
+  ~ManualMain() {
+    main_->runPending();
+    MainQueue::set(nullptr);
+    setDefaultClock(nullptr);
+  }
+  ManualClock& clock() { return *clock_; }
+  std::shared_ptr<ManualClock> clockPtr() { return clock_; }
+  Queue& main() { return *main_; }
+  size_t drain() { return main_->runPending(); }
+  // Moves time on in small steps, running what falls due at each.
+  void advance(double seconds, double step = 0.05) {
+    const double target = clock_->now() + seconds;
+    drain();
+    while (clock_->now() < target) {
+      clock_->set(std::min(clock_->now() + step, target));
+      drain();
+    }
+  }
+
+ private:
+  std::shared_ptr<ManualClock> clock_;
+  std::shared_ptr<Queue> main_;
+};
+
+}  // namespace oxelo::test

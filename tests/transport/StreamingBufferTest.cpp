@@ -1,0 +1,184 @@
+#include "transport/LFStreamingBuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+struct VerdictCase {
+  const char* name;
+  std::vector<int64_t> samples;
+  int64_t threshold;
+  BufferVerdict verdict;
+};
+
+class BufferVerdictTest : public testing::TestWithParam<VerdictCase> {};
+
+TEST_P(BufferVerdictTest, JudgesTheTrendOfACycle) {
+  EXPECT_EQ(LFStreamingBuffer::currentBufferState(GetParam().samples, GetParam().threshold),
+            GetParam().verdict);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cycles, BufferVerdictTest,
+    testing::Values(
+        VerdictCase{"NoSamples", {}, 5, BufferVerdict::NoChange},
+        VerdictCase{"SteadyLength", {3, 3, 3, 3, 3}, 5, BufferVerdict::NoChange},
+        VerdictCase{"FiveRisesFirstAgainstZero", {1, 2, 3, 4, 5}, 5, BufferVerdict::LowerBitrate},
+        VerdictCase{"FirstSampleZeroLeavesFourRises", {0, 1, 2, 3, 4}, 5, BufferVerdict::NoChange},
+        VerdictCase{"APlateauBreaksTheRun", {1, 2, 2, 3, 4}, 5, BufferVerdict::NoChange},
+        VerdictCase{"RisesNeedNotBeInARow", {1, 2, 1, 2, 3, 4, 5}, 5, BufferVerdict::LowerBitrate},
+        VerdictCase{"FiveSamplesCannotFallFiveTimes", {5, 4, 3, 2, 1}, 5, BufferVerdict::NoChange},
+        VerdictCase{
+            "SixSamplesCanFallFiveTimes", {9, 8, 7, 6, 5, 4}, 5, BufferVerdict::RaiseBitrate},
+        VerdictCase{"RisesWinOverFalls", {1, 2, 1, 0}, 2, BufferVerdict::LowerBitrate}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+std::shared_ptr<LFFrame> videoFrame(uint64_t timestamp) {
+  auto f = std::make_shared<LFVideoFrame>();
+  f->timestamp = timestamp;
+  return f;
+}
+
+class RecordingDelegate : public LFStreamingBufferDelegate {
+ public:
+  explicit RecordingDelegate(std::shared_ptr<std::vector<BufferVerdict>> out)
+      : out_(std::move(out)) {}
+  void streamingBufferBufferState(LFStreamingBuffer*, BufferVerdict v) override {
+    out_->push_back(v);
+  }
+
+ private:
+  std::shared_ptr<std::vector<BufferVerdict>> out_;
+};
+
+class StreamingBufferTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    buffer_ = LFStreamingBuffer::create();
+    delegate_ = std::make_shared<RecordingDelegate>(verdicts_);
+    buffer_->setDelegate(delegate_);
+  }
+  // Appends `n` frames, then lets one sampling second pass. Time moves in
+  // whole seconds so that every sample falls due exactly.
+  void growThenWait(int n) {
+    for (int i = 0; i < n; ++i) buffer_->appendObject(videoFrame(next_++));
+    main_.advance(1.0, 1.0);
+  }
+  bool timerPending() { return main_.main().nextDeadline() >= 0; }
+
+  test::ManualMain main_;
+  std::shared_ptr<LFStreamingBuffer> buffer_;
+  std::shared_ptr<std::vector<BufferVerdict>> verdicts_ =
+      std::make_shared<std::vector<BufferVerdict>>();
+  std::shared_ptr<RecordingDelegate> delegate_;
+  uint64_t next_ = 1;
+};
+
+TEST_F(StreamingBufferTest, PopsInOrderAndNothingWhenEmpty) {
+  EXPECT_EQ(buffer_->popFirstObject(), nullptr);
+  auto audio = std::make_shared<LFAudioFrame>();
+  buffer_->appendObject(videoFrame(10));
+  buffer_->appendObject(audio);
+  buffer_->appendObject(videoFrame(30));
+  EXPECT_EQ(buffer_->listCount(), 3u);
+  EXPECT_EQ(buffer_->popFirstObject()->timestamp, 10u);
+  EXPECT_EQ(buffer_->popFirstObject(), audio);
+  EXPECT_EQ(buffer_->popFirstObject()->timestamp, 30u);
+  EXPECT_EQ(buffer_->popFirstObject(), nullptr);
+  EXPECT_EQ(buffer_->listCount(), 0u);
+}
+
+TEST_F(StreamingBufferTest, TakesEveryFrameWithoutBound) {
+  for (uint64_t i = 0; i < 5000; ++i) buffer_->appendObject(videoFrame(i));
+  ASSERT_EQ(buffer_->listCount(), 5000u);
+  for (uint64_t i = 0; i < 5000; ++i) ASSERT_EQ(buffer_->popFirstObject()->timestamp, i);
+}
+
+TEST_F(StreamingBufferTest, MissingFrameAddsNothingAndStartsNoTimer) {
+  buffer_->appendObject(nullptr);
+  EXPECT_EQ(buffer_->listCount(), 0u);
+  EXPECT_FALSE(timerPending());
+  buffer_->appendObject(videoFrame(1));
+  EXPECT_TRUE(timerPending());
+}
+
+TEST_F(StreamingBufferTest, RemoveAllEmptiesTheListAndSamplingGoesOn) {
+  buffer_->appendObject(videoFrame(1));
+  buffer_->appendObject(videoFrame(2));
+  auto kept = buffer_->list();
+  buffer_->removeAllObject();
+  EXPECT_EQ(buffer_->listCount(), 0u);
+  EXPECT_EQ(buffer_->popFirstObject(), nullptr);
+  EXPECT_EQ(kept.size(), 2u);  // frames live on with their other holders
+  EXPECT_EQ(kept[1]->timestamp, 2u);
+  main_.advance(1.0, 1.0);
+  EXPECT_TRUE(timerPending());
+}
+
+TEST_F(StreamingBufferTest, GrowingAtEveryStepOfASecondCycleLowersTheBitrate) {
+  // First cycle: samples 0 (taken inside the first append), 1, 2, 3, 4: four rises.
+  growThenWait(1);
+  growThenWait(1);
+  growThenWait(1);
+  growThenWait(1);
+  EXPECT_TRUE(verdicts_->empty());
+  // Second cycle: 5, 6, 7, 8 ...
+  for (int i = 0; i < 4; ++i) growThenWait(1);
+  EXPECT_TRUE(verdicts_->empty());
+  // ... and 9 at the fifth sample.
+  growThenWait(1);
+  EXPECT_EQ(*verdicts_, std::vector<BufferVerdict>{BufferVerdict::LowerBitrate});
+}
+
+TEST_F(StreamingBufferTest, NextCycleStartsFromEmptySamplesAndZero) {
+  for (int i = 0; i < 9; ++i) growThenWait(1);  // verdict at the sample of length 9
+  ASSERT_EQ(verdicts_->size(), 1u);
+  // Samples 9, 10, 11, 12, 13: five rises only when the first counts against 0.
+  main_.advance(1.0, 1.0);
+  for (int i = 0; i < 4; ++i) growThenWait(1);
+  EXPECT_EQ(verdicts_->size(), 2u);
+}
+
+TEST_F(StreamingBufferTest, RisesOfAnEarlierCycleDoNotCount) {
+  for (int i = 0; i < 5; ++i) growThenWait(1);  // 0 1 2 3 4, then 5
+  main_.advance(4.0, 1.0);                      // 5 5 5 5: one rise against 0
+  EXPECT_TRUE(verdicts_->empty());
+}
+
+TEST_F(StreamingBufferTest, SteadyLengthReportsNothing) {
+  for (int i = 0; i < 3; ++i) buffer_->appendObject(videoFrame(next_++));
+  main_.advance(30.0, 1.0);
+  EXPECT_TRUE(verdicts_->empty());
+}
+
+TEST_F(StreamingBufferTest, ShrinkingIsNeverReportedWithFiveSamples) {
+  for (int i = 0; i < 40; ++i) buffer_->appendObject(videoFrame(next_++));
+  for (int s = 0; s < 30; ++s) {
+    buffer_->popFirstObject();
+    main_.advance(1.0, 1.0);
+  }
+  EXPECT_TRUE(verdicts_->empty());
+}
+
+TEST_F(StreamingBufferTest, WithTheDelegateGoneTheEvaluationReportsNothing) {
+  delegate_.reset();
+  for (int i = 0; i < 10; ++i) growThenWait(1);
+  EXPECT_TRUE(verdicts_->empty());
+  EXPECT_TRUE(timerPending());
+}
+
+TEST_F(StreamingBufferTest, TimerEndsWithTheBuffer) {
+  buffer_->appendObject(videoFrame(1));
+  buffer_.reset();
+  main_.advance(1.0, 1.0);  // the pending tick finds no buffer and schedules nothing
+  EXPECT_FALSE(timerPending());
+}
+
+}  // namespace
+}  // namespace oxelo

@@ -1,0 +1,407 @@
+#include "tools/host/HostOptions.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <map>
+
+namespace oxelo::host {
+
+namespace {
+
+constexpr const char* kProgramHelp =
+    R"(oxelo-host: the computer's side of the Oxelo stream, for tests and demos.
+
+Usage:
+  oxelo-host listen [--port P] [--bind ADDRESS] [--wait SECONDS] [OPTIONS]
+  oxelo-host call ADDRESS [--port P] [OPTIONS]
+  oxelo-host usb [--port P] [OPTIONS]
+  oxelo-host SUBCOMMAND --help
+
+Subcommands:
+  listen   wait for the phone to call (default port 5895, all interfaces)
+  call     call the phone at ADDRESS (default port 5896)
+  usb      connect to the phone's framed channel at 127.0.0.1 (default port 5895)
+
+Run 'oxelo-host SUBCOMMAND --help' for the options.
+)";
+
+constexpr const char* kCommonHelp = R"(
+Options:
+  --name NAME          the name announced to the phone (default: this machine's host name)
+  --settings SPEC      dictate the video settings before the start:
+                       WIDTHxHEIGHT@FPS[:portrait][:q=N][:enc=h264|hevc][:audio=none|mono|stereo]
+                       (defaults: landscape, q=1, enc=h264, audio=mono)
+  --no-start           do not send the start packet
+  --duration SECONDS   end the connection this long after it came up
+                       (default: read until the phone ends it)
+  --command "AT CMD [P1 [P2]]"
+                       send command CMD with its parameters AT seconds after the
+                       connection came up, once the phone has answered (repeatable)
+  --end close|24|25|26 when the duration runs out: close the connection (default), or
+                       send command 24, 25 or 26 first and give the phone a moment to end it
+  --report FILE        write the JSON report to FILE (default: standard output)
+  --help               this text
+
+Exit status: 0 when the exchange was complete and no error was seen, 1 when
+it was not, 2 for bad arguments.
+)";
+
+constexpr const char* kListenHelp = R"(oxelo-host listen: wait for the phone to call.
+
+Usage: oxelo-host listen [--port P] [--bind ADDRESS] [--wait SECONDS] [OPTIONS]
+
+  --port P             the TCP port to listen on (default 5895; 0 picks a free one)
+  --bind ADDRESS       the local IPv4 address to listen on (default 0.0.0.0, all)
+  --wait SECONDS       give up when no phone has called after this long (default: no limit)
+)";
+
+constexpr const char* kCallHelp = R"(oxelo-host call: call the phone.
+
+Usage: oxelo-host call ADDRESS [--port P] [OPTIONS]
+
+  ADDRESS              the phone's IPv4 address or host name
+  --port P             the phone's TCP port (default 5896)
+)";
+
+constexpr const char* kUsbHelp = R"(oxelo-host usb: connect to the phone's framed channel.
+
+Usage: oxelo-host usb [--port P] [OPTIONS]
+
+Connects to 127.0.0.1, where a USB forwarder ends (adb forward, ssh -L, ...).
+
+  --port P             the forwarded TCP port (default 5895)
+)";
+
+std::string helpFor(HostMode mode) {
+  switch (mode) {
+    case HostMode::listen:
+      return std::string(kListenHelp) + kCommonHelp;
+    case HostMode::call:
+      return std::string(kCallHelp) + kCommonHelp;
+    case HostMode::usb:
+      return std::string(kUsbHelp) + kCommonHelp;
+  }
+  return kProgramHelp;
+}
+
+ParsedCommandLine fail(std::string text) {
+  ParsedCommandLine out;
+  out.kind = ParsedCommandLine::Kind::error;
+  out.text = std::move(text);
+  return out;
+}
+
+// A whole decimal number in [min, max].
+std::optional<uint64_t> parseUnsigned(std::string_view text, uint64_t min, uint64_t max) {
+  uint64_t value = 0;
+  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (text.empty() || ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (value < min || value > max) return std::nullopt;
+  return value;
+}
+
+// A finite number of seconds; zero allowed only where `allowZero`.
+std::optional<double> parseSeconds(std::string_view text, bool allowZero) {
+  double value = 0;
+  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (text.empty() || ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (!std::isfinite(value) || value < 0 || (value == 0 && !allowZero)) return std::nullopt;
+  return value;
+}
+
+bool isIpv4Address(const std::string& text) {
+  in_addr addr{};
+  return inet_pton(AF_INET, text.c_str(), &addr) == 1;
+}
+
+constexpr uint64_t kMaxWord = std::numeric_limits<uint32_t>::max();
+
+// One ":suffix" of the settings text.
+bool applySettingsSuffix(std::string_view suffix, handshake::VideoSettings& s,
+                         std::map<std::string, bool>& seen, std::string& error) {
+  const auto eq = suffix.find('=');
+  const std::string key(suffix.substr(0, eq));
+  const std::string_view value = eq == std::string_view::npos ? "" : suffix.substr(eq + 1);
+  if (seen[key]) {
+    error = "'" + key + "' is given twice";
+    return false;
+  }
+  seen[key] = true;
+  if (key == "portrait" && eq == std::string_view::npos) {
+    s.portrait = 1;
+    return true;
+  }
+  if (key == "q" && eq != std::string_view::npos) {
+    auto q = parseUnsigned(value, 0, kMaxWord);
+    if (!q) {
+      error = "the quality must be a whole number (0 low, 1 medium, 2 high), not '" +
+              std::string(value) + "'";
+      return false;
+    }
+    s.quality = static_cast<uint32_t>(*q);
+    return true;
+  }
+  if (key == "enc" && eq != std::string_view::npos) {
+    if (value == "h264" || value == "hevc") {
+      s.encoder = value == "h264" ? 0 : 1;
+      return true;
+    }
+    error = "the encoder must be h264 or hevc, not '" + std::string(value) + "'";
+    return false;
+  }
+  if (key == "audio" && eq != std::string_view::npos) {
+    static const std::map<std::string_view, uint32_t> formats = {
+        {"none", 0}, {"mono", 1}, {"stereo", 2}};
+    auto it = formats.find(value);
+    if (it == formats.end()) {
+      error = "the audio format must be none, mono or stereo, not '" + std::string(value) + "'";
+      return false;
+    }
+    s.audioFormat = it->second;
+    return true;
+  }
+  error = "unknown settings suffix ':" + std::string(suffix) + "'";
+  return false;
+}
+
+// A whole signed decimal number that fits 32 bits.
+std::optional<int32_t> parseSigned(std::string_view text) {
+  int32_t value = 0;
+  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (text.empty() || ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+std::vector<std::string_view> words(std::string_view text) {
+  std::vector<std::string_view> out;
+  size_t pos = 0;
+  while (pos < text.size()) {
+    const size_t start = text.find_first_not_of(" \t", pos);
+    if (start == std::string_view::npos) break;
+    const size_t end = std::min(text.find_first_of(" \t", start), text.size());
+    out.push_back(text.substr(start, end - start));
+    pos = end;
+  }
+  return out;
+}
+
+std::optional<EndAction> parseEndAction(std::string_view text) {
+  if (text == "close") return EndAction::close;
+  if (text == "24") return EndAction::peerClose;
+  if (text == "25") return EndAction::connectionLost;
+  if (text == "26") return EndAction::restart;
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<TimedCommand> parseCommandText(const std::string& text, std::string& error) {
+  const auto parts = words(text);
+  if (parts.size() < 2 || parts.size() > 4) {
+    error = "a command is 'AT_SECONDS COMMAND [P1 [P2]]', not '" + text + "'";
+    return std::nullopt;
+  }
+  TimedCommand c;
+  auto at = parseSeconds(parts[0], /*allowZero=*/true);
+  auto command = parseUnsigned(parts[1], 0, kMaxWord);
+  if (!at || !command) {
+    error = "the time and the command number must be numbers of 0 or more in '" + text + "'";
+    return std::nullopt;
+  }
+  c.at = *at;
+  c.command = static_cast<uint32_t>(*command);
+  for (size_t i = 2; i < parts.size(); ++i) {
+    auto p = parseSigned(parts[i]);
+    if (!p) {
+      error = "the parameters must be whole 32-bit numbers in '" + text + "'";
+      return std::nullopt;
+    }
+    (i == 2 ? c.p1 : c.p2) = *p;
+  }
+  return c;
+}
+
+std::optional<handshake::VideoSettings> parseSettingsText(const std::string& text,
+                                                          std::string& error) {
+  const std::string_view all(text);
+  const auto colon = all.find(':');
+  const std::string_view head = all.substr(0, colon);
+  const auto x = head.find('x');
+  const auto at = head.find('@');
+  if (x == std::string_view::npos || at == std::string_view::npos || at < x) {
+    error = "the settings must start with WIDTHxHEIGHT@FPS, not '" + text + "'";
+    return std::nullopt;
+  }
+  auto width = parseUnsigned(head.substr(0, x), 1, kMaxWord);
+  auto height = parseUnsigned(head.substr(x + 1, at - x - 1), 1, kMaxWord);
+  auto fps = parseUnsigned(head.substr(at + 1), 1, kMaxWord);
+  if (!width || !height || !fps) {
+    error = "width, height and frame rate must be whole numbers above 0 in '" + text + "'";
+    return std::nullopt;
+  }
+  handshake::VideoSettings s;
+  s.width = static_cast<uint32_t>(*width);
+  s.height = static_cast<uint32_t>(*height);
+  s.fps = static_cast<uint32_t>(*fps);
+  s.quality = kDefaultQuality;
+  s.audioFormat = kDefaultAudioFormat;
+  std::map<std::string, bool> seen;
+  size_t pos = colon;
+  while (pos != std::string_view::npos) {
+    const auto next = all.find(':', pos + 1);
+    const auto suffix = all.substr(pos + 1, next == std::string_view::npos ? next : next - pos - 1);
+    if (!applySettingsSuffix(suffix, s, seen, error)) return std::nullopt;
+    pos = next;
+  }
+  return s;
+}
+
+ParsedCommandLine parseHostOptions(std::span<const std::string> args,
+                                   const std::string& defaultName) {
+  if (args.empty()) return fail("a subcommand is needed: listen, call or usb (see --help)");
+  const std::string& first = args[0];
+  if (first == "--help" || first == "-h" || first == "help") {
+    ParsedCommandLine out;
+    out.kind = ParsedCommandLine::Kind::help;
+    out.text = kProgramHelp;
+    return out;
+  }
+  HostOptions o;
+  if (first == "listen") {
+    o.mode = HostMode::listen;
+    o.address = "0.0.0.0";
+    o.port = kDefaultHostPort;
+  } else if (first == "call") {
+    o.mode = HostMode::call;
+    o.port = kDefaultPhonePort;
+  } else if (first == "usb") {
+    o.mode = HostMode::usb;
+    o.address = "127.0.0.1";
+    o.port = kDefaultHostPort;
+  } else {
+    return fail("unknown subcommand '" + first + "': use listen, call or usb");
+  }
+  o.name = defaultName;
+
+  const std::string mode = first;
+  for (size_t i = 1; i < args.size(); ++i) {
+    std::string arg = args[i];
+    if (arg == "--help" || arg == "-h") {
+      ParsedCommandLine out;
+      out.kind = ParsedCommandLine::Kind::help;
+      out.text = helpFor(o.mode);
+      return out;
+    }
+    if (arg.rfind("--", 0) != 0) {
+      if (o.mode == HostMode::call && o.address.empty()) {
+        o.address = arg;
+        continue;
+      }
+      return fail(mode + ": unexpected argument '" + arg + "'");
+    }
+    std::optional<std::string> inlineValue;
+    if (auto eq = arg.find('='); eq != std::string::npos) {
+      inlineValue = arg.substr(eq + 1);
+      arg = arg.substr(0, eq);
+    }
+    const bool takesValue = arg == "--port" || arg == "--bind" || arg == "--name" ||
+                            arg == "--settings" || arg == "--duration" || arg == "--report" ||
+                            arg == "--wait" || arg == "--command" || arg == "--end";
+    if (!takesValue) {
+      if (arg == "--no-start" && !inlineValue) {
+        o.sendStart = false;
+        continue;
+      }
+      return fail(mode + ": unknown option '" + args[i] + "'");
+    }
+    std::string value;
+    if (inlineValue) {
+      value = *inlineValue;
+    } else if (i + 1 < args.size()) {
+      value = args[++i];
+    } else {
+      return fail(mode + ": " + arg + " needs a value");
+    }
+
+    if (arg == "--port") {
+      const uint64_t min = o.mode == HostMode::listen ? 0 : 1;
+      auto port = parseUnsigned(value, min, 65535);
+      if (!port) return fail(mode + ": bad port '" + value + "'");
+      o.port = static_cast<uint16_t>(*port);
+    } else if (arg == "--bind") {
+      if (o.mode != HostMode::listen) return fail(mode + ": --bind is for listen only");
+      if (!isIpv4Address(value)) return fail(mode + ": bad IPv4 address '" + value + "'");
+      o.address = value;
+    } else if (arg == "--wait") {
+      if (o.mode != HostMode::listen) return fail(mode + ": --wait is for listen only");
+      auto wait = parseSeconds(value, /*allowZero=*/true);
+      if (!wait) return fail(mode + ": bad number of seconds '" + value + "'");
+      o.wait = *wait;
+    } else if (arg == "--name") {
+      if (value.empty()) return fail(mode + ": the name must not be empty");
+      o.name = value;
+    } else if (arg == "--settings") {
+      std::string error;
+      auto settings = parseSettingsText(value, error);
+      if (!settings) return fail(mode + ": " + error);
+      o.settings = settings;
+    } else if (arg == "--duration") {
+      auto duration = parseSeconds(value, /*allowZero=*/false);
+      if (!duration) return fail(mode + ": bad duration '" + value + "'");
+      o.duration = *duration;
+    } else if (arg == "--command") {
+      std::string error;
+      auto command = parseCommandText(value, error);
+      if (!command) return fail(mode + ": " + error);
+      o.commands.push_back(*command);
+    } else if (arg == "--end") {
+      auto end = parseEndAction(value);
+      if (!end) return fail(mode + ": --end takes close, 24, 25 or 26, not '" + value + "'");
+      o.end = *end;
+    } else if (arg == "--report") {
+      if (value.empty()) return fail(mode + ": the report file name must not be empty");
+      o.reportPath = value;
+    }
+  }
+  if (o.mode == HostMode::call && o.address.empty()) {
+    return fail("call: the phone's ADDRESS is needed");
+  }
+  if (o.end != EndAction::close && !o.duration) {
+    return fail(mode + ": --end needs a --duration");
+  }
+  for (const auto& c : o.commands) {
+    if (o.duration && c.at >= *o.duration) {
+      return fail(fmt::format("{}: a command at {} s would come after the duration of {} s", mode,
+                              c.at, *o.duration));
+    }
+  }
+  ParsedCommandLine out;
+  out.kind = ParsedCommandLine::Kind::run;
+  out.options = std::move(o);
+  return out;
+}
+
+std::string machineHostName() {
+  char name[256] = {};
+  if (gethostname(name, sizeof name - 1) != 0 || name[0] == 0) return "oxelo-host";
+  return name;
+}
+
+const char* modeName(HostMode mode) {
+  switch (mode) {
+    case HostMode::listen:
+      return "listen";
+    case HostMode::call:
+      return "call";
+    case HostMode::usb:
+      return "usb";
+  }
+  return "?";
+}
+
+}  // namespace oxelo::host
