@@ -170,24 +170,28 @@ Queue::~Queue() {
 }
 
 void Queue::post(Task task) {
+  // The task may release the last reference to this queue before wake()
+  // returns; the local reference keeps the core alive until then.
+  auto core = core_;
   {
-    std::lock_guard lock(core_->mutex);
-    if (core_->stopping) return;
-    core_->tasks.push_back(std::move(task));
+    std::lock_guard lock(core->mutex);
+    if (core->stopping) return;
+    core->tasks.push_back(std::move(task));
   }
-  core_->wake();
+  core->wake();
 }
 
 TimerHandle Queue::postAfter(double seconds, Task task) {
   auto state = std::make_shared<TimerHandle::State>();
   double deadline = clock_->now() + (seconds > 0 ? seconds : 0);
+  auto core = core_;  // as in post()
   {
-    std::lock_guard lock(core_->mutex);
-    if (core_->stopping) return TimerHandle(state);
-    core_->timers.emplace(std::make_pair(deadline, core_->timerSeq++),
-                          Core::Timer{std::move(task), state});
+    std::lock_guard lock(core->mutex);
+    if (core->stopping) return TimerHandle(state);
+    core->timers.emplace(std::make_pair(deadline, core->timerSeq++),
+                         Core::Timer{std::move(task), state});
   }
-  core_->wake();
+  core->wake();
   return TimerHandle(state);
 }
 
