@@ -59,6 +59,12 @@ class Observable {
     for (auto& o : observers) (*o)(old, value);
   }
 
+  // Stores the value and tells no observer: for the few places whose rules
+  // reset a property "directly, with no change notification".
+  void setSilently(T value) {
+    std::lock_guard lock(state_->mutex);
+    state_->value = std::move(value);
+  }
   [[nodiscard]] Subscription observe(Observer observer) {
     std::lock_guard lock(state_->mutex);
     int id = state_->nextId++;

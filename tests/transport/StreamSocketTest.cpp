@@ -1,0 +1,387 @@
+// The stream socket against a host on loopback: what reaches the wire, the
+// late-frame rule, the write statistics, the host's commands and the retry of
+// a lost connection. Time is the manual clock; only socket I/O runs in real
+// time.
+#include <gtest/gtest.h>
+
+#include "tests/transport/WireVectors.h"
+#include "tests/transport/support/StreamSocketHarness.h"
+#include "transport/CommandPackets.h"
+#include "transport/InfoPacket.h"
+#include "transport/InitError.h"
+#include "transport/TailBlocks.h"
+#include "transport/WireConstants.h"
+
+namespace oxelo {
+namespace {
+
+using test::cat;
+using test::hex;
+
+class StreamSocketTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    send_ = Queue::createDriven("send", main_.clockPtr());
+    session_ = std::make_shared<test::RecordingSession>(test::statusValues());
+  }
+  void TearDown() override {
+    if (socket_) {
+      socket_->stop();
+      pump([] { return false; }, 0.05);
+    }
+  }
+
+  std::shared_ptr<OXStreamSocket> makeSocket(std::shared_ptr<LFLiveStreamInfo> info) {
+    StreamSocketEnvironment environment;
+    environment.sendQueue = send_;
+    socket_ = OXStreamSocket::create(std::move(info), 0, 0, environment);
+    socket_->setDelegate(session_);
+    return socket_;
+  }
+
+  // A socket handed a greeted TCP connection and started: the host has read
+  // the info packet.
+  test::Bytes startOverTcp(uint64_t fps = 30) {
+    connection_ = test::connectLoopback(main_.main());
+    makeSocket(test::makeStreamInfo(fps));
+    socket_->setAsyncSocket(connection_.phone);
+    socket_->start();
+    EXPECT_TRUE(pump([&] { return socket_->isConnected(); }));
+    return test::peer::receive(connection_.host, wire::kInfoPacketSize);
+  }
+
+  bool pump(const std::function<bool()>& done, double seconds = 5.0) {
+    return test::pumpBoth(main_.main(), *send_, done, seconds);
+  }
+
+  // Sends the frames and waits until the host has all `size` bytes.
+  test::Bytes sendAndReceive(std::vector<std::shared_ptr<LFFrame>> frames, size_t size) {
+    for (auto& frame : frames) socket_->sendFrame(frame);
+    EXPECT_TRUE(pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); }));
+    return test::peer::receive(connection_.host, size);
+  }
+
+  void hostSends(uint32_t command, int32_t p1 = 0, int32_t p2 = 0) {
+    socket_->handleClientCmd(wire::buildHostCommandPacket(command, p1, p2));
+  }
+
+  test::StreamFixtureSettings settings_{/*audioFormat=*/0};
+  test::ManualMain main_;
+  std::shared_ptr<Queue> send_;
+  std::shared_ptr<test::RecordingSession> session_;
+  std::shared_ptr<OXStreamSocket> socket_;
+  test::LoopbackConnection connection_;
+};
+
+TEST_F(StreamSocketTest, CreationWithoutAStreamThrowsTheSystemsError) {
+  try {
+    OXStreamSocket::create(nullptr);
+    FAIL() << "no exception";
+  } catch (const InitError& e) {
+    EXPECT_EQ(e.name(), "OXStreamRtmpSocket init error");
+    EXPECT_EQ(e.reason(), "stream is nil");
+  }
+  auto socket = OXStreamSocket::create(test::makeStreamInfo(), -4, 0);
+  EXPECT_EQ(socket->reconnectInterval(), 3);
+  EXPECT_EQ(socket->reconnectCount(), 5);
+}
+
+TEST_F(StreamSocketTest, AHandedOverConnectionCarriesInfoHeaderAndFramesInOrder) {
+  // The session reports the front camera for the capability block.
+  session_ = std::make_shared<test::RecordingSession>(test::frontCameraValues());
+  auto info = startOverTcp();
+  auto parsed = wire::parseInfoPacket(info);
+  ASSERT_TRUE(parsed) << wire::wireErrorText(parsed.error());
+  EXPECT_EQ(parsed->width, 1280u);
+  EXPECT_EQ(parsed->height, 720u);
+  EXPECT_EQ(parsed->frameRate, 30u);
+  EXPECT_EQ(parsed->videoBitRate, 2000000u);
+  EXPECT_EQ(parsed->audioSampleRate, 0u) << "audioFormat 0 announces no audio";
+  EXPECT_EQ(session_->states(), std::vector{LiveStreamState::Connected});
+
+  // The first video frame causes the sequence header, with the capability
+  // block of a changed device behind it, then goes itself; the status block
+  // is not due, whatever sendStatus says, while a capability block is.
+  socket_->setSendStatus(1);
+  auto key = test::videoFrame(1000, true, test::keyFrameData());
+  auto inter = test::videoFrame(1033, false, test::interFrameData());
+  auto expected = cat({test::h264SequenceHeaderPacket(), test::frontCapabilityBlock(),
+                       test::keyFramePacket(), test::statusBlock(), test::interFramePacket()});
+  auto got = sendAndReceive({key, inter}, expected.size());
+  // The status block behind the key frame reads the session's values, those
+  // of the front camera record here; compare it by its head only.
+  ASSERT_EQ(got.size(), expected.size());
+  size_t statusAt = test::h264SequenceHeaderPacket().size() + test::frontCapabilityBlock().size() +
+                    test::keyFramePacket().size();
+  EXPECT_EQ(test::Bytes(got.begin(), got.begin() + statusAt),
+            test::Bytes(expected.begin(), expected.begin() + statusAt));
+  EXPECT_EQ(test::Bytes(got.begin() + statusAt, got.begin() + statusAt + 12),
+            hex("10 00 00 00 | 02 00 02 00 | 2C 00 00 00"));
+  EXPECT_EQ(test::Bytes(got.end() - test::interFramePacket().size(), got.end()),
+            test::interFramePacket());
+  EXPECT_FALSE(session_->deviceChanged());
+}
+
+TEST_F(StreamSocketTest, FirstAudioFrameOnlyCausesTheAudioHeader) {
+  startOverTcp();
+  auto first = test::audioFrame(0, hex("99 99 99"));
+  auto second = test::audioFrame(23, hex("21 10 05"));
+  auto got = sendAndReceive({first, second},
+                            test::audioHeaderPacket().size() + test::audioFramePacket().size());
+  EXPECT_EQ(got, cat({test::audioHeaderPacket(), test::audioFramePacket()}));
+  auto debug = socket_->debugInfo();
+  EXPECT_EQ(debug.totalFrame, 2) << "the frame that only caused the header still counts";
+  EXPECT_EQ(debug.dataFlow, 6);
+}
+
+TEST_F(StreamSocketTest, FirstVideoFrameWithoutParameterSetsLosesTheHeaderForTheConnection) {
+  startOverTcp();
+  auto bare = test::videoFrame(1000, true, test::keyFrameData());
+  bare->sps.reset();
+  socket_->sendFrame(bare);
+  auto inter = test::videoFrame(1033, false, test::interFrameData());
+  auto got = sendAndReceive({inter}, test::interFramePacket().size());
+  EXPECT_EQ(got, test::interFramePacket()) << "no sequence header ever follows";
+}
+
+struct StatusCase {
+  const char* name;
+  int32_t request;
+  std::vector<bool> blockBehindKeyFrame;  // for three key frames in a row
+  int64_t after;
+};
+
+class StreamSocketStatusTest : public StreamSocketTest,
+                               public testing::WithParamInterface<StatusCase> {};
+
+TEST_P(StreamSocketStatusTest, HostRequestsStatusBlocksBehindKeyFrames) {
+  startOverTcp();
+  // The sequence header takes the capability block first.
+  auto headerSize = test::h264SequenceHeaderPacket().size() + test::frontCapabilityBlock().size();
+  sendAndReceive({test::videoFrame(0, true, test::keyFrameData())},
+                 headerSize + test::keyFramePacket().size());
+  hostSends(wire::kHostStatusRequest, GetParam().request);
+  for (int i = 0; i < 3; ++i) {
+    bool block = GetParam().blockBehindKeyFrame[i];
+    auto packet = test::keyFramePacket();
+    auto got = sendAndReceive({test::videoFrame(1000, true, test::keyFrameData())},
+                              packet.size() + (block ? wire::kStatusBlockSize : 0));
+    EXPECT_EQ(test::Bytes(got.begin(), got.begin() + packet.size()), packet);
+    if (block) {
+      EXPECT_EQ(got.size(), packet.size() + wire::kStatusBlockSize) << i;
+    }
+    EXPECT_TRUE(test::peer::receiveAvailable(connection_.host, 0.05).empty())
+        << GetParam().name << " key frame " << i;
+  }
+  EXPECT_EQ(socket_->sendStatus(), GetParam().after);
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, StreamSocketStatusTest,
+                         testing::Values(StatusCase{"OneBlock", 2, {true, false, false}, 0},
+                                         StatusCase{"EveryKeyFrame", 1, {true, true, true}, 1},
+                                         StatusCase{"ThreeActsAsOne", 3, {true, true, true}, 3},
+                                         StatusCase{"None", 0, {false, false, false}, 0}),
+                         [](const auto& info) { return info.param.name; });
+
+TEST_F(StreamSocketTest, LateVideoIsDroppedUpToTheNextKeyFrame) {
+  test::LogCapture log;
+  startOverTcp();
+  auto headerSize = test::h264SequenceHeaderPacket().size() + test::frontCapabilityBlock().size();
+  sendAndReceive({test::videoFrame(1000, true, test::keyFrameData())},
+                 headerSize + test::keyFramePacket().size());
+  ASSERT_TRUE(pump([&] { return socket_->lastSendVideoFrameTimestamp() == 1000; }));
+
+  // 500 ms ahead of the last completed write is still on time, 501 is late.
+  auto onTime = test::videoFrame(1500, false, test::interFrameData());
+  auto late = test::videoFrame(1501, false, test::interFrameData());
+  auto alsoLate = test::videoFrame(1502, false, test::interFrameData());
+  auto key = test::videoFrame(1600, true, test::keyFrameData());
+  socket_->sendFrame(onTime);
+  ASSERT_TRUE(pump([&] { return socket_->lastSendVideoFrameTimestamp() == 1500; }));
+  socket_->setSendStatus(0);
+  // Hold the completion back: the next frames judge against 1000 ms.
+  socket_->socketDidWriteDataWithTag(nullptr, 1000);
+  for (auto& frame : {late, alsoLate, key}) socket_->sendFrame(frame);
+  ASSERT_TRUE(pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); }));
+  EXPECT_TRUE(log.contains("开始丢帧..."));
+  EXPECT_EQ(log.count("丢视频帧 - 13, "), 2u);
+  EXPECT_EQ(socket_->debugInfo().dropFrame, 2);
+  EXPECT_FALSE(socket_->dropFrameNow()) << "the key frame ends the drop phase";
+
+  // On the wire: the on-time frame and the key frame, nothing between.
+  test::Bytes onTimePacket = hex("09 00 00 00 | DC 05 00 00 | 16 00 00 00 | 27 | 01 | 00 00 00");
+  auto received = test::peer::receive(connection_.host, 0x16 + 12 + 0x12 + 12);
+  EXPECT_EQ(test::Bytes(received.begin(), received.begin() + 12),
+            test::Bytes(onTimePacket.begin(), onTimePacket.begin() + 12));
+  EXPECT_EQ(test::Bytes(received.begin() + 0x16 + 12, received.begin() + 0x16 + 24),
+            hex("09 00 00 00 | 40 06 00 00 | 12 00 00 00"));
+  // The key frame's own completion counts as late: the phase gave it 500 ms.
+  EXPECT_TRUE(pump([&] { return log.contains("SOCKET DELAY: 5"); }));
+}
+
+TEST_F(StreamSocketTest, ACommandTagStandsInForTheLastVideoTimestamp) {
+  startOverTcp();
+  socket_->socketDidWriteDataWithTag(nullptr, 9300);
+  socket_->socketDidWriteDataWithTag(nullptr, 8800 + 33);  // a command write completed
+  EXPECT_EQ(socket_->lastSendVideoFrameTimestamp(), 8833u);
+  socket_->sendFrame(test::videoFrame(9334, false, test::interFrameData()));
+  ASSERT_TRUE(pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); }));
+  EXPECT_TRUE(socket_->dropFrameNow()) << "9334 is 501 ms ahead of the command's tag";
+}
+
+struct WriteStatsCase {
+  const char* name;
+  uint64_t fps;
+  double gapSeconds;  // between completions
+  int completions;
+  std::vector<BufferVerdict> verdicts;
+};
+
+class WriteStatisticsTest : public StreamSocketTest,
+                            public testing::WithParamInterface<WriteStatsCase> {};
+
+TEST_P(WriteStatisticsTest, CompletionsTurnIntoVerdicts) {
+  makeSocket(test::makeStreamInfo(GetParam().fps));
+  // A sequence header's completion: the reference, and itself a good write.
+  socket_->socketDidWriteDataWithTag(nullptr, 0);
+  for (int i = 0; i < GetParam().completions; ++i) {
+    main_.clock().advance(GetParam().gapSeconds);
+    socket_->socketDidWriteDataWithTag(nullptr, 1);
+  }
+  EXPECT_EQ(session_->verdicts(), GetParam().verdicts) << GetParam().name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Writes, WriteStatisticsTest,
+    testing::Values(
+        WriteStatsCase{"ThreeLateAreNoVerdict", 30, 0.061, 3, {}},
+        WriteStatsCase{"FourLateLowerTheRate", 30, 0.061, 4, {BufferVerdict::LowerBitrate}},
+        WriteStatsCase{"EightLateLowerTwice",
+                       30,
+                       0.061,
+                       8,
+                       {BufferVerdict::LowerBitrate, BufferVerdict::LowerBitrate}},
+        WriteStatsCase{"HundredGoodAreNoVerdict", 30, 0.060, 99, {}},
+        WriteStatsCase{
+            "HundredAndOneGoodRaiseTheRate", 30, 0.060, 100, {BufferVerdict::RaiseBitrate}},
+        WriteStatsCase{
+            "SlowRatesAllowAHundredMilliseconds", 24, 0.099, 100, {BufferVerdict::RaiseBitrate}},
+        WriteStatsCase{"SlowRatesStillHaveALimit", 24, 0.101, 4, {BufferVerdict::LowerBitrate}}),
+    [](const auto& info) { return info.param.name; });
+
+TEST_F(StreamSocketTest, LateWritesAddUpAcrossGoodOnes) {
+  makeSocket(test::makeStreamInfo(30));
+  socket_->socketDidWriteDataWithTag(nullptr, 0);
+  for (double gap : {0.07, 0.01, 0.07, 0.01, 0.07, 0.01, 0.01, 0.07}) {
+    main_.clock().advance(gap);
+    socket_->socketDidWriteDataWithTag(nullptr, 1);
+  }
+  EXPECT_EQ(session_->verdicts(), std::vector{BufferVerdict::LowerBitrate});
+}
+
+TEST_F(StreamSocketTest, HostCommandsEndTheStreamOrPassToTheSession) {
+  startOverTcp();
+  hostSends(wire::kHostConnectionLost);
+  hostSends(wire::kHostRestart);
+  hostSends(wire::kHostMirror, 1);
+  socket_->handleClientCmd(hex("88 00 00 00 | 21 00 00 00"));  // 33 without its parameter
+  socket_->handleClientCmd(hex("87 00 00 00 | 18 00 00 00"));  // not a command
+  EXPECT_EQ(session_->errors(),
+            (std::vector{LiveStreamError::ConnectionLost, LiveStreamError::PeerRestart}));
+  EXPECT_EQ(session_->states(), (std::vector{LiveStreamState::Connected, LiveStreamState::Failed,
+                                             LiveStreamState::Stopped}));
+  EXPECT_EQ(session_->forwardedCommands(), std::vector<uint32_t>{wire::kHostMirror});
+
+  // 24 detaches the carrier: its end no longer reaches the socket.
+  hostSends(wire::kHostPeerClose);
+  EXPECT_EQ(session_->errors().back(), LiveStreamError::PeerClosed);
+  EXPECT_EQ(connection_.phone->delegate(), nullptr);
+  connection_.host.reset();
+  pump([] { return false; }, 0.2);
+  EXPECT_EQ(session_->states().size(), 4u);
+}
+
+TEST_F(StreamSocketTest, TwoCommandsInOneReadOnlyTheFirstIsSeen) {
+  startOverTcp();
+  test::peer::sendAll(connection_.host,
+                      cat({wire::buildHostCommandPacket(wire::kHostStatusRequest, 1),
+                           wire::buildHostCommandPacket(wire::kHostRestart)}));
+  ASSERT_TRUE(pump([&] { return socket_->sendStatus() == 1; }));
+  pump([] { return false; }, 0.1);
+  EXPECT_TRUE(session_->errors().empty());
+}
+
+TEST_F(StreamSocketTest, LostConnectionsAreRetriedFiveTimesThreeSecondsApart) {
+  auto info = test::makeStreamInfo();
+  info->host = "127.0.0.1";
+  info->port = test::peer::closedPort();
+  makeSocket(info);
+  socket_->start();
+  for (int attempt = 1; attempt <= 6; ++attempt) {
+    ASSERT_TRUE(pump([&] { return socket_->retryTimes() == attempt; })) << attempt;
+    if (attempt < 6) main_.advance(OXStreamSocket::kRetryDelay);
+  }
+  pump([] { return false; }, 0.1);
+  EXPECT_EQ(session_->errors(), std::vector{LiveStreamError::ConnectionLost});
+  EXPECT_EQ(session_->states().back(), LiveStreamState::Failed);
+  auto times = session_->connectingTimes();
+  ASSERT_EQ(times.size(), 6u);
+  for (size_t i = 1; i < times.size(); ++i) EXPECT_NEAR(times[i] - times[i - 1], 3.0, 0.06);
+  EXPECT_GE(session_->debugReports(), 5u) << "each retry reports the statistics";
+  EXPECT_TRUE(session_->deviceChanged()) << "a retry asks for a capability block";
+}
+
+TEST_F(StreamSocketTest, AConnectionInBetweenResetsTheRetries) {
+  // A host that takes each connection and drops it at once.
+  uint16_t port = 0;
+  test::Fd listener = test::peer::listen(port);
+  auto info = test::makeStreamInfo();
+  info->host = "127.0.0.1";
+  info->port = port;
+  makeSocket(info);
+  socket_->start();
+  for (int round = 0; round < 7; ++round) {
+    ASSERT_TRUE(pump([&] { return socket_->isConnected(); })) << round;
+    auto host = test::peer::accept(listener);
+    ASSERT_TRUE(host.valid()) << round;
+    EXPECT_EQ(socket_->retryTimes(), 0);
+    host.reset();
+    ASSERT_TRUE(pump([&] { return socket_->isReconnecting(); })) << round;
+    EXPECT_EQ(socket_->retryTimes(), 1);
+    main_.advance(OXStreamSocket::kRetryDelay);
+  }
+  EXPECT_TRUE(session_->errors().empty());
+}
+
+TEST_F(StreamSocketTest, InTheBackgroundALostConnectionIsNotRetried) {
+  auto lifecycle = std::make_shared<AppLifecycle>();
+  lifecycle->enterBackground();
+  main_.drain();
+  auto info = test::makeStreamInfo();
+  info->host = "127.0.0.1";
+  info->port = test::peer::closedPort();
+  StreamSocketEnvironment environment;
+  environment.sendQueue = send_;
+  environment.lifecycle = lifecycle;
+  socket_ = OXStreamSocket::create(info, 0, 0, environment);
+  socket_->setDelegate(session_);
+  socket_->start();
+  ASSERT_TRUE(pump([&] { return !session_->errors().empty(); }));
+  EXPECT_EQ(session_->errors(), std::vector{LiveStreamError::ConnectionLost});
+  EXPECT_FALSE(socket_->isReconnecting());
+}
+
+TEST_F(StreamSocketTest, StopClearsTheStateAndEmptiesTheBuffer) {
+  startOverTcp();
+  socket_->stop();
+  ASSERT_TRUE(pump([&] { return !socket_->isConnected(); }));
+  socket_->sendFrame(test::videoFrame(5, true, test::keyFrameData()));
+  send_->runPending();
+  main_.drain();
+  EXPECT_EQ(session_->states().back(), LiveStreamState::Stopped);
+  EXPECT_EQ(socket_->sendStatus(), 0);
+  EXPECT_TRUE(test::peer::seesEnd(connection_.host)) << "TCP ends with no closing packet";
+}
+
+}  // namespace
+}  // namespace oxelo

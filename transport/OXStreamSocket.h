@@ -1,0 +1,215 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <vector>
+
+#include "channels/GCDAsyncSocket.h"
+#include "channels/PTChannel.h"
+#include "platform/device/AppLifecycle.h"
+#include "platform/dispatch/Observable.h"
+#include "platform/dispatch/Queue.h"
+#include "transport/CarrierMapping.h"
+#include "transport/LFLiveStreamInfo.h"
+#include "transport/LFStreamSocket.h"
+#include "transport/LFStreamingBuffer.h"
+
+namespace oxelo {
+
+// What a stream socket needs besides its stream; every member has a default.
+struct StreamSocketEnvironment {
+  std::shared_ptr<Queue> sendQueue;         // default: a threaded queue of its own
+  std::shared_ptr<AppLifecycle> lifecycle;  // default: AppLifecycle::shared()
+  bool hevcDecodeSupported = false;         // the info packet's HEVC flag
+};
+
+// Carries the coded frames of a live session to the host, over a TCP
+// connection or a USB channel that the main screen has already greeted, or
+// over a TCP connection of its own. It announces the stream with the info
+// packet, lays frames out as packets, watches how fast writes complete, drops
+// late video up to the next key frame, reports verdicts on the connection,
+// reads the host's commands and retries a lost TCP connection: up to
+// `reconnectCount` times, 3.0 s apart, each time from a fresh connection.
+//
+// Queues:
+//  - sendFrame(), start(), stop() and reconnect() may be called from any
+//    thread; they only append and post.
+//  - rtmpSendQueue ("com.tarnvik.OxeloSendQueue", serial, created on first
+//    use) runs _start, _stop, the send passes and the retry step, and owns the
+//    scratch record in which packets are laid out.
+//  - the main queue delivers every carrier event (write completions and
+//    their statistics, reads, the end of a connection) and the step that
+//    ends a send pass.
+// The flags that both queues touch are single atomic values, written at the
+// moments the stream's rules fix; no lock is held across a call to the
+// delegate or a carrier.
+//
+// Held by shared pointer (create()). The delegate, the live session, is held
+// weakly. A handed-over USB channel holds its delegate strongly; _stop (and
+// the destructor) clear it.
+class OXStreamSocket final : public LFStreamSocket,
+                             public GCDAsyncSocketDelegate,
+                             public PTChannelDelegate,
+                             public LFStreamingBufferDelegate,
+                             public std::enable_shared_from_this<OXStreamSocket> {
+ public:
+  static constexpr double kConnectTimeout = 5.0;  // seconds
+  static constexpr double kRetryDelay = 3.0;      // seconds, whatever reconnectInterval says
+  static constexpr int64_t kDefaultReconnectCount = 5;
+  static constexpr int64_t kDefaultReconnectInterval = 3;
+
+  using Environment = StreamSocketEnvironment;
+
+  // initWithStream:reconnectInterval:reconnectCount:. Throws
+  // StreamInfoMissingError without a stream. An interval of 0 or less becomes
+  // 3, a count below 1 becomes 5.
+  static std::shared_ptr<OXStreamSocket> create(std::shared_ptr<LFLiveStreamInfo> stream,
+                                                int64_t reconnectInterval = 0,
+                                                int64_t reconnectCount = 0,
+                                                Environment environment = {});
+  ~OXStreamSocket() override;
+  OXStreamSocket(const OXStreamSocket&) = delete;
+  OXStreamSocket& operator=(const OXStreamSocket&) = delete;
+
+  // Hand over a connected, greeted carrier; the socket becomes its delegate.
+  // Main queue, before start().
+  void setAsyncSocket(std::shared_ptr<GCDAsyncSocket> socket);
+  void setUsbChannel(std::shared_ptr<PTChannel> channel);
+  std::shared_ptr<GCDAsyncSocket> asyncSocket() const;
+  std::shared_ptr<PTChannel> usbChannel() const;
+
+  // LFStreamSocket.
+  void start() override;
+  void stop() override;
+  void sendFrame(std::shared_ptr<LFFrame> frame) override;
+  void setDelegate(std::weak_ptr<LFStreamSocketDelegate> delegate) override;
+  // Posts the retry step to rtmpSendQueue.
+  void reconnect();
+
+  // Main queue: one command record from the host. Commands 24, 25 and 26 end
+  // the stream, 33 sets sendStatus; the rest go to the delegate. A record
+  // that does not start with 136, or is too short for its command, is
+  // ignored.
+  void handleClientCmd(std::span<const uint8_t> data);
+
+  // rtmpSendQueue: lays out one packet around `size` bytes of `data` and
+  // hands it to the carrier. 0, or -1 when no carrier is connected.
+  int sendPacket(uint32_t type, const uint8_t* data, int64_t size, uint64_t nTimestamp);
+
+  // State, for the session and for tests. Any thread.
+  bool isSending() const { return isSending_.get(); }
+  bool isConnected() const { return isConnected_; }
+  bool isConnecting() const { return isConnecting_; }
+  bool isReconnecting() const { return isReconnecting_; }
+  int64_t sendStatus() const { return sendStatus_; }
+  void setSendStatus(int64_t value) { sendStatus_ = value; }
+  int64_t retryTimes() const { return retryTimes4netWorkBreaken_; }
+  int64_t reconnectCount() const { return reconnectCount_; }
+  int64_t reconnectInterval() const { return reconnectInterval_; }
+  uint64_t lastSendVideoFrameTimestamp() const { return last_send_videoframe_timestamp_; }
+  bool dropFrameNow() const { return drop_frame_now_; }
+  // A copy of the statistics; all zero when there are none.
+  LFLiveDebug debugInfo() const;
+  const std::shared_ptr<LFStreamingBuffer>& buffer();
+  const std::shared_ptr<Queue>& sendQueue();
+
+  // GCDAsyncSocketDelegate, main queue.
+  void socketDidConnectToHost(GCDAsyncSocket* sock, const std::string& host,
+                              uint16_t port) override;
+  void socketDidReadData(GCDAsyncSocket* sock, const std::vector<uint8_t>& data,
+                         int64_t tag) override;
+  void socketDidWriteDataWithTag(GCDAsyncSocket* sock, int64_t tag) override;
+  double socketShouldTimeoutWriteWithTag(GCDAsyncSocket* sock, int64_t tag, double elapsed,
+                                         size_t bytesDone) override;
+  void socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) override;
+
+  // PTChannelDelegate, main queue.
+  void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>& channel, uint32_t type,
+                                           uint32_t tag,
+                                           std::shared_ptr<const PTPayload> payload) override;
+  void ioFrameChannelDidEndWithError(const std::shared_ptr<PTChannel>& channel,
+                                     const OptionalError& error) override;
+  uint8_t ptChannelDelegateOptionalOps() const override { return kPTDelegateDidEndWithError; }
+
+  // LFStreamingBufferDelegate: forwards the verdict to the delegate.
+  void streamingBufferBufferState(LFStreamingBuffer* buffer, BufferVerdict state) override;
+
+ private:
+  OXStreamSocket(std::shared_ptr<LFLiveStreamInfo> stream, int64_t reconnectInterval,
+                 int64_t reconnectCount, Environment environment);
+
+  std::shared_ptr<LFStreamSocketDelegate> delegate() const { return delegate_.lock(); }
+  void reportStatus(LiveStreamState state);
+  void reportError(LiveStreamError error);
+  void reportDebug();
+
+  // rtmpSendQueue.
+  void _start();
+  void _stop();
+  void clean();
+  void retryStep();
+  void sendPass();
+  void sendMetaData();
+  void sendVideoHeader(const LFVideoFrame& frame);
+  void sendVideo(const LFVideoFrame& frame);
+  void sendAudioHeader(const LFAudioFrame& frame);
+  void sendAudio(const LFAudioFrame& frame);
+  void countFrame(const LFFrame& frame, bool isVideo);
+  // Lays out header, body pieces and tail in the scratch record and hands the
+  // result to the carrier; sendPacket() and sendVideo() meet here.
+  int writePacket(uint32_t type, std::span<const std::span<const uint8_t>> body,
+                  uint64_t nTimestamp);
+  std::vector<uint8_t> tailBlockFor(uint32_t type, uint8_t firstBodyByte);
+
+  // Main queue for an own connection, rtmpSendQueue for a handed-over one.
+  void _on_connected();
+  // Starts an own TCP connection; 0, or -1 when one is already under way or
+  // could not even be started.
+  int Socket_ConnectToHost(const std::string& host, uint16_t port);
+  // Sends the argument-less sendFrame: one pass, unless one is running.
+  void postSendPass();
+  void setIsSending(bool value) { isSending_.set(value); }
+  void dropCarriers();
+
+  const std::shared_ptr<LFLiveStreamInfo> stream_;
+  const int64_t reconnectInterval_;
+  const int64_t reconnectCount_;
+  Environment env_;
+
+  std::weak_ptr<LFStreamSocketDelegate> delegate_;
+  Observable<bool> isSending_{false};
+  Subscription isSendingObservation_;
+
+  mutable std::mutex lazyMutex_;  // guards the lazy members and the carriers below
+  std::shared_ptr<Queue> rtmpSendQueue_;
+  std::shared_ptr<LFStreamingBuffer> buffer_;
+  std::shared_ptr<GCDAsyncSocket> asyncSocket_;
+  std::shared_ptr<PTChannel> usbChannel_;
+  TimerHandle reconnectTimer_;
+
+  mutable std::mutex debugMutex_;           // the statistics: send passes and the main queue
+  std::unique_ptr<LFLiveDebug> debugInfo_;  // created on first use, dropped by clean()
+
+  std::vector<uint8_t> frame_buffer_;  // rtmpSendQueue only: the scratch record
+
+  std::atomic<bool> isConnected_{false};
+  std::atomic<bool> isConnecting_{false};
+  std::atomic<bool> isReconnecting_{false};
+  std::atomic<bool> sendVideoHead_{false};
+  std::atomic<bool> sendAudioHead_{false};
+  std::atomic<bool> drop_frame_now_{false};
+  std::atomic<uint64_t> last_send_videoframe_timestamp_{0};
+  std::atomic<uint64_t> last_sent_time_{0};
+  std::atomic<int64_t> continuous_good_writes_{0};
+  std::atomic<int64_t> bad_writes_{0};
+  std::atomic<int64_t> retryTimes4netWorkBreaken_{0};
+  std::atomic<int64_t> sendStatus_{0};
+};
+
+// The media clock in whole milliseconds, as stream times are kept.
+uint64_t mediaTimeMillis();
+
+}  // namespace oxelo
