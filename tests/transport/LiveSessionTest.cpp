@@ -1,0 +1,303 @@
+// The live session between encoders and socket: when frames may enter the
+// stream, how their times are rewritten, the bit-rate steps, and how the
+// socket's reports reach the live view.
+#include <gtest/gtest.h>
+
+#include "platform/defaults/SettingsKeys.h"
+#include "tests/transport/WireVectors.h"
+#include "tests/transport/support/StreamSocketHarness.h"
+#include "transport/InitError.h"
+#include "transport/OXLiveSession.h"
+#include "transport/WireConstants.h"
+
+namespace oxelo {
+namespace {
+
+class FakeVideoEncoder final : public LFVideoEncoding {
+ public:
+  void encodeVideoData(std::shared_ptr<PixelBuffer>, uint64_t timeStamp) override {
+    encoded.push_back(timeStamp);
+  }
+  int64_t videoBitRate() const override { return rate; }
+  void setVideoBitRate(int64_t videoBitRate) override { rate = videoBitRate; }
+  void stopEncoder() override { stopped = true; }
+  std::vector<uint64_t> encoded;
+  int64_t rate = 1000000;
+  bool stopped = false;
+};
+
+class FakeAudioEncoder final : public LFAudioEncoding {
+ public:
+  void encodeAudioData(const Bytes& data, uint64_t) override { bytes += data.size(); }
+  void stopEncoder() override { stopped = true; }
+  size_t bytes = 0;
+  bool stopped = false;
+};
+
+class FakeEncoders final : public EncoderFactory {
+ public:
+  std::shared_ptr<LFVideoEncoding> makeVideoEncoder(
+      std::shared_ptr<LFLiveVideoConfiguration>) override {
+    videos.push_back(std::make_shared<FakeVideoEncoder>());
+    return videos.back();
+  }
+  std::shared_ptr<LFAudioEncoding> makeAudioEncoder(
+      std::shared_ptr<LFLiveAudioConfiguration>) override {
+    audios.push_back(std::make_shared<FakeAudioEncoder>());
+    return audios.back();
+  }
+  std::vector<std::shared_ptr<FakeVideoEncoder>> videos;
+  std::vector<std::shared_ptr<FakeAudioEncoder>> audios;
+};
+
+class RecordingView final : public OXLiveSessionDelegate {
+ public:
+  void liveSessionLiveStateDidChange(OXLiveSession*, LiveStreamState state) override {
+    states.push_back(state);
+  }
+  void liveSessionErrorCode(OXLiveSession*, LiveStreamError errorCode) override {
+    errors.push_back(errorCode);
+  }
+  void liveSessionDebugInfo(OXLiveSession*, const LFLiveDebug&) override { ++debugInfos; }
+  void liveSessionClientSetFocusPoint(OXLiveSession*, double x, double y) override {
+    focus = {x, y};
+  }
+  std::vector<LiveStreamState> states;
+  std::vector<LiveStreamError> errors;
+  int debugInfos = 0;
+  std::pair<double, double> focus{-1, -1};
+};
+
+class LiveSessionTest : public testing::Test {
+ protected:
+  void SetUp() override { send_ = Queue::createDriven("send", main_.clockPtr()); }
+  void TearDown() override {
+    if (session_) session_->stopLive();
+    send_->runPending();
+    main_.drain();
+  }
+
+  std::shared_ptr<OXLiveSession> makeSession(int64_t captureType) {
+    auto info = test::makeStreamInfo();
+    LiveSessionEnvironment environment;
+    environment.encoders = encoders_;
+    environment.socket.sendQueue = send_;
+    session_ = OXLiveSession::create(info->audioConfiguration, info->videoConfiguration,
+                                     captureType, environment);
+    session_->setDelegate(view_);
+    session_->startLive();
+    return session_;
+  }
+
+  // The socket reports its state as it does on the send queue.
+  void socketReports(LiveStreamState state) {
+    session_->socketStatus(session_->streamSocket().get(), state);
+    main_.drain();
+  }
+
+  void encoderGivesVideo(uint64_t timestamp, bool key) {
+    session_->videoEncoderVideoFrame(nullptr, test::videoFrame(timestamp, key, {1}));
+  }
+  void encoderGivesAudio(uint64_t timestamp) {
+    session_->audioEncoderAudioFrame(nullptr, test::audioFrame(timestamp, {2}));
+  }
+
+  // What entered the socket's buffer: timestamps, video as positive, audio
+  // as negative numbers.
+  std::vector<int64_t> streamed() {
+    std::vector<int64_t> out;
+    for (const auto& frame : session_->streamSocket()->buffer()->list()) {
+      auto t = static_cast<int64_t>(frame->timestamp);
+      out.push_back(std::dynamic_pointer_cast<LFAudioFrame>(frame) ? -t - 1 : t);
+    }
+    return out;
+  }
+
+  test::StreamFixtureSettings settings_;
+  test::ManualMain main_;
+  std::shared_ptr<Queue> send_;
+  std::shared_ptr<FakeEncoders> encoders_ = std::make_shared<FakeEncoders>();
+  std::shared_ptr<RecordingView> view_ = std::make_shared<RecordingView>();
+  std::shared_ptr<OXLiveSession> session_;
+};
+
+TEST_F(LiveSessionTest, CreationNeedsTheConfigurationsItsCaptureTypeUses) {
+  auto info = test::makeStreamInfo();
+  auto errorOf = [&](std::shared_ptr<LFLiveAudioConfiguration> audio,
+                     std::shared_ptr<LFLiveVideoConfiguration> video, int64_t type) {
+    try {
+      OXLiveSession::create(audio, video, type);
+    } catch (const InitError& e) {
+      EXPECT_EQ(e.name(), "OXLiveSession init error");
+      return e.reason();
+    }
+    return std::string("none");
+  };
+  EXPECT_EQ(errorOf(nullptr, info->videoConfiguration, 3), "audioConfiguration is nil ");
+  EXPECT_EQ(errorOf(nullptr, info->videoConfiguration, kInputMaskAudio),
+            "audioConfiguration is nil ");
+  EXPECT_EQ(errorOf(info->audioConfiguration, nullptr, kInputMaskVideo),
+            "videoConfiguration is nil ");
+  EXPECT_EQ(errorOf(nullptr, info->videoConfiguration, kCaptureMaskVideo), "none");
+  EXPECT_TRUE(
+      OXLiveSession::create(info->audioConfiguration, nullptr, kCaptureMaskAudio)->deviceChanged());
+}
+
+TEST_F(LiveSessionTest, WithAudioAndVideoNothingPassesBeforeAKeyFrameFollowsTheFirstAudio) {
+  makeSession(kCaptureMaskDefault);
+  encoderGivesVideo(5000, true);  // before any audio: lost
+  socketReports(LiveStreamState::Connected);
+  encoderGivesVideo(5001, true);   // still before any audio
+  encoderGivesAudio(5010);         // audio, but no key frame behind it yet
+  encoderGivesVideo(5020, false);  // not a key frame
+  encoderGivesVideo(5033, true);   // aligned from here: the reference time
+  encoderGivesAudio(5040);
+  encoderGivesVideo(5066, false);
+  EXPECT_EQ(streamed(), (std::vector<int64_t>{0, -8, 33}));
+}
+
+TEST_F(LiveSessionTest, WithVideoOnlyEveryFramePassesFromTheFirst) {
+  makeSession(kCaptureMaskVideo);
+  socketReports(LiveStreamState::Connected);
+  encoderGivesVideo(700, false);
+  encoderGivesVideo(733, true);
+  EXPECT_EQ(streamed(), (std::vector<int64_t>{0, 33}));
+}
+
+TEST_F(LiveSessionTest, TimestampsStartAgainAtZeroOnANewConnection) {
+  makeSession(kCaptureMaskVideo);
+  socketReports(LiveStreamState::Connected);
+  encoderGivesVideo(1000, true);
+  encoderGivesVideo(1100, false);
+  socketReports(LiveStreamState::Stopped);
+  EXPECT_FALSE(session_->uploading());
+  encoderGivesVideo(3000, true);  // between connections: discarded
+  socketReports(LiveStreamState::Connected);
+  socketReports(LiveStreamState::Connected);  // no change of flags, but reported
+  encoderGivesVideo(5000, true);
+  EXPECT_EQ(streamed(), (std::vector<int64_t>{0, 100, 0}));
+  EXPECT_EQ(view_->states, (std::vector{LiveStreamState::Connected, LiveStreamState::Stopped,
+                                        LiveStreamState::Connected, LiveStreamState::Connected}));
+}
+
+TEST_F(LiveSessionTest, CaptureIsEncodedOnlyWhileUploading) {
+  makeSession(kCaptureMaskDefault | kInputMaskVideo);
+  session_->pushVideo(PixelBuffer::create(16, 16));
+  session_->pushAudio(Bytes(100));
+  EXPECT_TRUE(encoders_->videos[0]->encoded.empty());
+  EXPECT_EQ(encoders_->audios[0]->bytes, 0u);
+  socketReports(LiveStreamState::Connected);
+  main_.clock().set(1234.5678);
+  session_->pushVideo(PixelBuffer::create(16, 16));
+  session_->pushAudio(Bytes(100));
+  EXPECT_EQ(encoders_->videos[0]->encoded, std::vector<uint64_t>{1234567});
+  EXPECT_EQ(encoders_->audios[0]->bytes, 100u);
+}
+
+struct BitrateCase {
+  const char* name;
+  bool adaptive;
+  int64_t rate;
+  BufferVerdict verdict;
+  int64_t expected;
+};
+
+class AdaptiveBitrateTest : public LiveSessionTest,
+                            public testing::WithParamInterface<BitrateCase> {};
+
+TEST_P(AdaptiveBitrateTest, StepsStayWithinTheConfiguredBounds) {
+  settings_.defaults->setBool(keys::adaptiveBitrate, GetParam().adaptive);
+  makeSession(kCaptureMaskVideo);
+  auto video = session_->videoConfiguration();
+  video->setVideoBitRate(1000000);
+  video->setVideoMaxBitRate(1500000);
+  video->setVideoMinBitRate(500000);
+  socketReports(LiveStreamState::Connected);
+  encoders_->videos[0]->rate = GetParam().rate;
+  session_->socketBufferStatus(nullptr, GetParam().verdict);
+  EXPECT_EQ(encoders_->videos[0]->rate, GetParam().expected) << GetParam().name;
+  EXPECT_EQ(video->videoBitRate(), 1000000u) << "the configured rate stays";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Verdicts, AdaptiveBitrateTest,
+    testing::Values(
+        BitrateCase{"RaiseByFivePercent", true, 1000000, BufferVerdict::RaiseBitrate, 1050000},
+        BitrateCase{"RaiseThatWouldPassTheMaximumIsRefused", true, 1450000,
+                    BufferVerdict::RaiseBitrate, 1450000},
+        BitrateCase{"RaiseToExactlyTheMaximum", true, 1428572, BufferVerdict::RaiseBitrate,
+                    1500000},
+        BitrateCase{"LowerByAFifth", true, 1000000, BufferVerdict::LowerBitrate, 800000},
+        BitrateCase{"LowerThatWouldPassTheMinimumIsRefused", true, 600000,
+                    BufferVerdict::LowerBitrate, 600000},
+        BitrateCase{"NoChangeIsIgnored", true, 1000000, BufferVerdict::NoChange, 1000000},
+        BitrateCase{"OffMeansNoStep", false, 1000000, BufferVerdict::RaiseBitrate, 1000000}),
+    [](const auto& info) { return info.param.name; });
+
+TEST_F(LiveSessionTest, VerdictsBeforeTheConnectionHaveNoEffect) {
+  settings_.defaults->setBool(keys::adaptiveBitrate, true);
+  makeSession(kCaptureMaskVideo);
+  session_->socketBufferStatus(nullptr, BufferVerdict::LowerBitrate);
+  EXPECT_EQ(encoders_->videos[0]->rate, 1000000);
+}
+
+TEST_F(LiveSessionTest, PeerCloseStopsTheSessionBeforeTheViewHears) {
+  makeSession(kCaptureMaskDefault);
+  auto socket = session_->streamSocket();
+  session_->socketDidError(socket.get(), LiveStreamError::ConnectionLost);
+  main_.drain();
+  EXPECT_EQ(view_->errors, std::vector{LiveStreamError::ConnectionLost});
+  EXPECT_FALSE(encoders_->videos[0]->stopped) << "205 is the live view's to handle";
+
+  session_->socketDidError(socket.get(), LiveStreamError::PeerClosed);
+  main_.drain();
+  EXPECT_EQ(view_->errors.back(), LiveStreamError::PeerClosed);
+  EXPECT_TRUE(encoders_->videos[0]->stopped);
+  EXPECT_TRUE(encoders_->audios[0]->stopped);
+  EXPECT_NE(session_->streamSocket(), socket) << "a later start gets a new socket";
+  session_->startLive();
+  EXPECT_EQ(encoders_->videos.size(), 2u) << "and new encoders";
+}
+
+TEST_F(LiveSessionTest, StatisticsReachTheViewOnlyWhenAsked) {
+  makeSession(kCaptureMaskVideo);
+  LFLiveDebug info;
+  info.totalFrame = 9;
+  session_->socketDebug(nullptr, info);
+  main_.drain();
+  EXPECT_EQ(view_->debugInfos, 0);
+  EXPECT_EQ(session_->lastDebugInfo().totalFrame, 9);
+  session_->setShowDebugInfo(true);
+  session_->socketDebug(nullptr, info);
+  main_.drain();
+  EXPECT_EQ(view_->debugInfos, 1);
+}
+
+TEST_F(LiveSessionTest, HostCommandsForTheSessionItself) {
+  makeSession(kCaptureMaskVideo);
+  bool dimSeen = false;
+  auto watch = session_->dimProperty().observe([&](bool, bool now) { dimSeen = now; });
+  session_->socketClientCommand(nullptr, {wire::kHostDim, 1, 0});
+  session_->socketClientCommand(nullptr, {wire::kHostRecording, 7, 0});
+  session_->socketClientCommand(nullptr, {wire::kHostFocusPoint, 255, 0});
+  main_.drain();
+  EXPECT_TRUE(dimSeen);
+  EXPECT_TRUE(session_->statusSource()->dim()) << "the status block tells the host";
+  EXPECT_TRUE(session_->recording());
+  EXPECT_EQ(view_->focus, std::make_pair(1.0, 0.0));
+}
+
+TEST_F(LiveSessionTest, RequestsToTheHostTravelOnTheHandedOverConnection) {
+  auto connection = test::connectLoopback(main_.main());
+  makeSession(kCaptureMaskVideo);
+  session_->streamSocket()->setAsyncSocket(connection.phone);
+  send_->runPending();
+  test::peer::receive(connection.host, wire::kInfoPacketSize);
+  session_->remoteRecord(true);
+  session_->remoteSnapshot();
+  EXPECT_EQ(test::peer::receive(connection.host, 24),
+            test::cat({test::recordStartCommand(), test::snapshotCommand()}));
+}
+
+}  // namespace
+}  // namespace oxelo

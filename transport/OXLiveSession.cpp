@@ -1,0 +1,363 @@
+#include "transport/OXLiveSession.h"
+
+#include "platform/defaults/SettingsKeys.h"
+#include "platform/defaults/UserDefaults.h"
+#include "platform/dispatch/MainQueue.h"
+#include "platform/log/Log.h"
+#include "transport/InitError.h"
+
+namespace oxelo {
+
+namespace {
+constexpr const char* kInitErrorName = "OXLiveSession init error";
+constexpr double kRaiseStep = 1.05;
+constexpr double kLowerStep = 0.8;
+}  // namespace
+
+std::shared_ptr<OXLiveSession> OXLiveSession::create(
+    std::shared_ptr<LFLiveAudioConfiguration> audioConfiguration,
+    std::shared_ptr<LFLiveVideoConfiguration> videoConfiguration, int64_t captureType,
+    Environment environment) {
+  if (!audioConfiguration && captureTypeHasAudio(captureType))
+    throw InitError(kInitErrorName, "audioConfiguration is nil ");
+  if (!videoConfiguration && captureTypeHasVideo(captureType))
+    throw InitError(kInitErrorName, "videoConfiguration is nil ");
+  return std::shared_ptr<OXLiveSession>(new OXLiveSession(std::move(audioConfiguration),
+                                                          std::move(videoConfiguration),
+                                                          captureType, std::move(environment)));
+}
+
+OXLiveSession::OXLiveSession(std::shared_ptr<LFLiveAudioConfiguration> audioConfiguration,
+                             std::shared_ptr<LFLiveVideoConfiguration> videoConfiguration,
+                             int64_t captureType, Environment environment)
+    : audioConfiguration_(std::move(audioConfiguration)),
+      videoConfiguration_(std::move(videoConfiguration)),
+      captureType_(captureType),
+      env_(std::move(environment)) {
+  statusSource_ = env_.statusSource;
+  if (!statusSource_) {
+    cameraStatus_ = std::make_shared<CameraStatusSource>(CameraStatusSource::deviceFromSettings(),
+                                                         BatteryMonitor::shared());
+    statusSource_ = cameraStatus_;
+  }
+  adaptiveBitrate_ = UserDefaults::standard()->boolForKey(keys::adaptiveBitrate);
+}
+
+OXLiveSession::~OXLiveSession() {
+  std::shared_ptr<LFAudioCapture> audio;
+  {
+    std::lock_guard lock(mutex_);
+    audio = audioCaptureSource_;
+  }
+  if (audio) audio->setRunning(false);
+}
+
+void OXLiveSession::postToMain(std::function<void(OXLiveSession&)> task) {
+  MainQueue::post([weak = weak_from_this(), task = std::move(task)] {
+    if (auto self = weak.lock()) task(*self);
+  });
+}
+
+// ---- Collaborators, created on first use ----
+
+void OXLiveSession::initStreamInfo(std::shared_ptr<LFLiveStreamInfo> streamInfo) {
+  if (!streamInfo) return;
+  streamInfo->audioConfiguration = audioConfiguration_;
+  streamInfo->videoConfiguration = videoConfiguration_;
+  std::lock_guard lock(mutex_);
+  streamInfo_ = std::move(streamInfo);
+}
+
+std::shared_ptr<LFLiveStreamInfo> OXLiveSession::streamInfo() {
+  std::lock_guard lock(mutex_);
+  if (!streamInfo_) {
+    streamInfo_ = std::make_shared<LFLiveStreamInfo>();
+    streamInfo_->audioConfiguration = audioConfiguration_;
+    streamInfo_->videoConfiguration = videoConfiguration_;
+  }
+  return streamInfo_;
+}
+
+std::shared_ptr<OXStreamSocket> OXLiveSession::streamSocket() {
+  auto info = streamInfo();
+  std::lock_guard lock(mutex_);
+  if (!socket_) {
+    socket_ = OXStreamSocket::create(std::move(info), /*reconnectInterval=*/0,
+                                     /*reconnectCount=*/0, env_.socket);
+    socket_->setDelegate(weak_from_this());
+  }
+  return socket_;
+}
+
+std::shared_ptr<LFVideoEncoding> OXLiveSession::videoEncoder() {
+  std::lock_guard lock(mutex_);
+  if (!videoEncoder_ && env_.encoders && videoConfiguration_)
+    videoEncoder_ = env_.encoders->makeVideoEncoder(videoConfiguration_);
+  return videoEncoder_;
+}
+
+std::shared_ptr<LFAudioEncoding> OXLiveSession::audioEncoder() {
+  std::lock_guard lock(mutex_);
+  if (!audioEncoder_ && env_.encoders && audioConfiguration_)
+    audioEncoder_ = env_.encoders->makeAudioEncoder(audioConfiguration_);
+  return audioEncoder_;
+}
+
+std::shared_ptr<LFVideoEncoding> OXLiveSession::currentVideoEncoder() const {
+  std::lock_guard lock(mutex_);
+  return videoEncoder_;
+}
+
+std::shared_ptr<LFAudioEncoding> OXLiveSession::currentAudioEncoder() const {
+  std::lock_guard lock(mutex_);
+  return audioEncoder_;
+}
+
+std::shared_ptr<OXStreamSocket> OXLiveSession::currentSocket() const {
+  std::lock_guard lock(mutex_);
+  return socket_;
+}
+
+std::shared_ptr<LFAudioCapture> OXLiveSession::audioCaptureSource() {
+  if (!(captureType_ & kCaptureMaskAudio)) return nullptr;
+  std::lock_guard lock(mutex_);
+  if (!audioCaptureSource_) {
+    audioCaptureSource_ = LFAudioCapture::create(audioConfiguration_, env_.audioBackend);
+    audioCaptureSource_->setDelegate(weak_from_this());
+  }
+  return audioCaptureSource_;
+}
+
+// ---- Start and stop ----
+
+void OXLiveSession::startLive() {
+  if (auto encoder = videoEncoder()) encoder->setDelegate(weak_from_this());
+  if (auto encoder = audioEncoder()) encoder->setDelegate(weak_from_this());
+  streamSocket()->start();
+}
+
+void OXLiveSession::stopLive() {
+  uploading_ = false;
+  std::shared_ptr<OXStreamSocket> socket;
+  std::shared_ptr<LFVideoEncoding> video;
+  std::shared_ptr<LFAudioEncoding> audio;
+  {
+    std::lock_guard lock(mutex_);
+    socket = std::move(socket_);
+    video = std::move(videoEncoder_);
+    audio = std::move(audioEncoder_);
+    socket_.reset();
+    videoEncoder_.reset();
+    audioEncoder_.reset();
+  }
+  if (socket) socket->stop();
+  if (video) video->stopEncoder();
+  if (audio) audio->stopEncoder();
+}
+
+// ---- Properties ----
+
+void OXLiveSession::setRunning(bool running) {
+  if (running_.get() == running) return;
+  running_.set(running);
+  if (auto audio = audioCaptureSource()) audio->setRunning(running);
+}
+
+void OXLiveSession::setDim(bool dim) {
+  dim_.set(dim);
+  if (cameraStatus_) cameraStatus_->setDim(dim);
+}
+
+bool OXLiveSession::muted() const {
+  std::lock_guard lock(mutex_);
+  return audioCaptureSource_ && audioCaptureSource_->muted();
+}
+
+void OXLiveSession::setMuted(bool muted) {
+  if (auto audio = audioCaptureSource()) audio->setMuted(muted);
+  mutedNotice_.set(this->muted());
+}
+
+bool OXLiveSession::useBackMic() const {
+  std::lock_guard lock(mutex_);
+  return audioCaptureSource_ && audioCaptureSource_->useBackMic();
+}
+
+void OXLiveSession::setUseBackMic(bool useBackMic) {
+  if (auto audio = audioCaptureSource()) audio->setUseBackMic(useBackMic);
+  useBackMicNotice_.set(this->useBackMic());
+}
+
+LFLiveDebug OXLiveSession::lastDebugInfo() const {
+  std::lock_guard lock(mutex_);
+  return debugInfo_;
+}
+
+int64_t OXLiveSession::videoBitrate() const {
+  auto encoder = currentVideoEncoder();
+  return encoder ? encoder->videoBitRate() : 0;
+}
+
+// ---- Commands to the host ----
+
+void OXLiveSession::sendCommandPacketWithParameter(uint32_t command, uint32_t parameter) {
+  auto socket = currentSocket();
+  if (!socket) return;
+  auto packet = wire::buildCommandPacket(command, parameter);
+  uint32_t tag = wire::kCommandTagBase + command;
+  if (auto tcp = socket->asyncSocket()) {
+    tcp->writeData(std::move(packet), wire::kCommandWriteTimeout, tag);
+    return;
+  }
+  if (auto usb = socket->usbChannel()) {
+    usb->sendFrameOfType(wire::kUsbFrameTypeControl, tag, packet, [tag](OptionalError error) {
+      oxlog("usbPeerChannel send {}: {}", tag, error ? error->toString() : "(null)");
+    });
+  }
+}
+
+void OXLiveSession::remoteSnapshot() {
+  sendCommandPacketWithParameter(wire::kCommandRemoteSnapshot, 0);
+}
+
+void OXLiveSession::remoteRecord(bool record) {
+  sendCommandPacketWithParameter(wire::kCommandRemoteRecord,
+                                 record ? wire::kRemoteRecordStart : wire::kRemoteRecordStop);
+}
+
+// ---- Frames in ----
+
+void OXLiveSession::pushVideo(std::shared_ptr<PixelBuffer> pixelBuffer) {
+  if (!uploading_ || !pixelBuffer) return;
+  if (auto encoder = currentVideoEncoder())
+    encoder->encodeVideoData(std::move(pixelBuffer), mediaTimeMillis());
+}
+
+void OXLiveSession::pushAudio(const Bytes& audioData) { encodeAudio(audioData); }
+
+void OXLiveSession::captureOutputAudioData(LFAudioCapture*, const std::vector<uint8_t>& audioData,
+                                           const AudioTimeStamp*) {
+  encodeAudio(audioData);
+}
+
+void OXLiveSession::encodeAudio(const Bytes& audioData) {
+  if (!uploading_) return;
+  if (auto encoder = currentAudioEncoder()) encoder->encodeAudioData(audioData, mediaTimeMillis());
+}
+
+// ---- Frames out ----
+
+bool OXLiveSession::AVAlignment() const {
+  if (!captureTypeHasAudio(captureType_)) return true;
+  if (!captureTypeHasVideo(captureType_)) return true;
+  return hasCaptureAudio_ && hasKeyFrameVideo_;
+}
+
+void OXLiveSession::audioEncoderAudioFrame(LFAudioEncoding*, std::shared_ptr<LFAudioFrame> frame) {
+  if (!uploading_ || !frame) return;
+  hasCaptureAudio_ = true;
+  if (AVAlignment()) pushSendBuffer(std::move(frame));
+}
+
+void OXLiveSession::videoEncoderVideoFrame(LFVideoEncoding*, std::shared_ptr<LFVideoFrame> frame) {
+  if (!uploading_ || !frame) return;
+  if (frame->isKeyFrame && hasCaptureAudio_) hasKeyFrameVideo_ = true;
+  if (AVAlignment()) pushSendBuffer(std::move(frame));
+}
+
+uint64_t OXLiveSession::uploadTimestamp(uint64_t timestamp) {
+  lock_.wait();
+  uint64_t relative = timestamp - relativeTimestamps_;
+  lock_.signal();
+  return relative;
+}
+
+void OXLiveSession::pushSendBuffer(std::shared_ptr<LFFrame> frame) {
+  if (relativeTimestamps_ == 0) relativeTimestamps_ = frame->timestamp;
+  frame->timestamp = uploadTimestamp(frame->timestamp);
+  if (auto socket = currentSocket()) socket->sendFrame(std::move(frame));
+}
+
+// ---- Socket reports ----
+
+void OXLiveSession::socketStatus(LFStreamSocket*, LiveStreamState status) {
+  if (status == LiveStreamState::Connected) {
+    if (!uploading_) {
+      hasCaptureAudio_ = false;
+      hasKeyFrameVideo_ = false;
+      relativeTimestamps_ = 0;
+      uploading_ = true;
+    }
+  } else if (status == LiveStreamState::Stopped || status == LiveStreamState::Failed) {
+    uploading_ = false;
+  }
+  postToMain([status](OXLiveSession& self) {
+    self.state_ = status;
+    if (auto d = self.delegate()) d->liveSessionLiveStateDidChange(&self, status);
+  });
+}
+
+void OXLiveSession::socketDidError(LFStreamSocket*, LiveStreamError errorCode) {
+  postToMain([errorCode](OXLiveSession& self) {
+    if (errorCode == LiveStreamError::PeerClosed) self.stopLive();
+    if (auto d = self.delegate()) d->liveSessionErrorCode(&self, errorCode);
+  });
+}
+
+void OXLiveSession::socketDebug(LFStreamSocket*, const LFLiveDebug& debugInfo) {
+  {
+    std::lock_guard lock(mutex_);
+    debugInfo_ = debugInfo;
+  }
+  if (!showDebugInfo_) return;
+  postToMain([debugInfo](OXLiveSession& self) {
+    if (auto d = self.delegate()) d->liveSessionDebugInfo(&self, debugInfo);
+  });
+}
+
+void OXLiveSession::socketBufferStatus(LFStreamSocket*, BufferVerdict status) {
+  if (state_ != LiveStreamState::Connected || !captureTypeHasVideo(captureType_) ||
+      !adaptiveBitrate_)
+    return;
+  auto encoder = currentVideoEncoder();
+  if (!encoder || !videoConfiguration_) return;
+  double rate = static_cast<double>(encoder->videoBitRate());
+  if (status == BufferVerdict::RaiseBitrate) {
+    auto next = static_cast<int64_t>(rate * kRaiseStep);
+    if (next > static_cast<int64_t>(videoConfiguration_->videoMaxBitRate())) return;
+    encoder->setVideoBitRate(next);
+    oxlog("增加码率至: {:.1f}KB", next / 1024.0);
+  } else if (status == BufferVerdict::LowerBitrate) {
+    auto next = static_cast<int64_t>(rate * kLowerStep);
+    if (next < static_cast<int64_t>(videoConfiguration_->videoMinBitRate())) return;
+    encoder->setVideoBitRate(next);
+    oxlog("降低码率至: {:.1f}KB", next / 1024.0);
+  }
+}
+
+// ---- The host's commands that the session answers itself ----
+
+void OXLiveSession::socketClientCommand(LFStreamSocket*, const wire::HostCommandRecord& command) {
+  switch (command.command) {
+    case wire::kHostFocusPoint: {
+      double x = static_cast<uint32_t>(command.p1) / 255.0;
+      double y = static_cast<uint32_t>(command.p2) / 255.0;
+      postToMain([x, y](OXLiveSession& self) {
+        if (auto d = self.delegate()) d->liveSessionClientSetFocusPoint(&self, x, y);
+      });
+      return;
+    }
+    case wire::kHostDim:
+      setDim(command.p1 != 0);
+      return;
+    case wire::kHostRecording:
+      setRecording(command.p1 != 0);
+      return;
+    default:
+      // The camera, the picture and the presets answer once there is a
+      // capture front to act on.
+      return;
+  }
+}
+
+}  // namespace oxelo

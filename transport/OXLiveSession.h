@@ -1,0 +1,228 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "capture/LFAudioCapture.h"
+#include "capture/LFLiveAudioConfiguration.h"
+#include "capture/LFLiveVideoConfiguration.h"
+#include "capture/PixelBuffer.h"
+#include "platform/dispatch/Observable.h"
+#include "platform/dispatch/Semaphore.h"
+#include "transport/CameraStatusSource.h"
+#include "transport/LFAudioEncoding.h"
+#include "transport/LFVideoEncoding.h"
+#include "transport/OXStreamSocket.h"
+
+namespace oxelo {
+
+class OXLiveSession;
+
+// What the session tells the live view. Every operation is optional and is
+// called on the main queue.
+class OXLiveSessionDelegate {
+ public:
+  virtual ~OXLiveSessionDelegate() = default;
+  virtual void liveSessionLiveStateDidChange(OXLiveSession* /*session*/,
+                                             LiveStreamState /*state*/) {}
+  virtual void liveSessionDebugInfo(OXLiveSession* /*session*/, const LFLiveDebug& /*info*/) {}
+  virtual void liveSessionErrorCode(OXLiveSession* /*session*/, LiveStreamError /*errorCode*/) {}
+  // A point the host asks to focus on, both coordinates 0.0 to 1.0.
+  virtual void liveSessionClientSetFocusPoint(OXLiveSession* /*session*/, double /*x*/,
+                                              double /*y*/) {}
+  virtual void liveSessionClientSetAutoStatusForItem(OXLiveSession* /*session*/, int64_t /*item*/) {
+  }
+};
+
+// What a live session is made with; every member has a default.
+struct LiveSessionEnvironment {
+  // Makes the encoders on first use; without one no frame is encoded.
+  std::shared_ptr<EncoderFactory> encoders;
+  // How the socket is made (its queue, the life cycle, the HEVC flag).
+  StreamSocketEnvironment socket;
+  // The values of the tail blocks; default: the camera model's device
+  // chosen by the settings, with the battery monitor.
+  std::shared_ptr<StreamStatusSource> statusSource;
+  // The microphone's backend; default: the process's.
+  std::shared_ptr<AudioBackend> audioBackend;
+};
+
+// Ties the capture sources, the two encoders and the stream socket into one
+// pipeline: it decides when frames may enter the stream (`uploading`, the
+// alignment of audio and video), rewrites their timestamps relative to the
+// first frame of a connection, turns the socket's verdicts into bit-rate
+// steps within the configuration's bounds, and passes the socket's state and
+// errors to the delegate on the main queue.
+//
+// Queues: created, started and stopped on the main queue, where every
+// delegate call runs. Capture callbacks and pushVideo()/pushAudio() come on
+// the capture threads, encoder callbacks on the encoders' threads; socket
+// reports on rtmpSendQueue or the main queue. `uploading` and the alignment
+// flags are single atomic values; `lock` guards the reference timestamp.
+// The socket and the encoders are held under a mutex only to copy the
+// pointer, so stopLive() on the main queue can drop them while frames flow.
+//
+// Held by shared pointer (create()); the delegate is held weakly.
+class OXLiveSession final : public LFAudioCaptureDelegate,
+                            public LFAudioEncodingDelegate,
+                            public LFVideoEncodingDelegate,
+                            public LFStreamSocketDelegate,
+                            public std::enable_shared_from_this<OXLiveSession> {
+ public:
+  using Environment = LiveSessionEnvironment;
+
+  // initWithAudioConfiguration:videoConfiguration:captureType:. Throws
+  // InitError "OXLiveSession init error" with "audioConfiguration is nil " or
+  // "videoConfiguration is nil " when the capture type needs a missing one.
+  // Reads the setting `adaptiveBitrate` once. Main queue.
+  static std::shared_ptr<OXLiveSession> create(
+      std::shared_ptr<LFLiveAudioConfiguration> audioConfiguration,
+      std::shared_ptr<LFLiveVideoConfiguration> videoConfiguration,
+      int64_t captureType = kCaptureMaskDefault, Environment environment = {});
+  // Sets both capture sources not running.
+  ~OXLiveSession() override;
+  OXLiveSession(const OXLiveSession&) = delete;
+  OXLiveSession& operator=(const OXLiveSession&) = delete;
+
+  void setDelegate(std::weak_ptr<OXLiveSessionDelegate> delegate) { delegate_ = delegate; }
+
+  // ---- Main queue ----
+
+  // Stores the stream info (a null one is ignored) and gives it the two
+  // configurations.
+  void initStreamInfo(std::shared_ptr<LFLiveStreamInfo> streamInfo);
+  std::shared_ptr<LFLiveStreamInfo> streamInfo();
+  // The socket, created on first use from the stream info; for the hand-over
+  // of the carrier (setAsyncSocket, setUsbChannel).
+  std::shared_ptr<OXStreamSocket> streamSocket();
+  // Makes this session the delegate of both encoders (creating them), then
+  // starts the socket.
+  void startLive();
+  // Stops uploading, stops and drops the socket, then the video and the
+  // audio encoder: a later startLive() gets new ones.
+  void stopLive();
+
+  // Requests to the host on the carrier in use, outside the stream buffer.
+  void sendCommandPacketWithParameter(uint32_t command, uint32_t parameter);
+  void remoteSnapshot();
+  void remoteRecord(bool record);
+
+  // Observable properties.
+  bool running() const { return running_.get(); }
+  void setRunning(bool running);
+  bool dim() const { return dim_.get(); }
+  void setDim(bool dim);
+  bool recording() const { return recording_.get(); }
+  void setRecording(bool recording) { recording_.set(recording); }
+  // Forwarded to the audio source; false without one.
+  bool muted() const;
+  void setMuted(bool muted);
+  bool useBackMic() const;
+  void setUseBackMic(bool useBackMic);
+  Observable<bool>& runningProperty() { return running_; }
+  Observable<bool>& dimProperty() { return dim_; }
+  Observable<bool>& recordingProperty() { return recording_; }
+  Observable<bool>& mutedProperty() { return mutedNotice_; }
+  Observable<bool>& useBackMicProperty() { return useBackMicNotice_; }
+
+  bool showDebugInfo() const { return showDebugInfo_; }
+  void setShowDebugInfo(bool show) { showDebugInfo_ = show; }
+  bool adaptiveBitrate() const { return adaptiveBitrate_; }
+  LiveStreamState state() const { return state_; }
+  int64_t captureType() const { return captureType_; }
+  bool uploading() const { return uploading_; }
+  LFLiveDebug lastDebugInfo() const;
+  // The video encoder's running bit rate; 0 without one.
+  int64_t videoBitrate() const;
+  const std::shared_ptr<LFLiveVideoConfiguration>& videoConfiguration() const {
+    return videoConfiguration_;
+  }
+  const std::shared_ptr<LFLiveAudioConfiguration>& audioConfiguration() const {
+    return audioConfiguration_;
+  }
+  // The microphone, created on first use when the capture type has bit 0.
+  std::shared_ptr<LFAudioCapture> audioCaptureSource();
+
+  // ---- Any thread ----
+
+  // Input from the caller (capture type bits 3 and 2): encoded with the
+  // media clock like the capture path, only while uploading.
+  void pushVideo(std::shared_ptr<PixelBuffer> pixelBuffer);
+  void pushAudio(const Bytes& audioData);
+
+  // LFStreamSocketDelegate.
+  bool deviceChanged() const override { return deviceChanged_; }
+  void setDeviceChanged(bool changed) override { deviceChanged_ = changed; }
+  const StreamStatusSource* statusSource() const override { return statusSource_.get(); }
+  void socketBufferStatus(LFStreamSocket* socket, BufferVerdict status) override;
+  void socketStatus(LFStreamSocket* socket, LiveStreamState status) override;
+  void socketDidError(LFStreamSocket* socket, LiveStreamError errorCode) override;
+  void socketDebug(LFStreamSocket* socket, const LFLiveDebug& debugInfo) override;
+  void socketClientCommand(LFStreamSocket* socket, const wire::HostCommandRecord& command) override;
+
+  // Capture and encoder callbacks.
+  void captureOutputAudioData(LFAudioCapture* capture, const std::vector<uint8_t>& audioData,
+                              const AudioTimeStamp* timeStamp) override;
+  void audioEncoderAudioFrame(LFAudioEncoding* encoder,
+                              std::shared_ptr<LFAudioFrame> frame) override;
+  void videoEncoderVideoFrame(LFVideoEncoding* encoder,
+                              std::shared_ptr<LFVideoFrame> frame) override;
+
+  // Whether frames may enter the stream: always with only one kind of media,
+  // else once a key frame has followed the first audio frame.
+  bool AVAlignment() const;
+  // `timestamp` relative to the first frame of the connection.
+  uint64_t uploadTimestamp(uint64_t timestamp);
+
+ private:
+  OXLiveSession(std::shared_ptr<LFLiveAudioConfiguration> audioConfiguration,
+                std::shared_ptr<LFLiveVideoConfiguration> videoConfiguration, int64_t captureType,
+                Environment environment);
+
+  std::shared_ptr<OXLiveSessionDelegate> delegate() const { return delegate_.lock(); }
+  std::shared_ptr<LFVideoEncoding> videoEncoder();  // created on first use
+  std::shared_ptr<LFAudioEncoding> audioEncoder();  // created on first use
+  std::shared_ptr<LFVideoEncoding> currentVideoEncoder() const;
+  std::shared_ptr<LFAudioEncoding> currentAudioEncoder() const;
+  std::shared_ptr<OXStreamSocket> currentSocket() const;
+  void encodeAudio(const Bytes& audioData);
+  void pushSendBuffer(std::shared_ptr<LFFrame> frame);
+  // Posts to the main queue a task that runs only while the session lives.
+  void postToMain(std::function<void(OXLiveSession&)> task);
+
+  const std::shared_ptr<LFLiveAudioConfiguration> audioConfiguration_;
+  const std::shared_ptr<LFLiveVideoConfiguration> videoConfiguration_;
+  const int64_t captureType_;
+  Environment env_;
+  std::shared_ptr<StreamStatusSource> statusSource_;
+  std::shared_ptr<CameraStatusSource> cameraStatus_;  // statusSource_ when it is the default
+  std::weak_ptr<OXLiveSessionDelegate> delegate_;
+
+  Observable<bool> running_{false};
+  Observable<bool> dim_{false};
+  Observable<bool> recording_{false};
+  Observable<bool> mutedNotice_{false};
+  Observable<bool> useBackMicNotice_{false};
+
+  std::atomic<bool> deviceChanged_{true};
+  std::atomic<bool> adaptiveBitrate_{false};
+  std::atomic<bool> showDebugInfo_{false};
+  std::atomic<bool> hasCaptureAudio_{false};
+  std::atomic<bool> hasKeyFrameVideo_{false};
+  std::atomic<bool> uploading_{false};
+  std::atomic<LiveStreamState> state_{LiveStreamState::Idle};  // written on the main queue
+  std::atomic<uint64_t> relativeTimestamps_{0};
+  Semaphore lock_{1};  // guards the read of relativeTimestamps_ in uploadTimestamp()
+
+  mutable std::mutex mutex_;  // guards the pointers below (not the objects)
+  std::shared_ptr<LFLiveStreamInfo> streamInfo_;
+  std::shared_ptr<OXStreamSocket> socket_;
+  std::shared_ptr<LFVideoEncoding> videoEncoder_;
+  std::shared_ptr<LFAudioEncoding> audioEncoder_;
+  std::shared_ptr<LFAudioCapture> audioCaptureSource_;
+  LFLiveDebug debugInfo_;
+};
+
+}  // namespace oxelo
