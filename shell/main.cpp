@@ -7,7 +7,11 @@
 #include <thread>
 #include <vector>
 
+#include "capture/audio/AudioBackend.h"
 #include "discovery/MainViewController.h"
+#include "encoding/HardwareDecodeSupport.h"
+#include "encoding/HardwareEncoderFactory.h"
+#include "platform/camera/CameraSystem.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/device/AppLifecycle.h"
 #include "platform/dispatch/MainQueue.h"
@@ -82,6 +86,21 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "oxelo: %s\n", cameraError.c_str());
     return 2;
   }
+  std::string audioError;
+  auto audio = AudioBackend::open(cl->audio, audioError);
+  if (!audio) {
+    std::fprintf(stderr, "oxelo: %s\n", audioError.c_str());
+    return 2;
+  }
+  AudioBackend::setCurrent(audio);
+  HeadlessLiveScreen::Sources sources;
+  sources.encoders = std::make_shared<HardwareEncoderFactory>();
+  sources.hevcDecodeSupported = isHevcHardwareDecodeSupported();
+  // Only the virtual camera has a picture to push until camera capture lands.
+  sources.picture = CameraSystem::current()->backend() == "virtual"
+                        ? LivePictureSource::virtualCamera
+                        : LivePictureSource::none;
+  auto presenter = std::make_shared<HeadlessLivePresenter>(sources);
 
   auto main = MainQueue::get();
   startSignalThread(main, set);
@@ -92,7 +111,7 @@ int main(int argc, char** argv) {
     oxlog("MAIN - started, settings in {}", defaults->filePath().string());
     MainViewController::Services services;
     services.screen = std::make_shared<HeadlessMainScreen>();
-    services.presenter = std::make_shared<HeadlessLivePresenter>();
+    services.presenter = presenter;
     mainVC = MainViewController::create(std::move(services));
     loadCatalogueAtStartup();  // viewDidLoad builds the catalogue first of all
     mainVC->viewDidLoad();
@@ -104,6 +123,7 @@ int main(int argc, char** argv) {
   });
   if (cl->duration >= 0) main->postAfter(cl->duration, [main] { main->stop(); });
   main->run();
+  if (auto live = presenter->current()) live->shutdown();
   if (mainVC) mainVC->shutdown();
   defaults->synchronize();
   oxlog("MAIN - stopped");
