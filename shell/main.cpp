@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "capture/audio/AudioBackend.h"
+#include "discovery/AvahiBrowser.h"
 #include "discovery/MainViewController.h"
 #include "encoding/HardwareDecodeSupport.h"
 #include "encoding/HardwareEncoderFactory.h"
@@ -112,6 +113,7 @@ int main(int argc, char** argv) {
     MainViewController::Services services;
     services.screen = std::make_shared<HeadlessMainScreen>();
     services.presenter = presenter;
+    services.browsers = std::make_shared<AvahiBrowserFactory>();
     mainVC = MainViewController::create(std::move(services));
     loadCatalogueAtStartup();  // viewDidLoad builds the catalogue first of all
     mainVC->viewDidLoad();

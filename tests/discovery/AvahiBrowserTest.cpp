@@ -1,0 +1,357 @@
+#include <avahi-common/error.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <map>
+
+#include "discovery/AvahiBrowser.h"
+#include "discovery/AvahiErrors.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+// An Avahi backend whose events the test sends, from its own thread as the
+// poll thread would.
+class FakeAvahi final : public AvahiBackend {
+ public:
+  struct Op final : AvahiOperation {
+    Op(FakeAvahi& owner, int id) : owner(owner), id(id) {}
+    ~Op() override { owner.ended.push_back(id); }
+    FakeAvahi& owner;
+    int id;
+  };
+  struct Resolve {
+    ServiceInstance instance;
+    std::string name, type, domain;
+    std::function<void(ResolveResult)> onResult;
+    int id;
+  };
+
+  std::unique_ptr<AvahiOperation> browse(const std::string& type, const std::string& domain,
+                                         std::function<void(BrowseEvent)> onEvent,
+                                         int& error) override {
+    if (browseError) {
+      error = browseError;
+      return nullptr;
+    }
+    browses.emplace_back(type, domain);
+    this->onEvent = std::move(onEvent);
+    browseId = ++nextId;
+    return std::make_unique<Op>(*this, browseId);
+  }
+  std::unique_ptr<AvahiOperation> resolve(const ServiceInstance& instance, const std::string& name,
+                                          const std::string& type, const std::string& domain,
+                                          std::function<void(ResolveResult)> onResult,
+                                          int& error) override {
+    if (resolveError) {
+      error = resolveError;
+      return nullptr;
+    }
+    resolves.push_back({instance, name, type, domain, std::move(onResult), ++nextId});
+    return std::make_unique<Op>(*this, nextId);
+  }
+
+  void send(BrowseEvent::Kind kind, const std::string& name, ServiceInstance instance = {2, 0},
+            int error = 0) {
+    onEvent({kind, instance, name, "_tarnvik_oxelo._tcp", "local", error});
+  }
+  bool isEnded(int id) const { return std::find(ended.begin(), ended.end(), id) != ended.end(); }
+
+  int browseError = 0, resolveError = 0;
+  std::vector<std::pair<std::string, std::string>> browses;
+  std::function<void(BrowseEvent)> onEvent;
+  int browseId = 0, nextId = 0;
+  std::vector<Resolve> resolves;
+  std::vector<int> ended;
+};
+
+// Records what the browser and its services report.
+class Recorder : public ServiceBrowserDelegate {
+ public:
+  struct Event {
+    std::string what;
+    std::string name;
+    bool moreComing = false;
+    int code = 0;
+    bool operator==(const Event&) const = default;
+  };
+  void netServiceBrowserDidFindService(ServiceBrowser*, std::shared_ptr<NetService> s,
+                                       bool more) override {
+    services[s->name()] = s;
+    events.push_back({"found", s->name(), more});
+  }
+  void netServiceBrowserDidRemoveService(ServiceBrowser*, std::shared_ptr<NetService> s,
+                                         bool more) override {
+    EXPECT_EQ(services[s->name()], s) << "removed as another object than it was found";
+    events.push_back({"removed", s->name(), more});
+  }
+  void netServiceBrowserDidNotSearch(ServiceBrowser*, int code) override {
+    events.push_back({"didNotSearch", "", false, code});
+  }
+  void netServiceDidResolveAddress(NetService* s) override {
+    events.push_back({"resolved", s->name()});
+  }
+  void netServiceDidNotResolve(NetService* s, int code) override {
+    events.push_back({"didNotResolve", s->name(), false, code});
+  }
+  std::vector<Event> events;
+  std::map<std::string, std::shared_ptr<NetService>> services;
+};
+
+using Event = Recorder::Event;
+using Kind = BrowseEvent::Kind;
+constexpr ServiceInstance kEthIPv4{2, kAvahiProtocolIPv4}, kEthIPv6{2, kAvahiProtocolIPv6},
+    kWlanIPv4{3, kAvahiProtocolIPv4};
+
+class AvahiBrowserTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    browser_ = std::make_shared<AvahiBrowser>([this](int& error) -> std::shared_ptr<AvahiBackend> {
+      ++opens_;
+      if (openError_) {
+        error = openError_;
+        return nullptr;
+      }
+      backend_ = std::make_shared<FakeAvahi>();
+      return backend_;
+    });
+    browser_->setDelegate(recorder_);
+  }
+  void search() { browser_->searchForServicesOfTypeInDomain("_tarnvik_oxelo._tcp.", "local."); }
+  std::shared_ptr<NetService> service(const std::string& name) { return recorder_->services[name]; }
+
+  test::ManualMain env_;
+  test::LogCapture log_;
+  std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+  std::shared_ptr<FakeAvahi> backend_;
+  std::shared_ptr<AvahiBrowser> browser_;
+  int opens_ = 0;
+  int openError_ = 0;
+};
+
+TEST_F(AvahiBrowserTest, AsksAvahiWithoutTheTrailingDotsAndReportsTheBonjourType) {
+  search();
+  ASSERT_TRUE(backend_);
+  EXPECT_EQ(backend_->browses,
+            (std::vector<std::pair<std::string, std::string>>{{"_tarnvik_oxelo._tcp", "local"}}));
+  backend_->send(Kind::found, "Desk");
+  env_.drain();
+  ASSERT_TRUE(service("Desk"));
+  EXPECT_EQ(service("Desk")->type(), "_tarnvik_oxelo._tcp.");
+}
+
+TEST_F(AvahiBrowserTest, ServiceSeenOnSeveralPlacesIsFoundWithTheFirstAndRemovedWithTheLast) {
+  search();
+  backend_->send(Kind::found, "Desk", kEthIPv4);
+  backend_->send(Kind::found, "Desk", kEthIPv6);
+  backend_->send(Kind::allForNow, "");
+  env_.drain();
+  backend_->send(Kind::found, "Desk", kWlanIPv4);
+  backend_->send(Kind::removed, "Desk", kEthIPv6);
+  backend_->send(Kind::removed, "Desk", kEthIPv4);
+  env_.drain();
+  EXPECT_EQ(recorder_->events, (std::vector<Event>{{"found", "Desk"}}));
+  backend_->send(Kind::removed, "Desk", kWlanIPv4);
+  env_.drain();
+  EXPECT_EQ(recorder_->events, (std::vector<Event>{{"found", "Desk"}, {"removed", "Desk"}}));
+}
+
+TEST_F(AvahiBrowserTest, EventsHandedOverTogetherCarryMoreComingButTheLast) {
+  search();
+  backend_->send(Kind::found, "A");
+  backend_->send(Kind::found, "B");
+  backend_->send(Kind::allForNow, "");
+  env_.drain();
+  backend_->send(Kind::removed, "A");
+  backend_->send(Kind::removed, "Unknown");
+  backend_->send(Kind::removed, "B");
+  env_.drain();
+  EXPECT_EQ(recorder_->events,
+            (std::vector<Event>{
+                {"found", "A", true}, {"found", "B"}, {"removed", "A", true}, {"removed", "B"}}));
+}
+
+TEST_F(AvahiBrowserTest, StopEndsTheBrowseAndDropsWhatWasOnItsWay) {
+  search();
+  const int first = backend_->browseId;
+  auto stale = backend_->onEvent;
+  stale({Kind::found, kEthIPv4, "Late", "_tarnvik_oxelo._tcp", "local", 0});
+  browser_->stop();
+  EXPECT_TRUE(backend_->isEnded(first));
+  env_.drain();
+  EXPECT_TRUE(recorder_->events.empty());
+  // A new search reports every service anew, on the same connection.
+  search();
+  backend_->send(Kind::found, "Late");
+  env_.drain();
+  EXPECT_EQ(recorder_->events, (std::vector<Event>{{"found", "Late"}}));
+  EXPECT_EQ(opens_, 1);
+}
+
+TEST_F(AvahiBrowserTest, NoDaemonFailsTheSearchWithOneLogLineAndTheNextSearchTriesAgain) {
+  openError_ = AVAHI_ERR_NO_DAEMON;
+  search();
+  env_.drain();
+  search();
+  env_.drain();
+  EXPECT_EQ(opens_, 2);
+  EXPECT_EQ(recorder_->events,
+            (std::vector<Event>{{"didNotSearch", "", false, kNetServicesActivityInProgress},
+                                {"didNotSearch", "", false, kNetServicesActivityInProgress}}));
+  EXPECT_EQ(log_.count("DNS-SD - "), 1u);
+  EXPECT_TRUE(log_.contains("Daemon not running"));
+  // Once it is there, browsing works.
+  openError_ = 0;
+  search();
+  ASSERT_TRUE(backend_);
+  EXPECT_EQ(backend_->browses.size(), 1u);
+}
+
+TEST_F(AvahiBrowserTest, DaemonGoingAwayEndsTheSearchAndTheNextOneReconnects) {
+  search();
+  backend_->send(Kind::found, "Desk");
+  backend_->send(Kind::failed, "", {}, AVAHI_ERR_DISCONNECTED);
+  env_.drain();
+  EXPECT_EQ(recorder_->events,
+            (std::vector<Event>{{"didNotSearch", "", false, kNetServicesActivityInProgress}}));
+  EXPECT_EQ(log_.count("DNS-SD - "), 1u);
+  search();
+  EXPECT_EQ(opens_, 2);
+}
+
+// Resolving, with the service found on IPv6 first and on IPv4 after.
+class AvahiNetServiceTest : public AvahiBrowserTest {
+ protected:
+  void SetUp() override {
+    AvahiBrowserTest::SetUp();
+    search();
+    backend_->send(Kind::found, "Desk", kEthIPv6);
+    backend_->send(Kind::found, "Desk", kWlanIPv4);
+    env_.drain();
+    desk_ = service("Desk");
+    ASSERT_TRUE(desk_);
+    desk_->setDelegate(recorder_);
+    recorder_->events.clear();
+  }
+  std::shared_ptr<NetService> desk_;
+};
+
+TEST_F(AvahiNetServiceTest, ResolvesThePlaceSeenOverIPv4AndKeepsItsAddressAndPort) {
+  desk_->resolveWithTimeout(3.0);
+  ASSERT_EQ(backend_->resolves.size(), 1u);
+  const auto& r = backend_->resolves[0];
+  EXPECT_EQ(r.instance, kWlanIPv4);
+  EXPECT_EQ(r.name, "Desk");
+  EXPECT_EQ(r.type, "_tarnvik_oxelo._tcp");
+  EXPECT_EQ(r.domain, "local");
+  r.onResult({0, SocketAddress::ipv4("10.77.0.2", 5899), 5899});
+  r.onResult({0, SocketAddress::ipv4("10.77.0.9", 5899), 5899});  // a later one is not used
+  env_.drain();
+  EXPECT_EQ(recorder_->events, (std::vector<Event>{{"resolved", "Desk"}}));
+  EXPECT_EQ(desk_->addresses(), std::vector<SocketAddress>{SocketAddress::ipv4("10.77.0.2", 5899)});
+  EXPECT_EQ(desk_->port(), 5899);
+  EXPECT_TRUE(backend_->isEnded(r.id));
+}
+
+TEST_F(AvahiNetServiceTest, TimesOutOnTheMainQueueClock) {
+  desk_->resolveWithTimeout(3.0);
+  env_.advance(2.9);
+  EXPECT_TRUE(recorder_->events.empty());
+  env_.advance(0.1);
+  EXPECT_EQ(recorder_->events,
+            (std::vector<Event>{{"didNotResolve", "Desk", false, kNetServicesTimeoutError}}));
+  EXPECT_TRUE(backend_->isEnded(backend_->resolves[0].id));
+  // A result after the time-out is dropped; the next resolve has its own.
+  backend_->resolves[0].onResult({0, SocketAddress::ipv4("10.77.0.2", 5899), 5899});
+  desk_->resolveWithTimeout(5.0);
+  env_.advance(4.9);
+  EXPECT_EQ(recorder_->events.size(), 1u);
+  EXPECT_TRUE(desk_->addresses().empty());
+  env_.advance(0.1);
+  EXPECT_EQ(recorder_->events.size(), 2u);
+}
+
+TEST_F(AvahiNetServiceTest, SecondResolveWhileOneRunsIsActivityInProgress) {
+  desk_->resolveWithTimeout(3.0);
+  desk_->resolveWithTimeout(3.0);
+  env_.drain();
+  EXPECT_EQ(recorder_->events,
+            (std::vector<Event>{{"didNotResolve", "Desk", false, kNetServicesActivityInProgress}}));
+  EXPECT_EQ(backend_->resolves.size(), 1u);
+  backend_->resolves[0].onResult({0, SocketAddress::ipv4("10.77.0.2", 5899), 5899});
+  env_.drain();
+  EXPECT_EQ(recorder_->events.back(), (Event{"resolved", "Desk"}));
+}
+
+TEST_F(AvahiNetServiceTest, FailuresArriveAsNetServicesCodesAndStopEndsTheResolve) {
+  desk_->resolveWithTimeout(3.0);
+  backend_->resolves[0].onResult({AVAHI_ERR_TIMEOUT, {}, 0});
+  env_.drain();
+  backend_->resolveError = AVAHI_ERR_DISCONNECTED;
+  desk_->resolveWithTimeout(5.0);
+  EXPECT_TRUE(recorder_->events.size() == 1u) << "a failure to start is posted, not called";
+  env_.drain();
+  EXPECT_EQ(recorder_->events,
+            (std::vector<Event>{{"didNotResolve", "Desk", false, kNetServicesTimeoutError},
+                                {"didNotResolve", "Desk", false, kNetServicesActivityInProgress}}));
+  backend_->resolveError = 0;
+  desk_->resolveWithTimeout(3.0);
+  desk_->stop();
+  EXPECT_TRUE(backend_->isEnded(backend_->resolves.back().id));
+  env_.advance(3.5);
+  EXPECT_EQ(recorder_->events.size(), 2u);
+}
+
+struct CodeCase {
+  const char* name;
+  int avahi;
+  int netServices;
+};
+class AvahiErrorCodeTest : public testing::TestWithParam<CodeCase> {};
+
+TEST_P(AvahiErrorCodeTest, MapsToTheNetServicesCode) {
+  EXPECT_EQ(netServicesErrorForAvahi(GetParam().avahi), GetParam().netServices);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Codes, AvahiErrorCodeTest,
+    testing::Values(CodeCase{"NoDaemonEndsRetries", AVAHI_ERR_NO_DAEMON, -72003},
+                    CodeCase{"DisconnectedEndsRetries", AVAHI_ERR_DISCONNECTED, -72003},
+                    CodeCase{"BadStateEndsRetries", AVAHI_ERR_BAD_STATE, -72003},
+                    CodeCase{"Timeout", AVAHI_ERR_TIMEOUT, -72007},
+                    CodeCase{"NotFound", AVAHI_ERR_NOT_FOUND, -72002},
+                    CodeCase{"Collision", AVAHI_ERR_COLLISION, -72001},
+                    CodeCase{"InvalidServiceType", AVAHI_ERR_INVALID_SERVICE_TYPE, -72004},
+                    CodeCase{"DBusErrorKeepsRetrying", AVAHI_ERR_DBUS_ERROR, -72000},
+                    CodeCase{"GenericFailure", AVAHI_ERR_FAILURE, -72000}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// The real client library with no daemon to reach: the system bus is pointed
+// at a socket that does not exist, so nothing leaves this process.
+TEST(AvahiWithoutDaemonTest, SearchFailsWithOneLogLine) {
+  test::ManualMain env;
+  test::TempDir dir;
+  test::LogCapture log;
+  const char* old = getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  std::string saved = old ? old : "";
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + (dir.path() / "no-bus").string()).c_str(), 1);
+  auto recorder = std::make_shared<Recorder>();
+  auto browser = AvahiBrowserFactory().makeBrowser();
+  browser->setDelegate(recorder);
+  browser->searchForServicesOfTypeInDomain(kOxeloServiceType, kOxeloServiceDomain);
+  browser->searchForServicesOfTypeInDomain(kOxeloServiceType, kOxeloServiceDomain);
+  env.drain();
+  if (old) {
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", saved.c_str(), 1);
+  } else {
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+  }
+  ASSERT_EQ(recorder->events.size(), 2u);
+  EXPECT_EQ(recorder->events[0].what, "didNotSearch");
+  EXPECT_EQ(log.count("DNS-SD - no search for _tarnvik_oxelo._tcp. in local.: "), 1u)
+      << (log.lines().empty() ? std::string("(no log)") : log.lines().front());
+}
+
+}  // namespace
+}  // namespace oxelo
