@@ -1,4 +1,6 @@
 // Service discovery: hosts that announce "_tarnvik_oxelo._tcp." in "local.".
+#include <sys/socket.h>
+
 #include <algorithm>
 
 #include "discovery/MainViewController.h"
@@ -43,7 +45,9 @@ void MainViewController::netServiceDidResolveAddress(NetService* service) {
   auto addresses = service->addresses();
   if (addresses.empty()) return;
   const auto& first = addresses.front();
-  if (first.size() < 16 || first.data()[1] != 2) return;  // only an IPv4 first address counts
+  // Only an IPv4 first address counts. The family is the sockaddr's own
+  // field (a 16-bit value at offset 0 here, with no length byte in front).
+  if (first.size() < 16 || first.family() != AF_INET) return;
   const uint8_t* a = first.data() + 4;
   HostRecord record;
   record.name = service->name();

@@ -1,0 +1,193 @@
+#include <gtest/gtest.h>
+
+#include "discovery/AvahiErrors.h"
+#include "discovery/MainViewController.h"
+#include "platform/defaults/SettingsKeys.h"
+#include "platform/defaults/UserDefaults.h"
+#include "platform/device/FakeBatteryMonitor.h"
+#include "platform/device/FakeReachability.h"
+#include "tests/discovery/support/FakeServiceBrowser.h"
+#include "tests/discovery/support/FlowFakes.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using test::FakeNetService;
+
+// The service-discovery half of the flow against a browser the test drives.
+// Wi-Fi is up; the UDP probes go to loopback ports where nothing listens.
+class ServiceDiscoveryTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    defaults_ = std::make_shared<UserDefaults>(dir_.path());
+    defaults_->registerDefaults({{keys::autoConnect, false}});
+    UserDefaults::setStandard(defaults_);
+    MainViewController::Services s;
+    s.screen = screen_;
+    s.presenter = presenter_;
+    s.reachability = std::make_shared<FakeReachability>(NetworkStatus::reachableViaWiFi);
+    s.battery = std::make_shared<FakeBatteryMonitor>();
+    s.lifecycle = lifecycle_;
+    s.browsers = browsers_;
+    s.listenPort = 0;
+    s.usbPort = 0;
+    s.udpPort = 0;
+    s.probeFirstPort = test::closedLoopbackPort();
+    s.subnetBroadcast = [] { return std::string(); };
+    s.limitedBroadcast = "127.0.0.1";
+    flow_ = MainViewController::create(s);
+    flow_->viewDidLoad();
+    flow_->discover();
+    env_.drain();
+  }
+  void TearDown() override {
+    flow_->shutdown();
+    env_.drain();
+    UserDefaults::setStandard(nullptr);
+  }
+  std::shared_ptr<test::FakeServiceBrowser> browser() const { return browsers_->last(); }
+  std::shared_ptr<FakeNetService> found(const std::string& name, int port = 5899) {
+    auto service = std::make_shared<FakeNetService>(name, port);
+    browser()->find(service);
+    return service;
+  }
+
+  test::ManualMain env_;
+  test::TempDir dir_;
+  test::LogCapture log_;
+  std::shared_ptr<UserDefaults> defaults_;
+  std::shared_ptr<test::FakeMainScreen> screen_ = std::make_shared<test::FakeMainScreen>();
+  std::shared_ptr<test::FakePresenter> presenter_ = std::make_shared<test::FakePresenter>();
+  std::shared_ptr<FakeLifecycle> lifecycle_ = std::make_shared<FakeLifecycle>();
+  std::shared_ptr<test::FakeBrowserFactory> browsers_ =
+      std::make_shared<test::FakeBrowserFactory>();
+  std::shared_ptr<MainViewController> flow_;
+};
+
+TEST_F(ServiceDiscoveryTest, SearchesForTheOxeloTypeInLocal) {
+  ASSERT_EQ(browsers_->made.size(), 1u);
+  EXPECT_EQ(browser()->searches,
+            (std::vector<std::pair<std::string, std::string>>{{"_tarnvik_oxelo._tcp.", "local."}}));
+}
+
+TEST_F(ServiceDiscoveryTest, OneBrowserServesEverySearchUntilTheBackground) {
+  flow_->net_discover();
+  ASSERT_EQ(browsers_->made.size(), 1u);
+  EXPECT_EQ(browser()->stops, 1);  // stopped, then searching again
+  EXPECT_EQ(browser()->searches.size(), 2u);
+  lifecycle_->sendEvent(LifecycleEvent::didEnterBackground);
+  env_.drain();
+  EXPECT_EQ(browser()->stops, 2);
+  EXPECT_TRUE(browser()->delegate.expired());
+  flow_->net_discover();
+  EXPECT_EQ(browsers_->made.size(), 2u);  // a new one after the background
+}
+
+TEST_F(ServiceDiscoveryTest, ResolvesAtOnceThenRetriesWithFiveSecondsUntilActivityInProgress) {
+  auto service = found("Desk");
+  EXPECT_EQ(service->resolves, (std::vector<double>{3.0}));
+  EXPECT_EQ(flow_->servicesInResolution(), 1u);
+  service->failResolve(kNetServicesTimeoutError);
+  service->failResolve(kNetServicesNotFoundError);
+  EXPECT_EQ(service->resolves, (std::vector<double>{3.0, 5.0, 5.0}));
+  service->failResolve(kNetServicesActivityInProgress);
+  EXPECT_EQ(service->resolves.size(), 3u);
+  EXPECT_TRUE(flow_->arr_hosts().empty());  // an unresolved service never reaches the list
+}
+
+struct AddressCase {
+  const char* name;
+  std::vector<SocketAddress> addresses;
+  bool detected;
+};
+class ResolvedAddressTest : public ServiceDiscoveryTest,
+                            public testing::WithParamInterface<AddressCase> {};
+
+TEST_P(ResolvedAddressTest, OnlyAnIPv4FirstAddressMakesAHost) {
+  auto service = found("Desk", 5897);
+  service->resolveTo(GetParam().addresses);
+  if (!GetParam().detected) {
+    EXPECT_TRUE(flow_->arr_hosts().empty());
+    return;
+  }
+  ASSERT_EQ(flow_->arr_hosts().size(), 1u);
+  EXPECT_EQ(flow_->arr_hosts()[0], (HostRecord{"Desk", "10.77.0.2", 5897, false}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Addresses, ResolvedAddressTest,
+    testing::Values(
+        AddressCase{"IPv4", {SocketAddress::ipv4("10.77.0.2", 5897)}, true},
+        AddressCase{"IPv4ThenIPv6",
+                    {SocketAddress::ipv4("10.77.0.2", 5897), test::ipv6Address("fe80::2", 5897)},
+                    true},
+        AddressCase{"IPv6ThenIPv4",
+                    {test::ipv6Address("fe80::2", 5897), SocketAddress::ipv4("10.77.0.2", 5897)},
+                    false},
+        AddressCase{"NoAddress", {}, false},
+        AddressCase{"ShorterThanSixteenBytes",
+                    {SocketAddress(reinterpret_cast<const sockaddr*>(
+                                       SocketAddress::ipv4("10.77.0.2", 5897).data()),
+                                   8)},
+                    false}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(ServiceDiscoveryTest, HostFoundByUdpFirstStaysOneEntryAndLeavesByItsExactName) {
+  flow_->on_host_detected({"Desk", "10.77.0.2", 5895, true});
+  auto service = found("Desk", 5899);
+  service->resolveTo({SocketAddress::ipv4("10.77.0.2", 5899)});
+  ASSERT_EQ(flow_->arr_hosts().size(), 1u);
+  EXPECT_EQ(flow_->arr_hosts()[0], (HostRecord{"Desk", "10.77.0.2", 5895, true}));
+  EXPECT_TRUE(log_.contains("Host Desk already exists!"));
+  // A browser that loses the service removes the entry by its name, also the
+  // one UDP found; the list being empty, the flow searches again.
+  int searches = screen_->discoverTrueCount();
+  browser()->remove(service);
+  EXPECT_TRUE(flow_->arr_hosts().empty());
+  EXPECT_EQ(flow_->servicesInResolution(), 0u);
+  EXPECT_EQ(screen_->discoverTrueCount(), searches + 1);
+}
+
+TEST_F(ServiceDiscoveryTest, RemovalsWithMoreComingOnlyDropEntriesTheLastOneRefreshes) {
+  auto a = found("A");
+  auto b = found("B");
+  auto c = found("C");
+  a->resolveTo({SocketAddress::ipv4("10.77.0.2", 5899)});
+  b->resolveTo({SocketAddress::ipv4("10.77.0.3", 5899)});
+  c->resolveTo({SocketAddress::ipv4("10.77.0.4", 5899)});
+  env_.advance(0.6);  // settled: three hosts
+  ASSERT_EQ(flow_->arr_hosts().size(), 3u);
+  int refreshes = screen_->discoveredCount;
+  browser()->remove(a, /*moreComing=*/true);
+  EXPECT_EQ(flow_->arr_hosts().size(), 2u);
+  EXPECT_EQ(screen_->discoveredCount, refreshes);
+  browser()->remove(b, /*moreComing=*/false);
+  ASSERT_EQ(flow_->arr_hosts().size(), 1u);
+  EXPECT_EQ(screen_->discoveredCount, refreshes + 1);
+  EXPECT_EQ(flow_->hostName(), "C");  // the one left is the current host
+  // A name that is not in the list changes nothing.
+  browser()->remove(std::make_shared<FakeNetService>("c"));
+  EXPECT_EQ(flow_->arr_hosts().size(), 1u);
+}
+
+TEST_F(ServiceDiscoveryTest, ServiceOfTheHostInUseLeavesTheListAloneWhileLive) {
+  auto service = found("Desk");
+  service->resolveTo({SocketAddress::ipv4("10.77.0.2", 5899)});
+  flow_->showLiveView();
+  ASSERT_TRUE(flow_->hasLiveScreen());
+  browser()->remove(service);
+  EXPECT_EQ(flow_->arr_hosts().size(), 1u);
+}
+
+TEST_F(ServiceDiscoveryTest, NewSearchStopsTheServicesOfTheLastOne) {
+  auto service = found("Desk");
+  flow_->net_discover();
+  EXPECT_GE(service->stops, 1);
+  EXPECT_EQ(flow_->servicesInResolution(), 0u);
+  service->failResolve(kNetServicesTimeoutError);  // too late: no longer its delegate
+  EXPECT_EQ(service->resolves.size(), 1u);
+}
+
+}  // namespace
+}  // namespace oxelo
