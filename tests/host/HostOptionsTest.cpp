@@ -159,6 +159,27 @@ TEST(HostOptionsTest, ReadsCommandsAndTheEnd) {
   EXPECT_EQ(parse({"usb"}).options.end, EndAction::close);
 }
 
+TEST(HostOptionsTest, ListenAnswersProbesAndPublishesOnlyWhenAsked) {
+  auto plain = parse({"listen"});
+  EXPECT_FALSE(plain.options.answerProbes);
+  EXPECT_FALSE(plain.options.publish);
+
+  auto own = parse({"listen", "--port", "5899", "--answer-probes", "--publish"});
+  ASSERT_EQ(own.kind, ParsedCommandLine::Kind::run) << own.text;
+  EXPECT_TRUE(own.options.answerProbes);
+  EXPECT_TRUE(own.options.probePorts.empty());  // the TCP port
+  EXPECT_TRUE(own.options.publish);
+
+  auto listed = parse({"listen", "--answer-probes=5895,5902,6000"});
+  ASSERT_EQ(listed.kind, ParsedCommandLine::Kind::run) << listed.text;
+  EXPECT_TRUE(listed.options.answerProbes);
+  EXPECT_EQ(listed.options.probePorts, (std::vector<uint16_t>{5895, 5902, 6000}));
+
+  auto help = parse({"listen", "--help"});
+  EXPECT_NE(help.text.find("--answer-probes"), std::string::npos);
+  EXPECT_NE(help.text.find("--publish"), std::string::npos);
+}
+
 struct BadLineCase {
   const char* name;
   std::vector<std::string> args;
@@ -200,7 +221,14 @@ INSTANTIATE_TEST_SUITE_P(
                     BadLineCase{"CommandAfterTheDuration",
                                 {"usb", "--duration", "2", "--command", "2 21"}},
                     BadLineCase{"EndWithoutDuration", {"usb", "--end", "24"}},
-                    BadLineCase{"UnknownEnd", {"usb", "--duration", "1", "--end", "27"}}),
+                    BadLineCase{"UnknownEnd", {"usb", "--duration", "1", "--end", "27"}},
+                    BadLineCase{"AnswerProbesOnCall", {"call", "10.0.0.1", "--answer-probes"}},
+                    BadLineCase{"PublishOnUsb", {"usb", "--publish"}},
+                    BadLineCase{"PublishWithValue", {"listen", "--publish=yes"}},
+                    BadLineCase{"ProbePortZero", {"listen", "--answer-probes=0"}},
+                    BadLineCase{"ProbePortsTrailingComma", {"listen", "--answer-probes=5895,"}},
+                    BadLineCase{"ProbePortsEmpty", {"listen", "--answer-probes="}},
+                    BadLineCase{"ProbePortNotANumber", {"listen", "--answer-probes=udp"}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

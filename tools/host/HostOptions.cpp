@@ -17,7 +17,8 @@ constexpr const char* kProgramHelp =
     R"(oxelo-host: the computer's side of the Oxelo stream, for tests and demos.
 
 Usage:
-  oxelo-host listen [--port P] [--bind ADDRESS] [--wait SECONDS] [OPTIONS]
+  oxelo-host listen [--port P] [--bind ADDRESS] [--wait SECONDS]
+                    [--answer-probes[=PORTS]] [--publish] [OPTIONS]
   oxelo-host call ADDRESS [--port P] [OPTIONS]
   oxelo-host usb [--port P] [OPTIONS]
   oxelo-host SUBCOMMAND --help
@@ -53,11 +54,18 @@ it was not, 2 for bad arguments.
 
 constexpr const char* kListenHelp = R"(oxelo-host listen: wait for the phone to call.
 
-Usage: oxelo-host listen [--port P] [--bind ADDRESS] [--wait SECONDS] [OPTIONS]
+Usage: oxelo-host listen [--port P] [--bind ADDRESS] [--wait SECONDS]
+                         [--answer-probes[=PORTS]] [--publish] [OPTIONS]
 
   --port P             the TCP port to listen on (default 5895; 0 picks a free one)
   --bind ADDRESS       the local IPv4 address to listen on (default 0.0.0.0, all)
   --wait SECONDS       give up when no phone has called after this long (default: no limit)
+  --answer-probes[=PORTS]
+                       answer the phone's UDP probes (on all interfaces) on the TCP port,
+                       or on each of PORTS (comma separated): "port:P;NAME;1" back to the
+                       probe's sender, and "port:P;NAME;0" to every phone answered on exit
+  --publish            publish the service _tarnvik_oxelo._tcp with DNS-SD under --name on
+                       the TCP port (needs a running avahi-daemon); withdrawn on exit
 )";
 
 constexpr const char* kCallHelp = R"(oxelo-host call: call the phone.
@@ -190,6 +198,21 @@ std::vector<std::string_view> words(std::string_view text) {
   return out;
 }
 
+// P[,P...]: UDP ports from 1 to 65535.
+std::optional<std::vector<uint16_t>> parsePortList(std::string_view text) {
+  std::vector<uint16_t> ports;
+  size_t pos = 0;
+  for (;;) {
+    const size_t comma = text.find(',', pos);
+    auto port = parseUnsigned(
+        text.substr(pos, comma == std::string_view::npos ? comma : comma - pos), 1, 65535);
+    if (!port) return std::nullopt;
+    ports.push_back(static_cast<uint16_t>(*port));
+    if (comma == std::string_view::npos) return ports;
+    pos = comma + 1;
+  }
+}
+
 std::optional<EndAction> parseEndAction(std::string_view text) {
   if (text == "close") return EndAction::close;
   if (text == "24") return EndAction::peerClose;
@@ -315,6 +338,21 @@ ParsedCommandLine parseHostOptions(std::span<const std::string> args,
     if (!takesValue) {
       if (arg == "--no-start" && !inlineValue) {
         o.sendStart = false;
+        continue;
+      }
+      if (arg == "--answer-probes" || arg == "--publish") {
+        if (o.mode != HostMode::listen) return fail(mode + ": " + arg + " is for listen only");
+      }
+      if (arg == "--publish" && !inlineValue) {
+        o.publish = true;
+        continue;
+      }
+      if (arg == "--answer-probes") {
+        o.answerProbes = true;
+        if (!inlineValue) continue;
+        auto ports = parsePortList(*inlineValue);
+        if (!ports) return fail(mode + ": bad list of probe ports '" + *inlineValue + "'");
+        o.probePorts = *ports;
         continue;
       }
       return fail(mode + ": unknown option '" + args[i] + "'");

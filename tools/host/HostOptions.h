@@ -53,6 +53,12 @@ struct HostOptions {
   std::optional<double> duration;
   // listen only: seconds to wait for the phone to call; none: no limit.
   std::optional<double> wait;
+  // listen only: answer the phone's UDP probes on these ports; an empty list
+  // with answerProbes set means the TCP port the host listens on.
+  bool answerProbes = false;
+  std::vector<uint16_t> probePorts;
+  // listen only: publish the service with DNS-SD under `name`.
+  bool publish = false;
   std::string reportPath;              // empty: the report goes to standard output
   std::vector<TimedCommand> commands;  // in the order given
   EndAction end = EndAction::close;    // needs a duration unless close

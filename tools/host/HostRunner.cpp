@@ -13,7 +13,9 @@
 #include "tools/host/CarrierTcp.h"
 #include "tools/host/CarrierUsb.h"
 #include "tools/host/CommandSchedule.h"
+#include "tools/host/ProbeAnswerer.h"
 #include "tools/host/Report.h"
+#include "tools/host/ServicePublisher.h"
 
 namespace oxelo::host {
 
@@ -27,13 +29,33 @@ constexpr double kConnectTimeout = 5.0;
 struct Connected {
   std::unique_ptr<Carrier> carrier;
   uint16_t announcedPort = kDefaultHostPort;
+  // listen: how the phone finds the host; they go on until the run ends.
+  std::unique_ptr<ProbeAnswerer> answerer;
+  std::unique_ptr<ServicePublisher> publisher;
 };
+
+// listen: answers probes and publishes the service as the options ask, for
+// the TCP port `port`. False with `error` set when either cannot start.
+bool announce(const HostOptions& options, uint16_t port, Connected& out, std::string& error) {
+  if (options.answerProbes) {
+    out.answerer = std::make_unique<ProbeAnswerer>(port, options.name);
+    std::vector<uint16_t> ports = options.probePorts;
+    if (ports.empty()) ports.push_back(port);
+    if (!out.answerer->start(ports, error)) return false;
+  }
+  if (options.publish) {
+    out.publisher = std::make_unique<ServicePublisher>();
+    if (!out.publisher->start(options.name, port, error)) return false;
+  }
+  return true;
+}
 
 Connected connect(const HostOptions& options, const RunHooks& hooks, std::string& error) {
   Connected out;
   if (options.mode == HostMode::listen) {
     TcpListener listener;
     if (!listener.open(options.address, options.port, error)) return out;
+    if (!announce(options, listener.port(), out, error)) return out;
     oxlog("host - listening on {}:{}", options.address, listener.port());
     if (hooks.listening) hooks.listening(listener.port());
     UniqueFd fd = listener.acceptOne(options.wait, error);
@@ -164,6 +186,8 @@ RunResult runHost(const HostOptions& options, const RunHooks& hooks) {
   input.end = exchange.run();
   input.commandsSent = exchange.commandsSent();
   input.endCommand = exchange.endCommand();
+  connected.answerer.reset();  // the goodbyes go before the report
+  connected.publisher.reset();
   result.report = buildReport(input);
   result.exitCode = session.handshakeComplete() && session.errors().empty() ? 0 : 1;
   return result;

@@ -19,7 +19,9 @@ struct RunResult {
   nlohmann::json report;
 };
 
-// One run of the host: makes the connection the options ask for, runs the
+// One run of the host: makes the connection the options ask for (listen:
+// answering probes and publishing the service as asked, from the moment it
+// listens until the run ends, with the goodbyes before the report), runs the
 // greeting, then reads and checks the stream, sends the timed commands, and
 // goes on until the phone ends the connection or the duration runs out (with
 // the end command, if asked, and up to 2 s for the phone to end it then). Blocks the calling
