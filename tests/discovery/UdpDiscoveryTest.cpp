@@ -1,0 +1,273 @@
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <random>
+
+#include "discovery/MainViewController.h"
+#include "platform/defaults/SettingsKeys.h"
+#include "platform/defaults/UserDefaults.h"
+#include "platform/device/FakeBatteryMonitor.h"
+#include "platform/device/FakeReachability.h"
+#include "tests/discovery/support/FlowFakes.h"
+#include "tests/support/TestSupport.h"
+#include "tools/host/ProbeAnswerer.h"
+
+namespace oxelo {
+namespace {
+
+// A UDP socket bound to `ip`:`port` (0 for a free one), non-blocking; -1 when
+// the port is taken.
+int boundUdp(const char* ip, uint16_t port) {
+  int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(port);
+  inet_pton(AF_INET, ip, &a.sin_addr);
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+    ::close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+uint16_t localPort(int fd) {
+  sockaddr_in a{};
+  socklen_t len = sizeof a;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  return ntohs(a.sin_port);
+}
+
+uint16_t freeUdpPort() {
+  int fd = boundUdp("0.0.0.0", 0);
+  uint16_t port = localPort(fd);
+  ::close(fd);
+  return port;
+}
+
+// Eight consecutive UDP ports, each bound on 127.0.0.1 and on 127.0.0.2: the
+// stand-ins for the limited and the subnet broadcast address.
+class ProbeReceivers {
+ public:
+  ProbeReceivers() {
+    std::mt19937 random(std::random_device{}());
+    for (int attempt = 0; attempt < 50 && fds_.empty(); ++attempt) {
+      first_ = static_cast<uint16_t>(20000 + random() % 40000);
+      for (uint16_t i = 0; i < 8; ++i) {
+        int limited = boundUdp("127.0.0.1", first_ + i);
+        int subnet = boundUdp("127.0.0.2", first_ + i);
+        if (limited < 0 || subnet < 0) {
+          closeAll();
+          if (limited >= 0) ::close(limited);
+          if (subnet >= 0) ::close(subnet);
+          break;
+        }
+        fds_.push_back({limited, subnet});
+      }
+    }
+  }
+  ~ProbeReceivers() { closeAll(); }
+  bool ok() const { return fds_.size() == 8; }
+  uint16_t firstPort() const { return first_; }
+
+  // Reads what has come; counts the probes per address and the datagrams
+  // that are not the probe.
+  void collect() {
+    char buffer[64];
+    for (auto [limited, subnet] : fds_) {
+      for (int fd : {limited, subnet}) {
+        ssize_t n;
+        while ((n = ::recv(fd, buffer, sizeof buffer, 0)) >= 0) {
+          if (std::string(buffer, n) != "Oxelo") {
+            ++others;
+          } else {
+            ++(fd == limited ? toLimited : toSubnet);
+          }
+        }
+      }
+    }
+  }
+  int total() const { return toLimited + toSubnet; }
+
+  int toLimited = 0, toSubnet = 0, others = 0;
+
+ private:
+  void closeAll() {
+    for (auto [a, b] : fds_) ::close(a), ::close(b);
+    fds_.clear();
+  }
+  uint16_t first_ = 0;
+  std::vector<std::pair<int, int>> fds_;
+};
+
+// UDP discovery of the flow on real sockets, all on loopback: the "limited
+// broadcast" is 127.0.0.1 and the "subnet broadcast" 127.0.0.2. Time runs on
+// the manual clock; the sockets' events are pumped in real time.
+class UdpDiscoveryTest : public testing::Test {
+ protected:
+  void start(std::string subnet, bool autoConnect = true, uint16_t probeFirstPort = 0) {
+    defaults_ = std::make_shared<UserDefaults>(dir_.path());
+    defaults_->registerDefaults({{keys::autoConnect, autoConnect}});
+    UserDefaults::setStandard(defaults_);
+    MainViewController::Services s;
+    s.screen = screen_;
+    s.presenter = std::make_shared<test::FakePresenter>();
+    s.reachability = std::make_shared<FakeReachability>(NetworkStatus::reachableViaWiFi);
+    s.battery = std::make_shared<FakeBatteryMonitor>();
+    s.lifecycle = std::make_shared<FakeLifecycle>();
+    s.listenPort = 0;
+    s.usbPort = 0;
+    s.udpPort = udpPort_;
+    s.probeFirstPort = probeFirstPort ? probeFirstPort : receivers_.firstPort();
+    s.subnetBroadcast = [subnet] { return subnet; };
+    s.limitedBroadcast = "127.0.0.1";
+    flow_ = MainViewController::create(s);
+    flow_->viewDidLoad();
+    flow_->discover();
+  }
+  void TearDown() override {
+    if (flow_) flow_->shutdown();
+    env_.drain();
+    UserDefaults::setStandard(nullptr);
+  }
+  // Pumps until `count` probes have come (or `seconds` of real time have
+  // passed), then a little longer to see that no more follow.
+  int probesAfterPumping(int count, double seconds = 5.0) {
+    test::pumpUntil(
+        env_,
+        [&] {
+          receivers_.collect();
+          return receivers_.total() >= count;
+        },
+        seconds);
+    test::pumpUntil(
+        env_, [] { return false; }, 0.1);
+    receivers_.collect();
+    return receivers_.total();
+  }
+  // Sends `text` to the flow's UDP port from 127.0.0.1.
+  void answer(const std::string& text) {
+    int fd = boundUdp("127.0.0.1", 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(udpPort_);
+    inet_pton(AF_INET, "127.0.0.1", &to.sin_addr);
+    ::sendto(fd, text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+    ::close(fd);
+  }
+
+  test::ManualMain env_;
+  test::TempDir dir_;
+  test::LogCapture log_;
+  ProbeReceivers receivers_;
+  uint16_t udpPort_ = freeUdpPort();
+  std::shared_ptr<UserDefaults> defaults_;
+  std::shared_ptr<test::FakeMainScreen> screen_ = std::make_shared<test::FakeMainScreen>();
+  std::shared_ptr<MainViewController> flow_;
+};
+
+struct TickCase {
+  const char* name;
+  std::string subnet;
+  int toSubnet;  // per tick; the limited address always gets 8
+};
+class ProbeTickTest : public UdpDiscoveryTest, public testing::WithParamInterface<TickCase> {};
+
+TEST_P(ProbeTickTest, EachTickSendsTheProbeToEveryPortOfEachAddress) {
+  ASSERT_TRUE(receivers_.ok());
+  start(GetParam().subnet);
+  const int perTick = 8 + GetParam().toSubnet;
+  EXPECT_EQ(probesAfterPumping(perTick), perTick);  // the first tick comes at once
+  EXPECT_EQ(receivers_.toSubnet, GetParam().toSubnet);
+  EXPECT_EQ(receivers_.others, 0);
+  EXPECT_TRUE(log_.contains("MAIN - UDP listening on #" + std::to_string(udpPort_)));
+  env_.advance(4.9);
+  EXPECT_EQ(probesAfterPumping(perTick + 1, 0.2), perTick);
+  env_.advance(0.1);
+  EXPECT_EQ(probesAfterPumping(2 * perTick), 2 * perTick);
+  EXPECT_EQ(log_.count("MAIN - UDP listening on #"), 2u);  // beginReceiving on every tick
+}
+
+INSTANTIATE_TEST_SUITE_P(Ticks, ProbeTickTest,
+                         testing::Values(TickCase{"WithSubnetAddress", "127.0.0.2", 8},
+                                         TickCase{"WithoutSubnetAddress", "", 0},
+                                         TickCase{"SubnetIsTheLimitedBroadcast", "255.255.255.255",
+                                                  0}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(UdpDiscoveryTest, PortTakenEndsTheTickThenTheUnboundSocketIsDroppedAndBoundAnew) {
+  ASSERT_TRUE(receivers_.ok());
+  int taken = boundUdp("0.0.0.0", udpPort_);
+  ASSERT_GE(taken, 0);
+  start("");
+  EXPECT_EQ(probesAfterPumping(1, 0.2), 0);  // the failed bind ended the first tick
+  EXPECT_EQ(log_.count("Error binding UDP port: "), 1u);
+  EXPECT_FALSE(log_.contains("Error UDP enableBroadcast"));
+  // The next tick goes on with the socket as it stands: it cannot receive,
+  // so it is closed and dropped.
+  env_.advance(5.0);
+  test::pumpUntil(env_, [&] { return log_.contains("Error UDP beginReceiving: "); });
+  EXPECT_EQ(log_.count("Error UDP beginReceiving: "), 1u);
+  EXPECT_FALSE(log_.contains("MAIN - UDP listening on"));
+  ::close(taken);
+  // The tick after that makes a new socket, which binds.
+  receivers_.collect();
+  const int before = receivers_.total();
+  env_.advance(5.0);
+  EXPECT_EQ(probesAfterPumping(before + 8), before + 8);
+  EXPECT_TRUE(log_.contains("MAIN - UDP listening on #" + std::to_string(udpPort_)));
+  EXPECT_EQ(log_.count("Error binding UDP port: "), 1u);
+}
+
+// The reference host's answerer on the probe ports: the flow finds it, keeps
+// it as one entry however often it answers, connects on its own, and drops it
+// when the host says goodbye.
+TEST_F(UdpDiscoveryTest, AnsweringHostIsFoundOnceConnectedAndDroppedOnItsGoodbye) {
+  test::LoopbackListener tcp;
+  host::ProbeAnswerer answerer(tcp.port(), "Desk");
+  uint16_t first = 0;
+  std::string error;
+  std::mt19937 random(std::random_device{}());
+  for (int attempt = 0; attempt < 50 && !first; ++attempt) {
+    const auto candidate = static_cast<uint16_t>(20000 + random() % 40000);
+    std::vector<uint16_t> ports;
+    for (uint16_t i = 0; i < 8; ++i) ports.push_back(candidate + i);
+    if (answerer.start(ports, error)) first = candidate;
+  }
+  ASSERT_NE(first, 0) << error;
+  start("", /*autoConnect=*/true, first);
+  const HostRecord desk{"Desk", "127.0.0.1", tcp.port(), true};
+  ASSERT_TRUE(test::pumpUntil(env_, [&] { return !flow_->arr_hosts().empty(); }));
+  EXPECT_EQ(flow_->arr_hosts(), std::vector<HostRecord>{desk});
+  EXPECT_EQ(answerer.phones(), std::vector<std::string>{"127.0.0.1:" + std::to_string(udpPort_)});
+  // Eight answers a tick, all of one host.
+  test::pumpUntil(env_, [&] { return log_.count("Host Desk already exists!") >= 7; });
+  env_.advance(5.0);
+  test::pumpUntil(env_, [&] { return log_.count("Host Desk already exists!") >= 15; });
+  EXPECT_EQ(log_.count("Host Desk already exists!"), 15u);
+  EXPECT_EQ(flow_->arr_hosts().size(), 1u);
+  EXPECT_TRUE(flow_->hasAsyncSocket());  // one host and autoConnect: connected by itself
+  EXPECT_EQ(flow_->hostPort(), tcp.port());
+
+  int searches = screen_->discoverTrueCount();
+  answerer.stop();  // the goodbye: "port:P;Desk;0"
+  ASSERT_TRUE(test::pumpUntil(env_, [&] { return flow_->arr_hosts().empty(); }));
+  EXPECT_EQ(screen_->discoverTrueCount(), searches + 1);  // an empty list searches again
+}
+
+TEST_F(UdpDiscoveryTest, PortFieldWithLettersGivesAHostConnectedOn5895) {
+  ASSERT_TRUE(receivers_.ok());
+  start("", /*autoConnect=*/false);
+  test::pumpUntil(env_, [&] { return log_.contains("MAIN - UDP listening on"); });
+  answer("port:5895");  // no name field: ignored
+  answer("port:abc;Desk");
+  ASSERT_TRUE(test::pumpUntil(env_, [&] { return !flow_->arr_hosts().empty(); }));
+  EXPECT_EQ(flow_->arr_hosts(), (std::vector<HostRecord>{{"Desk", "127.0.0.1", 0, true}}));
+  EXPECT_EQ(flow_->hostPort(), 5895);
+}
+
+}  // namespace
+}  // namespace oxelo
