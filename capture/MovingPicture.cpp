@@ -63,10 +63,22 @@ void MovingPictureFeeder::stop() {
 void MovingPictureFeeder::run() {
   using Steady = std::chrono::steady_clock;
   const auto begin = Steady::now();
+  const double beginMedia = mediaTime();
   std::weak_ptr<PixelBuffer> held[3];
+  auto dueOf = [&](uint64_t n) {
+    return begin + std::chrono::duration_cast<Steady::duration>(
+                       std::chrono::duration<double>(static_cast<double>(n) / fps_));
+  };
   for (uint64_t n = 0; !stopping_; ++n) {
-    auto due = begin + std::chrono::duration_cast<Steady::duration>(
-                           std::chrono::duration<double>(static_cast<double>(n) / fps_));
+    // A sink that took longer than a frame's time has let pictures pass: a
+    // camera does not wait for its pipeline, so they are skipped.
+    auto late = std::chrono::duration<double>(Steady::now() - begin).count() * fps_;
+    if (late >= static_cast<double>(n + 1)) {
+      auto now = static_cast<uint64_t>(late);
+      skipped_ += now - n;
+      n = now;
+    }
+    auto due = dueOf(n);
     // Sleep in short steps so that stop() is not kept waiting a whole frame.
     while (!stopping_ && Steady::now() < due)
       std::this_thread::sleep_for(
@@ -79,7 +91,9 @@ void MovingPictureFeeder::run() {
     }
     auto buffer = pool_->makeBuffer();
     renderMovingPicture(*buffer, n);
-    buffer->setPresentationTime(mediaTime());
+    // Stamped with its place in the schedule, as a camera stamps the moment
+    // of capture, not of delivery.
+    buffer->setPresentationTime(beginMedia + static_cast<double>(n) / fps_);
     slot = buffer;
     ++delivered_;
     sink_(std::move(buffer));

@@ -19,9 +19,9 @@ void renderMovingPicture(PixelBuffer& buffer, uint64_t frameNumber);
 // Delivers the moving picture in real time: `fps` pictures a second of
 // `width` x `height`, rendered into pooled buffers, each stamped with its
 // presentation time and handed to `sink` on the feeder's own thread (the
-// camera queue of the virtual camera). A picture whose turn comes while
-// three earlier ones are still held is skipped, as a busy camera pipeline
-// drops frames. Started by start(), ended by stop() or the destructor, which
+// camera queue of the virtual camera). Pictures whose time passed while the
+// sink was busy, and a picture whose turn comes while three earlier ones are
+// still held, are skipped, as a busy camera pipeline drops frames. Started by start(), ended by stop() or the destructor, which
 // wait for the thread.
 class MovingPictureFeeder {
  public:

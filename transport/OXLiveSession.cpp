@@ -229,8 +229,12 @@ void OXLiveSession::remoteRecord(bool record) {
 
 void OXLiveSession::pushVideo(std::shared_ptr<PixelBuffer> pixelBuffer) {
   if (!uploading_ || !pixelBuffer) return;
+  // A picture that carries its capture time keeps it; the media clock stands
+  // in for the others.
+  double captured = pixelBuffer->presentationTime();
+  uint64_t timeStamp = captured > 0 ? static_cast<uint64_t>(captured * 1000.0) : mediaTimeMillis();
   if (auto encoder = currentVideoEncoder())
-    encoder->encodeVideoData(std::move(pixelBuffer), mediaTimeMillis());
+    encoder->encodeVideoData(std::move(pixelBuffer), timeStamp);
 }
 
 void OXLiveSession::pushAudio(const Bytes& audioData) { encodeAudio(audioData); }

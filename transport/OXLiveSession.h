@@ -147,8 +147,10 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
 
   // ---- Any thread ----
 
-  // Input from the caller (capture type bits 3 and 2): encoded with the
-  // media clock like the capture path, only while uploading.
+  // Input from the caller (capture type bits 3 and 2), encoded only while
+  // uploading. Audio is stamped with the media clock like the capture path;
+  // a picture with its presentation time (media-clock seconds) set keeps
+  // it, so a source's own schedule survives delivery jitter.
   void pushVideo(std::shared_ptr<PixelBuffer> pixelBuffer);
   void pushAudio(const Bytes& audioData);
 
