@@ -9,6 +9,8 @@
 #include <limits>
 #include <map>
 
+#include "tools/host/Remuxer.h"
+
 namespace oxelo::host {
 
 namespace {
@@ -46,6 +48,8 @@ Options:
   --end close|24|25|26 when the duration runs out: close the connection (default), or
                        send command 24, 25 or 26 first and give the phone a moment to end it
   --report FILE        write the JSON report to FILE (default: standard output)
+  --output FILE        record the stream into FILE, Matroska (.mkv) or MP4 (.mp4),
+                       as it comes: no re-encoding
   --help               this text
 
 Exit status: 0 when the exchange was complete and no error was seen, 1 when
@@ -334,7 +338,8 @@ ParsedCommandLine parseHostOptions(std::span<const std::string> args,
     }
     const bool takesValue = arg == "--port" || arg == "--bind" || arg == "--name" ||
                             arg == "--settings" || arg == "--duration" || arg == "--report" ||
-                            arg == "--wait" || arg == "--command" || arg == "--end";
+                            arg == "--output" || arg == "--wait" || arg == "--command" ||
+                            arg == "--end";
     if (!takesValue) {
       if (arg == "--no-start" && !inlineValue) {
         o.sendStart = false;
@@ -404,6 +409,10 @@ ParsedCommandLine parseHostOptions(std::span<const std::string> args,
     } else if (arg == "--report") {
       if (value.empty()) return fail(mode + ": the report file name must not be empty");
       o.reportPath = value;
+    } else if (arg == "--output") {
+      if (!Remuxer::supportsPath(value))
+        return fail(mode + ": --output takes a file ending in .mkv or .mp4, not '" + value + "'");
+      o.outputPath = value;
     }
   }
   if (o.mode == HostMode::call && o.address.empty()) {

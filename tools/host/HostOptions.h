@@ -60,6 +60,7 @@ struct HostOptions {
   // listen only: publish the service with DNS-SD under `name`.
   bool publish = false;
   std::string reportPath;              // empty: the report goes to standard output
+  std::string outputPath;              // empty: the stream is not recorded
   std::vector<TimedCommand> commands;  // in the order given
   EndAction end = EndAction::close;    // needs a duration unless close
 };

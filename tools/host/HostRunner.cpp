@@ -14,6 +14,7 @@
 #include "tools/host/CarrierUsb.h"
 #include "tools/host/CommandSchedule.h"
 #include "tools/host/ProbeAnswerer.h"
+#include "tools/host/Remuxer.h"
 #include "tools/host/Report.h"
 #include "tools/host/ServicePublisher.h"
 
@@ -181,6 +182,11 @@ RunResult runHost(const HostOptions& options, const RunHooks& hooks) {
     return result;
   }
   oxlog("host - connected ({})", modeName(options.mode));
+  std::unique_ptr<Remuxer> recorder;
+  if (!options.outputPath.empty()) {
+    recorder = std::make_unique<Remuxer>(options.outputPath);
+    session.setMediaSink(recorder.get());
+  }
   Exchange exchange(options, *connected.carrier, session);
   input.connected = true;
   input.end = exchange.run();
@@ -188,8 +194,17 @@ RunResult runHost(const HostOptions& options, const RunHooks& hooks) {
   input.endCommand = exchange.endCommand();
   connected.answerer.reset();  // the goodbyes go before the report
   connected.publisher.reset();
+  if (recorder) {
+    session.setMediaSink(nullptr);
+    input.recording = recorder->finish();
+    oxlog("host - recorded {} video and {} audio frames into {}", input.recording->videoFrames,
+          input.recording->audioFrames, input.recording->path);
+  }
   result.report = buildReport(input);
-  result.exitCode = session.handshakeComplete() && session.errors().empty() ? 0 : 1;
+  result.exitCode = session.handshakeComplete() && session.errors().empty() &&
+                            (!input.recording || input.recording->errors.empty())
+                        ? 0
+                        : 1;
   return result;
 }
 

@@ -90,6 +90,8 @@ class HostSession {
   const std::vector<std::string>& errors() const { return errors_; }
   // What came behind the settings answer.
   const StreamChecker& stream() const { return stream_; }
+  // Where the stream's media go as they are read (a recorder); not owned.
+  void setMediaSink(MediaSink* sink) { stream_.setMediaSink(sink); }
 
  private:
   enum class State {

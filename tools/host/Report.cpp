@@ -186,7 +186,7 @@ nlohmann::json buildReport(const ReportInput& input) {
   for (const auto& c : input.commandsSent) {
     sent.push_back({{"at", c.at}, {"command", c.command}, {"p1", c.p1}, {"p2", c.p2}});
   }
-  return {
+  nlohmann::json report = {
       {"mode", modeName(input.mode)},
       {"connected", input.connected},
       {"ended_by", runEndName(input.end)},
@@ -196,6 +196,24 @@ nlohmann::json buildReport(const ReportInput& input) {
       {"end_command", input.endCommand ? nlohmann::json(*input.endCommand) : nullptr},
       {"errors", session.errors()},
   };
+  if (input.recording) {
+    const auto& r = *input.recording;
+    report["recording"] = {
+        {"path", r.path},
+        {"container", r.container},
+        {"video_codec", r.videoCodec},
+        {"width", r.width},
+        {"height", r.height},
+        {"video_frames", r.videoFrames},
+        {"audio_codec", r.audioCodec},
+        {"sample_rate", r.sampleRate},
+        {"channels", r.channels},
+        {"audio_frames", r.audioFrames},
+        {"duration", r.duration},
+    };
+    for (const auto& e : r.errors) report["errors"].push_back("recording: " + e);
+  }
+  return report;
 }
 
 bool writeReportFile(const std::string& path, const nlohmann::json& report, std::string& error) {

@@ -7,6 +7,7 @@
 
 #include "tools/host/HostOptions.h"
 #include "tools/host/HostSession.h"
+#include "tools/host/Remuxer.h"
 
 namespace oxelo::host {
 
@@ -25,9 +26,10 @@ struct ReportInput {
   HostMode mode = HostMode::listen;
   bool connected = false;
   RunEnd end = RunEnd::notConnected;
-  const HostSession* session = nullptr;    // required
-  std::vector<TimedCommand> commandsSent;  // in the order they went out
-  std::optional<uint32_t> endCommand;      // 24, 25 or 26 when it went out
+  const HostSession* session = nullptr;       // required
+  std::vector<TimedCommand> commandsSent;     // in the order they went out
+  std::optional<uint32_t> endCommand;         // 24, 25 or 26 when it went out
+  std::optional<RecordingSummary> recording;  // with --output
 };
 
 // The report of one run, deterministic for a given exchange (no times taken

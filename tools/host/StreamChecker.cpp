@@ -93,7 +93,9 @@ void StreamChecker::takeInfo(std::span<const uint8_t> record, StreamRecord& out)
     formatError(readFault("the info packet", info.error()));
     return;
   }
-  if (!info_) info_ = *info;
+  if (info_) return;
+  info_ = *info;
+  if (mediaSink_) mediaSink_->streamInfo(*info_);
 }
 
 void StreamChecker::takeVideo(std::span<const uint8_t> record, StreamRecord& out) {
@@ -119,9 +121,13 @@ void StreamChecker::takeVideo(std::span<const uint8_t> record, StreamRecord& out
     }
     const uint32_t encoder = info_ ? info_->videoEncoder : encoderHint_;
     const auto codec = encoder == 1 ? wire::VideoCodec::HEVC : wire::VideoCodec::H264;
-    if (auto parsed = wire::parseVideoSequenceHeader(body, codec); !parsed) {
+    auto parsed = wire::parseVideoSequenceHeader(body, codec);
+    if (!parsed) {
       formatError(readFault("the video sequence header", parsed.error()));
+      return;
     }
+    if (mediaSink_ && counts_.videoSequenceHeaders == 1)
+      mediaSink_->videoSequenceHeader(*parsed, codec);
     return;
   }
   const bool key = *kind == wire::VideoBodyKind::KeyFrame;
@@ -144,7 +150,9 @@ void StreamChecker::takeVideo(std::span<const uint8_t> record, StreamRecord& out
   }
   if (auto units = wire::splitLengthPrefixedUnits(frame->data); !units || units->empty()) {
     formatError("a video frame whose units do not add up to its data");
+    return;
   }
+  if (mediaSink_) mediaSink_->videoFrame(header->timestamp, key, frame->data);
 }
 
 void StreamChecker::takeAudio(std::span<const uint8_t> record, StreamRecord& out) {
@@ -170,7 +178,10 @@ void StreamChecker::takeAudio(std::span<const uint8_t> record, StreamRecord& out
     if (body->payload.size() != kAudioConfigSize) {
       formatError(fmt::format("an audio sequence header with {} bytes of configuration",
                               body->payload.size()));
+      return;
     }
+    if (mediaSink_ && counts_.audioSequenceHeaders == 1)
+      mediaSink_->audioSequenceHeader(body->payload);
     return;
   }
   out.name = "audio_frame";
@@ -178,7 +189,11 @@ void StreamChecker::takeAudio(std::span<const uint8_t> record, StreamRecord& out
   if (counts_.audioSequenceHeaders == 0) {
     orderError("an audio frame before the audio sequence header");
   }
-  if (body->payload.empty()) formatError("an empty audio frame");
+  if (body->payload.empty()) {
+    formatError("an empty audio frame");
+    return;
+  }
+  if (mediaSink_) mediaSink_->audioFrame(header->timestamp, body->payload);
 }
 
 void StreamChecker::takeTail(std::span<const uint8_t> record, StreamRecord& out) {

@@ -11,6 +11,7 @@
 #include "transport/CarrierMapping.h"
 #include "transport/CommandPackets.h"
 #include "transport/InfoPacket.h"
+#include "transport/MediaPackets.h"
 #include "transport/TailBlocks.h"
 
 namespace oxelo::host {
@@ -28,6 +29,22 @@ struct StreamCounts {
   uint64_t capabilityBlocks = 0;
   uint64_t phoneCommands = 0;  // requests to record or take a snapshot
   uint64_t stopNotices = 0;
+};
+
+// Receives the media of a stream as the checker reads it, in stream order:
+// what a recorder needs to write the stream to a file. Only records that
+// parse are passed on.
+class MediaSink {
+ public:
+  virtual ~MediaSink() = default;
+  virtual void streamInfo(const wire::InfoPacket& /*info*/) {}
+  virtual void videoSequenceHeader(const wire::VideoSequenceHeader& /*header*/,
+                                   wire::VideoCodec /*codec*/) {}
+  // `data`: the sample's units, each behind a 4-byte big-endian length.
+  virtual void videoFrame(uint32_t /*timestamp*/, bool /*key*/, std::span<const uint8_t> /*data*/) {
+  }
+  virtual void audioSequenceHeader(std::span<const uint8_t> /*config*/) {}
+  virtual void audioFrame(uint32_t /*timestamp*/, std::span<const uint8_t> /*frame*/) {}
 };
 
 // One record cut from the stream, for the carrier checks of the session.
@@ -60,6 +77,8 @@ class StreamChecker {
   // The encoder of the settings in force (0 H.264, 1 HEVC), used to read
   // the video sequence header when no info packet told it.
   void setEncoderHint(uint32_t encoder) { encoderHint_ = encoder; }
+  // Where the media go as they are read; null for nowhere. Not owned.
+  void setMediaSink(MediaSink* sink) { mediaSink_ = sink; }
 
   // Takes the record at the start of `bytes`, which is not empty. `framed`:
   // the bytes came over USB. Once the stream is broken every byte is taken
@@ -87,6 +106,7 @@ class StreamChecker {
   void orderError(std::string text);
 
   ErrorSink sink_;
+  MediaSink* mediaSink_ = nullptr;
   uint32_t encoderHint_ = 0;
   std::optional<wire::InfoPacket> info_;
   StreamCounts counts_;
