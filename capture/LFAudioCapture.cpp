@@ -40,15 +40,17 @@ void LFAudioCapture::setRunning(bool running) {
     isRunning_ = false;  // the capture thread stops the input with its next block
     return;
   }
-  taskQueue_->post([weak = weak_from_this()] {
-    auto self = weak.lock();
-    if (!self) return;
-    self->isRunning_ = true;
+  // Tasks on taskQueue use `this` while the capture is alive: the destructor
+  // waits on taskQueue, so it cannot finish under a running task, and a task
+  // must not hold the capture itself, or the last release could move the
+  // destructor onto taskQueue, where it could no longer wait for the stop.
+  taskQueue_->post([this, weak = weak_from_this()] {
+    if (weak.expired()) return;
+    isRunning_ = true;
     oxlog("MicrophoneSource: startRunning");
-    if (!self->input_) return;
-    LFAudioCapture* capture = self.get();  // the capture thread ends before we do
-    self->input_->start([capture](const uint8_t* data, size_t size, const AudioTimeStamp& time) {
-      capture->renderBlock(data, size, time);
+    if (!input_) return;
+    input_->start([this](const uint8_t* data, size_t size, const AudioTimeStamp& time) {
+      renderBlock(data, size, time);  // the capture thread ends before we do
     });
   });
 }
@@ -56,11 +58,10 @@ void LFAudioCapture::setRunning(bool running) {
 void LFAudioCapture::renderBlock(const uint8_t* data, size_t size,
                                  const AudioTimeStamp& timeStamp) {
   if (!isRunning_) {
-    taskQueue_->post([weak = weak_from_this()] {
-      auto self = weak.lock();
+    taskQueue_->post([this, weak = weak_from_this()] {
       // A start asked for since keeps the input running.
-      if (!self || self->isRunning_ || !self->input_ || !self->input_->isStarted()) return;
-      self->input_->stop();
+      if (weak.expired() || isRunning_ || !input_ || !input_->isStarted()) return;
+      input_->stop();
       oxlog("MicrophoneSource: stopRunning");
     });
     return;

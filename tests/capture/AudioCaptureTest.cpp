@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <thread>
 
 #include "tests/support/TestSupport.h"
 
@@ -134,6 +135,9 @@ TEST_F(AudioCaptureTest, StopTakesEffectWithTheNextBlockWhichIsNotDelivered) {
   ASSERT_TRUE(probe_->deliver(std::vector<uint8_t>(8, 1)));
   EXPECT_TRUE(recorder_->blocks.empty());
   ASSERT_TRUE(probe_->waitFor([this] { return probe_->stops == 1; }));
+  // The line follows the stop on taskQueue, a moment later.
+  for (int i = 0; i < 500 && !log_.contains("MicrophoneSource: stopRunning"); ++i)
+    std::this_thread::sleep_for(10ms);
   EXPECT_TRUE(log_.contains("MicrophoneSource: stopRunning"));
 
   // And it runs again afterwards.
