@@ -1,0 +1,128 @@
+// The stream socket as the program drives it: encoder threads hand in frames
+// while the send queue and the main queue run on threads of their own, the
+// host's status requests change what rides behind key frames, and a stop
+// comes while frames still arrive.
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+#include "tests/transport/WireVectors.h"
+#include "tests/transport/support/StreamSocketHarness.h"
+#include "transport/CommandPackets.h"
+#include "transport/WireConstants.h"
+#include "transport/WireStream.h"
+
+namespace oxelo {
+namespace {
+
+struct StreamTally {
+  size_t records = 0, video = 0, audio = 0, tails = 0, info = 0;
+  bool broken = false;
+};
+
+StreamTally tally(const test::Bytes& stream) {
+  StreamTally t;
+  std::span<const uint8_t> rest(stream);
+  while (!rest.empty()) {
+    auto record = wire::nextRecord(rest);
+    if (!record) {
+      t.broken = true;
+      return t;
+    }
+    ++t.records;
+    t.video += record->type == wire::kPacketTypeVideo;
+    t.audio += record->type == wire::kPacketTypeAudio;
+    t.tails += record->type == wire::kPacketTypeTail;
+    t.info += record->type == wire::kPacketTypeInfo;
+    rest = rest.subspan(record->length);
+  }
+  return t;
+}
+
+class StreamSocketConcurrencyTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    main_ = Queue::create("main");
+    MainQueue::set(main_);
+  }
+  void TearDown() override {
+    main_->stop();
+    MainQueue::set(nullptr);
+  }
+
+  test::StreamFixtureSettings settings_;
+  std::shared_ptr<Queue> main_;
+};
+
+TEST_F(StreamSocketConcurrencyTest, EncoderThreadsStreamWhileTheHostAsksForStatus) {
+  uint16_t port = 0;
+  test::Fd listener = test::peer::listen(port);
+  auto greeter = std::make_shared<test::Recorder>();
+  auto phone = GCDAsyncSocket::create(greeter, main_);
+  OptionalError error;
+  ASSERT_TRUE(phone->connectToHost("127.0.0.1", port, -1, error));
+  test::Fd host = test::peer::accept(listener);
+  ASSERT_TRUE(test::waitUntil([&] { return phone->isConnected(); }));
+
+  auto session = std::make_shared<test::RecordingSession>(test::statusValues());
+  auto socket = OXStreamSocket::create(test::makeStreamInfo());
+  socket->setDelegate(session);
+  main_->runSync([&] { socket->setAsyncSocket(phone); });
+  socket->start();
+  ASSERT_TRUE(test::waitUntil([&] { return socket->isConnected(); }));
+
+  constexpr int kVideo = 300, kAudio = 400;
+  std::thread video([&] {
+    for (int i = 0; i < kVideo; ++i) {
+      socket->sendFrame(test::videoFrame(1 + i, i % 30 == 0, test::keyFrameData()));
+      std::this_thread::sleep_for(std::chrono::microseconds(300));
+    }
+  });
+  std::thread audio([&] {
+    for (int i = 0; i < kAudio; ++i) {
+      socket->sendFrame(test::audioFrame(1 + i, test::hex("21 10 05")));
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+  });
+  std::thread hostCommands([&] {
+    for (int32_t request : {1, 2, 0, 3, 1}) {
+      auto packet = wire::buildHostCommandPacket(wire::kHostStatusRequest, request);
+      main_->post([socket, packet] { socket->handleClientCmd(packet); });
+      LFLiveDebug seen = socket->debugInfo();  // statistics read from another thread
+      EXPECT_LE(seen.dropFrame, seen.totalFrame);
+      std::this_thread::sleep_for(std::chrono::milliseconds(15));
+    }
+  });
+  video.join();
+  audio.join();
+  hostCommands.join();
+  ASSERT_TRUE(test::waitUntil(
+      [&] { return socket->buffer()->listCount() == 0 && !socket->isSending(); }, 30.0));
+  auto debug = socket->debugInfo();
+  EXPECT_EQ(debug.totalFrame, kVideo + kAudio);
+
+  // Everything the socket sent is on the wire, record after record.
+  main_->runSync([] {});
+  auto wire = test::peer::receiveAvailable(host, 1.0);
+  auto t = tally(wire);
+  EXPECT_FALSE(t.broken);
+  EXPECT_EQ(t.info, 1u);
+  EXPECT_EQ(t.video, 1u + kVideo - static_cast<size_t>(debug.dropFrame)) << "header and frames";
+  EXPECT_EQ(t.audio, static_cast<size_t>(kAudio)) << "the header stands for the first frame";
+  EXPECT_GE(t.tails, 1u) << "at least the capability block";
+
+  // A stop while frames still come: the connection ends, nothing crashes.
+  std::thread late([&] {
+    for (int i = 0; i < 100; ++i) socket->sendFrame(test::audioFrame(500 + i, {1}));
+  });
+  socket->stop();
+  late.join();
+  EXPECT_TRUE(test::peer::seesEnd(host));
+  EXPECT_TRUE(test::waitUntil([&] { return !socket->isConnected(); }));
+  socket->sendQueue()->runSync([] {});
+  EXPECT_EQ(session->states().back(), LiveStreamState::Stopped);
+}
+
+}  // namespace
+}  // namespace oxelo
