@@ -1,5 +1,7 @@
 #include "transport/OXStreamSocket.h"
 
+#include <utility>
+
 #include "platform/dispatch/MainQueue.h"
 #include "platform/log/Log.h"
 #include "transport/InitError.h"
@@ -147,11 +149,15 @@ void OXStreamSocket::_start() {
 int OXStreamSocket::Socket_ConnectToHost(const std::string& host, uint16_t port) {
   if (isConnecting_.exchange(true)) return -1;
   reportStatus(LiveStreamState::Connecting);
-  dropCarriers();
   auto socket = GCDAsyncSocket::create(weak_from_this(), MainQueue::get());
+  std::shared_ptr<GCDAsyncSocket> previous;
   {
     std::lock_guard lock(lazyMutex_);
-    asyncSocket_ = socket;
+    previous = std::exchange(asyncSocket_, socket);
+  }
+  if (previous) {
+    previous->setDelegate({});
+    previous->disconnect();
   }
   OptionalError error;
   if (socket->connectToHost(host, port, kConnectTimeout, error)) return 0;
