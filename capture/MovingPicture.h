@@ -21,8 +21,8 @@ void renderMovingPicture(PixelBuffer& buffer, uint64_t frameNumber);
 // presentation time and handed to `sink` on the feeder's own thread (the
 // camera queue of the virtual camera). Pictures whose time passed while the
 // sink was busy, and a picture whose turn comes while three earlier ones are
-// still held, are skipped, as a busy camera pipeline drops frames. Started by start(), ended by stop() or the destructor, which
-// wait for the thread.
+// still held, are skipped, as a busy camera pipeline drops frames. Started
+// by start(), ended by stop() or the destructor, which wait for the thread.
 class MovingPictureFeeder {
  public:
   using Sink = std::function<void(std::shared_ptr<PixelBuffer>)>;

@@ -19,8 +19,7 @@ AsioRuntime& AsioRuntime::shared() {
   return *runtime;
 }
 
-AsioRuntime::AsioRuntime()
-    : thread_(new Thread{asio::make_work_guard(context_), std::thread()}) {
+AsioRuntime::AsioRuntime() : thread_(new Thread{asio::make_work_guard(context_), std::thread()}) {
   thread_->thread = std::thread([this] { context_.run(); });
   thread_->thread.detach();
 }

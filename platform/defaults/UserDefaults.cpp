@@ -99,8 +99,9 @@ void UserDefaults::load() {
   }
   fs::rename(file_, aside, ec);
   if (ec) {
-    oxlog("Settings file {} cannot be parsed and cannot be moved aside ({}); starting from defaults",
-          file_.string(), ec.message());
+    oxlog(
+        "Settings file {} cannot be parsed and cannot be moved aside ({}); starting from defaults",
+        file_.string(), ec.message());
   } else {
     oxlog("Settings file {} cannot be parsed; kept as {} and starting from defaults",
           file_.string(), aside.string());

@@ -44,9 +44,7 @@ class UserDefaults {
   bool boolForKey(const std::string& key) const;
   long long integerForKey(const std::string& key) const;
   double doubleForKey(const std::string& key) const;
-  float floatForKey(const std::string& key) const {
-    return static_cast<float>(doubleForKey(key));
-  }
+  float floatForKey(const std::string& key) const { return static_cast<float>(doubleForKey(key)); }
   // None when the value is missing or not a string.
   std::optional<std::string> stringForKey(const std::string& key) const;
   // Empty array / object when missing or of another type.
@@ -57,9 +55,7 @@ class UserDefaults {
   void setBool(const std::string& key, bool value) { setObject(key, value); }
   void setInteger(const std::string& key, long long value) { setObject(key, value); }
   void setDouble(const std::string& key, double value) { setObject(key, value); }
-  void setFloat(const std::string& key, float value) {
-    setObject(key, static_cast<double>(value));
-  }
+  void setFloat(const std::string& key, float value) { setObject(key, static_cast<double>(value)); }
   void setString(const std::string& key, const std::string& value) { setObject(key, value); }
   void removeObjectForKey(const std::string& key);
 

@@ -43,7 +43,7 @@ TEST(UserDefaultsTest, TypedReadsConvertBetweenNumberKinds) {
   EXPECT_FLOAT_EQ(d.floatForKey("zoomScale"), 2.75f);
   EXPECT_DOUBLE_EQ(d.doubleForKey("videoFPS"), 60.0);
   EXPECT_EQ(d.integerForKey("faceBeautify"), 1);
-  EXPECT_FALSE(d.stringForKey("videoFPS").has_value());  // a number is not a string
+  EXPECT_FALSE(d.stringForKey("videoFPS").has_value());    // a number is not a string
   EXPECT_TRUE(d.dictionaryForKey("hostHistory").empty());  // an array is not a dictionary
   EXPECT_EQ(d.arrayForKey("hostHistory")[0]["port"], 5895);
 }
