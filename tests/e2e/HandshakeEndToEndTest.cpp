@@ -5,35 +5,16 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "tests/support/TestSupport.h"
+#include "tests/e2e/support/ProgramTest.h"
 
 namespace oxelo {
 namespace {
 
 using Json = nlohmann::json;
 
-// Runs the phone and the reference host as the user would, on loopback only.
 // The phone sees no Wi-Fi here, so it sends no broadcast; a staged battery
 // that charges stands for the cable where the host comes by USB or calls.
-class HandshakeEndToEndTest : public testing::Test {
- protected:
-  std::string path(const std::string& name) const { return (dir_.path() / name).string(); }
-
-  void stageCable() {
-    std::filesystem::create_directories(dir_.path() / "ps" / "BAT0");
-    std::ofstream(dir_.path() / "ps" / "BAT0" / "type") << "Battery\n";
-    std::ofstream(dir_.path() / "ps" / "BAT0" / "status") << "Charging\n";
-  }
-
-  Json readJson(const std::string& name) const {
-    std::ifstream in(path(name));
-    return Json::parse(in, nullptr, false);
-  }
-
-  static int run(const std::string& command) { return std::system(command.c_str()); }
-
-  test::TempDir dir_;
-};
+class HandshakeEndToEndTest : public test::ProgramTest {};
 
 Json expectedAnswer(int w, int h, int fps) {
   return {{"width", w},   {"height", h},  {"fps", fps},       {"portrait", 0},
@@ -83,8 +64,7 @@ TEST_F(HandshakeEndToEndTest, HostReachesThePhoneByUsbAndByCallingIt) {
     EXPECT_EQ(report["handshake"]["settings_answer"],
               usb ? expectedAnswer(1280, 720, 30) : expectedAnswer(640, 480, 24));
     EXPECT_EQ(report["errors"], Json::array());
-    std::ifstream log(path("phone.log"));
-    std::string text((std::istreambuf_iterator<char>(log)), {});
+    std::string text = readText("phone.log");
     EXPECT_NE(text.find(usb ? "Live - USB channel taken over" : "Live - TCP channel"),
               std::string::npos)
         << text;

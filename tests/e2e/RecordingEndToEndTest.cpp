@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "tests/support/TestSupport.h"
+#include "tests/e2e/support/ProgramTest.h"
 
 namespace oxelo {
 namespace {
@@ -37,11 +37,8 @@ std::string capture(const std::string& command) {
   return out;
 }
 
-class RecordingEndToEndTest : public testing::TestWithParam<RecordingCase> {
- protected:
-  std::string path(const std::string& name) const { return (dir_.path() / name).string(); }
-  test::TempDir dir_;
-};
+class RecordingEndToEndTest : public test::ProgramTest,
+                              public testing::WithParamInterface<RecordingCase> {};
 
 TEST_P(RecordingEndToEndTest, HostRecordsAFileThatFfmpegDecodes) {
   const auto& c = GetParam();
@@ -55,10 +52,9 @@ TEST_P(RecordingEndToEndTest, HostRecordsAFileThatFfmpegDecodes) {
                       " --headless --connect 127.0.0.1 --instance 4 --camera virtual --audio "
                       "synthetic --duration 5 --config-dir " +
                       path("cfg") + " > " + path("phone.log") + " 2>&1";
-  ASSERT_EQ(std::system((host + " & sleep 0.3; " + phone + "; wait $!").c_str()), 0);
+  ASSERT_EQ(run(host + " & sleep 0.3; " + phone + "; wait $!"), 0);
 
-  std::ifstream in(path("r.json"));
-  Json report = Json::parse(in, nullptr, false);
+  Json report = readJson("r.json");
   ASSERT_TRUE(report.is_object());
   EXPECT_EQ(report["errors"], Json::array()) << report.dump(1);
   const Json& recording = report["recording"];

@@ -4,38 +4,22 @@
 // the phone sees no Wi-Fi here and sends no broadcast.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <string>
 
-#include "tests/support/TestSupport.h"
+#include "tests/e2e/support/ProgramTest.h"
 
 namespace oxelo {
 namespace {
 
 using Json = nlohmann::json;
 
-class StreamEndToEndTest : public testing::Test {
+class StreamEndToEndTest : public test::ProgramTest {
  protected:
-  std::string path(const std::string& name) const { return (dir_.path() / name).string(); }
-
-  void stageCable() {
-    std::filesystem::create_directories(dir_.path() / "ps" / "BAT0");
-    std::ofstream(dir_.path() / "ps" / "BAT0" / "type") << "Battery\n";
-    std::ofstream(dir_.path() / "ps" / "BAT0" / "status") << "Charging\n";
-  }
-
-  Json readJson(const std::string& name) const {
-    std::ifstream in(path(name));
-    return Json::parse(in, nullptr, false);
-  }
-
-  std::string phoneLog() const {
-    std::ifstream in(path("phone.log"));
-    return std::string((std::istreambuf_iterator<char>(in)), {});
-  }
+  std::string phoneLog() const { return readText("phone.log"); }
 
   std::string phone(const std::string& arguments) const {
     return "OXELO_POWER_SUPPLY_DIR=" + path("ps") + " timeout 30 " + OXELO_BIN +
@@ -47,8 +31,6 @@ class StreamEndToEndTest : public testing::Test {
     return std::string(OXELO_HOST_BIN) + " " + arguments + " --report " + path(report) + " >> " +
            path("host.log") + " 2>&1";
   }
-
-  static int run(const std::string& command) { return std::system(command.c_str()); }
 
   // What every stream must show: the info packet as the phone's settings
   // make it, the sequence header with its capability block first, status
@@ -73,20 +55,21 @@ class StreamEndToEndTest : public testing::Test {
     EXPECT_GT(stream["counts"]["audio_frames"].get<int>(), 20);
     EXPECT_EQ(stream["last_capability"]["temperature_min"], 2000);
   }
-
-  test::TempDir dir_;
 };
 
-// Seconds of a log line's time stamp ("2026-11-23 16:13:54.531 ...").
+// Seconds of the day of the first log line that holds `text` (lines start
+// "2026-11-23 16:13:54.531 "); -1 when there is none.
 double secondsOf(const std::string& log, const std::string& text) {
   auto at = log.find(text);
   if (at == std::string::npos) return -1;
   auto lineStart = log.rfind('\n', at);
   lineStart = lineStart == std::string::npos ? 0 : lineStart + 1;
-  std::smatch m;
-  std::string line = log.substr(lineStart, at - lineStart);
-  if (!std::regex_search(line, m, std::regex(R"((\d+):(\d+):(\d+\.\d+))"))) return -1;
-  return std::stod(m[1]) * 3600 + std::stod(m[2]) * 60 + std::stod(m[3]);
+  int hours = 0, minutes = 0;
+  double seconds = 0;
+  if (std::sscanf(log.c_str() + lineStart, "%*d-%*d-%*d %d:%d:%lf", &hours, &minutes, &seconds) !=
+      3)
+    return -1;
+  return hours * 3600.0 + minutes * 60.0 + seconds;
 }
 
 TEST_F(StreamEndToEndTest, OverUsbTheHostsCloseLeavesThePhoneCallable) {
