@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "discovery/LocalNetworkAuthorization.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/dispatch/MainQueue.h"
@@ -19,6 +20,7 @@ constexpr double kManualHudSeconds = 6.0;
 constexpr double kShortBackground = 60.0;
 constexpr double kRediscoverAfterLoss = 600.0;
 constexpr double kRefreshDelay = 0.5;
+constexpr double kLanAlertDelay = 1.0;  // after a denied local-network permission
 constexpr long long kDefaultHostPort = 5895;
 }  // namespace
 
@@ -494,8 +496,15 @@ void MainViewController::appWillEnterForeground() {
 }
 
 void MainViewController::checkLocalNetworkPermission() {
-  // Linux asks no permission for the local network: the probe reports true at
-  // once, so no alert can appear.
+  if (!services_.reachability->isReachableViaWiFi()) return;
+  LocalNetworkAuthorization authorization;
+  std::weak_ptr<MainViewController> weak = weak_from_this();
+  authorization.requestAuthorizationWithCompletionHandler([weak](bool granted) {
+    if (granted) return;
+    MainQueue::postAfter(kLanAlertDelay, [weak] {
+      if (auto self = weak.lock()) self->services_.screen->showError("M_LAN_ALERT");
+    });
+  });
 }
 
 void MainViewController::socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) {
