@@ -28,6 +28,10 @@ std::shared_ptr<CaptureDevice> CameraStatusSource::deviceFromSettings() {
   return system->devices().front();
 }
 
+CaptureDeviceFormatPtr CameraStatusSource::activeFormat() const {
+  return device_ ? device_->activeFormat() : nullptr;
+}
+
 bool CameraStatusSource::isTorchAvailable() const { return device_ && device_->isTorchAvailable(); }
 int64_t CameraStatusSource::captureDevicePosition() const {
   return device_ ? device_->position() : AVCaptureDevicePositionBack;
@@ -70,11 +74,11 @@ double CameraStatusSource::exposureTargetBias() const {
 double CameraStatusSource::zoomScale() const { return device_ ? device_->videoZoomFactor() : 1; }
 
 double CameraStatusSource::minExposure() const {
-  auto format = device_ ? device_->activeFormat() : nullptr;
+  auto format = activeFormat();
   return format ? format->minExposureDuration.seconds() : 0;
 }
 double CameraStatusSource::maxExposure() const {
-  auto format = device_ ? device_->activeFormat() : nullptr;
+  auto format = activeFormat();
   return format ? format->maxExposureDuration.seconds() : 0;
 }
 bool CameraStatusSource::isExposureModeSupported(int64_t mode) const {
@@ -96,11 +100,11 @@ bool CameraStatusSource::isFocusPointOfInterestSupported() const {
   return device_ && device_->isFocusPointOfInterestSupported();
 }
 double CameraStatusSource::minISO() const {
-  auto format = device_ ? device_->activeFormat() : nullptr;
+  auto format = activeFormat();
   return format ? format->minISO : 0;
 }
 double CameraStatusSource::maxISO() const {
-  auto format = device_ ? device_->activeFormat() : nullptr;
+  auto format = activeFormat();
   return format ? format->maxISO : 0;
 }
 double CameraStatusSource::minExposureTargetBias() const {
@@ -110,7 +114,7 @@ double CameraStatusSource::maxExposureTargetBias() const {
   return device_ ? device_->maxExposureTargetBias() : 0;
 }
 double CameraStatusSource::maxZoomScale() const {
-  auto format = device_ ? device_->activeFormat() : nullptr;
+  auto format = activeFormat();
   return format ? format->videoMaxZoomFactor : 1;
 }
 

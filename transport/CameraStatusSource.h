@@ -74,6 +74,8 @@ class CameraStatusSource final : public StreamStatusSource {
   int64_t batteryState() const override;
 
  private:
+  CaptureDeviceFormatPtr activeFormat() const;  // null without a device
+
   const std::shared_ptr<CaptureDevice> device_;
   const std::shared_ptr<BatteryMonitor> battery_;
   std::atomic<bool> dim_{false};

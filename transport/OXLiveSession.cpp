@@ -325,18 +325,16 @@ void OXLiveSession::socketBufferStatus(LFStreamSocket*, BufferVerdict status) {
     return;
   auto encoder = currentVideoEncoder();
   if (!encoder || !videoConfiguration_) return;
+  if (status != BufferVerdict::RaiseBitrate && status != BufferVerdict::LowerBitrate) return;
+  const bool raise = status == BufferVerdict::RaiseBitrate;
   double rate = static_cast<double>(encoder->videoBitRate());
-  if (status == BufferVerdict::RaiseBitrate) {
-    auto next = static_cast<int64_t>(rate * kRaiseStep);
-    if (next > static_cast<int64_t>(videoConfiguration_->videoMaxBitRate())) return;
-    encoder->setVideoBitRate(next);
-    oxlog("增加码率至: {:.1f}KB", next / 1024.0);
-  } else if (status == BufferVerdict::LowerBitrate) {
-    auto next = static_cast<int64_t>(rate * kLowerStep);
-    if (next < static_cast<int64_t>(videoConfiguration_->videoMinBitRate())) return;
-    encoder->setVideoBitRate(next);
-    oxlog("降低码率至: {:.1f}KB", next / 1024.0);
-  }
+  auto next = static_cast<int64_t>(rate * (raise ? kRaiseStep : kLowerStep));
+  // A step that would leave the bounds is refused whole.
+  if (raise ? next > static_cast<int64_t>(videoConfiguration_->videoMaxBitRate())
+            : next < static_cast<int64_t>(videoConfiguration_->videoMinBitRate()))
+    return;
+  encoder->setVideoBitRate(next);
+  oxlog("{}: {:.1f}KB", raise ? "增加码率至" : "降低码率至", next / 1024.0);
 }
 
 // ---- The host's commands that the session answers itself ----
