@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <system_error>
 
-#include "capture/LFLiveVideoSessionPreset.h"
+#include "media/LFLiveVideoSessionPreset.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "shell/AppDelegate.h"
 #include "shell/CameraCommands.h"

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "capture/ConfigurationFromSettings.h"
+#include "media/ConfigurationFromSettings.h"
 #include "platform/defaults/UserDefaults.h"
 
 namespace oxelo::bench {

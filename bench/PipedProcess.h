@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "capture/PixelBuffer.h"
+#include "media/PixelBuffer.h"
 
 namespace oxelo::bench {
 

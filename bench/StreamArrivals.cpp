@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "transport/InfoPacket.h"
-#include "transport/MediaPackets.h"
-#include "transport/WireConstants.h"
+#include "wire/InfoPacket.h"
+#include "wire/MediaPackets.h"
+#include "wire/WireConstants.h"
 
 namespace oxelo::bench {
 

@@ -6,9 +6,9 @@
 #include <mutex>
 #include <vector>
 
-#include "capture/LFLiveAudioConfiguration.h"
-#include "capture/audio/AudioBackend.h"
-#include "capture/audio/AudioInput.h"
+#include "media/LFLiveAudioConfiguration.h"
+#include "platform/audio/AudioBackend.h"
+#include "platform/audio/AudioInput.h"
 #include "platform/dispatch/Queue.h"
 
 namespace oxelo {

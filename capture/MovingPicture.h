@@ -6,7 +6,7 @@
 #include <memory>
 #include <thread>
 
-#include "capture/PixelBuffer.h"
+#include "media/PixelBuffer.h"
 
 namespace oxelo {
 

@@ -1,20 +1,36 @@
-# oxelo_add_layer(folder below): the static library oxelo_<folder> of every
-# .cpp under <folder>/ (main.cpp excepted), linking `below`. A folder may add
-# its own system libraries in <folder>/deps.cmake, which sees the target name
-# in `target`.
-function(oxelo_add_layer folder below)
-  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)
-  list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
-  set(target oxelo_${folder})
-  if(sources)
-    add_library(${target} STATIC ${sources})
-    target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
-    target_link_libraries(${target} PUBLIC ${below})
-  else()
-    add_library(${target} INTERFACE)
-    target_link_libraries(${target} INTERFACE ${below})
+# oxelo_add_library(NAME [DIR folder] [EXCLUDE subfolder...] [USES name...])
+# The static library oxelo_<NAME> of every .cpp under <folder>/ (default: the
+# folder called NAME; main.cpp and the EXCLUDEd subfolders left out), linking
+# oxelo_<name> for each library it USES and nothing else. A folder without
+# sources gives an interface library, so that the edges stay in place. A
+# folder may add its own system libraries in <folder>/deps.cmake, which sees
+# the target name in `target` and its link scope in `scope`.
+function(oxelo_add_library name)
+  cmake_parse_arguments(L "" "DIR" "USES;EXCLUDE" ${ARGN})
+  if(NOT L_DIR)
+    set(L_DIR ${name})
   endif()
-  if(EXISTS ${PROJECT_SOURCE_DIR}/${folder}/deps.cmake)
-    include(${PROJECT_SOURCE_DIR}/${folder}/deps.cmake)
+  set(root ${PROJECT_SOURCE_DIR}/${L_DIR})
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${root}/*.cpp)
+  list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
+  foreach(sub IN LISTS L_EXCLUDE)
+    list(FILTER sources EXCLUDE REGEX "^${root}/${sub}/")
+  endforeach()
+  set(uses "")
+  foreach(used IN LISTS L_USES)
+    list(APPEND uses oxelo_${used})
+  endforeach()
+  set(target oxelo_${name})
+  if(sources)
+    set(scope PUBLIC)
+    add_library(${target} STATIC ${sources})
+  else()
+    set(scope INTERFACE)
+    add_library(${target} INTERFACE)
+  endif()
+  target_include_directories(${target} ${scope} ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${target} ${scope} ${uses})
+  if(EXISTS ${root}/deps.cmake)
+    include(${root}/deps.cmake)
   endif()
 endfunction()

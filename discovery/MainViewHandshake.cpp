@@ -2,8 +2,8 @@
 // which the host may call the phone.
 #include <arpa/inet.h>
 
-#include "capture/VideoSizeCatalogue.h"
-#include "discovery/HandshakePackets.h"
+#include "media/VideoSizeCatalogue.h"
+#include "wire/HandshakePackets.h"
 #include "discovery/MainViewController.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"

@@ -1,6 +1,6 @@
 // USB: the phone listens on the loopback address, where the host arrives
 // through whatever forwards the cable (adb forward, ssh -L, a USB network).
-#include "discovery/HandshakePackets.h"
+#include "wire/HandshakePackets.h"
 #include "discovery/MainViewController.h"
 #include "platform/log/Log.h"
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "capture/LFLiveAudioConfiguration.h"
+#include "media/LFLiveAudioConfiguration.h"
 
 namespace oxelo {
 

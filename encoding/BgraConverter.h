@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/PixelBuffer.h"
+#include "media/PixelBuffer.h"
 #include "encoding/ColourTags.h"
 
 struct AVFrame;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "transport/LFVideoEncoding.h"
+#include "media/LFVideoEncoding.h"
 
 namespace oxelo {
 

@@ -4,9 +4,9 @@
 #include <mutex>
 #include <vector>
 
-#include "capture/LFLiveAudioConfiguration.h"
+#include "media/LFLiveAudioConfiguration.h"
 #include "encoding/AacConverter.h"
-#include "transport/LFAudioEncoding.h"
+#include "media/LFAudioEncoding.h"
 
 namespace oxelo {
 

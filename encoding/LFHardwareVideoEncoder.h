@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "capture/LFLiveVideoConfiguration.h"
+#include "media/LFLiveVideoConfiguration.h"
 #include "encoding/VideoCodecSession.h"
 #include "platform/device/AppLifecycle.h"
-#include "transport/LFVideoEncoding.h"
+#include "media/LFVideoEncoding.h"
 
 namespace oxelo {
 

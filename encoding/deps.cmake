@@ -1,3 +1,3 @@
 pkg_check_modules(LIBAV REQUIRED IMPORTED_TARGET libavcodec libavutil libswscale)
 pkg_check_modules(LIBVA REQUIRED IMPORTED_TARGET libva libva-drm)
-target_link_libraries(${target} PUBLIC PkgConfig::LIBAV PkgConfig::LIBVA)
+target_link_libraries(${target} ${scope} PkgConfig::LIBAV PkgConfig::LIBVA)

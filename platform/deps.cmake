@@ -1,1 +1,1 @@
-target_link_libraries(${target} PUBLIC Threads::Threads fmt::fmt nlohmann_json::nlohmann_json)
+target_link_libraries(${target} ${scope} Threads::Threads fmt::fmt nlohmann_json::nlohmann_json)

@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-#include "capture/VideoSizeCatalogue.h"
+#include "media/VideoSizeCatalogue.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/log/Log.h"
 #include "shell/AppDelegate.h"

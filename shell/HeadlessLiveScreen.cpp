@@ -1,6 +1,6 @@
 #include "shell/HeadlessLiveScreen.h"
 
-#include "capture/ConfigurationFromSettings.h"
+#include "media/ConfigurationFromSettings.h"
 #include "discovery/MainViewController.h"
 #include "platform/dispatch/MainQueue.h"
 #include "platform/log/Log.h"

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "capture/audio/AudioBackend.h"
+#include "platform/audio/AudioBackend.h"
 #include "discovery/AvahiBrowser.h"
 #include "discovery/MainViewController.h"
 #include "encoding/HardwareDecodeSupport.h"

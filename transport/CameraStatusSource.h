@@ -5,7 +5,7 @@
 
 #include "platform/camera/CaptureDevice.h"
 #include "platform/device/Battery.h"
-#include "transport/StreamStatusSource.h"
+#include "wire/StreamStatusSource.h"
 
 namespace oxelo {
 

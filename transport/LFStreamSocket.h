@@ -2,10 +2,10 @@
 
 #include <memory>
 
-#include "transport/CommandPackets.h"
-#include "transport/LFFrame.h"
+#include "wire/CommandPackets.h"
+#include "media/LFFrame.h"
 #include "transport/LFLiveDebug.h"
-#include "transport/StreamStatusSource.h"
+#include "wire/StreamStatusSource.h"
 #include "transport/StreamTypes.h"
 
 namespace oxelo {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/dispatch/Semaphore.h"
-#include "transport/LFFrame.h"
+#include "media/LFFrame.h"
 #include "transport/StreamTypes.h"
 
 namespace oxelo {

@@ -6,14 +6,14 @@
 #include <mutex>
 
 #include "capture/LFAudioCapture.h"
-#include "capture/LFLiveAudioConfiguration.h"
-#include "capture/LFLiveVideoConfiguration.h"
-#include "capture/PixelBuffer.h"
+#include "media/LFLiveAudioConfiguration.h"
+#include "media/LFLiveVideoConfiguration.h"
+#include "media/PixelBuffer.h"
 #include "platform/dispatch/Observable.h"
 #include "platform/dispatch/Semaphore.h"
 #include "transport/CameraStatusSource.h"
-#include "transport/LFAudioEncoding.h"
-#include "transport/LFVideoEncoding.h"
+#include "media/LFAudioEncoding.h"
+#include "media/LFVideoEncoding.h"
 #include "transport/OXStreamSocket.h"
 
 namespace oxelo {

@@ -12,7 +12,7 @@
 #include "platform/device/AppLifecycle.h"
 #include "platform/dispatch/Observable.h"
 #include "platform/dispatch/Queue.h"
-#include "transport/CarrierMapping.h"
+#include "wire/CarrierMapping.h"
 #include "transport/LFLiveStreamInfo.h"
 #include "transport/LFStreamSocket.h"
 #include "transport/LFStreamingBuffer.h"

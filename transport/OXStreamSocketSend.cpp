@@ -2,15 +2,15 @@
 // rule, and the write statistics that turn completions into verdicts.
 #include <array>
 
-#include "capture/LFLiveVideoConfiguration.h"
+#include "media/LFLiveVideoConfiguration.h"
 #include "platform/dispatch/MainQueue.h"
 #include "platform/log/Log.h"
-#include "transport/CarrierMapping.h"
-#include "transport/MediaPackets.h"
+#include "wire/CarrierMapping.h"
+#include "wire/MediaPackets.h"
 #include "transport/OXStreamSocket.h"
 #include "transport/StreamAnnouncement.h"
-#include "transport/TailBlocks.h"
-#include "transport/WireConstants.h"
+#include "wire/TailBlocks.h"
+#include "wire/WireConstants.h"
 
 namespace oxelo {
 

@@ -1,8 +1,8 @@
 #include "transport/StreamAnnouncement.h"
 
-#include "capture/LFLiveAudioConfiguration.h"
-#include "capture/LFLiveVideoConfiguration.h"
-#include "capture/VideoSizeCatalogue.h"
+#include "media/LFLiveAudioConfiguration.h"
+#include "media/LFLiveVideoConfiguration.h"
+#include "media/VideoSizeCatalogue.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/device/DeviceName.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "transport/InfoPacket.h"
+#include "wire/InfoPacket.h"
 #include "transport/LFLiveStreamInfo.h"
 
 namespace oxelo {

@@ -1,4 +1,4 @@
-#include "capture/audio/AudioBackend.h"
+#include "platform/audio/AudioBackend.h"
 
 #include <gtest/gtest.h>
 

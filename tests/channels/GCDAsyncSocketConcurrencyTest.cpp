@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "channels/GCDAsyncSocket.h"
-#include "tests/channels/support/SocketTestSupport.h"
+#include "tests/support/SocketTestSupport.h"
 
 namespace oxelo {
 namespace {

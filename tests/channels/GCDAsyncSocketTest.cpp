@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/channels/support/SocketTestSupport.h"
+#include "tests/support/SocketTestSupport.h"
 
 namespace oxelo {
 namespace {

@@ -20,7 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "channels/GCDAsyncUdpSocket.h"
-#include "tests/channels/support/SocketTestSupport.h"
+#include "tests/support/SocketTestSupport.h"
 
 namespace oxelo {
 namespace {

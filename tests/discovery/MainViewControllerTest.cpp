@@ -1,10 +1,11 @@
 #include <gtest/gtest.h>
 
+#include "tests/support/FakeLifecycle.h"
 #include "discovery/MainViewController.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
-#include "platform/device/FakeBatteryMonitor.h"
-#include "platform/device/FakeReachability.h"
+#include "tests/support/FakeBatteryMonitor.h"
+#include "tests/support/FakeReachability.h"
 #include "tests/discovery/support/FlowFakes.h"
 #include "tests/support/TestSupport.h"
 
@@ -245,8 +246,8 @@ TEST_F(FlowTest, ShowLiveViewRemembersTheHostAndItsHistory) {
 }  // namespace
 }  // namespace oxelo
 
-#include "capture/VideoSizeCatalogue.h"
-#include "discovery/HandshakePackets.h"
+#include "media/VideoSizeCatalogue.h"
+#include "wire/HandshakePackets.h"
 
 namespace oxelo {
 namespace {

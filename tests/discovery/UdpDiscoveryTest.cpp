@@ -7,11 +7,12 @@
 
 #include <random>
 
+#include "tests/support/FakeLifecycle.h"
 #include "discovery/MainViewController.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
-#include "platform/device/FakeBatteryMonitor.h"
-#include "platform/device/FakeReachability.h"
+#include "tests/support/FakeBatteryMonitor.h"
+#include "tests/support/FakeReachability.h"
 #include "tests/discovery/support/FlowFakes.h"
 #include "tests/support/TestSupport.h"
 #include "tools/host/ProbeAnswerer.h"

@@ -33,8 +33,7 @@ class DiscoveryEndToEndTest : public testing::Test {
   // Runs the harness with these hosts and `oxelo --headless --duration 6`;
   // returns its exit status. The phone has 6 s from its start.
   int runHarness(const std::vector<std::string>& hosts, bool dnssd) {
-    const auto harness = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() /
-                         "scripts" / "netns";
+    const auto harness = std::filesystem::path(OXELO_SOURCE_DIR) / "scripts" / "netns";
     std::string command = harness.string() + " --logs " + path("logs") + " --config " +
                           path("cfg") + (dnssd ? " --dns-sd" : "");
     for (const auto& host : hosts) {

@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "capture/LFLiveVideoConfiguration.h"
-#include "capture/PixelBuffer.h"
+#include "media/LFLiveVideoConfiguration.h"
+#include "media/PixelBuffer.h"
 #include "platform/defaults/UserDefaults.h"
 #include "tests/support/TestSupport.h"
-#include "transport/LFVideoEncoding.h"
+#include "media/LFVideoEncoding.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <thread>
 
+#include "tests/support/FakeLifecycle.h"
 #include "encoding/LFHardwareVideoEncoder.h"
 #include "encoding/LibavVideoCodecSession.h"
 #include "tests/encoding/EncodingTestSupport.h"

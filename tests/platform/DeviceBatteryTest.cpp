@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/device/FakeBatteryMonitor.h"
+#include "tests/support/FakeBatteryMonitor.h"
 #include "platform/device/PowerSupply.h"
 #include "platform/device/PowerSupplyBattery.h"
 #include "tests/support/TestSupport.h"

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "tests/support/FakeLifecycle.h"
 #include "platform/device/AppLifecycle.h"
 #include "tests/support/TestSupport.h"
 

@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/device/FakeReachability.h"
+#include "tests/support/FakeReachability.h"
 #include "platform/device/NetlinkReachability.h"
 #include "tests/support/TestSupport.h"
 

@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include "platform/defaults/SettingsKeys.h"
-#include "tests/transport/WireVectors.h"
+#include "tests/support/WireVectors.h"
 #include "tests/transport/support/StreamSocketHarness.h"
 #include "transport/InitError.h"
 #include "transport/OXLiveSession.h"
-#include "transport/WireConstants.h"
+#include "wire/WireConstants.h"
 
 namespace oxelo {
 namespace {

@@ -7,11 +7,11 @@
 #include <future>
 #include <thread>
 
-#include "tests/transport/WireVectors.h"
+#include "tests/support/WireVectors.h"
 #include "tests/transport/support/StreamSocketHarness.h"
-#include "transport/CommandPackets.h"
-#include "transport/WireConstants.h"
-#include "transport/WireStream.h"
+#include "wire/CommandPackets.h"
+#include "wire/WireConstants.h"
+#include "wire/WireStream.h"
 
 namespace oxelo {
 namespace {

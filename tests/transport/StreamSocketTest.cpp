@@ -4,13 +4,13 @@
 // time.
 #include <gtest/gtest.h>
 
-#include "tests/transport/WireVectors.h"
+#include "tests/support/WireVectors.h"
 #include "tests/transport/support/StreamSocketHarness.h"
-#include "transport/CommandPackets.h"
-#include "transport/InfoPacket.h"
+#include "wire/CommandPackets.h"
+#include "wire/InfoPacket.h"
 #include "transport/InitError.h"
-#include "transport/TailBlocks.h"
-#include "transport/WireConstants.h"
+#include "wire/TailBlocks.h"
+#include "wire/WireConstants.h"
 
 namespace oxelo {
 namespace {

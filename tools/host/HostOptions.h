@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "discovery/HandshakePackets.h"
+#include "wire/HandshakePackets.h"
 
 namespace oxelo::host {
 

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "platform/log/Log.h"
-#include "transport/CarrierMapping.h"
-#include "transport/CommandPackets.h"
+#include "wire/CarrierMapping.h"
+#include "wire/CommandPackets.h"
 
 namespace oxelo::host {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "discovery/HandshakePackets.h"
+#include "wire/HandshakePackets.h"
 #include "tools/host/StreamChecker.h"
 
 namespace oxelo::host {

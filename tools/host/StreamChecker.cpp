@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include "transport/MediaPackets.h"
-#include "transport/WireConstants.h"
-#include "transport/WireStream.h"
+#include "wire/MediaPackets.h"
+#include "wire/WireConstants.h"
+#include "wire/WireStream.h"
 
 namespace oxelo::host {
 

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "transport/CarrierMapping.h"
-#include "transport/CommandPackets.h"
-#include "transport/InfoPacket.h"
-#include "transport/MediaPackets.h"
-#include "transport/TailBlocks.h"
+#include "wire/CarrierMapping.h"
+#include "wire/CommandPackets.h"
+#include "wire/InfoPacket.h"
+#include "wire/MediaPackets.h"
+#include "wire/TailBlocks.h"
 
 namespace oxelo::host {
 

@@ -14,7 +14,7 @@
 
 #include "channels/PTChannel.h"
 #include "platform/dispatch/MainQueue.h"
-#include "tests/channels/support/SocketTestSupport.h"
+#include "tests/support/SocketTestSupport.h"
 #include "tests/support/TestSupport.h"
 
 namespace oxelo::test {

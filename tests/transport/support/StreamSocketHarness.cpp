@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/defaults/SettingsKeys.h"
-#include "tests/transport/WireVectors.h"
+#include "tests/support/WireVectors.h"
 
 namespace oxelo::test {
 

@@ -5,13 +5,13 @@
 #include <mutex>
 #include <vector>
 
-#include "capture/LFLiveAudioConfiguration.h"
-#include "capture/LFLiveVideoConfiguration.h"
+#include "media/LFLiveAudioConfiguration.h"
+#include "media/LFLiveVideoConfiguration.h"
 #include "platform/defaults/UserDefaults.h"
-#include "tests/channels/support/SocketTestSupport.h"
+#include "tests/support/SocketTestSupport.h"
 #include "tests/support/TestSupport.h"
 #include "transport/OXStreamSocket.h"
-#include "transport/PlainStatusSource.h"
+#include "tests/support/PlainStatusSource.h"
 
 namespace oxelo::test {
 

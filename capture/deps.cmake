@@ -1,2 +1,0 @@
-pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa)
-target_link_libraries(${target} PUBLIC PkgConfig::ALSA)

@@ -1,0 +1,2 @@
+pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa)
+target_link_libraries(${target} ${scope} PkgConfig::ALSA)

@@ -1,0 +1,1 @@
+set(extra_libs oxelo_socket_test_support)

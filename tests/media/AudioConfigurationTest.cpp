@@ -1,0 +1,101 @@
+#include <gtest/gtest.h>
+
+#include "media/LFLiveAudioConfiguration.h"
+#include "platform/defaults/SettingsKeys.h"
+#include "tests/support/CameraTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+struct AscCase {
+  const char* name;
+  uint64_t sampleRate, channels;
+  uint8_t byte0, byte1;
+};
+
+class AudioAscTest : public testing::TestWithParam<AscCase> {};
+
+TEST_P(AudioAscTest, WritesTheTwoBytes) {
+  const auto& c = GetParam();
+  LFLiveAudioConfiguration a;
+  a.setNumberOfChannels(c.channels);
+  a.setAudioSampleRate(c.sampleRate);
+  EXPECT_EQ(a.asc()[0], c.byte0);
+  EXPECT_EQ(a.asc()[1], c.byte1);
+  // The same bytes whichever is set last.
+  LFLiveAudioConfiguration b;
+  b.setAudioSampleRate(c.sampleRate);
+  b.setNumberOfChannels(c.channels);
+  EXPECT_EQ(b.asc()[0], c.byte0);
+  EXPECT_EQ(b.asc()[1], c.byte1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, AudioAscTest,
+                         testing::Values(AscCase{"Stereo48000", 48000, 2, 0x11, 0x90},
+                                         AscCase{"Stereo44100", 44100, 2, 0x12, 0x10},
+                                         AscCase{"Mono16000", 16000, 1, 0x14, 0x08},
+                                         // index 0: 0x10, 0x00 | 2 << 3
+                                         AscCase{"Stereo96000", 96000, 2, 0x10, 0x10},
+                                         // index 12: 0x10 | 6, (12 << 7) & 0xff = 0, 1 << 3
+                                         AscCase{"Mono7350", 7350, 1, 0x16, 0x08},
+                                         // unknown rate: index 15 -> 0x17, 0x80 | 2 << 3
+                                         AscCase{"UnknownRate", 50000, 2, 0x17, 0x90}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(AudioConfigurationTest, SampleRateIndexFollowsTheMpeg4Table) {
+  const uint64_t rates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
+                            22050, 16000, 12000, 11025, 8000,  7350};
+  for (uint8_t i = 0; i < 13; ++i) {
+    EXPECT_EQ(LFLiveAudioConfiguration::sampleRateIndex(rates[i]), i) << rates[i];
+  }
+  EXPECT_EQ(LFLiveAudioConfiguration::sampleRateIndex(0), 15);
+  EXPECT_EQ(LFLiveAudioConfiguration::sampleRateIndex(44000), 15);
+}
+
+struct QualityCase {
+  const char* name;
+  uint64_t quality;
+  long long audioFormat;
+  uint64_t channels, sampleRate, bitrate, bufferLength;
+};
+
+class AudioQualityTest : public testing::TestWithParam<QualityCase> {};
+
+TEST_P(AudioQualityTest, FillsFromTheTable) {
+  test::CameraAndSettings env(
+      std::make_shared<CameraSystem>("none", std::vector<std::shared_ptr<CaptureDevice>>{}));
+  const auto& c = GetParam();
+  env.defaults().setInteger(keys::audioFormat, c.audioFormat);
+  auto a = LFLiveAudioConfiguration::defaultConfigurationForQuality(c.quality);
+  EXPECT_EQ(a->numberOfChannels(), c.channels);
+  EXPECT_EQ(a->audioSampleRate(), c.sampleRate);
+  EXPECT_EQ(a->audioBitrate(), c.bitrate);
+  EXPECT_EQ(a->bufferLength(), c.bufferLength);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Qualities, AudioQualityTest,
+    testing::Values(QualityCase{"LowStereo", 0, 2, 2, 16000, 64000, 4096},
+                    QualityCase{"LowMono", 0, 1, 1, 16000, 32000, 2048},
+                    QualityCase{"MediumStereo", 1, 2, 2, 44100, 96000, 4096},
+                    QualityCase{"MediumMono", 1, 1, 1, 44100, 64000, 2048},
+                    QualityCase{"HighStereo", 2, 2, 2, 48000, 128000, 4096},
+                    QualityCase{"HighMono", 2, 1, 1, 48000, 96000, 2048},
+                    // No audio still gives a stereo record.
+                    QualityCase{"FormatNoneIsStereo", 1, 0, 2, 44100, 96000, 4096},
+                    QualityCase{"OtherQualitySetsChannelsOnly", 7, 1, 1, 0, 0, 2048}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(AudioConfigurationTest, DefaultConfigurationIsQualityTwo) {
+  test::CameraAndSettings env(
+      std::make_shared<CameraSystem>("none", std::vector<std::shared_ptr<CaptureDevice>>{}));
+  env.defaults().setInteger(keys::audioFormat, 1);
+  auto a = LFLiveAudioConfiguration::defaultConfiguration();
+  EXPECT_EQ(a->audioSampleRate(), 48000u);
+  EXPECT_EQ(a->audioBitrate(), 96000u);
+  EXPECT_EQ(a->asc()[0], 0x11);
+  EXPECT_EQ(a->asc()[1], 0x88);  // (3 << 7) & 0xff | 1 << 3
+}
+
+}  // namespace
+}  // namespace oxelo

@@ -1,0 +1,326 @@
+#include <gtest/gtest.h>
+
+#include "media/LFLiveVideoConfiguration.h"
+#include "platform/defaults/SettingsKeys.h"
+#include "tests/support/CameraTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using nlohmann::json;
+
+std::shared_ptr<LFLiveVideoConfiguration> build(uint64_t quality, uint64_t preset, int64_t fps,
+                                                int64_t orientation = 3) {
+  return LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
+      quality, preset, fps, orientation);
+}
+
+struct BitRateRow {
+  uint64_t preset, quality, bitRate, minBitRate, maxBitRate;
+};
+
+class VideoBitRateTableTest : public testing::TestWithParam<BitRateRow> {};
+
+// H.264 at 25 frames per second, on a camera that takes every preset.
+TEST_P(VideoBitRateTableTest, MatchesTheTable) {
+  test::CameraAndSettings env(test::defaultVirtualCameraSystem());
+  const auto& row = GetParam();
+  auto c = build(row.quality, row.preset, 25);
+  EXPECT_EQ(c->sessionPreset(), row.preset);
+  EXPECT_EQ(c->videoBitRate(), row.bitRate);
+  EXPECT_EQ(c->videoMinBitRate(), row.minBitRate);
+  EXPECT_EQ(c->videoMaxBitRate(), row.maxBitRate);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Presets, VideoBitRateTableTest,
+    testing::Values(
+        BitRateRow{0, 0, 460800, 92160, 552960}, BitRateRow{0, 1, 1152000, 230400, 1382400},
+        BitRateRow{0, 2, 2304000, 460800, 2764800}, BitRateRow{1, 0, 614400, 122880, 737280},
+        BitRateRow{1, 1, 1536000, 307200, 1843200}, BitRateRow{1, 2, 3072000, 614400, 3686400},
+        BitRateRow{2, 0, 1036800, 207360, 1244160}, BitRateRow{2, 1, 2592000, 518400, 3110400},
+        BitRateRow{2, 2, 5184000, 1036800, 6220800}, BitRateRow{3, 0, 960000, 192000, 1152000},
+        BitRateRow{3, 1, 2400000, 480000, 2880000}, BitRateRow{3, 2, 4800000, 960000, 5760000},
+        BitRateRow{4, 0, 1843200, 368640, 2211840}, BitRateRow{4, 1, 4608000, 921600, 5529600},
+        BitRateRow{4, 2, 9216000, 1843200, 11059200}, BitRateRow{5, 0, 2457600, 491520, 2949120},
+        BitRateRow{5, 1, 6144000, 1228800, 7372800}, BitRateRow{5, 2, 12288000, 2457600, 14745600},
+        BitRateRow{6, 0, 2073600, 414720, 2488320}, BitRateRow{6, 1, 5184000, 1036800, 6220800},
+        BitRateRow{6, 2, 10368000, 2073600, 12441600}, BitRateRow{7, 0, 2457600, 491520, 2949120},
+        BitRateRow{7, 1, 6144000, 1228800, 7372800}, BitRateRow{7, 2, 12288000, 2457600, 14745600},
+        BitRateRow{8, 0, 4147200, 829440, 4976640}, BitRateRow{8, 1, 10368000, 2073600, 12441600},
+        BitRateRow{8, 2, 20736000, 4147200, 24883200}),
+    [](const auto& info) {
+      return "Preset" + std::to_string(info.param.preset) + "Quality" +
+             std::to_string(info.param.quality);
+    });
+
+struct RateCase {
+  const char* name;
+  uint64_t preset, quality;
+  int64_t fps;
+  int encoder;
+  uint64_t bitRate, minBitRate, maxBitRate;
+};
+
+class VideoBitRateCodecAndRateTest : public testing::TestWithParam<RateCase> {};
+
+TEST_P(VideoBitRateCodecAndRateTest, ScalesForHevcAndTheFrameRate) {
+  test::CameraAndSettings env(test::defaultVirtualCameraSystem());
+  const auto& c = GetParam();
+  env.defaults().setInteger(keys::videoEncoder, c.encoder);
+  auto v = build(c.quality, c.preset, c.fps);
+  EXPECT_EQ(v->videoBitRate(), c.bitRate);
+  EXPECT_EQ(v->videoMinBitRate(), c.minBitRate);
+  EXPECT_EQ(v->videoMaxBitRate(), c.maxBitRate);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, VideoBitRateCodecAndRateTest,
+                         testing::Values(
+                             // 12288000 x 30 / 25 = 14745600
+                             RateCase{"Preset7At30", 7, 2, 30, 0, 14745600, 2949120, 17694720},
+                             // 5184000 x 0.6 = 3110400, x 30 / 25 = 3732480
+                             RateCase{"Preset6HevcAt30", 6, 1, 30, 1, 3732480, 746496, 4478976},
+                             // 4608000 x 0.6 = 2764800 at 25
+                             RateCase{"Preset4HevcAt25", 4, 1, 25, 1, 2764800, 552960, 3317760},
+                             // 1536000 x 60 / 25 = 3686400
+                             RateCase{"Preset1At60", 1, 1, 60, 0, 3686400, 737280, 4423680},
+                             // 460800 x 15 / 25 = 276480
+                             RateCase{"Preset0At15", 0, 0, 15, 0, 276480, 55296, 331776},
+                             // An encoder value other than 1 is H.264.
+                             RateCase{"EncoderTwoIsNotHevc", 4, 1, 25, 2, 4608000, 921600, 5529600},
+                             // A quality outside 0 to 2 leaves the rates at 0.
+                             RateCase{"QualityThree", 4, 3, 25, 0, 0, 0, 0}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(VideoConfigurationTest, FrameRatesFollowTheRate) {
+  test::CameraAndSettings env(test::defaultVirtualCameraSystem());
+  auto v = build(1, 4, 15);
+  EXPECT_EQ(v->videoFrameRate(), 15u);
+  EXPECT_EQ(v->videoMaxFrameRate(), 15u);
+  EXPECT_EQ(v->videoMinFrameRate(), 7u);
+  EXPECT_EQ(v->videoMaxKeyframeInterval(), 15u);
+}
+
+struct SizeCase {
+  const char* name;
+  uint64_t preset;
+  int64_t orientation;
+  VideoSize size;
+  bool landscape;
+  uint64_t bitRate;  // quality 1: the same in either orientation
+};
+
+class VideoSizeOrientationTest : public testing::TestWithParam<SizeCase> {};
+
+TEST_P(VideoSizeOrientationTest, LandscapeTurnsTheSize) {
+  test::CameraAndSettings env(test::defaultVirtualCameraSystem());
+  const auto& c = GetParam();
+  auto v = build(1, c.preset, 25, c.orientation);
+  EXPECT_EQ(v->videoSize(), c.size);
+  EXPECT_EQ(v->captureOutVideoSize(), c.size);
+  EXPECT_EQ(v->landscape(), c.landscape);
+  EXPECT_EQ(v->outputImageOrientation(), c.orientation);
+  EXPECT_EQ(v->videoBitRate(), c.bitRate);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Orientations, VideoSizeOrientationTest,
+    testing::Values(SizeCase{"LandscapeRight", 4, 3, {1280, 720}, true, 4608000},
+                    SizeCase{"LandscapeLeft", 4, 4, {1280, 720}, true, 4608000},
+                    SizeCase{"Portrait", 4, 1, {720, 1280}, false, 4608000},
+                    SizeCase{"UpsideDown", 4, 2, {720, 1280}, false, 4608000},
+                    SizeCase{"LandscapePreset3", 3, 3, {800, 600}, true, 2400000},
+                    SizeCase{"PortraitPreset0", 0, 1, {360, 640}, false, 1152000},
+                    SizeCase{"BeyondTheTableIsPreset1", 11, 3, {640, 480}, true, 1536000}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct SetterCase {
+  const char* name;
+  std::function<void(LFLiveVideoConfiguration&)> set;
+  std::function<uint64_t(const LFLiveVideoConfiguration&)> get;
+  uint64_t expected;
+};
+
+class VideoSetterOrderTest : public testing::TestWithParam<SetterCase> {};
+
+// Bit rate 1000 and frame rate 30 set first, bounds 1200 / 200 and 30 / 15.
+TEST_P(VideoSetterOrderTest, RefusesValuesThatBreakTheOrder) {
+  LFLiveVideoConfiguration v;
+  v.setVideoBitRate(1000);
+  v.setVideoMaxBitRate(1200);
+  v.setVideoMinBitRate(200);
+  v.setVideoFrameRate(30);
+  v.setVideoMaxFrameRate(30);
+  v.setVideoMinFrameRate(15);
+  GetParam().set(v);
+  EXPECT_EQ(GetParam().get(v), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Setters, VideoSetterOrderTest,
+    testing::Values(
+        SetterCase{"MaxBitRateBelowTheRate", [](auto& v) { v.setVideoMaxBitRate(999); },
+                   [](const auto& v) { return v.videoMaxBitRate(); }, 1200},
+        SetterCase{"MaxBitRateEqualToTheRate", [](auto& v) { v.setVideoMaxBitRate(1000); },
+                   [](const auto& v) { return v.videoMaxBitRate(); }, 1000},
+        SetterCase{"MinBitRateAboveTheRate", [](auto& v) { v.setVideoMinBitRate(1001); },
+                   [](const auto& v) { return v.videoMinBitRate(); }, 200},
+        SetterCase{"MinBitRateEqualToTheRate", [](auto& v) { v.setVideoMinBitRate(1000); },
+                   [](const auto& v) { return v.videoMinBitRate(); }, 1000},
+        SetterCase{"MaxFrameRateBelowTheRate", [](auto& v) { v.setVideoMaxFrameRate(29); },
+                   [](const auto& v) { return v.videoMaxFrameRate(); }, 30},
+        SetterCase{"MaxFrameRateAbove", [](auto& v) { v.setVideoMaxFrameRate(60); },
+                   [](const auto& v) { return v.videoMaxFrameRate(); }, 60},
+        SetterCase{"MinFrameRateAboveTheRate", [](auto& v) { v.setVideoMinFrameRate(31); },
+                   [](const auto& v) { return v.videoMinFrameRate(); }, 15},
+        SetterCase{"MinFrameRateBelow", [](auto& v) { v.setVideoMinFrameRate(10); },
+                   [](const auto& v) { return v.videoMinFrameRate(); }, 10},
+        // Moving the rate later does not move the bounds.
+        SetterCase{"RateChangeKeepsTheBounds", [](auto& v) { v.setVideoBitRate(5000); },
+                   [](const auto& v) { return v.videoMaxBitRate(); }, 1200}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Presets fall back to what the back camera takes.
+struct FallbackCase {
+  const char* name;
+  json cameras;
+  long long backCameraType;
+  uint64_t asked, settled;
+};
+
+json camerasWith(std::initializer_list<json> cameras) { return {{"cameras", cameras}}; }
+
+json allButFourK(const char* type = "wide") {
+  return test::cameraJson(
+      type, "back", {{{640, 480}, 30}, {{960, 540}, 30}, {{1280, 720}, 60}, {{1920, 1080}, 60}});
+}
+
+class VideoPresetFallbackTest : public testing::TestWithParam<FallbackCase> {};
+
+TEST_P(VideoPresetFallbackTest, SettlesOnTheLargestPresetTheBackCameraTakes) {
+  const auto& c = GetParam();
+  test::CameraAndSettings env(test::camerasFromJson(c.cameras));
+  env.defaults().setInteger(keys::backCameraType, c.backCameraType);
+  auto v = build(2, c.asked, 25, 1);
+  EXPECT_EQ(v->sessionPreset(), c.settled);
+  // The record carries the size of the preset it settled on.
+  EXPECT_EQ(v->videoSize(), portraitSizeOfPreset(c.settled));
+  EXPECT_EQ(v->avSessionPreset(), capturePresetOfPreset(c.settled));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cameras, VideoPresetFallbackTest,
+    testing::Values(
+        // 8 and 7 share the refused 3840x2160: 6 is the first accepted.
+        FallbackCase{"NoFourKGoesFrom8To6", camerasWith({allButFourK()}), 0, 8, 6},
+        FallbackCase{"NoFourKGoesFrom7To6", camerasWith({allButFourK()}), 0, 7, 6},
+        FallbackCase{"SupportedPresetStays", camerasWith({allButFourK()}), 0, 5, 5},
+        FallbackCase{
+            "OnlyTwoSizes",
+            camerasWith({test::cameraJson("wide", "back", {{{640, 480}, 30}, {{1280, 720}, 30}})}),
+            0, 6, 4},
+        FallbackCase{
+            "OnlyTwoSizesSkips960",
+            camerasWith({test::cameraJson("wide", "back", {{{640, 480}, 30}, {{1280, 720}, 30}})}),
+            0, 2, 1},
+        FallbackCase{"NoCameraGivesZero", camerasWith({}), 0, 6, 0},
+        FallbackCase{"OnlyAFrontCameraGivesZero",
+                     camerasWith({test::cameraJson("wide", "front", {{{1920, 1080}, 30}})}), 0, 6,
+                     0},
+        // The chosen type stands ahead of the wide-angle camera.
+        FallbackCase{"DualCameraAsked",
+                     camerasWith({test::cameraJson("wide", "back", {{{3840, 2160}, 30}}),
+                                  test::cameraJson("dual", "back", {{{1280, 720}, 30}})}),
+                     1, 8, 4},
+        // Without it, the wide-angle camera answers.
+        FallbackCase{"MissingTripleFallsToWide",
+                     camerasWith({test::cameraJson("wide", "back", {{{3840, 2160}, 30}})}), 3, 8,
+                     8},
+        // Type 4 names no camera: the wide-angle camera alone.
+        FallbackCase{"UnknownTypeIsWide",
+                     camerasWith({test::cameraJson("wide", "back", {{{1920, 1080}, 30}}),
+                                  test::cameraJson("triple", "back", {{{3840, 2160}, 30}})}),
+                     4, 8, 6}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(VideoConfigurationTest, ThePresetFallbackSetsTheBitRateOfTheLowerSize) {
+  test::CameraAndSettings env(test::camerasFromJson(camerasWith({allButFourK()})));
+  auto v = build(1, 8, 25, 3);
+  EXPECT_EQ(v->sessionPreset(), 6u);
+  EXPECT_EQ(v->videoSize(), (VideoSize{1920, 1080}));
+  EXPECT_EQ(v->videoBitRate(), 5184000u);
+}
+
+TEST(VideoConfigurationTest, SetSessionPresetProbesTheValue) {
+  test::CameraAndSettings env(test::camerasFromJson(camerasWith({allButFourK()})));
+  LFLiveVideoConfiguration v;
+  v.setSessionPreset(8);
+  EXPECT_EQ(v.sessionPreset(), 6u);
+  EXPECT_EQ(v.supportSessionPreset(3), 3u);
+}
+
+TEST(VideoConfigurationTest, ClassOperationsForwardTheirDefaults) {
+  test::CameraAndSettings env(test::defaultVirtualCameraSystem());
+  for (const auto& v :
+       {LFLiveVideoConfiguration::defaultConfiguration(),
+        LFLiveVideoConfiguration::defaultConfigurationForQuality(1),
+        LFLiveVideoConfiguration::defaultConfigurationForQualityOutputImageOrientation(1, 3)}) {
+    EXPECT_EQ(v->sessionPreset(), 1u);
+    EXPECT_EQ(v->outputImageOrientation(), 3);
+    EXPECT_EQ(v->videoFrameRate(), 25u);
+    EXPECT_EQ(v->videoSize(), (VideoSize{640, 480}));
+    EXPECT_EQ(v->videoBitRate(), 1536000u);
+  }
+  auto low = LFLiveVideoConfiguration::defaultConfigurationForQualityOutputImageOrientation(0, 1);
+  EXPECT_EQ(low->videoSize(), (VideoSize{480, 640}));
+  EXPECT_EQ(low->videoBitRate(), 614400u);
+}
+
+TEST(VideoConfigurationTest, CapturePresetTextsOfEveryValue) {
+  const char* expected[] = {AVCaptureSessionPreset640x480,       AVCaptureSessionPreset640x480,
+                            AVCaptureSessionPresetiFrame960x540, AVCaptureSessionPreset1280x720,
+                            AVCaptureSessionPreset1280x720,      AVCaptureSessionPreset1920x1080,
+                            AVCaptureSessionPreset1920x1080,     AVCaptureSessionPreset3840x2160,
+                            AVCaptureSessionPreset3840x2160,     AVCaptureSessionPreset640x480};
+  for (uint64_t v = 0; v < 10; ++v) {
+    EXPECT_EQ(LFLiveVideoConfiguration::avSessionPresetForLFLiveVideoSessionPreset(v), expected[v])
+        << v;
+  }
+}
+
+struct AspectCase {
+  const char* name;
+  uint64_t preset;
+  int64_t orientation;
+  VideoSize stored, expected;
+};
+
+class VideoAspectRatioTest : public testing::TestWithParam<AspectCase> {};
+
+TEST_P(VideoAspectRatioTest, FitsTheCaptureProportionsIntoTheStoredSize) {
+  test::CameraAndSettings env(test::defaultVirtualCameraSystem());
+  const auto& c = GetParam();
+  auto v = build(1, c.preset, 25, c.orientation);
+  v->setVideoSize(c.stored);
+  EXPECT_EQ(v->aspectRatioVideoSize(), c.expected);
+  EXPECT_EQ(v->videoSize(), c.stored);
+  v->setVideoSizeRespectingAspectRatio(true);
+  EXPECT_EQ(v->videoSize(), c.expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, VideoAspectRatioTest,
+                         testing::Values(
+                             // 1280x720 into 1000x1000: 1000 x 562.5, up to 563, even 562.
+                             AspectCase{"WideIntoSquare", 4, 3, {1000, 1000}, {1000, 562}},
+                             // 720x1280 into 1000x1000: 562.5 x 1000.
+                             AspectCase{"TallIntoSquare", 4, 1, {1000, 1000}, {562, 1000}},
+                             // Same proportions: the size itself.
+                             AspectCase{"SameProportions", 6, 3, {1920, 1080}, {1920, 1080}},
+                             // 800x600 into 1279x720: 960 x 720.
+                             AspectCase{"FourByThreeIntoWide", 3, 3, {1279, 720}, {960, 720}},
+                             // 640x480 into 333x333: 333 x 249.75, up to 333 x 250, even 332 x 250.
+                             AspectCase{"OddSidesBecomeEven", 1, 3, {333, 333}, {332, 250}}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace oxelo

@@ -1,0 +1,1 @@
+set(extra_libs oxelo_platform_audio)

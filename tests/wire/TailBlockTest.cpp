@@ -1,0 +1,213 @@
+#include "wire/TailBlocks.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/WireTestBytes.h"
+#include "tests/support/WireVectors.h"
+
+namespace oxelo::wire {
+namespace {
+
+TEST(TailBlockTest, StatusBlockScalesAndPacksTheCurrentSettings) {
+  EXPECT_EQ(buildStatusBlock(PlainStatusSource(test::statusValues())), test::statusBlock());
+}
+
+TEST(TailBlockTest, CapabilityBlockOfTheFrontCamera) {
+  EXPECT_EQ(buildCapabilityBlock(PlainStatusSource(test::frontCameraValues())),
+            test::frontCapabilityBlock());
+}
+
+TEST(TailBlockTest, CapabilityBlockOfTheTelephotoCamera) {
+  EXPECT_EQ(buildCapabilityBlock(PlainStatusSource(test::telephotoCameraValues())),
+            test::telephotoCapabilityBlock());
+}
+
+TEST(TailBlockTest, BatteryWithoutChargingAndNoTorchOnTheCamera) {
+  StreamStatusValues v = test::statusValues();
+  v.batteryState = 1;
+  v.torchAvailable = false;
+  Bytes expected = test::statusBlock();
+  test::place(expected, 12, "05 0F 00 02");
+  test::place(expected, 52, "4B 00 00 00");
+  EXPECT_EQ(buildStatusBlock(PlainStatusSource(v)), expected);
+}
+
+struct ChoiceCase {
+  const char* name;
+  bool deviceChanged;
+  int64_t sendStatus;
+  TailChoice expected;
+};
+
+class TailChoiceTest : public testing::TestWithParam<ChoiceCase> {};
+
+TEST_P(TailChoiceTest, PicksTheBlockAndLeavesTheFlags) {
+  EXPECT_EQ(chooseTailBlock(GetParam().deviceChanged, GetParam().sendStatus), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Choices, TailChoiceTest,
+    testing::Values(
+        ChoiceCase{"ChangedDeviceTakesCapability", true, 0, {TailBlock::Capability, false, 0}},
+        ChoiceCase{
+            "CapabilityWinsAndOneShotRequestWaits", true, 2, {TailBlock::Capability, false, 2}},
+        ChoiceCase{"CapabilityWinsOverStanding", true, 1, {TailBlock::Capability, false, 1}},
+        ChoiceCase{"NoRequestNoBlock", false, 0, {TailBlock::None, false, 0}},
+        ChoiceCase{"OneShotRequestIsUsedUp", false, 2, {TailBlock::Status, false, 0}},
+        ChoiceCase{"StandingRequestStays", false, 1, {TailBlock::Status, false, 1}},
+        ChoiceCase{"ThreeActsAsStanding", false, 3, {TailBlock::Status, false, 3}},
+        ChoiceCase{"NegativeActsAsStanding", false, -1, {TailBlock::Status, false, -1}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct KindCase {
+  const char* name;
+  int64_t position;
+  const char* type;
+  bool newer;
+  uint32_t kind;
+};
+
+class CameraKindTest : public testing::TestWithParam<KindCase> {};
+
+TEST_P(CameraKindTest, NumbersTheActiveCamera) {
+  EXPECT_EQ(cameraKind(GetParam().position, GetParam().type, GetParam().newer), GetParam().kind);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, CameraKindTest,
+    testing::Values(KindCase{"FrontIsZero", 2, device_type::kWideAngle, true, 0},
+                    KindCase{"FrontWhateverItsType", 2, device_type::kTelephoto, false, 0},
+                    KindCase{"UltraWide", 1, device_type::kUltraWide, true, 3},
+                    KindCase{"Dual", 1, device_type::kDual, true, 4},
+                    KindCase{"DualOlder", 1, device_type::kDual, false, 3},
+                    KindCase{"DualWide", 1, device_type::kDualWide, true, 5},
+                    KindCase{"Triple", 1, device_type::kTriple, true, 6},
+                    KindCase{"TelephotoIsSevenNotTwo", 1, device_type::kTelephoto, true, 7},
+                    KindCase{"TelephotoOlder", 1, device_type::kTelephoto, false, 2},
+                    KindCase{"OtherBack", 1, device_type::kWideAngle, true, 7},
+                    KindCase{"OtherBackOlder", 1, device_type::kWideAngle, false, 3},
+                    KindCase{"UnknownText", 1, "usb-camera", true, 7}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct FlagsCase {
+  const char* name;
+  void (*change)(StreamStatusValues&);
+  uint32_t word;
+};
+
+// Each case starts from a session with everything off and torch 0.
+class SessionFlagsTest : public testing::TestWithParam<FlagsCase> {};
+
+TEST_P(SessionFlagsTest, PacksTheSessionState) {
+  StreamStatusValues v;
+  GetParam().change(v);
+  EXPECT_EQ(sessionFlagsWord(PlainStatusSource(v)), GetParam().word);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Flags, SessionFlagsTest,
+    testing::Values(
+        FlagsCase{"Nothing", [](StreamStatusValues&) {}, 0x00000000},
+        FlagsCase{"MethodWithoutBeautyIsOff", [](StreamStatusValues& v) { v.beautyMethod = 1; }, 0},
+        FlagsCase{"BeautyMethodOne",
+                  [](StreamStatusValues& v) { v.beautyFace = true, v.beautyMethod = 1; }, 0x1},
+        FlagsCase{"BeautyOtherMethod",
+                  [](StreamStatusValues& v) { v.beautyFace = true, v.beautyMethod = 0; }, 0x2},
+        FlagsCase{"Mirror", [](StreamStatusValues& v) { v.mirror = true; }, 0x4},
+        FlagsCase{"Dim", [](StreamStatusValues& v) { v.dim = true; }, 0x10},
+        FlagsCase{"TorchFive", [](StreamStatusValues& v) { v.torch = 5; }, 0x500},
+        FlagsCase{"TorchLowFourBits", [](StreamStatusValues& v) { v.torch = 18; }, 0x200},
+        FlagsCase{"NoTorchIsFifteen",
+                  [](StreamStatusValues& v) { v.torch = 2, v.torchAvailable = false; }, 0xF00},
+        FlagsCase{"LockState", [](StreamStatusValues& v) { v.aeafLock = 1; }, 0x01000000},
+        FlagsCase{"LockLowFourBits", [](StreamStatusValues& v) { v.aeafLock = 0x15; }, 0x05000000}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct ControlCase {
+  const char* name;
+  void (*change)(StreamStatusValues&);
+  uint32_t exposure, whiteBalance, focus;
+};
+
+// Each case starts from all three controls automatic, unlocked, mode 2.
+class ControlFlagsTest : public testing::TestWithParam<ControlCase> {};
+
+TEST_P(ControlFlagsTest, PacksManualLockedCustomAndMode) {
+  StreamStatusValues v;
+  GetParam().change(v);
+  PlainStatusSource s(v);
+  EXPECT_EQ(exposureFlagsWord(s), GetParam().exposure);
+  EXPECT_EQ(whiteBalanceFlagsWord(s), GetParam().whiteBalance);
+  EXPECT_EQ(focusFlagsWord(s), GetParam().focus);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Controls, ControlFlagsTest,
+    testing::Values(ControlCase{"AllAutomatic", [](StreamStatusValues&) {}, 0x200, 0x200, 0x200},
+                    ControlCase{"AllManual",
+                                [](StreamStatusValues& v) {
+                                  v.autoExposure = v.autoWhiteBalance = v.autoFocus = false;
+                                },
+                                0x201, 0x201, 0x201},
+                    ControlCase{"AllLockedInModeZero",
+                                [](StreamStatusValues& v) {
+                                  v.aeLock = v.awbLock = v.afLock = true;
+                                  v.exposureMode = v.whiteBalanceMode = v.focusMode = 0;
+                                },
+                                0x002, 0x002, 0x002},
+                    ControlCase{"CustomExposureOnlyMarksExposure",
+                                [](StreamStatusValues& v) {
+                                  v.exposureMode = 3;
+                                  v.whiteBalanceMode = v.focusMode = 3;
+                                },
+                                0x304, 0x300, 0x300}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct ZoomCase {
+  const char* name;
+  const char* type;
+  double maxZoom;
+  bool newer;
+  uint8_t capabilities;  // byte 84
+  uint8_t maxWord;       // byte 80
+};
+
+class ZoomCapabilityTest : public testing::TestWithParam<ZoomCase> {};
+
+TEST_P(ZoomCapabilityTest, MarksZoomAndTheUltraWidePart) {
+  StreamStatusValues v = test::frontCameraValues();
+  v.captureDevicePosition = 1;
+  v.captureDeviceType = GetParam().type;
+  v.maxZoomScale = GetParam().maxZoom;
+  v.newerCameraKinds = GetParam().newer;
+  Bytes block = buildCapabilityBlock(PlainStatusSource(v));
+  ASSERT_EQ(block.size(), 88u);
+  EXPECT_EQ(block[84], GetParam().capabilities);
+  EXPECT_EQ(block[80], GetParam().maxWord);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Zoom, ZoomCapabilityTest,
+    testing::Values(ZoomCase{"NoZoom", device_type::kWideAngle, 1.0, true, 0x00, 0x0A},
+                    ZoomCase{"Zoom", device_type::kWideAngle, 1.5, true, 0x01, 0x0F},
+                    ZoomCase{"Triple", device_type::kTriple, 20.0, true, 0x03, 0xC8},
+                    ZoomCase{"DualWide", device_type::kDualWide, 10.0, true, 0x03, 0x64},
+                    ZoomCase{"TripleOnOlderPlatform", device_type::kTriple, 10.0, false, 0x01,
+                             0x64}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(TailBlockTest, ZoomRoundsHalvesAwayFromZero) {
+  StreamStatusValues v;
+  v.zoomScale = 1.25;  // exactly 12.5
+  EXPECT_EQ(buildStatusBlock(PlainStatusSource(v))[48], 0x0D);
+  v.zoomScale = 1.24;
+  EXPECT_EQ(buildStatusBlock(PlainStatusSource(v))[48], 0x0C);
+  v.zoomScale = -0.75;  // exactly -7.5
+  Bytes block = buildStatusBlock(PlainStatusSource(v));
+  EXPECT_EQ(Bytes(block.begin() + 48, block.begin() + 52), test::hex("F8 FF FF FF"));
+}
+
+}  // namespace
+}  // namespace oxelo::wire
