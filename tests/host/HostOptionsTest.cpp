@@ -227,7 +227,6 @@ INSTANTIATE_TEST_SUITE_P(
                     BadLineCase{"PublishWithValue", {"listen", "--publish=yes"}},
                     BadLineCase{"ProbePortZero", {"listen", "--answer-probes=0"}},
                     BadLineCase{"ProbePortsTrailingComma", {"listen", "--answer-probes=5895,"}},
-                    BadLineCase{"ProbePortsEmpty", {"listen", "--answer-probes="}},
                     BadLineCase{"ProbePortNotANumber", {"listen", "--answer-probes=udp"}}),
     [](const auto& info) { return std::string(info.param.name); });
 

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <charconv>
 #include <cmath>
@@ -288,145 +289,176 @@ std::optional<handshake::VideoSettings> parseSettingsText(const std::string& tex
   return s;
 }
 
+namespace {
+
+// What the options of one subcommand fill in; the defaults that depend on
+// the mode are settled once it is known.
+struct Collected {
+  HostOptions o;
+  std::optional<uint16_t> port;
+  std::optional<std::string> probes;  // the value of --answer-probes, "" alone
+};
+
+// A value that does not read: CLI11 reports it as "--option: text".
+[[noreturn]] void refuse(const std::string& option, const std::string& text) {
+  throw CLI::ValidationError(option, text);
+}
+
+void addCommonOptions(CLI::App& app, Collected& c) {
+  app.add_option_function<std::string>("--name", [&c](const std::string& v) {
+    if (v.empty()) refuse("--name", "the name must not be empty");
+    c.o.name = v;
+  });
+  app.add_option_function<std::string>("--settings", [&c](const std::string& v) {
+    std::string error;
+    c.o.settings = parseSettingsText(v, error);
+    if (!c.o.settings) refuse("--settings", error);
+  });
+  app.add_flag_function(
+         "--no-start", [&c](int64_t) { c.o.sendStart = false; }, "")
+      ->disable_flag_override();
+  app.add_option_function<std::string>("--duration", [&c](const std::string& v) {
+    c.o.duration = parseSeconds(v, /*allowZero=*/false);
+    if (!c.o.duration) refuse("--duration", "bad duration '" + v + "'");
+  });
+  app.add_option_function<std::vector<std::string>>("--command",
+                                                    [&c](const std::vector<std::string>& texts) {
+                                                      for (const auto& text : texts) {
+                                                        std::string error;
+                                                        auto command =
+                                                            parseCommandText(text, error);
+                                                        if (!command) refuse("--command", error);
+                                                        c.o.commands.push_back(*command);
+                                                      }
+                                                    })
+      ->allow_extra_args(false)
+      ->take_all();
+  app.add_option_function<std::string>("--end", [&c](const std::string& v) {
+    auto end = parseEndAction(v);
+    if (!end) refuse("--end", "takes close, 24, 25 or 26, not '" + v + "'");
+    c.o.end = *end;
+  });
+  app.add_option_function<std::string>("--report", [&c](const std::string& v) {
+    if (v.empty()) refuse("--report", "the report file name must not be empty");
+    c.o.reportPath = v;
+  });
+  app.add_option_function<std::string>("--output", [&c](const std::string& v) {
+    if (!Remuxer::supportsPath(v))
+      refuse("--output", "takes a file ending in .mkv or .mp4, not '" + v + "'");
+    c.o.outputPath = v;
+  });
+}
+
+// --port, from `min` (listen takes 0 for a free port).
+void addPortOption(CLI::App& app, Collected& c, uint64_t min) {
+  app.add_option_function<std::string>("--port", [&c, min](const std::string& v) {
+    auto port = parseUnsigned(v, min, 65535);
+    if (!port) refuse("--port", "bad port '" + v + "'");
+    c.port = static_cast<uint16_t>(*port);
+  });
+}
+
+void addListenOptions(CLI::App& app, Collected& c) {
+  app.add_option_function<std::string>("--bind", [&c](const std::string& v) {
+    if (!isIpv4Address(v)) refuse("--bind", "bad IPv4 address '" + v + "'");
+    c.o.address = v;
+  });
+  app.add_option_function<std::string>("--wait", [&c](const std::string& v) {
+    c.o.wait = parseSeconds(v, /*allowZero=*/true);
+    if (!c.o.wait) refuse("--wait", "bad number of seconds '" + v + "'");
+  });
+  // A flag, so that its list comes only after '='; alone it gives "".
+  app.add_flag("--answer-probes{}", c.probes);
+  app.add_flag("--publish", c.o.publish)->disable_flag_override();
+}
+
+ParsedCommandLine help(std::string text) {
+  ParsedCommandLine out;
+  out.kind = ParsedCommandLine::Kind::help;
+  out.text = std::move(text);
+  return out;
+}
+
+// The checks that span options, once every option is read.
+std::optional<std::string> crossCheck(const std::string& mode, const HostOptions& o) {
+  if (o.end != EndAction::close && !o.duration) return mode + ": --end needs a --duration";
+  for (const auto& c : o.commands) {
+    if (o.duration && c.at >= *o.duration) {
+      return fmt::format("{}: a command at {} s would come after the duration of {} s", mode, c.at,
+                         *o.duration);
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
 ParsedCommandLine parseHostOptions(std::span<const std::string> args,
                                    const std::string& defaultName) {
   if (args.empty()) return fail("a subcommand is needed: listen, call or usb (see --help)");
-  const std::string& first = args[0];
-  if (first == "--help" || first == "-h" || first == "help") {
-    ParsedCommandLine out;
-    out.kind = ParsedCommandLine::Kind::help;
-    out.text = kProgramHelp;
-    return out;
-  }
-  HostOptions o;
-  if (first == "listen") {
-    o.mode = HostMode::listen;
-    o.address = "0.0.0.0";
-    o.port = kDefaultHostPort;
-  } else if (first == "call") {
-    o.mode = HostMode::call;
-    o.port = kDefaultPhonePort;
-  } else if (first == "usb") {
-    o.mode = HostMode::usb;
-    o.address = "127.0.0.1";
-    o.port = kDefaultHostPort;
-  } else {
-    return fail("unknown subcommand '" + first + "': use listen, call or usb");
-  }
-  o.name = defaultName;
+  if (args[0] == "help") return help(kProgramHelp);
 
-  const std::string mode = first;
-  for (size_t i = 1; i < args.size(); ++i) {
-    std::string arg = args[i];
-    if (arg == "--help" || arg == "-h") {
-      ParsedCommandLine out;
-      out.kind = ParsedCommandLine::Kind::help;
-      out.text = helpFor(o.mode);
-      return out;
-    }
-    if (arg.rfind("--", 0) != 0) {
-      if (o.mode == HostMode::call && o.address.empty()) {
-        o.address = arg;
-        continue;
-      }
-      return fail(mode + ": unexpected argument '" + arg + "'");
-    }
-    std::optional<std::string> inlineValue;
-    if (auto eq = arg.find('='); eq != std::string::npos) {
-      inlineValue = arg.substr(eq + 1);
-      arg = arg.substr(0, eq);
-    }
-    const bool takesValue = arg == "--port" || arg == "--bind" || arg == "--name" ||
-                            arg == "--settings" || arg == "--duration" || arg == "--report" ||
-                            arg == "--output" || arg == "--wait" || arg == "--command" ||
-                            arg == "--end";
-    if (!takesValue) {
-      if (arg == "--no-start" && !inlineValue) {
-        o.sendStart = false;
-        continue;
-      }
-      if (arg == "--answer-probes" || arg == "--publish") {
-        if (o.mode != HostMode::listen) return fail(mode + ": " + arg + " is for listen only");
-      }
-      if (arg == "--publish" && !inlineValue) {
-        o.publish = true;
-        continue;
-      }
-      if (arg == "--answer-probes") {
-        o.answerProbes = true;
-        if (!inlineValue) continue;
-        auto ports = parsePortList(*inlineValue);
-        if (!ports) return fail(mode + ": bad list of probe ports '" + *inlineValue + "'");
-        o.probePorts = *ports;
-        continue;
-      }
-      return fail(mode + ": unknown option '" + args[i] + "'");
-    }
-    std::string value;
-    if (inlineValue) {
-      value = *inlineValue;
-    } else if (i + 1 < args.size()) {
-      value = args[++i];
-    } else {
-      return fail(mode + ": " + arg + " needs a value");
-    }
+  Collected c;
+  c.o.name = defaultName;
+  CLI::App app("oxelo-host");
+  app.require_subcommand(1);
+  CLI::App* listen = app.add_subcommand("listen");
+  CLI::App* call = app.add_subcommand("call");
+  CLI::App* usb = app.add_subcommand("usb");
+  for (CLI::App* sub : {listen, call, usb}) addCommonOptions(*sub, c);
+  addPortOption(*listen, c, 0);
+  addPortOption(*call, c, 1);
+  addPortOption(*usb, c, 1);
+  addListenOptions(*listen, c);
+  call->add_option("ADDRESS", c.o.address)->required();
 
-    if (arg == "--port") {
-      const uint64_t min = o.mode == HostMode::listen ? 0 : 1;
-      auto port = parseUnsigned(value, min, 65535);
-      if (!port) return fail(mode + ": bad port '" + value + "'");
-      o.port = static_cast<uint16_t>(*port);
-    } else if (arg == "--bind") {
-      if (o.mode != HostMode::listen) return fail(mode + ": --bind is for listen only");
-      if (!isIpv4Address(value)) return fail(mode + ": bad IPv4 address '" + value + "'");
-      o.address = value;
-    } else if (arg == "--wait") {
-      if (o.mode != HostMode::listen) return fail(mode + ": --wait is for listen only");
-      auto wait = parseSeconds(value, /*allowZero=*/true);
-      if (!wait) return fail(mode + ": bad number of seconds '" + value + "'");
-      o.wait = *wait;
-    } else if (arg == "--name") {
-      if (value.empty()) return fail(mode + ": the name must not be empty");
-      o.name = value;
-    } else if (arg == "--settings") {
-      std::string error;
-      auto settings = parseSettingsText(value, error);
-      if (!settings) return fail(mode + ": " + error);
-      o.settings = settings;
-    } else if (arg == "--duration") {
-      auto duration = parseSeconds(value, /*allowZero=*/false);
-      if (!duration) return fail(mode + ": bad duration '" + value + "'");
-      o.duration = *duration;
-    } else if (arg == "--command") {
-      std::string error;
-      auto command = parseCommandText(value, error);
-      if (!command) return fail(mode + ": " + error);
-      o.commands.push_back(*command);
-    } else if (arg == "--end") {
-      auto end = parseEndAction(value);
-      if (!end) return fail(mode + ": --end takes close, 24, 25 or 26, not '" + value + "'");
-      o.end = *end;
-    } else if (arg == "--report") {
-      if (value.empty()) return fail(mode + ": the report file name must not be empty");
-      o.reportPath = value;
-    } else if (arg == "--output") {
-      if (!Remuxer::supportsPath(value))
-        return fail(mode + ": --output takes a file ending in .mkv or .mp4, not '" + value + "'");
-      o.outputPath = value;
+  auto modeOf = [&]() -> std::optional<HostMode> {
+    if (listen->parsed()) return HostMode::listen;
+    if (call->parsed()) return HostMode::call;
+    if (usb->parsed()) return HostMode::usb;
+    return std::nullopt;
+  };
+  // CLI11 reads the arguments in reverse, as argv without its program name.
+  std::vector<std::string> reversed(args.rbegin(), args.rend());
+  try {
+    app.parse(reversed);
+  } catch (const CLI::CallForHelp&) {
+    auto mode = modeOf();
+    return help(mode ? helpFor(*mode) : kProgramHelp);
+  } catch (const CLI::ParseError& e) {
+    auto mode = modeOf();
+    if (!mode) {
+      const std::string& first = args[0];
+      if (first.starts_with("-")) return fail(e.what());
+      return fail("unknown subcommand '" + first + "': use listen, call or usb");
+    }
+    const std::string name = modeName(*mode);
+    if (*mode != HostMode::listen) {
+      for (const std::string& arg : args) {
+        for (const char* only : {"--bind", "--wait", "--answer-probes", "--publish"}) {
+          if (arg == only || arg.starts_with(std::string(only) + "="))
+            return fail(name + ": " + only + " is for listen only");
+        }
+      }
+    }
+    return fail(name + ": " + e.what());
+  }
+
+  HostOptions& o = c.o;
+  o.mode = *modeOf();
+  const std::string mode = modeName(o.mode);
+  if (o.mode == HostMode::listen && o.address.empty()) o.address = "0.0.0.0";
+  if (o.mode == HostMode::usb) o.address = "127.0.0.1";
+  o.port = c.port.value_or(o.mode == HostMode::call ? kDefaultPhonePort : kDefaultHostPort);
+  if (c.probes) {
+    o.answerProbes = true;
+    if (!c.probes->empty()) {
+      auto ports = parsePortList(*c.probes);
+      if (!ports) return fail(mode + ": bad list of probe ports '" + *c.probes + "'");
+      o.probePorts = *ports;
     }
   }
-  if (o.mode == HostMode::call && o.address.empty()) {
-    return fail("call: the phone's ADDRESS is needed");
-  }
-  if (o.end != EndAction::close && !o.duration) {
-    return fail(mode + ": --end needs a --duration");
-  }
-  for (const auto& c : o.commands) {
-    if (o.duration && c.at >= *o.duration) {
-      return fail(fmt::format("{}: a command at {} s would come after the duration of {} s", mode,
-                              c.at, *o.duration));
-    }
-  }
+  if (auto error = crossCheck(mode, o)) return fail(*error);
   ParsedCommandLine out;
   out.kind = ParsedCommandLine::Kind::run;
   out.options = std::move(o);

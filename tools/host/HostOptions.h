@@ -74,8 +74,10 @@ struct ParsedCommandLine {
   std::string text;  // the help text, or the error message
 };
 
-// Reads the arguments that follow the program name. Options take their value
-// as the next argument or after '=' ("--port 5895", "--port=5895").
+// Reads the arguments that follow the program name, with CLI11; the values
+// are read by the grammars below. Options take their value as the next
+// argument or after '=' ("--port 5895", "--port=5895"); --answer-probes
+// takes its list only after '='.
 // `defaultName` is announced when --name is not given.
 ParsedCommandLine parseHostOptions(std::span<const std::string> args,
                                    const std::string& defaultName);

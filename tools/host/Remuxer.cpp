@@ -3,27 +3,22 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <climits>
+#include <cctype>
+#include <mutex>
 
-extern "C" {
-#include <libavformat/avformat.h>
-#include <libavutil/channel_layout.h>
-}
+#include "tools/host/ChildProcess.h"
+#include "tools/host/TransportStream.h"
 
 namespace oxelo::host {
 
 namespace {
-constexpr AVRational kMillis{1, 1000};
 constexpr int64_t kAacFrameSamples = 1024;
+constexpr int64_t kTicksPerSecond = 90000;  // the transport stream's clock
 // Frames held while the audio header is awaited; past this the file is
 // opened with video alone.
 constexpr size_t kMostPending = 600;
-
-std::string avError(int code) {
-  char text[AV_ERROR_MAX_STRING_SIZE] = {};
-  av_strerror(code, text, sizeof text);
-  return text;
-}
+// Lines of ffmpeg's standard error kept for the summary.
+constexpr size_t kMostToolLines = 8;
 
 std::string extensionOf(const std::string& path) {
   auto dot = path.rfind('.');
@@ -34,9 +29,8 @@ std::string extensionOf(const std::string& path) {
   return ext;
 }
 
-// Start codes in place of the 4-byte lengths: the same size, and the form in
-// which both muxers take parameter sets and samples and rewrite them to
-// their own.
+// Start codes in place of the 4-byte lengths: the same size, and the form
+// that a transport stream carries.
 void lengthsToStartCodes(std::vector<uint8_t>& data) {
   size_t at = 0;
   while (at + 4 <= data.size()) {
@@ -53,35 +47,33 @@ void appendUnit(std::vector<uint8_t>& out, const std::vector<uint8_t>& unit) {
   out.insert(out.end(), {0, 0, 0, 1});
   out.insert(out.end(), unit.begin(), unit.end());
 }
-
-bool setExtradata(AVCodecParameters* par, const std::vector<uint8_t>& bytes) {
-  par->extradata = static_cast<uint8_t*>(av_mallocz(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE));
-  if (!par->extradata) return false;
-  std::copy(bytes.begin(), bytes.end(), par->extradata);
-  par->extradata_size = static_cast<int>(bytes.size());
-  return true;
-}
 }  // namespace
 
 struct Remuxer::Output {
-  AVFormatContext* ctx = nullptr;
-  AVStream* video = nullptr;
-  AVStream* audio = nullptr;
-  AVPacket* packet = nullptr;
-  bool headerWritten = false;
+  ChildProcess ffmpeg;
+  std::unique_ptr<ts::Writer> writer;
+  std::optional<ts::AacConfig> aac;    // set when the file has sound
+  std::string writeError;              // set once ffmpeg no longer reads
+  std::mutex linesLock;                // the reader thread adds, finish() reads
+  std::vector<std::string> toolLines;  // the last lines ffmpeg printed
   int64_t frameMillis = 33;            // duration given to each video packet
   int64_t lastVideoDts = INT64_MIN;    // milliseconds
   int64_t audioBase = -1;              // first audio pts, in samples
   double start = 1e300, end = -1e300;  // seconds, over all packets
 
-  ~Output() {
-    av_packet_free(&packet);
-    if (ctx && ctx->pb && !(ctx->oformat->flags & AVFMT_NOFILE)) avio_closep(&ctx->pb);
-    avformat_free_context(ctx);
-  }
   void span(double from, double to) {
     start = std::min(start, from);
     end = std::max(end, to);
+  }
+  void send(std::span<const uint8_t> packets) {
+    if (writeError.empty()) ffmpeg.writeInput(packets, writeError);
+  }
+  // What ffmpeg said, for an error text.
+  std::string said() {
+    std::lock_guard lock(linesLock);
+    std::string text;
+    for (const auto& line : toolLines) text += (text.empty() ? "" : " / ") + line;
+    return text.empty() ? "it printed nothing" : "it said: " + text;
   }
 };
 
@@ -90,7 +82,9 @@ bool Remuxer::supportsPath(const std::string& path) {
   return ext == "mkv" || ext == "mp4";
 }
 
-Remuxer::Remuxer(std::string path) { summary_.path = std::move(path); }
+Remuxer::Remuxer(std::string path, std::string ffmpeg) : ffmpeg_(std::move(ffmpeg)) {
+  summary_.path = std::move(path);
+}
 
 Remuxer::~Remuxer() { finish(); }
 
@@ -143,49 +137,48 @@ bool Remuxer::readyToOpen() const {
 
 void Remuxer::open() {
   auto out = std::make_unique<Output>();
-  int rc = avformat_alloc_output_context2(&out->ctx, nullptr, nullptr, summary_.path.c_str());
-  if (rc < 0 || !out->ctx) return fail("cannot make a container for " + summary_.path);
-  summary_.container = out->ctx->oformat->name;
-
-  out->video = avformat_new_stream(out->ctx, nullptr);
-  auto* v = out->video->codecpar;
-  v->codec_type = AVMEDIA_TYPE_VIDEO;
-  v->codec_id = *codec_ == wire::VideoCodec::HEVC ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
-  v->width = info_ ? static_cast<int>(info_->width) : 0;
-  v->height = info_ ? static_cast<int>(info_->height) : 0;
-  if (!setExtradata(v, videoConfig_)) return fail("out of memory");
-  out->video->time_base = kMillis;
+  summary_.container = extensionOf(summary_.path) == "mp4" ? "mp4" : "matroska";
+  summary_.videoCodec = *codec_ == wire::VideoCodec::HEVC ? "hevc" : "h264";
+  summary_.width = info_ ? info_->width : 0;
+  summary_.height = info_ ? info_->height : 0;
   if (info_ && info_->frameRate > 0) {
     out->frameMillis = std::max<int64_t>(1, 1000 / info_->frameRate);
   }
-  summary_.videoCodec = *codec_ == wire::VideoCodec::HEVC ? "hevc" : "h264";
-  summary_.width = static_cast<uint32_t>(v->width);
-  summary_.height = static_cast<uint32_t>(v->height);
-
   if (!audioConfig_.empty() && info_ && info_->audioSampleRate > 0 && info_->audioChannels > 0) {
-    out->audio = avformat_new_stream(out->ctx, nullptr);
-    auto* a = out->audio->codecpar;
-    a->codec_type = AVMEDIA_TYPE_AUDIO;
-    a->codec_id = AV_CODEC_ID_AAC;
-    a->sample_rate = static_cast<int>(info_->audioSampleRate);
-    av_channel_layout_default(&a->ch_layout, static_cast<int>(info_->audioChannels));
-    a->frame_size = kAacFrameSamples;
-    if (!setExtradata(a, audioConfig_)) return fail("out of memory");
-    out->audio->time_base = AVRational{1, a->sample_rate};
+    out->aac = ts::parseAudioSpecificConfig(audioConfig_);
+    if (!out->aac) {
+      summary_.errors.push_back(
+          fmt::format("the audio header of {} cannot be written as ADTS; the file has no sound",
+                      summary_.path));
+    }
+  }
+  if (out->aac) {
     summary_.audioCodec = "aac";
     summary_.sampleRate = info_->audioSampleRate;
     summary_.channels = info_->audioChannels;
   }
 
-  if (!(out->ctx->oformat->flags & AVFMT_NOFILE)) {
-    rc = avio_open(&out->ctx->pb, summary_.path.c_str(), AVIO_FLAG_WRITE);
-    if (rc < 0) return fail(fmt::format("cannot open {}: {}", summary_.path, avError(rc)));
+  // "file:" keeps a name with a colon or a leading dash a plain file name.
+  const std::vector<std::string> argv = {
+      ffmpeg_,  "-hide_banner", "-loglevel", "error", "-f",   "mpegts", "-i",
+      "pipe:0", "-map",         "0",         "-c",    "copy", "-y",     "file:" + summary_.path};
+  std::string error;
+  Output* raw = out.get();
+  auto keepLine = [raw](std::string_view line, bool) {
+    if (line.empty()) return;
+    std::lock_guard lock(raw->linesLock);
+    if (raw->toolLines.size() == kMostToolLines) raw->toolLines.erase(raw->toolLines.begin());
+    raw->toolLines.emplace_back(line);
+  };
+  if (!out->ffmpeg.start(argv, /*pipeInput=*/true, keepLine, error)) {
+    return fail(
+        fmt::format("cannot record into {}: {} (ffmpeg writes the file)", summary_.path, error));
   }
-  rc = avformat_write_header(out->ctx, nullptr);
-  if (rc < 0)
-    return fail(fmt::format("cannot write the header of {}: {}", summary_.path, avError(rc)));
-  out->headerWritten = true;
-  out->packet = av_packet_alloc();
+  const uint8_t videoType =
+      *codec_ == wire::VideoCodec::HEVC ? ts::kStreamTypeHevc : ts::kStreamTypeH264;
+  out->writer =
+      std::make_unique<ts::Writer>(videoType, out->aac.has_value(),
+                                   [raw](std::span<const uint8_t> packets) { raw->send(packets); });
   out_ = std::move(out);
   auto held = std::move(pending_);
   pending_.clear();
@@ -194,37 +187,47 @@ void Remuxer::open() {
 
 void Remuxer::write(const Pending& p) {
   if (failed_ || !out_) return;
-  AVStream* stream = p.video ? out_->video : out_->audio;
-  if (!stream) return;  // sound that the file has no track for
-  AVPacket* pkt = out_->packet;
-  av_packet_unref(pkt);
-  if (av_new_packet(pkt, static_cast<int>(p.data.size())) < 0) return fail("out of memory");
-  std::copy(p.data.begin(), p.data.end(), pkt->data);
-  pkt->stream_index = stream->index;
-  AVRational base = kMillis;
   if (p.video) {
-    std::vector<uint8_t> annexB(p.data);
-    lengthsToStartCodes(annexB);
-    std::copy(annexB.begin(), annexB.end(), pkt->data);
-    int64_t dts = std::max<int64_t>(p.timestamp, out_->lastVideoDts + 1);
+    std::vector<uint8_t> sample(p.data);
+    lengthsToStartCodes(sample);
+    std::vector<uint8_t> annexB;
+    if (p.key) annexB = videoConfig_;  // a decoder may start at any key frame
+    annexB.insert(annexB.end(), sample.begin(), sample.end());
+    const int64_t dts = std::max<int64_t>(p.timestamp, out_->lastVideoDts + 1);
     out_->lastVideoDts = dts;
-    pkt->pts = pkt->dts = dts;
-    pkt->duration = out_->frameMillis;
-    if (p.key) pkt->flags |= AV_PKT_FLAG_KEY;
+    const uint64_t ticks = uint64_t(dts) * (kTicksPerSecond / 1000);
+    out_->writer->writeVideo(ticks, ticks, p.key, annexB);
     out_->span(dts / 1000.0, (dts + out_->frameMillis) / 1000.0);
     ++summary_.videoFrames;
   } else {
-    int64_t rate = stream->codecpar->sample_rate;
-    base = AVRational{1, static_cast<int>(rate)};
+    if (!out_->aac) return;  // sound that the file has no track for
+    auto header = ts::adtsHeader(*out_->aac, p.data.size());
+    if (!header)
+      return fail(fmt::format("an audio frame of {} bytes is too long for ADTS", p.data.size()));
+    const int64_t rate = summary_.sampleRate;
     if (out_->audioBase < 0) out_->audioBase = int64_t(p.timestamp) * rate / 1000;
-    pkt->pts = pkt->dts = out_->audioBase + int64_t(summary_.audioFrames) * kAacFrameSamples;
-    pkt->duration = kAacFrameSamples;
-    out_->span(double(pkt->pts) / rate, double(pkt->pts + kAacFrameSamples) / rate);
+    const int64_t pts = out_->audioBase + int64_t(summary_.audioFrames) * kAacFrameSamples;
+    std::vector<uint8_t> frame(header->begin(), header->end());
+    frame.insert(frame.end(), p.data.begin(), p.data.end());
+    out_->writer->writeAudio(uint64_t(pts * kTicksPerSecond / rate), frame);
+    out_->span(double(pts) / rate, double(pts + kAacFrameSamples) / rate);
     ++summary_.audioFrames;
   }
-  av_packet_rescale_ts(pkt, base, stream->time_base);
-  int rc = av_interleaved_write_frame(out_->ctx, pkt);
-  if (rc < 0) fail(fmt::format("cannot write a packet to {}: {}", summary_.path, avError(rc)));
+  if (!out_->writeError.empty()) closeOutput();
+}
+
+void Remuxer::closeOutput() {
+  if (!out_) return;
+  const int status = out_->ffmpeg.wait();
+  if (!out_->writeError.empty()) {
+    fail(fmt::format("ffmpeg stopped taking the stream for {} ({}, {}): {}", summary_.path,
+                     out_->writeError, describeExit(status), out_->said()));
+  } else if (status != 0) {
+    fail(fmt::format("ffmpeg could not write {} ({}): {}", summary_.path, describeExit(status),
+                     out_->said()));
+  }
+  if (out_->end > out_->start) summary_.duration = out_->end - out_->start;
+  out_.reset();
 }
 
 RecordingSummary Remuxer::finish() {
@@ -232,12 +235,7 @@ RecordingSummary Remuxer::finish() {
   finished_ = true;
   if (!out_ && !failed_ && codec_) open();  // the audio header never came
   if (!out_ && !failed_) fail("nothing to record: no video sequence header arrived");
-  if (out_ && out_->headerWritten) {
-    int rc = av_write_trailer(out_->ctx);
-    if (rc < 0) fail(fmt::format("cannot finish {}: {}", summary_.path, avError(rc)));
-    if (out_->end > out_->start) summary_.duration = out_->end - out_->start;
-  }
-  out_.reset();
+  closeOutput();
   return summary_;
 }
 

@@ -27,19 +27,23 @@ struct RecordingSummary {
 };
 
 // Writes the phone's stream into a Matroska or MP4 file (by the extension)
-// with libavformat, as it arrives: H.264 or HEVC from the sequence header and
-// the frames, AAC from the audio header and the frames, the packets' own
-// times, no re-encoding. The container is opened once the video header is in
-// and, when the info packet announces sound, the audio header too; frames
-// that come before are held until then. Audio times follow the sample count
-// from the first frame on, since frames coded in one call share a stamp.
-// Single-threaded: fed by the session's StreamChecker.
+// as it arrives: H.264 or HEVC from the sequence header and the frames, AAC
+// from the audio header and the frames, the packets' own times, no
+// re-encoding. The stream goes as an MPEG transport stream into a child
+// `ffmpeg`, which copies it into the container; a missing ffmpeg, one that
+// stops reading or one that ends with an error is an error of the summary.
+// The container is opened once the video header is in and, when the info
+// packet announces sound, the audio header too; frames that come before are
+// held until then. Audio times follow the sample count from the first frame
+// on, since frames coded in one call share a stamp. Single-threaded: fed by
+// the session's StreamChecker; finish() waits for ffmpeg to end.
 class Remuxer final : public MediaSink {
  public:
   // True for a path whose extension names a container we write.
   static bool supportsPath(const std::string& path);
 
-  explicit Remuxer(std::string path);
+  // `ffmpeg`: the program that writes the container, looked up in PATH.
+  explicit Remuxer(std::string path, std::string ffmpeg = "ffmpeg");
   ~Remuxer() override;
   Remuxer(const Remuxer&) = delete;
   Remuxer& operator=(const Remuxer&) = delete;
@@ -54,7 +58,7 @@ class Remuxer final : public MediaSink {
   // Writes what is held and closes the file. Once; the destructor calls it.
   RecordingSummary finish();
 
-  struct Output;  // the libavformat side
+  struct Output;  // the child ffmpeg and what feeds it
 
  private:
   struct Pending {
@@ -67,7 +71,11 @@ class Remuxer final : public MediaSink {
   void open();
   void write(const Pending& packet);
   void fail(std::string text);
+  // Ends ffmpeg's input and waits for it; its failure, if any, into the
+  // summary.
+  void closeOutput();
 
+  std::string ffmpeg_;
   RecordingSummary summary_;
   std::optional<wire::InfoPacket> info_;
   std::optional<wire::VideoCodec> codec_;

@@ -1,120 +1,64 @@
 #include "tools/host/ServicePublisher.h"
 
-#include <avahi-client/client.h>
-#include <avahi-client/publish.h>
-#include <avahi-common/alternative.h>
-#include <avahi-common/error.h>
-#include <avahi-common/malloc.h>
+#include <chrono>
 
-#include "discovery/AvahiErrors.h"
 #include "platform/log/Log.h"
 
 namespace oxelo::host {
 
 namespace {
 constexpr const char* kServiceType = "_tarnvik_oxelo._tcp";
+// How long start() waits for the daemon to establish the service: its
+// probing for the name takes about a second.
+constexpr auto kEstablishWait = std::chrono::seconds(5);
 }  // namespace
 
-struct ServicePublisher::State {
-  std::string name;
-  uint16_t port = 0;
-  AvahiEntryGroup* group = nullptr;
+ServicePublisher::ServicePublisher(std::string program) : program_(std::move(program)) {}
 
-  // Adds and commits the service; an Avahi error code, 0 on success.
-  int publish(AvahiClient* client) {
-    if (!group) group = avahi_entry_group_new(client, &State::groupChanged, this);
-    if (!group) return avahi_client_errno(client);
-    if (!avahi_entry_group_is_empty(group)) return 0;
-    int error = avahi_entry_group_add_service(group, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC,
-                                              AvahiPublishFlags(0), name.c_str(), kServiceType,
-                                              nullptr, nullptr, port, nullptr);
-    if (error == 0) error = avahi_entry_group_commit(group);
-    return error;
-  }
-
-  // Poll thread.
-  void clientChanged(AvahiClient* client, int state) {
-    if (state == AVAHI_CLIENT_S_RUNNING) {
-      if (int error = publish(client); error != 0) {
-        oxlog("host - publishing '{}' failed: {}", name, avahiErrorText(error));
-      }
-      return;
-    }
-    if ((state == AVAHI_CLIENT_S_COLLISION || state == AVAHI_CLIENT_S_REGISTERING) && group) {
-      avahi_entry_group_reset(group);  // published again once the daemon runs
-    }
-    if (state == AVAHI_CLIENT_FAILURE) {
-      oxlog("host - avahi-daemon went away: {}", avahiErrorText(avahi_client_errno(client)));
-    }
-  }
-
-  static void groupChanged(AvahiEntryGroup* g, AvahiEntryGroupState state, void* self) {
-    auto* s = static_cast<State*>(self);
-    switch (state) {
-      case AVAHI_ENTRY_GROUP_ESTABLISHED:
-        oxlog("host - published '{}' as {} on port {}", s->name, kServiceType, s->port);
-        break;
-      case AVAHI_ENTRY_GROUP_COLLISION: {
-        char* other = avahi_alternative_service_name(s->name.c_str());
-        oxlog("host - the name '{}' is taken on the network; publishing as '{}'", s->name, other);
-        s->name = other;
-        avahi_free(other);
-        avahi_entry_group_reset(g);
-        if (int error = s->publish(avahi_entry_group_get_client(g)); error != 0) {
-          oxlog("host - publishing '{}' failed: {}", s->name, avahiErrorText(error));
-        }
-        break;
-      }
-      case AVAHI_ENTRY_GROUP_FAILURE:
-        oxlog("host - publishing '{}' failed: {}", s->name,
-              avahiErrorText(avahi_client_errno(avahi_entry_group_get_client(g))));
-        break;
-      case AVAHI_ENTRY_GROUP_UNCOMMITED:
-      case AVAHI_ENTRY_GROUP_REGISTERING:
-        break;
-    }
-  }
-};
-
-ServicePublisher::ServicePublisher() = default;
+void ServicePublisher::onLine(std::string_view line, bool error) {
+  if (line.empty()) return;
+  oxlog("host - {}: {}", program_, line);
+  std::lock_guard lock(lock_);
+  if (line.starts_with("Established under name")) established_ = true;
+  if (error) lastError_ = line;
+  changed_.notify_all();
+}
 
 bool ServicePublisher::start(const std::string& name, uint16_t port, std::string& error) {
-  int code = 0;
-  connection_ = AvahiConnection::open(code);
-  if (!connection_) {
-    error =
-        "cannot publish the service: avahi-daemon is not reachable (" + avahiErrorText(code) + ")";
+  const std::vector<std::string> argv = {program_, "-s", name, kServiceType, std::to_string(port)};
+  auto handler = [this](std::string_view line, bool isError) { onLine(line, isError); };
+  std::string startError;
+  if (!child_.start(argv, /*pipeInput=*/false, handler, startError)) {
+    error = "cannot publish the service: " + startError + " (avahi-utils provides it)";
     return false;
   }
-  state_ = std::make_unique<State>();
-  state_->name = name;
-  state_->port = port;
-  auto lock = connection_->lock();
-  connection_->setStateListener(
-      [state = state_.get(), client = connection_->client()](int clientState, int) {
-        state->clientChanged(client, clientState);
-      });
-  if (avahi_client_get_state(connection_->client()) != AVAHI_CLIENT_S_RUNNING) return true;
-  if (int failure = state_->publish(connection_->client()); failure != 0) {
-    error = "cannot publish '" + name + "': " + avahiErrorText(failure);
-    return false;
+  const auto deadline = std::chrono::steady_clock::now() + kEstablishWait;
+  std::unique_lock lock(lock_);
+  while (!established_ && std::chrono::steady_clock::now() < deadline) {
+    changed_.wait_for(lock, std::chrono::milliseconds(50));
+    if (established_) break;
+    lock.unlock();  // running() waits for the reader thread, which takes the lock
+    const bool running = child_.running();
+    lock.lock();
+    if (!running) {
+      error = "cannot publish '" + name + "': " + program_ + " ended (" +
+              describeExit(child_.wait()) + ")" + (lastError_.empty() ? "" : ": " + lastError_);
+      return false;
+    }
   }
+  published_ = true;
+  if (established_) {
+    oxlog("host - published '{}' as {} on port {}", name, kServiceType, port);
+    return true;
+  }
+  oxlog("host - the daemon has not yet established '{}'; publishing goes on", name);
   return true;
 }
 
 ServicePublisher::~ServicePublisher() {
-  if (!connection_) return;
-  bool published = false;
-  {
-    auto lock = connection_->lock();
-    connection_->setStateListener({});
-    if (state_ && state_->group) {
-      avahi_entry_group_free(state_->group);  // withdraws the service
-      published = true;
-    }
-  }
-  connection_.reset();
-  if (published) oxlog("host - service withdrawn");
+  if (!child_.started()) return;
+  child_.terminate();
+  if (published_) oxlog("host - service withdrawn");
 }
 
 }  // namespace oxelo::host
