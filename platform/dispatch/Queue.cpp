@@ -200,14 +200,29 @@ void Queue::runSync(const Task& task) {
     task();
     return;
   }
-  std::promise<void> done;
-  auto finished = done.get_future();
-  post([&task, &done] {
-    task();
-    done.set_value();
-  });
+  // Fires when the posted task is gone: after it ran, or when a stop dropped
+  // it unrun; either way the caller stops waiting.
+  struct Done {
+    std::promise<void> promise;
+    ~Done() { promise.set_value(); }
+  };
+  auto done = std::make_shared<Done>();
+  auto finished = done->promise.get_future();
+  {
+    auto core = core_;
+    std::lock_guard lock(core->mutex);
+    if (core->stopping) return;
+    core->tasks.push_back([&task, done = std::move(done)] { task(); });
+  }
+  core_->wake();
   finished.wait();
 }
+
+Queue::DrivingScope::DrivingScope(const Queue& queue) : saved_(tlsCurrent) {
+  tlsCurrent = queue.core_.get();
+}
+
+Queue::DrivingScope::~DrivingScope() { tlsCurrent = static_cast<const Queue::Core*>(saved_); }
 
 bool Queue::isCurrent() const { return tlsCurrent == core_.get(); }
 

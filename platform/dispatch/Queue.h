@@ -58,8 +58,9 @@ class Queue : public std::enable_shared_from_this<Queue> {
   // Runs `task` once `seconds` have passed on the queue's clock.
   TimerHandle postAfter(double seconds, Task task);
   // Runs `task` on the queue and waits for it; runs it inline when the caller
-  // is already on this queue. Must not be called for a driven queue that no
-  // thread drives.
+  // is already on this queue. Returns at once, without running it, on a
+  // stopped queue, and as soon as a stop drops it. Must not be called for a
+  // driven queue that no thread drives.
   void runSync(const Task& task);
   // True while the calling thread is running a task of this queue.
   bool isCurrent() const;
@@ -77,6 +78,20 @@ class Queue : public std::enable_shared_from_this<Queue> {
   // Driven queues under a host event loop: called on any thread whenever a
   // task or timer is added, so the loop can schedule runPending().
   void setWakeHandler(std::function<void()> handler);
+
+  // Marks the calling thread as being on this queue for the scope's life:
+  // for the thread that drives a driven queue and calls its operations
+  // directly (tests on their main queue). Restores what was current before.
+  class DrivingScope {
+   public:
+    explicit DrivingScope(const Queue& queue);
+    ~DrivingScope();
+    DrivingScope(const DrivingScope&) = delete;
+    DrivingScope& operator=(const DrivingScope&) = delete;
+
+   private:
+    const void* saved_;
+  };
 
   struct Core;  // internal
 

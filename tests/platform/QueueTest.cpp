@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <thread>
 #include <vector>
 
 #include "platform/dispatch/MainQueue.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueCheck.h"
 #include "platform/dispatch/Semaphore.h"
 #include "tests/support/TestSupport.h"
 
@@ -59,8 +61,9 @@ TEST(QueueTest, CancelledTimerNeverRunsEvenWhenAlreadyDue) {
 
 TEST(QueueTest, RunSyncRunsInlineOnItsOwnQueueAndIsCurrentFollowsTheQueue) {
   test::ManualMain env;
-  bool inner = false, wasCurrent = false;
-  EXPECT_FALSE(env.main().isCurrent());
+  bool inner = false, wasCurrent = false, elsewhere = true;
+  std::thread([&] { elsewhere = env.main().isCurrent(); }).join();
+  EXPECT_FALSE(elsewhere);
   env.main().post([&] {
     wasCurrent = MainQueue::isCurrent();
     env.main().runSync([&] { inner = true; });  // would dead-lock if not inline
@@ -79,6 +82,38 @@ TEST(QueueTest, StoppedQueueDropsWhatIsQueuedAndRefusesMore) {
   q->post([&] { ++ran; });
   EXPECT_EQ(q->runPending(), 0u);
   EXPECT_EQ(ran, 0);
+}
+
+TEST(QueueTest, RunSyncReturnsWhenTheQueueIsStoppedBeforeOrWhileItWaits) {
+  auto stopped = Queue::create("stopped");
+  stopped->stop();
+  bool ran = false;
+  stopped->runSync([&] { ran = true; });  // would wait forever
+  EXPECT_FALSE(ran);
+
+  // A call already waiting behind a busy task ends when the stop drops it.
+  auto busy = Queue::create("busy");
+  Semaphore release(0);
+  busy->post([&] { release.wait(); });
+  std::thread waiter([&] { busy->runSync([&] { ran = true; }); });
+  busy->stop();
+  release.signal();
+  waiter.join();
+  EXPECT_FALSE(ran);
+}
+
+// A main-queue operation called from another thread stops the test build.
+void mainQueueOperation() { OX_ASSERT_ON_MAIN_QUEUE(); }
+
+TEST(QueueCheckDeathTest, MainQueueOperationOnAnotherThreadAborts) {
+  test::ManualMain env;
+  mainQueueOperation();  // the test's thread drives the main queue
+#ifdef OXELO_QUEUE_CHECKS
+  EXPECT_DEATH(std::thread(mainQueueOperation).join(),
+               "mainQueueOperation must run on the main queue");
+#else
+  GTEST_SKIP() << "queue checks are compiled out of this build";
+#endif
 }
 
 TEST(SemaphoreTest, BinarySemaphoreLetsOneHolderThrough) {

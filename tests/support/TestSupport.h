@@ -66,16 +66,20 @@ class LogCapture {
 
 // Installs a manual clock and a driven main queue for one test; restores the
 // system clock and a fresh main queue afterwards. Tests advance time with
-// advance() and run the main queue with drain().
+// advance() and run the main queue with drain(). The test's thread drives the
+// main queue, so it counts as being on it: it may call main-queue operations
+// directly.
 class ManualMain {
  public:
   ManualMain() : clock_(std::make_shared<ManualClock>()) {
     setDefaultClock(clock_);
     main_ = Queue::createDriven("main", clock_);
     MainQueue::set(main_);
+    driving_ = std::make_unique<Queue::DrivingScope>(*main_);
   }
   ~ManualMain() {
     main_->runPending();
+    driving_.reset();
     MainQueue::set(nullptr);
     setDefaultClock(nullptr);
   }
@@ -96,6 +100,7 @@ class ManualMain {
  private:
   std::shared_ptr<ManualClock> clock_;
   std::shared_ptr<Queue> main_;
+  std::unique_ptr<Queue::DrivingScope> driving_;
 };
 
 }  // namespace oxelo::test
