@@ -57,6 +57,7 @@ struct CarrierRecord {
   uint32_t tailFrameType = 0;
   uint32_t tailTag = 0;
   bool report = true;
+  bool framedOnly = false;  // a notice of the framed channel: never sent over TCP
 };
 
 // A connection to the host, greeted or about to be: a TCP socket or the USB
@@ -92,7 +93,8 @@ class Carrier {
   // Ends the connection at once; queued records are dropped. carrierDidEnd
   // follows (with no error) while a delegate is set.
   virtual void close() = 0;
-  // Ends the connection once the records already queued have left.
+  // Ends the connection once the records already queued have left (USB);
+  // a TCP socket has no such drain and closes at once, as close() does.
   virtual void closeAfterSending() = 0;
 };
 

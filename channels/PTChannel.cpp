@@ -6,11 +6,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cassert>
 #include <cerrno>
 #include <limits>
 
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/QueueCheck.h"
 #include "platform/log/Log.h"
 
 namespace oxelo {
@@ -27,12 +27,12 @@ bool setNonBlocking(int fd) {
 }  // namespace
 
 std::shared_ptr<PTChannel> PTChannel::channelWithDelegate(
-    std::shared_ptr<PTChannelDelegate> delegate) {
+    std::weak_ptr<PTChannelDelegate> delegate) {
   return create(nullptr, std::move(delegate));
 }
 
 std::shared_ptr<PTChannel> PTChannel::create(std::shared_ptr<PTProtocol> protocol,
-                                             std::shared_ptr<PTChannelDelegate> delegate) {
+                                             std::weak_ptr<PTChannelDelegate> delegate) {
   if (!protocol) protocol = PTProtocol::sharedProtocolForQueue(MainQueue::get());
   std::shared_ptr<PTChannel> channel(new PTChannel(std::move(protocol)));
   channel->setDelegate(std::move(delegate));
@@ -55,19 +55,17 @@ bool PTChannel::isListening() const { return connState_ == kStateListening; }
 
 std::shared_ptr<PTChannelDelegate> PTChannel::delegate() const {
   std::lock_guard lock(mutex_);
-  return delegate_;
+  return delegate_.lock();
 }
 
-void PTChannel::setDelegate(std::shared_ptr<PTChannelDelegate> delegate) {
+void PTChannel::setDelegate(std::weak_ptr<PTChannelDelegate> delegate) {
   uint8_t flags = 0;
-  if (delegate) {
-    flags = delegate->ptChannelDelegateOptionalOps() &
+  if (auto d = delegate.lock()) {
+    flags = d->ptChannelDelegateOptionalOps() &
             (kPTDelegateShouldAcceptFrame | kPTDelegateDidEndWithError |
              kPTDelegateDidAcceptConnection);
   }
-  std::shared_ptr<PTChannelDelegate> previous;
   std::lock_guard lock(mutex_);
-  previous = std::move(delegate_);  // released after the lock
   delegate_ = std::move(delegate);
   delegateFlags_ = flags;
 }
@@ -79,7 +77,8 @@ uint8_t PTChannel::delegateFlags() const {
 
 std::pair<std::shared_ptr<PTChannelDelegate>, uint8_t> PTChannel::delegateAndFlags() const {
   std::lock_guard lock(mutex_);
-  return {delegate_, delegateFlags_};
+  auto delegate = delegate_.lock();
+  return {delegate, delegate ? delegateFlags_ : uint8_t(0)};
 }
 
 std::shared_ptr<PTIOStream> PTChannel::currentStream() const {
@@ -145,7 +144,7 @@ void PTChannel::listenOnPort(uint16_t port, uint32_t ipv4Address, Callback callb
 }
 
 void PTChannel::acceptIncomingConnection(int fd, const PTAddress& address) {
-  assert(protocol_->queue()->isCurrent());
+  OX_ASSERT_ON_QUEUE(protocol_->queue());
   if (!setNonBlocking(fd)) {
     oxlog("PTChannel: accept failed: {}", posixError(errno, "fcntl").toString());
     ::close(fd);
@@ -215,7 +214,7 @@ bool PTChannel::startReadingFromConnectedChannel(std::shared_ptr<PTIOStream> cha
 void PTChannel::handleFrame(const std::shared_ptr<PTIOStream>& stream, OptionalError error,
                             uint32_t type, uint32_t tag, uint32_t payloadSize,
                             std::function<void()> resume) {
-  assert(protocol_->queue()->isCurrent());
+  OX_ASSERT_ON_QUEUE(protocol_->queue());
   if (error) return endStreamWithError(stream, std::move(*error));
   if (type == kPTFrameTypeEndOfStream) return endStreamQuietly(stream);
   if (currentStream() != stream) return skipPayload(stream, payloadSize, std::move(resume));
@@ -293,7 +292,7 @@ void PTChannel::endStreamQuietly(const std::shared_ptr<PTIOStream>& stream) {
 }
 
 void PTChannel::reportEnd(OptionalError error) {
-  assert(protocol_->queue()->isCurrent());
+  OX_ASSERT_ON_QUEUE(protocol_->queue());
   auto [delegate, flags] = delegateAndFlags();
   if (!delegate || !(flags & kPTDelegateDidEndWithError)) return;
   delegate->ioFrameChannelDidEndWithError(shared_from_this(), error);

@@ -26,10 +26,10 @@ namespace oxelo {
 // may be called from any thread; frames are written in the order of the
 // sendFrameOfType() calls.
 //
-// Ownership: the channel holds its delegate STRONGLY; the owner, who usually
-// is the delegate and holds the channel, must clear the delegate (setDelegate
-// with null) to end that cycle. The channel owns its stream or listener. A
-// channel that is destroyed closes them at once and reports nothing more.
+// Ownership: the channel holds its delegate weakly, as the sockets do; a
+// delegate that is gone counts as none. The channel owns its stream or
+// listener. A channel that is destroyed closes them at once and reports
+// nothing more.
 class PTChannel : public std::enable_shared_from_this<PTChannel> {
  public:
   using Callback = std::function<void(OptionalError error)>;
@@ -41,11 +41,10 @@ class PTChannel : public std::enable_shared_from_this<PTChannel> {
   static constexpr uint8_t kStateListening = 3;
 
   // A channel on the main queue's shared protocol.
-  static std::shared_ptr<PTChannel> channelWithDelegate(
-      std::shared_ptr<PTChannelDelegate> delegate);
+  static std::shared_ptr<PTChannel> channelWithDelegate(std::weak_ptr<PTChannelDelegate> delegate);
   // A missing protocol means the main queue's shared protocol.
   static std::shared_ptr<PTChannel> create(std::shared_ptr<PTProtocol> protocol = nullptr,
-                                           std::shared_ptr<PTChannelDelegate> delegate = nullptr);
+                                           std::weak_ptr<PTChannelDelegate> delegate = {});
   ~PTChannel();
   PTChannel(const PTChannel&) = delete;
   PTChannel& operator=(const PTChannel&) = delete;
@@ -56,9 +55,10 @@ class PTChannel : public std::enable_shared_from_this<PTChannel> {
   bool isListening() const;
 
   std::shared_ptr<PTChannelDelegate> delegate() const;
-  // Stores the delegate and works out which optional operations it has; null
-  // clears it (flags 0). Frames that arrive with no delegate are read and lost.
-  void setDelegate(std::shared_ptr<PTChannelDelegate> delegate);
+  // Stores the delegate and works out which optional operations it has; an
+  // empty one clears it (flags 0). Frames that arrive with no delegate are
+  // read and lost.
+  void setDelegate(std::weak_ptr<PTChannelDelegate> delegate);
   uint8_t delegateFlags() const;
 
   // Listens on `port` of the IPv4 address given in host order (0x7f000001 is
@@ -119,8 +119,8 @@ class PTChannel : public std::enable_shared_from_this<PTChannel> {
   mutable std::mutex mutex_;  // guards the fields below; held while a send is queued
   std::shared_ptr<PTIOStream> dispatchObj_channel_;     // the connected stream
   std::shared_ptr<PTListenSource> dispatchObj_source_;  // watches the listening socket
-  std::shared_ptr<PTChannelDelegate> delegate_;         // strong, see above
-  uint8_t delegateFlags_ = 0;                           // PTChannelDelegateOp bits
+  std::weak_ptr<PTChannelDelegate> delegate_;
+  uint8_t delegateFlags_ = 0;  // PTChannelDelegateOp bits
 
   OptionalError endError_;  // protocol queue only: what ended the frame loop
 };

@@ -94,7 +94,7 @@ void MainViewController::shutdown() {
     service_browser_.reset();
   }
   if (usbPeerChannel_) {
-    usbPeerChannel_->setDelegate(nullptr);
+    usbPeerChannel_->setDelegate({});
     usbPeerChannel_->close();
     usbPeerChannel_.reset();
   }
@@ -381,7 +381,7 @@ void MainViewController::prepareLiveView(LiveViewChannelTarget& view) {
       view.setAsyncSocket(std::move(asyncSocket_));
       asyncSocket_.reset();
     } else if (usbPeerChannel_) {
-      usbPeerChannel_->setDelegate(nullptr);
+      usbPeerChannel_->setDelegate({});
       view.setUsbChannel(std::move(usbPeerChannel_));
       usbPeerChannel_.reset();
     }
@@ -398,7 +398,7 @@ void MainViewController::viewWillAppear() {
 
 void MainViewController::onLiveViewClosed() {
   if (usbPeerChannel_ && usbPeerChannel_->isConnected()) {
-    usbPeerChannel_->setDelegate(nullptr);
+    usbPeerChannel_->setDelegate({});
     usbPeerChannel_->close();
   }
   usbPeerChannel_.reset();

@@ -21,7 +21,7 @@ void MainViewController::usb_discover() {
 void MainViewController::stop_usb_discover() {
   if (!usbListenChannel_) return;
   usbListenChannel_->close();
-  usbListenChannel_->setDelegate(nullptr);
+  usbListenChannel_->setDelegate({});
   usbListenChannel_.reset();
   oxlog("停止 USB 侦听！");
 }
@@ -47,7 +47,7 @@ void MainViewController::ioFrameChannelDidEndWithError(const std::shared_ptr<PTC
                                                        const OptionalError& error) {
   oxlog("ioFrameChannel didEndWithError:{}", error ? error->toString() : "(null)");
   if (channel && channel == usbPeerChannel_) {
-    usbPeerChannel_->setDelegate(nullptr);
+    usbPeerChannel_->setDelegate({});
     usbPeerChannel_.reset();
   }
 }

@@ -44,7 +44,7 @@ OXStreamSocket::OXStreamSocket(std::shared_ptr<LFLiveStreamInfo> stream, int64_t
 OXStreamSocket::~OXStreamSocket() {
   isSendingObservation_.reset();
   reconnectTimer_.cancel();
-  if (usbChannel_) usbChannel_->setDelegate(nullptr);
+  if (usbChannel_) usbChannel_->setDelegate({});
   if (asyncSocket_) asyncSocket_->setDelegate({});
 }
 
@@ -204,7 +204,7 @@ void OXStreamSocket::dropCarriers() {
     socket->disconnect();
   }
   if (channel) {
-    channel->setDelegate(nullptr);
+    channel->setDelegate({});
     channel->sendFrameOfType(wire::kUsbFrameTypeControl, wire::kUsbTagStopNotice,
                              wire::buildStopNotice());
     channel->cancel();
@@ -329,7 +329,7 @@ void OXStreamSocket::handleClientCmd(std::span<const uint8_t> data) {
       reportError(LiveStreamError::PeerClosed);
       reportStatus(LiveStreamState::Stopped);
       if (auto socket = asyncSocket()) socket->setDelegate({});
-      if (auto channel = usbChannel()) channel->setDelegate(nullptr);
+      if (auto channel = usbChannel()) channel->setDelegate({});
       return;
     case wire::kHostConnectionLost:
       reportError(LiveStreamError::ConnectionLost);

@@ -332,14 +332,14 @@ TEST_F(PTChannelTest, StartReadingMakesAChannelOfAnyConnectedStream) {
   ASSERT_TRUE(pumpUntil([&] { return recorder->endsOf(channel) == 1; }));
   EXPECT_FALSE(recorder->ends[0].error);
   EXPECT_FALSE(channel->isConnected());
-  channel->setDelegate(nullptr);
+  channel->setDelegate({});
 }
 
 TEST_F(PTChannelTest, FramesArrivingWithNoDelegateAreReadAndLost) {
   Fd peer;
   auto channel = connectPeer(peer);
   ASSERT_TRUE(channel);
-  channel->setDelegate(nullptr);
+  channel->setDelegate({});
   EXPECT_EQ(channel->delegateFlags(), 0);
   peer::sendAll(peer, peerFrame(1, 1, patternBytes(5000, 1)) + peerFrame(2, 2));
   ASSERT_TRUE(peer::waitDelivered(peer));
@@ -408,7 +408,7 @@ TEST_F(PTChannelTest, DelegateFlagsKeepOnlyTheThreeOptionalOperations) {
   recorder->ops = 0xFF;
   listener->setDelegate(recorder);
   EXPECT_EQ(listener->delegateFlags(), 7);
-  listener->setDelegate(nullptr);
+  listener->setDelegate({});
   EXPECT_EQ(listener->delegateFlags(), 0);
   EXPECT_EQ(listener->delegate(), nullptr);
 }
@@ -426,7 +426,7 @@ TEST_F(PTChannelTest, ListeningOnAPortInUseReportsTheSystemError) {
       << (result ? result->toString() : "no error");
   EXPECT_FALSE(second->isListening());
   EXPECT_EQ(second->listeningPort(), 0);
-  second->setDelegate(nullptr);
+  second->setDelegate({});
 }
 
 TEST(PTAddressTest, DescribesNumericAddressAndPort) {

@@ -184,10 +184,10 @@ class PTListenerTest : public testing::Test {
   void TearDown() override {
     // The channels hold the recorder and the recorder holds them: undo both.
     for (auto& channel : recorder->accepted) {
-      channel->setDelegate(nullptr);
+      channel->setDelegate({});
       channel->close();
     }
-    listener->setDelegate(nullptr);
+    listener->setDelegate({});
     listener->close();
     recorder->accepted.clear();
     recorder->frames.clear();

@@ -1,0 +1,156 @@
+// The two carriers behind one interface, each against a plain loopback peer:
+// how a record with a tail block leaves, which completions come back, what a
+// read looks like, and that both hold their delegate weakly.
+#include <gtest/gtest.h>
+
+#include "channels/TcpCarrier.h"
+#include "channels/UsbCarrier.h"
+#include "tests/channels/support/PTChannelTestSupport.h"
+#include "tests/support/SocketTestSupport.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using test::Bytes;
+
+struct CarrierEvents : CarrierDelegate {
+  std::vector<int64_t> written;
+  Bytes received;
+  std::vector<bool> endsMessage;
+  int ended = 0;
+  void carrierDidReceiveData(Carrier*, std::span<const uint8_t> data, bool ends) override {
+    received.insert(received.end(), data.begin(), data.end());
+    endsMessage.push_back(ends);
+  }
+  void carrierDidWriteRecord(Carrier*, int64_t tag) override { written.push_back(tag); }
+  void carrierDidEnd(Carrier*, const OptionalError&) override { ++ended; }
+};
+
+// Takes what a listening framed channel accepts into a carrier.
+struct UsbAcceptor : PTChannelDelegate {
+  std::shared_ptr<UsbCarrier> carrier;
+  void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>&, uint32_t, uint32_t,
+                                           std::shared_ptr<const PTPayload>) override {}
+  void ioFrameChannelDidAcceptConnection(const std::shared_ptr<PTChannel>&,
+                                         const std::shared_ptr<PTChannel>& newChannel,
+                                         const PTAddress&) override {
+    carrier = UsbCarrier::adopt(newChannel);
+  }
+  uint8_t ptChannelDelegateOptionalOps() const override { return kPTDelegateDidAcceptConnection; }
+};
+
+std::shared_ptr<const Bytes> shared(Bytes bytes) {
+  return std::make_shared<const Bytes>(std::move(bytes));
+}
+
+class CarrierTest : public testing::TestWithParam<Carrier::Kind> {
+ protected:
+  // A carrier connected to `peer_`, with `events_` as its delegate.
+  void connect() {
+    if (GetParam() == Carrier::Kind::tcp) {
+      uint16_t port = 0;
+      auto listener = test::peer::listen(port);
+      OptionalError error;
+      carrier_ = TcpCarrier::connect("127.0.0.1", port, 5.0, events_, MainQueue::get(), error);
+      ASSERT_TRUE(carrier_) << error->toString();
+      peer_ = test::peer::accept(listener);
+      ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return carrier_->isConnected(); }));
+    } else {
+      listener_ = PTChannel::channelWithDelegate(acceptor_);
+      OptionalError failure;
+      listener_->listenOnPort(0, 0x7f000001, [&](OptionalError e) { failure = e; });
+      ASSERT_FALSE(failure);
+      peer_ = test::peer::connect(listener_->listeningPort());
+      ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return acceptor_->carrier != nullptr; }));
+      carrier_ = acceptor_->carrier;
+      carrier_->setDelegate(events_);
+    }
+    carrier_->startReading();
+  }
+
+  void TearDown() override {
+    if (listener_) listener_->close();
+  }
+
+  test::ManualMain env_;
+  std::shared_ptr<CarrierEvents> events_ = std::make_shared<CarrierEvents>();
+  std::shared_ptr<UsbAcceptor> acceptor_ = std::make_shared<UsbAcceptor>();
+  std::shared_ptr<PTChannel> listener_;
+  std::shared_ptr<Carrier> carrier_;
+  test::Fd peer_;
+};
+
+TEST_P(CarrierTest, RecordsLeaveWithTheirTailsAndReportOnlyWhenAsked) {
+  connect();
+  ASSERT_TRUE(carrier_);
+  CarrierRecord packet{shared({1, 2, 3}),    shared({9, 9}),  /*tag=*/4242, -1, /*frameType=*/9,
+                       /*tailFrameType=*/88, /*tailTag=*/8821};
+  CarrierRecord quiet{shared({4}), nullptr, /*tag=*/1, -1, /*frameType=*/18};
+  quiet.report = false;
+  CarrierRecord notice{shared({7, 7}), nullptr, /*tag=*/8814, -1, /*frameType=*/88};
+  notice.framedOnly = true;
+  carrier_->sendRecord(packet);
+  carrier_->sendRecord(quiet);
+  carrier_->sendRecord(notice);
+
+  if (GetParam() == Carrier::Kind::tcp) {
+    // One write for the packet and its tail; the framed channel's notice
+    // never goes over TCP.
+    EXPECT_EQ(test::peer::receive(peer_, 6, 5.0), (Bytes{1, 2, 3, 9, 9, 4}));
+    EXPECT_TRUE(test::peer::receiveAvailable(peer_, 0.2).empty());
+  } else {
+    auto frames = test::parseWireFrames(test::peer::receive(peer_, 4 * 16 + 3 + 2 + 1 + 2, 5.0));
+    ASSERT_EQ(frames.size(), 4u);
+    EXPECT_EQ(frames[0].type, 9u);
+    EXPECT_EQ(frames[0].tag, 4242u);
+    EXPECT_EQ(frames[1].type, 88u);
+    EXPECT_EQ(frames[1].tag, 8821u);
+    EXPECT_EQ(frames[1].payload, (Bytes{9, 9}));
+    EXPECT_EQ(frames[2].type, 18u);
+    EXPECT_EQ(frames[3].tag, 8814u);
+  }
+  // The quiet record is never reported; the notice only where it was sent.
+  std::vector<int64_t> reported{4242};
+  if (GetParam() == Carrier::Kind::usb) reported.push_back(8814);
+  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return !events_->written.empty(); }));
+  test::pumpFor(env_.main(), 0.1);
+  EXPECT_EQ(events_->written, reported);
+}
+
+TEST_P(CarrierTest, ReadsArriveAsStreamPiecesOrWholeMessagesAndTheEndOnce) {
+  connect();
+  ASSERT_TRUE(carrier_);
+  bool tcp = GetParam() == Carrier::Kind::tcp;
+  test::peer::sendAll(peer_, tcp ? Bytes{5, 6, 7} : test::peerFrame(88, 1, {5, 6, 7}));
+  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return events_->received.size() == 3; }));
+  EXPECT_EQ(events_->received, (Bytes{5, 6, 7}));
+  EXPECT_EQ(events_->endsMessage.front(), !tcp);
+
+  peer_.reset();
+  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return events_->ended > 0; }));
+  test::pumpFor(env_.main(), 0.1);
+  EXPECT_EQ(events_->ended, 1);
+}
+
+TEST_P(CarrierTest, HoldsItsDelegateWeakly) {
+  connect();
+  ASSERT_TRUE(carrier_);
+  std::weak_ptr<CarrierEvents> weak = events_;
+  events_.reset();
+  EXPECT_TRUE(weak.expired());
+  EXPECT_EQ(carrier_->delegate(), nullptr);
+  test::peer::sendAll(peer_,
+                      GetParam() == Carrier::Kind::tcp ? Bytes{1} : test::peerFrame(88, 1, {1}));
+  test::pumpFor(env_.main(), 0.1);  // delivered to nobody, without harm
+  EXPECT_TRUE(carrier_->isConnected());
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, CarrierTest,
+                         testing::Values(Carrier::Kind::tcp, Carrier::Kind::usb),
+                         [](const auto& info) {
+                           return info.param == Carrier::Kind::tcp ? "Tcp" : "Usb";
+                         });
+
+}  // namespace
+}  // namespace oxelo
