@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "channels/TcpCarrier.h"
+#include "channels/UsbCarrier.h"
 #include "platform/dispatch/MainQueue.h"
 #include "platform/log/Log.h"
 #include "transport/InitError.h"
@@ -62,6 +64,23 @@ const std::shared_ptr<LFStreamingBuffer>& OXStreamSocket::buffer() {
     buffer_->setDelegate(weak_from_this());
   }
   return buffer_;
+}
+
+void OXStreamSocket::setCarrier(std::shared_ptr<Carrier> carrier) {
+  // Until the send side speaks to carriers, the carrier's own socket or
+  // channel is taken over; the carrier is kept so that its end does not
+  // clear the socket's delegate.
+  {
+    std::lock_guard lock(lazyMutex_);
+    handedOver_ = carrier;
+  }
+  if (auto tcp = std::dynamic_pointer_cast<TcpCarrier>(carrier)) {
+    tcp->setDelegate({});
+    setAsyncSocket(tcp->socket());
+  } else if (auto usb = std::dynamic_pointer_cast<UsbCarrier>(carrier)) {
+    usb->setDelegate({});
+    setUsbChannel(usb->channel());
+  }
 }
 
 void OXStreamSocket::setAsyncSocket(std::shared_ptr<GCDAsyncSocket> socket) {

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "channels/Carrier.h"
 #include "channels/GCDAsyncSocket.h"
 #include "channels/PTChannel.h"
 #include "platform/device/AppLifecycle.h"
@@ -76,6 +77,7 @@ class OXStreamSocket final : public LFStreamSocket,
 
   // Hand over a connected, greeted carrier; the socket becomes its delegate.
   // Main queue, before start().
+  void setCarrier(std::shared_ptr<Carrier> carrier);
   void setAsyncSocket(std::shared_ptr<GCDAsyncSocket> socket);
   void setUsbChannel(std::shared_ptr<PTChannel> channel);
   std::shared_ptr<GCDAsyncSocket> asyncSocket() const;
@@ -188,6 +190,7 @@ class OXStreamSocket final : public LFStreamSocket,
   std::shared_ptr<LFStreamingBuffer> buffer_;
   std::shared_ptr<GCDAsyncSocket> asyncSocket_;
   std::shared_ptr<PTChannel> usbChannel_;
+  std::shared_ptr<Carrier> handedOver_;
   TimerHandle reconnectTimer_;
 
   mutable std::mutex debugMutex_;           // the statistics: send passes and the main queue
