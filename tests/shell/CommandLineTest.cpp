@@ -10,6 +10,7 @@ struct BadArgs {
   std::vector<std::string> args;
   const char* errorPart;
 };
+void PrintTo(const BadArgs& a, std::ostream* os) { *os << a.name; }
 class CommandLineErrorTest : public testing::TestWithParam<BadArgs> {};
 
 TEST_P(CommandLineErrorTest, RefusesWithAClearMessage) {
@@ -42,6 +43,7 @@ struct GoodArgs {
   int instance;
   double duration;
 };
+void PrintTo(const GoodArgs& a, std::ostream* os) { *os << a.name; }
 class CommandLineValueTest : public testing::TestWithParam<GoodArgs> {};
 
 TEST_P(CommandLineValueTest, ReadsNumbers) {
