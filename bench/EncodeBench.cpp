@@ -31,8 +31,10 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "bench/BenchOptions.h"
 #include "bench/BenchSettings.h"
 #include "bench/FfmpegCommand.h"
 #include "bench/LogCapture.h"
@@ -61,25 +63,27 @@ struct Options {
   bool verbose = false;
 };
 
-bool parseOptions(int argc, char** argv, Options& o) {
-  for (int i = 1; i < argc; ++i) {
-    std::string a = argv[i];
-    bool hasValue = i + 1 < argc;
-    if (a == "--verbose") {
-      o.verbose = true;
-    } else if (a == "--size" && hasValue) {
-      if (std::sscanf(argv[++i], "%dx%d", &o.width, &o.height) != 2) return false;
-    } else if (a == "--fps" && hasValue) {
-      o.fps = std::atoi(argv[++i]);
-    } else if (a == "--frames" && hasValue) {
-      o.frames = std::atoi(argv[++i]);
-    } else if (a == "--rounds" && hasValue) {
-      o.rounds = std::atoi(argv[++i]);
-    } else {
-      return false;
-    }
-  }
-  return o.width > 0 && o.height > 0 && o.fps > 0 && o.frames > 0 && o.rounds > 0;
+// The options, writing into `o`, which must outlive the app.
+void describeOptions(CLI::App& app, Options& o) {
+  app.add_option_function<std::string>(
+         "--size",
+         [&o](const std::string& text) { std::tie(o.width, o.height) = *parseFrameSize(text); },
+         "picture size (default 1280x720)")
+      ->type_name("WxH")
+      ->check(frameSize());
+  app.add_option("--fps", o.fps, "frame rate of the session")
+      ->type_name("N")
+      ->check(positive())
+      ->capture_default_str();
+  app.add_option("--frames", o.frames, "pictures per round")
+      ->type_name("N")
+      ->check(positive())
+      ->capture_default_str();
+  app.add_option("--rounds", o.rounds, "rounds, the median of which is taken")
+      ->type_name("N")
+      ->check(positive())
+      ->capture_default_str();
+  app.add_flag("--verbose", o.verbose, "let the program's log through to stderr");
 }
 
 // Counts what the encoder hands out.
@@ -174,12 +178,10 @@ double msPerFrame(double seconds, size_t frames) {
 
 int main(int argc, char** argv) {
   Options o;
-  if (!parseOptions(argc, argv, o)) {
-    std::fprintf(stderr,
-                 "usage: oxelo-bench-encode [--size WxH] [--fps N] [--frames N] [--rounds N] "
-                 "[--verbose]\n");
-    return 2;
-  }
+  CLI::App app("Encoding cost per frame: ours against the ffmpeg command line.",
+               "oxelo-bench-encode");
+  describeOptions(app, o);
+  if (auto status = parseOptions(app, argc, argv)) return *status;
   signal(SIGPIPE, SIG_IGN);
   LogCapture log(o.verbose);
   MachineLoad load;

@@ -34,6 +34,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/BenchOptions.h"
 #include "bench/BenchSettings.h"
 #include "bench/LogCapture.h"
 #include "bench/MachineLoad.h"
@@ -62,25 +63,22 @@ struct Options {
   bool verbose = false;
 };
 
-bool parseOptions(int argc, char** argv, Options& o) {
-  for (int i = 1; i < argc; ++i) {
-    std::string a = argv[i];
-    bool hasValue = i + 1 < argc;
-    if (a == "--verbose") {
-      o.verbose = true;
-    } else if (a == "--size" && hasValue) {
-      int w = 0, h = 0;
-      if (std::sscanf(argv[++i], "%dx%d", &w, &h) != 2 || w <= 0 || h <= 0) return false;
-      o.sizes = {{w, h}};
-    } else if (a == "--fps" && hasValue) {
-      o.fps = std::atoi(argv[++i]);
-    } else if (a == "--frames" && hasValue) {
-      o.frames = std::atoi(argv[++i]);
-    } else {
-      return false;
-    }
-  }
-  return o.fps > 0 && o.frames > 0;
+// The options, writing into `o`, which must outlive the app.
+void describeOptions(CLI::App& app, Options& o) {
+  app.add_option_function<std::string>(
+         "--size", [&o](const std::string& text) { o.sizes = {*parseFrameSize(text)}; },
+         "measure this picture size only (default 1280x720 and 1920x1080)")
+      ->type_name("WxH")
+      ->check(frameSize());
+  app.add_option("--fps", o.fps, "frame rate of the session and of the pushes")
+      ->type_name("N")
+      ->check(positive())
+      ->capture_default_str();
+  app.add_option("--frames", o.frames, "pictures pushed per size")
+      ->type_name("N")
+      ->check(positive())
+      ->capture_default_str();
+  app.add_flag("--verbose", o.verbose, "let the program's log through to stderr");
 }
 
 struct Push {
@@ -230,12 +228,9 @@ int measure(BenchSettings& settings, Queue& main, int width, int height, const O
 
 int main(int argc, char** argv) {
   Options o;
-  if (!parseOptions(argc, argv, o)) {
-    std::fprintf(stderr,
-                 "usage: oxelo-bench-latency [--size WxH] [--fps N] [--frames N] "
-                 "[--verbose]\n");
-    return 2;
-  }
+  CLI::App app("Latency from a picture's push to its arrival at the host.", "oxelo-bench-latency");
+  describeOptions(app, o);
+  if (auto status = parseOptions(app, argc, argv)) return *status;
   signal(SIGPIPE, SIG_IGN);
   LogCapture log(o.verbose);
   BenchSettings settings;

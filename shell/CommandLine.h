@@ -21,11 +21,13 @@ struct CommandLine {
   bool catalogue = false;
 };
 
-// Parses argv. Returns nothing and sets `error` on a bad argument.
+// Parses the arguments that follow the program's name. Returns nothing and
+// sets `error` (one line, without the program's name) on a bad argument;
+// --help and --version are requests, not errors: they set their fields.
 std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args,
                                             std::string& error);
 
-// The text of --help.
+// The text of --help, made from the same option table as the parser.
 std::string usageText();
 
 }  // namespace oxelo

@@ -3,21 +3,25 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
+
+#include "wire/WireBytes.h"
+#include "wire/WireConstants.h"
 
 namespace oxelo {
 
 // The packets of the greeting that runs on every new channel to the host
 // before any video flows. All are little-endian 32-bit words; word 0 is the
-// type 136 (0x88), word 1 the command, and the command fixes the size.
+// command type of the stream (wire::kPacketTypeCommand, 136 or 0x88), word 1
+// the command, and the command fixes the size.
 namespace handshake {
 
-using Bytes = std::vector<uint8_t>;
+using Bytes = oxelo::Bytes;
 
-inline constexpr uint32_t kType = 136;
+inline constexpr uint32_t kType = wire::kPacketTypeCommand;
 inline constexpr uint32_t kHostInfo = 16;       // 0x10, host to phone, 80 bytes
 inline constexpr uint32_t kStart = 17;          // 0x11, host to phone, 20 bytes
 inline constexpr uint32_t kVideoSettings = 19;  // 0x13, 36 bytes from the host, 48 back
+inline constexpr uint32_t kHelloMark = 32;      // word 2 of the long hello
 
 inline constexpr size_t kHostInfoSize = 80;
 inline constexpr size_t kStartSize = 20;
@@ -69,8 +73,11 @@ std::optional<HostInfo> readHostInfo(const uint8_t* data, size_t size);
 std::optional<VideoSettings> readVideoSettings(const uint8_t* data, size_t size);
 std::optional<VideoSettings> readSettingsAnswer(const uint8_t* data, size_t size);
 
-uint32_t readWord(const uint8_t* p);
-void appendWord(Bytes& out, uint32_t value);
+// The little-endian word at `p`, which must have 4 bytes behind it. For the
+// callers that walk a receive buffer by pointer; wire::WireReader reads it.
+inline uint32_t readWord(const uint8_t* p) {
+  return wire::WireReader(wire::ByteView(p, 4)).u32LE(0);
+}
 
 }  // namespace handshake
 }  // namespace oxelo

@@ -1,57 +1,124 @@
+#include "wire/HandshakePackets.h"
+
 #include <gtest/gtest.h>
 
-#include "wire/HandshakePackets.h"
+#include <functional>
+#include <string>
+
+#include "tests/support/WireTestBytes.h"
 
 namespace oxelo {
 namespace {
 
-using handshake::Bytes;
+using test::cat;
+using test::hex;
+using test::repeat;
+
+// 640x480@24, portrait 5, quality 0, encoder 1, audio 0, as the host sends it.
+const Bytes kVideoSettingsFromHost =
+    hex("88 00 00 00 | 13 00 00 00 | 80 02 00 00 | e0 01 00 00 | 18 00 00 00 |"
+        "05 00 00 00 | 00 00 00 00 | 01 00 00 00 | 00 00 00 00");
 
 TEST(HandshakePacketsTest, HelloFormsMatchTheTables) {
-  EXPECT_EQ(handshake::helloLong(),
-            (Bytes{0x88, 0, 0, 0, 0x10, 0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(handshake::helloShort(), (Bytes{0x88, 0x10, 0x20, 0x00}));
+  EXPECT_EQ(handshake::helloLong(), hex("88 00 00 00 | 10 00 00 00 | 20 00 00 00 | 00 00 00 00"));
+  EXPECT_EQ(handshake::helloShort(), hex("88 10 20 00"));
 }
 
 TEST(HandshakePacketsTest, SettingsAnswerIs48BytesWithPortraitAsZeroOrOne) {
   handshake::VideoSettings s{1920, 1080, 30, 7, 2, 1, 2};
-  Bytes expected = {0x88, 0,    0, 0, 0x13, 0,    0, 0,                // type, command
-                    0x80, 0x07, 0, 0, 0x38, 0x04, 0, 0, 30, 0, 0, 0,   // 1920 x 1080 @ 30
-                    1,    0,    0, 0,                                  // portrait 7 -> 1
-                    2,    0,    0, 0, 1,    0,    0, 0, 2,  0, 0, 0,   // quality, encoder, audio
-                    0,    0,    0, 0, 0,    0,    0, 0, 0,  0, 0, 0};  // reserved
+  const Bytes expected = cat({hex("88 00 00 00 | 13 00 00 00"),                // type, command
+                              hex("80 07 00 00 | 38 04 00 00 | 1e 00 00 00"),  // 1920 x 1080 @ 30
+                              hex("01 00 00 00"),                              // portrait 7 -> 1
+                              hex("02 00 00 00 | 01 00 00 00 | 02 00 00 00"),  // quality, encoder,
+                                                                               // audio
+                              repeat("00", 12)});                              // reserved
   EXPECT_EQ(handshake::settingsAnswer(s), expected);
   auto back = handshake::readSettingsAnswer(expected.data(), expected.size());
   ASSERT_TRUE(back);
-  EXPECT_EQ(back->width, 1920u);
-  EXPECT_EQ(back->portrait, 1u);
-  EXPECT_FALSE(handshake::readSettingsAnswer(expected.data(), 47));
+  EXPECT_EQ(*back, (handshake::VideoSettings{1920, 1080, 30, 1, 2, 1, 2}));
 }
 
 TEST(HandshakePacketsTest, HostPacketsFromTheHostSide) {
-  Bytes info = handshake::hostInfo(5897, "Desk");
-  ASSERT_EQ(info.size(), 80u);
-  EXPECT_EQ(Bytes(info.begin(), info.begin() + 16),
-            (Bytes{0x88, 0, 0, 0, 0x10, 0, 0, 0, 0x09, 0x17, 0, 0, 'D', 'e', 's', 'k'}));
-  EXPECT_EQ(info[16], 0);
-  auto read = handshake::readHostInfo(info.data(), info.size());
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->port, 5897u);
-  EXPECT_EQ(read->name, "Desk");
-  // A name too long for the field is cut so that its terminator still fits.
-  auto longName = handshake::hostInfo(1, std::string(100, 'x'));
-  EXPECT_EQ(handshake::readHostInfo(longName.data(), longName.size())->name, std::string(67, 'x'));
+  const Bytes desk = cat({hex("88 00 00 00 | 10 00 00 00 | 09 17 00 00"),  // port 5897
+                          hex("44 65 73 6b"), repeat("00", 64)});          // "Desk", zeros
+  EXPECT_EQ(handshake::hostInfo(5897, "Desk"), desk);
+  EXPECT_EQ(handshake::start(), cat({hex("88 00 00 00 | 11 00 00 00"), repeat("00", 12)}));
+  EXPECT_EQ(handshake::videoSettings({640, 480, 24, 5, 0, 1, 0}), kVideoSettingsFromHost);
 
-  EXPECT_EQ(handshake::start(),
-            (Bytes{0x88, 0, 0, 0, 0x11, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-  Bytes vs = handshake::videoSettings({640, 480, 24, 1, 0, 1, 0});
-  EXPECT_EQ(vs, (Bytes{0x88, 0, 0, 0, 0x13, 0, 0, 0, 0x80, 0x02, 0, 0, 0xe0, 0x01, 0, 0, 24, 0,
-                       0,    0, 1, 0, 0,    0, 0, 0, 0,    0,    1, 0, 0,    0,    0, 0, 0,  0}));
+  // A name too long for the field is cut so that its terminator still fits.
+  const Bytes cut =
+      cat({hex("88 00 00 00 | 10 00 00 00 | 01 00 00 00"), repeat("78", 67), hex("00")});
+  EXPECT_EQ(handshake::hostInfo(1, std::string(100, 'x')), cut);
+
   EXPECT_EQ(handshake::hostPacketSize(16), 80u);
   EXPECT_EQ(handshake::hostPacketSize(17), 20u);
   EXPECT_EQ(handshake::hostPacketSize(19), 36u);
   EXPECT_EQ(handshake::hostPacketSize(18), 0u);
 }
+
+TEST(HandshakePacketsTest, PhoneReadsWhatTheHostSends) {
+  const Bytes desk = cat({hex("88 00 00 00 | 10 00 00 00 | 09 17 00 00 | 44 65 73 6b"),
+                          repeat("00", 64), hex("ff ff")});  // bytes behind are not looked at
+  auto info = handshake::readHostInfo(desk.data(), desk.size());
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->port, 5897u);
+  EXPECT_EQ(info->name, "Desk");
+
+  // A name with no terminator ends with the field, not in the bytes behind it.
+  const Bytes full =
+      cat({hex("88 00 00 00 | 10 00 00 00 | 01 00 00 00"), repeat("41", 68), hex("42 42 00")});
+  info = handshake::readHostInfo(full.data(), full.size());
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->name, std::string(68, 'A'));
+
+  auto s =
+      handshake::readVideoSettings(kVideoSettingsFromHost.data(), kVideoSettingsFromHost.size());
+  ASSERT_TRUE(s);
+  EXPECT_EQ(*s, (handshake::VideoSettings{640, 480, 24, 5, 0, 1, 0}));  // portrait kept as sent
+}
+
+// Each reader refuses bytes that are short by one or that are another packet.
+using Reader = std::function<bool(const Bytes&)>;
+struct Refusal {
+  const char* name;
+  Reader read;
+  Bytes bytes;
+};
+void PrintTo(const Refusal& r, std::ostream* os) { *os << r.name; }
+class HandshakeRefusalTest : public testing::TestWithParam<Refusal> {};
+
+TEST_P(HandshakeRefusalTest, GivesNothing) { EXPECT_FALSE(GetParam().read(GetParam().bytes)); }
+
+const Reader kHostInfo = [](const Bytes& b) {
+  return handshake::readHostInfo(b.data(), b.size()).has_value();
+};
+const Reader kVideoSettings = [](const Bytes& b) {
+  return handshake::readVideoSettings(b.data(), b.size()).has_value();
+};
+const Reader kSettingsAnswer = [](const Bytes& b) {
+  return handshake::readSettingsAnswer(b.data(), b.size()).has_value();
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Readers, HandshakeRefusalTest,
+    testing::Values(
+        Refusal{"Empty", kHostInfo, {}},
+        Refusal{"HostInfoShortByOne", kHostInfo,
+                cat({hex("88 00 00 00 | 10 00 00 00 | 09 17 00 00"), repeat("00", 67)})},
+        Refusal{"HostInfoWithTheTypeOfAVideoPacket", kHostInfo,
+                cat({hex("09 00 00 00 | 10 00 00 00"), repeat("00", 72)})},
+        Refusal{"HostInfoWithTypeInTheLowByteOnly", kHostInfo,
+                cat({hex("88 00 00 01 | 10 00 00 00"), repeat("00", 72)})},
+        Refusal{"StartIsNotHostInfo", kHostInfo,
+                cat({hex("88 00 00 00 | 11 00 00 00"), repeat("00", 72)})},
+        Refusal{"VideoSettingsShortByOne", kVideoSettings,
+                Bytes(kVideoSettingsFromHost.begin(), kVideoSettingsFromHost.end() - 1)},
+        Refusal{"VideoSettingsOfAnotherCommand", kVideoSettings,
+                cat({hex("88 00 00 00 | 10 00 00 00"), repeat("00", 28)})},
+        Refusal{"SettingsAnswerIsLongerThanHostSettings", kSettingsAnswer, kVideoSettingsFromHost},
+        Refusal{"SettingsAnswerShortByOne", kSettingsAnswer,
+                cat({hex("88 00 00 00 | 13 00 00 00"), repeat("00", 39)})}),
+    [](const auto& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace oxelo
