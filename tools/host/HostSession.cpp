@@ -8,17 +8,18 @@
 #include "platform/log/Log.h"
 #include "wire/CarrierMapping.h"
 #include "wire/CommandPackets.h"
+#include "wire/WireBytes.h"
 
 namespace oxelo::host {
 
 namespace {
 
-using handshake::readWord;
-
-constexpr uint8_t kShortHello[4] = {0x88, 0x10, 0x20, 0x00};
 constexpr size_t kHelloLongSize = 16;
 constexpr size_t kHelloShortSize = 4;
-constexpr uint32_t kHelloMark = 32;  // word 2 of the long form
+
+uint32_t wordAt(std::span<const uint8_t> bytes, size_t offset) {
+  return wire::WireReader(bytes).u32LE(offset);
+}
 
 // Frame tags of the host's packets: the last two digits repeat the command in
 // hexadecimal, as the phone's tags of the same family do.
@@ -136,7 +137,7 @@ size_t HostSession::takeHandshakePacket(std::span<const uint8_t> bytes) {
     return bytes.size();
   }
   if (bytes.size() < 2) return 0;
-  if (bytes[1] == kShortHello[1]) {
+  if (bytes[1] == handshake::helloShort()[1]) {
     if (bytes.size() < kHelloShortSize) return 0;
     onHelloShort(bytes.first(kHelloShortSize));
     return kHelloShortSize;
@@ -148,7 +149,7 @@ size_t HostSession::takeHandshakePacket(std::span<const uint8_t> bytes) {
     return bytes.size();
   }
   if (bytes.size() < 8) return 0;
-  const uint32_t command = readWord(bytes.data() + 4);
+  const uint32_t command = wordAt(bytes, 4);
   if (command == handshake::kHostInfo) {
     if (bytes.size() < kHelloLongSize) return 0;
     onHelloLong(bytes.first(kHelloLongSize));
@@ -165,7 +166,7 @@ size_t HostSession::takeHandshakePacket(std::span<const uint8_t> bytes) {
 
 void HostSession::onHelloLong(std::span<const uint8_t> packet) {
   checkFrame("the long hello", handshake::kUsbFrameType, handshake::kTagHello);
-  if (readWord(packet.data() + 8) != kHelloMark || readWord(packet.data() + 12) != 0) {
+  if (wordAt(packet, 8) != handshake::kHelloMark || wordAt(packet, 12) != 0) {
     addError("a long hello with unexpected words: " + hexBytes(packet.subspan(8)));
   }
   if (seen_.helloLong) {
@@ -180,7 +181,8 @@ void HostSession::onHelloLong(std::span<const uint8_t> packet) {
 
 void HostSession::onHelloShort(std::span<const uint8_t> packet) {
   checkFrame("the short hello", handshake::kUsbFrameType, handshake::kTagHello);
-  if (!std::equal(packet.begin(), packet.end(), std::begin(kShortHello))) {
+  const auto shortHello = handshake::helloShort();
+  if (!std::equal(packet.begin(), packet.end(), shortHello.begin(), shortHello.end())) {
     addError("a short hello with unexpected bytes: " + hexBytes(packet));
   }
   if (seen_.helloShort) {
