@@ -73,7 +73,6 @@ void OXLiveSession::initStreamInfo(std::shared_ptr<LFLiveStreamInfo> streamInfo)
 }
 
 std::shared_ptr<LFLiveStreamInfo> OXLiveSession::streamInfo() {
-  OX_ASSERT_ON_MAIN_QUEUE();
   std::lock_guard lock(mutex_);
   if (!streamInfo_) {
     streamInfo_ = std::make_shared<LFLiveStreamInfo>();
@@ -84,7 +83,6 @@ std::shared_ptr<LFLiveStreamInfo> OXLiveSession::streamInfo() {
 }
 
 std::shared_ptr<OXStreamSocket> OXLiveSession::streamSocket() {
-  OX_ASSERT_ON_MAIN_QUEUE();
   auto info = streamInfo();
   std::lock_guard lock(mutex_);
   if (!socket_) {
@@ -144,7 +142,6 @@ void OXLiveSession::startLive() {
 }
 
 void OXLiveSession::stopLive() {
-  OX_ASSERT_ON_MAIN_QUEUE();
   uploading_ = false;
   std::shared_ptr<OXStreamSocket> socket;
   std::shared_ptr<LFVideoEncoding> video;
@@ -166,7 +163,6 @@ void OXLiveSession::stopLive() {
 // ---- Properties ----
 
 void OXLiveSession::setRunning(bool running) {
-  OX_ASSERT_ON_MAIN_QUEUE();
   if (running_.get() == running) return;
   running_.set(running);
   if (auto audio = audioCaptureSource()) audio->setRunning(running);
