@@ -6,9 +6,7 @@
 
 #include <algorithm>
 #include <asio/ip/tcp.hpp>
-#include <asio/steady_timer.hpp>
 #include <atomic>
-#include <chrono>
 #include <deque>
 #include <mutex>
 #include <optional>
@@ -17,6 +15,7 @@
 
 #include "channels/AsioRuntime.h"
 #include "channels/SocketWorker.h"
+#include "platform/dispatch/PostWeak.h"
 #include "platform/log/Log.h"
 
 namespace oxelo {
@@ -24,9 +23,10 @@ namespace oxelo {
 namespace {
 
 using asio::ip::tcp;
-using SteadyClock = std::chrono::steady_clock;
 
 constexpr int kBacklog = 1024;
+// The pause before listening again after a failed accept.
+constexpr double kAcceptRetryDelay = 0.1;
 // What one read asks of the system at least; a read takes all that is
 // waiting, however much that is.
 constexpr size_t kReadChunk = 16 * 1024;
@@ -34,10 +34,6 @@ constexpr size_t kReadChunk = 16 * 1024;
 Error errorFrom(const asio::error_code& ec, const char* reason) {
   if (ec.category() == asio::system_category()) return posixError(ec.value(), reason);
   return Error{kNetDbErrorDomain, ec.value(), ec.message(), reason};
-}
-
-std::chrono::steady_clock::duration seconds(double s) {
-  return std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(s));
 }
 
 }  // namespace
@@ -56,7 +52,7 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
     double timeout;
     int64_t tag;
     size_t done = 0;
-    SteadyClock::time_point started{};
+    double started = 0;  // on the time-out clock
   };
 
   Impl(std::weak_ptr<GCDAsyncSocketDelegate> d, std::shared_ptr<Queue> q)
@@ -65,9 +61,7 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
         socket(context),
         acceptor(context),
         resolver(context),
-        connectTimer(context),
-        readTimer(context),
-        writeTimer(context) {
+        timers(socketworker::timerQueue(defaultClock())) {
     delegate.set(std::move(d));
   }
 
@@ -90,9 +84,12 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
   tcp::socket socket;
   tcp::acceptor acceptor;
   tcp::resolver resolver;
-  asio::steady_timer connectTimer;  // connect time-out; accept retry while listening
-  asio::steady_timer readTimer;
-  asio::steady_timer writeTimer;
+  // Time-outs count on the default clock of the socket's creation. Each
+  // expiry also checks the generation and the operation it was set for.
+  const std::shared_ptr<Queue> timers;
+  TimerHandle connectTimer;  // connect time-out; accept retry while listening
+  TimerHandle readTimer;
+  TimerHandle writeTimer;
   std::deque<Read> reads;
   std::deque<Write> writes;
   std::optional<Read> currentRead;
@@ -109,13 +106,16 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
     if (!queue || !delegate.has()) return;
     // Only the socket's weak reference travels: an event waiting on a queue
     // does not keep the socket (nor, through it, the queue) alive.
-    queue->post([owner = owner, call = std::move(call)] {
-      auto sock = owner.lock();
-      if (!sock) return;
-      auto d = sock->impl_->delegate.get();
-      if (!d) return;
-      call(*d, sock.get());
+    postWeak(*queue, owner, [call = std::move(call)](GCDAsyncSocket& sock) {
+      if (auto d = sock.impl_->delegate.get()) call(*d, &sock);
     });
+  }
+
+  // Runs `fn(Impl&)` on the worker after `seconds` of the time-out clock,
+  // unless the socket is gone or the handle cancelled it first.
+  template <typename Fn>
+  TimerHandle after(double seconds, Fn fn) {
+    return socketworker::postAfterWeak(*timers, seconds, weak_from_this(), std::move(fn));
   }
 
   OptionalError checkStart(const char* verb) const {
@@ -149,10 +149,9 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
     state = State::connecting;
     auto gen = generation;
     if (timeout >= 0) {
-      connectTimer.expires_after(seconds(timeout));
-      connectTimer.async_wait([self = shared_from_this(), gen](const asio::error_code& ec) {
-        if (ec || gen != self->generation || self->state != State::connecting) return;
-        self->closeWithError(socketError(GCDAsyncSocketErrorCode::connectTimeout));
+      connectTimer = after(timeout, [gen](Impl& self) {
+        if (gen != self.generation || self.state != State::connecting) return;
+        self.closeWithError(socketError(GCDAsyncSocketErrorCode::connectTimeout));
       });
     }
     resolver.async_resolve(
@@ -263,10 +262,9 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
       if (ec) {
         // Out of descriptors and the like: try again shortly rather than spin.
         oxlog("GCDAsyncSocket: accept failed: {}", ec.message());
-        self->connectTimer.expires_after(std::chrono::milliseconds(100));
-        self->connectTimer.async_wait([self, gen](const asio::error_code& timerError) {
-          if (timerError || gen != self->generation || self->state != State::accepting) return;
-          self->acceptNext();
+        self->connectTimer = self->after(kAcceptRetryDelay, [gen](Impl& inner) {
+          if (gen != inner.generation || inner.state != State::accepting) return;
+          inner.acceptNext();
         });
         return;
       }
@@ -308,12 +306,9 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
     currentRead = reads.front();
     reads.pop_front();
     if (currentRead->timeout >= 0) {
-      readTimer.expires_after(seconds(currentRead->timeout));
-      readTimer.async_wait([self = shared_from_this(), gen = generation,
-                            id = currentRead->id](const asio::error_code& ec) {
-        if (ec || gen != self->generation || !self->currentRead || self->currentRead->id != id)
-          return;
-        self->closeWithError(socketError(GCDAsyncSocketErrorCode::readTimeout));
+      readTimer = after(currentRead->timeout, [gen = generation, id = currentRead->id](Impl& self) {
+        if (gen != self.generation || !self.currentRead || self.currentRead->id != id) return;
+        self.closeWithError(socketError(GCDAsyncSocketErrorCode::readTimeout));
       });
     }
     readNow();
@@ -419,18 +414,15 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
     if (state != State::connected || currentWrite || writes.empty()) return;
     currentWrite = std::move(writes.front());
     writes.pop_front();
-    currentWrite->started = SteadyClock::now();
+    currentWrite->started = timers->clock().now();
     if (currentWrite->timeout >= 0) armWriteTimer(currentWrite->timeout);
     writeNow();
   }
 
   void armWriteTimer(double timeout) {
-    writeTimer.expires_after(seconds(timeout));
-    writeTimer.async_wait([self = shared_from_this(), gen = generation,
-                           id = currentWrite->id](const asio::error_code& ec) {
-      if (ec || gen != self->generation || !self->currentWrite || self->currentWrite->id != id)
-        return;
-      self->writeTimedOut();
+    writeTimer = after(timeout, [gen = generation, id = currentWrite->id](Impl& self) {
+      if (gen != self.generation || !self.currentWrite || self.currentWrite->id != id) return;
+      self.writeTimedOut();
     });
   }
 
@@ -480,19 +472,16 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
     auto id = currentWrite->id;
     auto tag = currentWrite->tag;
     auto done = currentWrite->done;
-    double elapsed =
-        std::chrono::duration<double>(SteadyClock::now() - currentWrite->started).count();
+    double elapsed = timers->clock().now() - currentWrite->started;
     if (!queue || !delegate.has()) {
       answerWriteTimeout(id, 0.0);
       return;
     }
-    queue->post([owner = owner, id, tag, elapsed, done] {
-      auto sock = owner.lock();
-      if (!sock) return;  // closed and gone
+    postWeak(*queue, owner, [id, tag, elapsed, done](GCDAsyncSocket& sock) {
       double extra = 0.0;
-      if (auto d = sock->impl_->delegate.get())
-        extra = d->socketShouldTimeoutWriteWithTag(sock.get(), tag, elapsed, done);
-      socketworker::post([impl = sock->impl_, id, extra] { impl->answerWriteTimeout(id, extra); });
+      if (auto d = sock.impl_->delegate.get())
+        extra = d->socketShouldTimeoutWriteWithTag(&sock, tag, elapsed, done);
+      socketworker::post([impl = sock.impl_, id, extra] { impl->answerWriteTimeout(id, extra); });
     });
   }
 

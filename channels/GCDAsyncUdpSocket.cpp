@@ -4,13 +4,12 @@
 #include <sys/socket.h>
 
 #include <asio/ip/udp.hpp>
-#include <asio/steady_timer.hpp>
-#include <chrono>
 #include <deque>
 #include <optional>
 
 #include "channels/AsioRuntime.h"
 #include "channels/SocketWorker.h"
+#include "platform/dispatch/PostWeak.h"
 
 namespace oxelo {
 
@@ -46,7 +45,7 @@ struct GCDAsyncUdpSocket::Impl : std::enable_shared_from_this<Impl> {
         context(AsioRuntime::shared().context()),
         socket(context),
         resolver(context),
-        sendTimer(context) {
+        timers(socketworker::timerQueue(defaultClock())) {
     delegate.set(std::move(d));
   }
 
@@ -59,7 +58,9 @@ struct GCDAsyncUdpSocket::Impl : std::enable_shared_from_this<Impl> {
   asio::io_context& context;
   udp::socket socket;
   udp::resolver resolver;
-  asio::steady_timer sendTimer;
+  // The send time-out counts on the default clock of the socket's creation.
+  const std::shared_ptr<Queue> timers;
+  TimerHandle sendTimer;
   // Moves on at every close, so that completions from before recognise
   // themselves as stale.
   uint64_t generation = 0;
@@ -76,12 +77,8 @@ struct GCDAsyncUdpSocket::Impl : std::enable_shared_from_this<Impl> {
     if (!queue || !delegate.has()) return;
     // Only the socket's weak reference travels: an event waiting on a queue
     // does not keep the socket (nor, through it, the queue) alive.
-    queue->post([owner = owner, call = std::move(call)] {
-      auto sock = owner.lock();
-      if (!sock) return;
-      auto d = sock->impl_->delegate.get();
-      if (!d) return;
-      call(*d, sock.get());
+    postWeak(*queue, owner, [call = std::move(call)](GCDAsyncUdpSocket& sock) {
+      if (auto d = sock.impl_->delegate.get()) call(*d, &sock);
     });
   }
 
@@ -138,13 +135,12 @@ struct GCDAsyncUdpSocket::Impl : std::enable_shared_from_this<Impl> {
     }
     auto id = current->id;
     if (current->timeout >= 0) {
-      sendTimer.expires_after(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-          std::chrono::duration<double>(current->timeout)));
-      sendTimer.async_wait([self = shared_from_this(), id](const asio::error_code& ec) {
-        if (ec || !self->current || self->current->id != id) return;
-        self->failCurrent(
-            udpSocketError(GCDAsyncUdpSocketErrorCode::sendTimeout, "Send operation timed out"));
-      });
+      sendTimer = socketworker::postAfterWeak(
+          *timers, current->timeout, weak_from_this(), [id](Impl& self) {
+            if (!self.current || self.current->id != id) return;
+            self.failCurrent(udpSocketError(GCDAsyncUdpSocketErrorCode::sendTimeout,
+                                            "Send operation timed out"));
+          });
     }
     asio::error_code ec;
     auto address = asio::ip::make_address_v4(current->host, ec);

@@ -2,6 +2,8 @@
 
 #include <asio/post.hpp>
 #include <future>
+#include <utility>
+#include <vector>
 
 #include "channels/AsioRuntime.h"
 
@@ -26,5 +28,21 @@ void runSync(const std::function<void()>& task) {
 }
 
 bool isCurrent() { return AsioRuntime::shared().isCurrent(); }
+
+std::shared_ptr<Queue> timerQueue(const std::shared_ptr<Clock>& clock) {
+  static std::mutex mutex;
+  // A queue holds its clock, so a clock in this list cannot have been
+  // replaced by another at the same address while its queue lives.
+  static std::vector<std::pair<const Clock*, std::weak_ptr<Queue>>> queues;
+  std::lock_guard lock(mutex);
+  std::erase_if(queues, [](auto& entry) { return entry.second.expired(); });
+  for (auto& [key, weak] : queues) {
+    if (key != clock.get()) continue;
+    if (auto queue = weak.lock()) return queue;
+  }
+  auto queue = Queue::create("socket timers", clock);
+  queues.emplace_back(clock.get(), queue);
+  return queue;
+}
 
 }  // namespace oxelo::socketworker

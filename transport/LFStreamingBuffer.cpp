@@ -1,6 +1,7 @@
 #include "transport/LFStreamingBuffer.h"
 
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/PostWeak.h"
 
 namespace oxelo {
 namespace {
@@ -96,9 +97,8 @@ void LFStreamingBuffer::tick() {
 }
 
 void LFStreamingBuffer::scheduleTick() {
-  MainQueue::postAfter(double(kUpdateInterval), [weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->tick();
-  });
+  postAfterWeak(*MainQueue::get(), double(kUpdateInterval), weak_from_this(),
+                [](LFStreamingBuffer& self) { self.tick(); });
 }
 
 }  // namespace oxelo

@@ -1,8 +1,12 @@
 #include "transport/OXLiveSession.h"
 
+#include <utility>
+
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/PostWeak.h"
+#include "platform/dispatch/QueueCheck.h"
 #include "platform/log/Log.h"
 #include "transport/InitError.h"
 
@@ -18,6 +22,7 @@ std::shared_ptr<OXLiveSession> OXLiveSession::create(
     std::shared_ptr<LFLiveAudioConfiguration> audioConfiguration,
     std::shared_ptr<LFLiveVideoConfiguration> videoConfiguration, int64_t captureType,
     Environment environment) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (!audioConfiguration && captureTypeHasAudio(captureType))
     throw InitError(kInitErrorName, "audioConfiguration is nil ");
   if (!videoConfiguration && captureTypeHasVideo(captureType))
@@ -53,14 +58,13 @@ OXLiveSession::~OXLiveSession() {
 }
 
 void OXLiveSession::postToMain(std::function<void(OXLiveSession&)> task) {
-  MainQueue::post([weak = weak_from_this(), task = std::move(task)] {
-    if (auto self = weak.lock()) task(*self);
-  });
+  postWeak(*MainQueue::get(), weak_from_this(), std::move(task));
 }
 
 // ---- Collaborators, created on first use ----
 
 void OXLiveSession::initStreamInfo(std::shared_ptr<LFLiveStreamInfo> streamInfo) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (!streamInfo) return;
   streamInfo->audioConfiguration = audioConfiguration_;
   streamInfo->videoConfiguration = videoConfiguration_;
@@ -131,6 +135,7 @@ std::shared_ptr<LFAudioCapture> OXLiveSession::audioCaptureSource() {
 // ---- Start and stop ----
 
 void OXLiveSession::startLive() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (auto encoder = videoEncoder()) encoder->setDelegate(weak_from_this());
   if (auto encoder = audioEncoder()) encoder->setDelegate(weak_from_this());
   streamSocket()->start();
@@ -164,6 +169,7 @@ void OXLiveSession::setRunning(bool running) {
 }
 
 void OXLiveSession::setDim(bool dim) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   dim_.set(dim);
   if (cameraStatus_) cameraStatus_->setDim(dim);
 }
@@ -174,6 +180,7 @@ bool OXLiveSession::muted() const {
 }
 
 void OXLiveSession::setMuted(bool muted) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (auto audio = audioCaptureSource()) audio->setMuted(muted);
   mutedNotice_.set(this->muted());
 }
@@ -184,6 +191,7 @@ bool OXLiveSession::useBackMic() const {
 }
 
 void OXLiveSession::setUseBackMic(bool useBackMic) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (auto audio = audioCaptureSource()) audio->setUseBackMic(useBackMic);
   useBackMicNotice_.set(this->useBackMic());
 }
@@ -201,6 +209,7 @@ int64_t OXLiveSession::videoBitrate() const {
 // ---- Commands to the host ----
 
 void OXLiveSession::sendCommandPacketWithParameter(uint32_t command, uint32_t parameter) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   auto socket = currentSocket();
   if (!socket) return;
   auto packet = wire::buildCommandPacket(command, parameter);
@@ -277,7 +286,14 @@ uint64_t OXLiveSession::uploadTimestamp(uint64_t timestamp) {
 }
 
 void OXLiveSession::pushSendBuffer(std::shared_ptr<LFFrame> frame) {
-  if (relativeTimestamps_ == 0) relativeTimestamps_ = frame->timestamp;
+  // The audio and the video thread both come here: whichever frame of the
+  // connection is first sets the reference, once.
+  uint64_t unset = 0;
+#ifdef OXELO_QUEUE_CHECKS
+  if (relativeTimestamps_ == 0 && referenceClaimHook_)
+    std::exchange(referenceClaimHook_, nullptr)();
+#endif
+  relativeTimestamps_.compare_exchange_strong(unset, frame->timestamp);
   frame->timestamp = uploadTimestamp(frame->timestamp);
   if (auto socket = currentSocket()) socket->sendFrame(std::move(frame));
 }
@@ -296,6 +312,7 @@ void OXLiveSession::socketStatus(LFStreamSocket*, LiveStreamState status) {
     uploading_ = false;
   }
   postToMain([status](OXLiveSession& self) {
+    OX_ASSERT_ON_MAIN_QUEUE();
     self.state_ = status;
     if (auto d = self.delegate()) d->liveSessionLiveStateDidChange(&self, status);
   });
@@ -303,6 +320,7 @@ void OXLiveSession::socketStatus(LFStreamSocket*, LiveStreamState status) {
 
 void OXLiveSession::socketDidError(LFStreamSocket*, LiveStreamError errorCode) {
   postToMain([errorCode](OXLiveSession& self) {
+    OX_ASSERT_ON_MAIN_QUEUE();
     if (errorCode == LiveStreamError::PeerClosed) self.stopLive();
     if (auto d = self.delegate()) d->liveSessionErrorCode(&self, errorCode);
   });
@@ -315,6 +333,7 @@ void OXLiveSession::socketDebug(LFStreamSocket*, const LFLiveDebug& debugInfo) {
   }
   if (!showDebugInfo_) return;
   postToMain([debugInfo](OXLiveSession& self) {
+    OX_ASSERT_ON_MAIN_QUEUE();
     if (auto d = self.delegate()) d->liveSessionDebugInfo(&self, debugInfo);
   });
 }
@@ -345,6 +364,7 @@ void OXLiveSession::socketClientCommand(LFStreamSocket*, const wire::HostCommand
       double x = static_cast<uint32_t>(command.p1) / 255.0;
       double y = static_cast<uint32_t>(command.p2) / 255.0;
       postToMain([x, y](OXLiveSession& self) {
+        OX_ASSERT_ON_MAIN_QUEUE();
         if (auto d = self.delegate()) d->liveSessionClientSetFocusPoint(&self, x, y);
       });
       return;

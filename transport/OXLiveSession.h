@@ -2,18 +2,19 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 
 #include "capture/LFAudioCapture.h"
+#include "media/LFAudioEncoding.h"
 #include "media/LFLiveAudioConfiguration.h"
 #include "media/LFLiveVideoConfiguration.h"
+#include "media/LFVideoEncoding.h"
 #include "media/PixelBuffer.h"
 #include "platform/dispatch/Observable.h"
 #include "platform/dispatch/Semaphore.h"
 #include "transport/CameraStatusSource.h"
-#include "media/LFAudioEncoding.h"
-#include "media/LFVideoEncoding.h"
 #include "transport/OXStreamSocket.h"
 
 namespace oxelo {
@@ -178,6 +179,15 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   // `timestamp` relative to the first frame of the connection.
   uint64_t uploadTimestamp(uint64_t timestamp);
 
+#ifdef OXELO_QUEUE_CHECKS
+  // Test builds: called once, on the frame's thread, when a frame finds no
+  // reference timestamp yet and is about to set it, so that a test can let
+  // the other encoder's frame in at that very moment.
+  void setReferenceClaimHookForTesting(std::function<void()> hook) {
+    referenceClaimHook_ = std::move(hook);
+  }
+#endif
+
  private:
   OXLiveSession(std::shared_ptr<LFLiveAudioConfiguration> audioConfiguration,
                 std::shared_ptr<LFLiveVideoConfiguration> videoConfiguration, int64_t captureType,
@@ -217,6 +227,9 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   std::atomic<LiveStreamState> state_{LiveStreamState::Idle};  // written on the main queue
   std::atomic<uint64_t> relativeTimestamps_{0};
   Semaphore lock_{1};  // guards the read of relativeTimestamps_ in uploadTimestamp()
+#ifdef OXELO_QUEUE_CHECKS
+  std::function<void()> referenceClaimHook_;  // set by a test before frames flow
+#endif
 
   mutable std::mutex mutex_;  // guards the pointers below (not the objects)
   std::shared_ptr<LFLiveStreamInfo> streamInfo_;

@@ -77,7 +77,7 @@ void AppLifecycle::postEvent(LifecycleEvent event) {
 void AppLifecycle::postStep(LifecycleEvent event) {
   std::weak_ptr<std::atomic<ApplicationState>> weak = state_;
   ApplicationState next = stateAfter(event);
-  listeners_.postWithStep(
+  listeners_.notifyWithStep(
       [weak, next] {
         if (auto state = weak.lock()) state->store(next);
       },

@@ -5,7 +5,6 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/device/MainQueueListeners.h"
 #include "platform/dispatch/Observable.h"
 
 namespace oxelo {
@@ -75,7 +74,7 @@ class AppLifecycle {
       std::make_shared<std::atomic<ApplicationState>>(ApplicationState::active);
   std::mutex headingMutex_;
   bool headingToBackground_ = false;  // guarded by headingMutex_
-  MainQueueListeners<LifecycleEvent> listeners_;
+  Observers<LifecycleEvent> listeners_{Delivery::onMainQueue()};
 };
 
 }  // namespace oxelo

@@ -3,7 +3,6 @@
 #include <functional>
 #include <memory>
 
-#include "platform/device/MainQueueListeners.h"
 #include "platform/dispatch/Observable.h"
 
 namespace oxelo {
@@ -48,10 +47,10 @@ class BatteryMonitor {
 
  protected:
   // Any thread: tells the listeners on the main queue.
-  void postEvent(BatteryEvent event) { listeners_.post(event); }
+  void postEvent(BatteryEvent event) { listeners_.notify(event); }
 
  private:
-  MainQueueListeners<BatteryEvent> listeners_;
+  Observers<BatteryEvent> listeners_{Delivery::onMainQueue()};
 };
 
 }  // namespace oxelo

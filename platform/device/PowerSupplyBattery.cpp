@@ -1,12 +1,13 @@
 #include "platform/device/PowerSupplyBattery.h"
 
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/PostWeak.h"
 
 namespace oxelo {
 
 // The polling chain. Its tasks hold it weakly and the queue weakly, so that
 // neither the monitor nor the queue is kept alive by a pending look.
-struct PowerSupplyBattery::Poll {
+struct PowerSupplyBattery::Poll : std::enable_shared_from_this<Poll> {
   PowerSupplyBattery* owner;
   std::weak_ptr<Queue> queue;
   TimerHandle pending;
@@ -22,12 +23,9 @@ PowerSupplyBattery::~PowerSupplyBattery() {
 void PowerSupplyBattery::schedule(const std::shared_ptr<Poll>& poll) {
   auto queue = poll->queue.lock();
   if (!queue) return;
-  std::weak_ptr<Poll> weak = poll;
-  poll->pending = queue->postAfter(kPollInterval, [weak] {
-    auto poll = weak.lock();
-    if (!poll) return;
-    schedule(poll);
-    poll->owner->look();
+  poll->pending = postAfterWeak(*queue, kPollInterval, std::weak_ptr<Poll>(poll), [](Poll& p) {
+    schedule(p.shared_from_this());
+    p.owner->look();
   });
 }
 
@@ -47,7 +45,9 @@ void PowerSupplyBattery::setBatteryMonitoringEnabled(bool enabled) {
     enabled_ = true;
     reading_ = first;
   }
-  poll_ = std::make_shared<Poll>(Poll{this, MainQueue::get(), {}});
+  poll_ = std::make_shared<Poll>();
+  poll_->owner = this;
+  poll_->queue = MainQueue::get();
   schedule(poll_);
 }
 

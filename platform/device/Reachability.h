@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/device/MainQueueListeners.h"
 #include "platform/device/NetworkInterfaces.h"
 #include "platform/dispatch/Observable.h"
 
@@ -52,10 +51,10 @@ class Reachability {
 
  protected:
   // Any thread: tells the listeners on the main queue.
-  void postChanged() { listeners_.post(); }
+  void postChanged() { listeners_.notify(); }
 
  private:
-  MainQueueListeners<> listeners_;
+  Observers<> listeners_{Delivery::onMainQueue()};
 };
 
 // The rule above, on an interface list: true when `interface` is not empty,

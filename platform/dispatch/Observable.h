@@ -3,8 +3,12 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <tuple>
 #include <utility>
 #include <vector>
+
+#include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/Queue.h"
 
 namespace oxelo {
 
@@ -30,42 +34,56 @@ class Subscription {
   std::function<void()> cancel_;
 };
 
-// A property whose changes can be observed: the one change-notification
-// facility of the project (the socket's isSending, the session's forwarded
-// properties). set() may be called on any thread; observers run on the
-// setter's thread, after the value is stored, only when the value changed.
-// An observer that must run on another queue posts there itself.
-template <typename T>
-class Observable {
+// Where the observers of one list are called.
+class Delivery {
  public:
-  using Observer = std::function<void(const T& oldValue, const T& newValue)>;
+  // On the notifying thread, before notify() returns.
+  static Delivery onNotifyingThread() { return Delivery(Kind::notifyingThread, {}); }
+  // In one task per notification posted to the main queue of the moment the
+  // notification is made.
+  static Delivery onMainQueue() { return Delivery(Kind::mainQueue, {}); }
+  // In one task per notification posted to `queue`, held weakly: nothing is
+  // delivered once the queue is gone.
+  static Delivery on(const std::shared_ptr<Queue>& queue) { return Delivery(Kind::queue, queue); }
 
-  explicit Observable(T initial = T{}) : state_(std::make_shared<State>(std::move(initial))) {}
-
-  T get() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->value;
+  bool isOnNotifyingThread() const { return kind_ == Kind::notifyingThread; }
+  // The queue a notification is posted to now; null for the notifying
+  // thread or a queue that is gone.
+  std::shared_ptr<Queue> target() const {
+    if (kind_ == Kind::mainQueue) return MainQueue::get();
+    return queue_.lock();
   }
 
-  void set(T value) {
-    std::vector<std::shared_ptr<Observer>> observers;
-    T old;
-    {
-      std::lock_guard lock(state_->mutex);
-      if (state_->value == value) return;
-      old = std::exchange(state_->value, value);
-      for (auto& [id, o] : state_->observers) observers.push_back(o);
-    }
-    for (auto& o : observers) (*o)(old, value);
-  }
+ private:
+  enum class Kind { notifyingThread, mainQueue, queue };
+  Delivery(Kind kind, std::weak_ptr<Queue> queue) : kind_(kind), queue_(std::move(queue)) {}
+  Kind kind_;
+  std::weak_ptr<Queue> queue_;
+};
 
-  // Stores the value and tells no observer: for the few places whose rules
-  // reset a property "directly, with no change notification".
-  void setSilently(T value) {
-    std::lock_guard lock(state_->mutex);
-    state_->value = std::move(value);
-  }
-  [[nodiscard]] Subscription observe(Observer observer) {
+// The observers of one notification: the project's one change-notification
+// facility (device notifications, the socket's isSending, the session's
+// properties; Observable below is a value with one of these). The Qt layer
+// adapts it to signals at the edge.
+//
+// add() and notify() may be called on any thread. Each notification calls,
+// in registration order, the observers registered when it is delivered; an
+// observer removed before then (by its subscription, or by an earlier
+// observer of the same notification) is not called. With a queue delivery,
+// notify() posts one task, which holds the list weakly: a notification of a
+// list that is gone by the time the task runs is dropped.
+template <typename... Args>
+class Observers {
+ public:
+  using Observer = std::function<void(const Args&...)>;
+
+  explicit Observers(Delivery delivery = Delivery::onNotifyingThread())
+      : delivery_(std::move(delivery)), state_(std::make_shared<State>()) {}
+  Observers(const Observers&) = delete;
+  Observers& operator=(const Observers&) = delete;
+
+  // The observer is called until the subscription ends.
+  [[nodiscard]] Subscription add(Observer observer) {
     std::lock_guard lock(state_->mutex);
     int id = state_->nextId++;
     state_->observers.emplace_back(id, std::make_shared<Observer>(std::move(observer)));
@@ -78,15 +96,98 @@ class Observable {
     });
   }
 
+  void notify(Args... args) { notifyWithStep(nullptr, std::move(args)...); }
+
+  // Like notify(), but the delivery first runs `step` (when the list still
+  // exists), even with no observer: the state change that goes with the
+  // notification, so that an observer reads the state of its notification.
+  void notifyWithStep(std::function<void()> step, Args... args) {
+    if (delivery_.isOnNotifyingThread()) {
+      deliver(*state_, step, args...);
+      return;
+    }
+    auto queue = delivery_.target();
+    if (!queue) return;
+    queue->post([weak = std::weak_ptr<State>(state_), step = std::move(step),
+                 args = std::make_tuple(std::move(args)...)] {
+      auto state = weak.lock();
+      if (!state) return;
+      std::apply([&](const Args&... a) { deliver(*state, step, a...); }, args);
+    });
+  }
+
  private:
   struct State {
-    explicit State(T v) : value(std::move(v)) {}
-    mutable std::mutex mutex;
-    T value;
+    bool isRegistered(int id) {
+      std::lock_guard lock(mutex);
+      for (auto& entry : observers)
+        if (entry.first == id) return true;
+      return false;
+    }
+    std::mutex mutex;
     int nextId = 1;
-    std::vector<std::pair<int, std::shared_ptr<Observer>>> observers;
+    std::vector<std::pair<int, std::shared_ptr<Observer>>> observers;  // under mutex
   };
+
+  static void deliver(State& state, const std::function<void()>& step, const Args&... args) {
+    if (step) step();
+    std::vector<std::pair<int, std::shared_ptr<Observer>>> observers;
+    {
+      std::lock_guard lock(state.mutex);
+      observers = state.observers;
+    }
+    for (auto& [id, observer] : observers) {
+      if (!state.isRegistered(id)) continue;  // removed by an earlier observer
+      (*observer)(args...);
+    }
+  }
+
+  const Delivery delivery_;
   std::shared_ptr<State> state_;
+};
+
+// A property whose changes can be observed. set() may be called on any
+// thread; it stores the value and, only when the value changed, notifies the
+// observers with the old and the new value, delivered as the list's Delivery
+// says (by default on the setter's thread, after the value is stored).
+template <typename T>
+class Observable {
+ public:
+  using Observer = typename Observers<T, T>::Observer;  // (oldValue, newValue)
+
+  explicit Observable(T initial = T{}, Delivery delivery = Delivery::onNotifyingThread())
+      : value_(std::move(initial)), observers_(std::move(delivery)) {}
+
+  T get() const {
+    std::lock_guard lock(mutex_);
+    return value_;
+  }
+
+  void set(T value) {
+    T old;
+    {
+      std::lock_guard lock(mutex_);
+      if (value_ == value) return;
+      old = std::exchange(value_, value);
+    }
+    observers_.notify(std::move(old), std::move(value));
+  }
+
+  // Stores the value and tells no observer: for the few places whose rules
+  // reset a property "directly, with no change notification".
+  void setSilently(T value) {
+    std::lock_guard lock(mutex_);
+    value_ = std::move(value);
+  }
+
+  [[nodiscard]] Subscription observe(Observer observer) {
+    return observers_.add(std::move(observer));
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  T value_;  // under mutex_
+  Observers<T, T> observers_;
 };
 
 }  // namespace oxelo

@@ -1,5 +1,7 @@
 #include "platform/dispatch/RepeatingTimer.h"
 
+#include "platform/dispatch/PostWeak.h"
+
 namespace oxelo {
 
 struct RepeatingTimer::State {
@@ -26,13 +28,13 @@ void scheduleTick(std::weak_ptr<RepeatingTimer::State> weak, std::weak_ptr<Queue
   auto state = weak.lock();
   auto queue = weakQueue.lock();
   if (!state || !state->valid || !queue) return;
-  state->pending = queue->postAfter(interval, [weak, weakQueue, interval] {
-    auto s = weak.lock();
-    if (!s || !s->valid) return;
-    scheduleTick(weak, weakQueue, interval);
-    auto action = s->action;  // the action may invalidate or destroy the timer
-    action();
-  });
+  state->pending =
+      postAfterWeak(*queue, interval, weak, [weak, weakQueue, interval](RepeatingTimer::State& s) {
+        if (!s.valid) return;
+        scheduleTick(weak, weakQueue, interval);
+        auto action = s.action;  // the action may invalidate or destroy the timer
+        action();
+      });
 }
 }  // namespace
 

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "channels/SocketWorker.h"
+#include "platform/dispatch/Clock.h"
 #include "tests/support/SocketTestSupport.h"
 
 namespace oxelo {
@@ -533,6 +535,88 @@ TEST_F(GCDAsyncSocketTest, DroppingTheListenerFreesItsPort) {
   auto again = GCDAsyncSocket::create(recorder, queue);
   EXPECT_TRUE(again->acceptOnPort(port, error)) << (error ? error->toString() : "");
 }
+
+// ---- time-outs on the manual clock
+
+enum class TimedOperation { connect, read, write };
+
+struct ClockTimeoutCase {
+  const char* name;
+  TimedOperation operation;
+  int64_t code;
+};
+
+// The socket's time-outs read the default clock: a manual one lets the test
+// step over a five-second time-out at once, with no real time going by.
+class GCDAsyncSocketClockTest : public testing::TestWithParam<ClockTimeoutCase> {
+ protected:
+  GCDAsyncSocketClockTest() { setDefaultClock(clock); }
+  ~GCDAsyncSocketClockTest() override {
+    queue->stop();
+    setDefaultClock(nullptr);
+  }
+  bool pumpUntilCount(SocketEvent::Kind kind, size_t n, double seconds) {
+    return test::pumpUntil(
+        *queue, [&] { return recorder->count(kind) >= n; }, seconds);
+  }
+
+  std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+  std::shared_ptr<Queue> queue = Queue::createDriven("delegate", clock);
+  std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+};
+
+TEST_P(GCDAsyncSocketClockTest, ExpiresWhenTheClockPassesTheTimeOutAndNotBefore) {
+  constexpr double kTimeout = 5.0;
+  const auto& param = GetParam();
+  uint16_t port = 0;
+  // A listener whose queue of connections is full: a further connect waits
+  // for an answer that does not come.
+  Fd listener = peer::listen(port, /*backlog=*/0);
+  Fd filler;
+  test::Connection c;
+  c.sock = GCDAsyncSocket::create(recorder, queue);
+  OptionalError error;
+  if (param.operation == TimedOperation::connect) {
+    filler = peer::connect(port);
+    ASSERT_TRUE(c.sock->connectToHost("127.0.0.1", port, kTimeout, error));
+  } else {
+    ASSERT_TRUE(c.sock->connectToHost("127.0.0.1", port, -1, error));
+    c.peer = peer::accept(listener);
+    ASSERT_TRUE(pumpUntilCount(SocketEvent::connected, 1, 5.0));
+    if (param.operation == TimedOperation::read) c.sock->readDataWithTimeout(kTimeout, 4);
+    // The peer never reads: the write stalls once the buffers are full.
+    if (param.operation == TimedOperation::write)
+      c.sock->writeData(std::make_shared<const Bytes>(test::patternBytes(64 << 20, 5)), kTimeout,
+                        5);
+  }
+  socketworker::runSync([] {});  // the request has reached the worker and set its time-out
+
+  clock->advance(kTimeout - 0.1);
+  test::pumpFor(*queue, 0.2);
+  EXPECT_EQ(recorder->count(SocketEvent::disconnected), 0u) << "expired early";
+  EXPECT_EQ(recorder->count(SocketEvent::shouldTimeout), 0u) << "expired early";
+  ASSERT_EQ(recorder->count(SocketEvent::connected),
+            param.operation == TimedOperation::connect ? 0u : 1u)
+      << "the connect was answered after all";
+
+  clock->advance(0.2);
+  // Far less than the time-out in real time: only the manual clock can end it.
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1, 2.0));
+  auto e = recorder->first(SocketEvent::disconnected);
+  ASSERT_TRUE(e.error);
+  EXPECT_EQ(e.error->domain, "GCDAsyncSocketErrorDomain");
+  EXPECT_EQ(e.error->code, param.code);
+  if (param.operation == TimedOperation::write) {
+    // Measured on the same clock: exactly the manual time that went by.
+    EXPECT_NEAR(recorder->first(SocketEvent::shouldTimeout).elapsed, kTimeout + 0.1, 1e-9);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(TimeOuts, GCDAsyncSocketClockTest,
+                         testing::Values(ClockTimeoutCase{"Connect", TimedOperation::connect, 3},
+                                         ClockTimeoutCase{"Read", TimedOperation::read, 4},
+                                         ClockTimeoutCase{"Write", TimedOperation::write, 5}),
+                         [](const auto& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace oxelo

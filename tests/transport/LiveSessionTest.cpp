@@ -156,6 +156,19 @@ TEST_F(LiveSessionTest, WithAudioAndVideoNothingPassesBeforeAKeyFrameFollowsTheF
   EXPECT_EQ(streamed(), (std::vector<int64_t>{0, -8, 33}));
 }
 
+// The audio and the video encoder threads meet where the first frame sets
+// the reference: the audio frame gets in while the key frame is about to set
+// it. One of them sets it, and both are stamped against that one.
+TEST_F(LiveSessionTest, FramesMeetingAtTheFirstStampShareOneReference) {
+  makeSession(kCaptureMaskDefault);
+  socketReports(LiveStreamState::Connected);
+  encoderGivesAudio(5010);  // opens the alignment; no key frame yet
+  session_->setReferenceClaimHookForTesting([this] { encoderGivesAudio(5040); });
+  encoderGivesVideo(5033, true);
+  // The audio frame set the reference: the key frame is 7 ms before it.
+  EXPECT_EQ(streamed(), (std::vector<int64_t>{-1, -7}));
+}
+
 TEST_F(LiveSessionTest, WithVideoOnlyEveryFramePassesFromTheFirst) {
   makeSession(kCaptureMaskVideo);
   socketReports(LiveStreamState::Connected);
