@@ -73,6 +73,7 @@ void OXLiveSession::initStreamInfo(std::shared_ptr<LFLiveStreamInfo> streamInfo)
 }
 
 std::shared_ptr<LFLiveStreamInfo> OXLiveSession::streamInfo() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   std::lock_guard lock(mutex_);
   if (!streamInfo_) {
     streamInfo_ = std::make_shared<LFLiveStreamInfo>();
@@ -83,6 +84,7 @@ std::shared_ptr<LFLiveStreamInfo> OXLiveSession::streamInfo() {
 }
 
 std::shared_ptr<OXStreamSocket> OXLiveSession::streamSocket() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   auto info = streamInfo();
   std::lock_guard lock(mutex_);
   if (!socket_) {
@@ -142,6 +144,7 @@ void OXLiveSession::startLive() {
 }
 
 void OXLiveSession::stopLive() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   uploading_ = false;
   std::shared_ptr<OXStreamSocket> socket;
   std::shared_ptr<LFVideoEncoding> video;
@@ -163,6 +166,7 @@ void OXLiveSession::stopLive() {
 // ---- Properties ----
 
 void OXLiveSession::setRunning(bool running) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (running_.get() == running) return;
   running_.set(running);
   if (auto audio = audioCaptureSource()) audio->setRunning(running);
