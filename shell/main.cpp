@@ -125,6 +125,9 @@ int main(int argc, char** argv) {
   });
   if (cl->duration >= 0) main->postAfter(cl->duration, [main] { main->stop(); });
   main->run();
+  // The run loop has ended; this thread still owns the main queue and winds
+  // the screens down on it.
+  Queue::DrivingScope onMain(*main);
   if (auto live = presenter->current()) live->shutdown();
   if (mainVC) mainVC->shutdown();
   defaults->synchronize();
