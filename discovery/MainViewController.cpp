@@ -1,11 +1,11 @@
 #include "discovery/MainViewController.h"
 
-#include <algorithm>
-
+#include "channels/TcpCarrier.h"
 #include "discovery/LocalNetworkAuthorization.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/QueueCheck.h"
 #include "platform/log/Log.h"
 
 namespace oxelo {
@@ -28,45 +28,50 @@ std::shared_ptr<MainViewController> MainViewController::create(Services services
   if (!services.screen || !services.presenter) {
     throw std::invalid_argument("MainViewController needs a screen and a live screen presenter");
   }
-  return std::shared_ptr<MainViewController>(new MainViewController(std::move(services)));
+  auto flow = std::shared_ptr<MainViewController>(new MainViewController(std::move(services)));
+  flow->makeParts();
+  return flow;
 }
 
-MainViewController::MainViewController(Services services) : services_(std::move(services)) {
-  if (!services_.reachability) services_.reachability = Reachability::reachabilityForLocalWiFi();
-  if (!services_.battery) services_.battery = BatteryMonitor::shared();
-  if (!services_.lifecycle) services_.lifecycle = AppLifecycle::shared();
+MainViewController::MainViewController(Services services) : config_(std::move(services)) {
+  if (!config_.reachability) config_.reachability = Reachability::reachabilityForLocalWiFi();
+  if (!config_.battery) config_.battery = BatteryMonitor::shared();
+  if (!config_.lifecycle) config_.lifecycle = AppLifecycle::shared();
+  if (!config_.connector) {
+    config_.connector = [](const std::string& host, uint16_t port, double timeout,
+                           std::weak_ptr<CarrierDelegate> delegate, OptionalError& error) {
+      return std::shared_ptr<Carrier>(
+          TcpCarrier::connect(host, port, timeout, std::move(delegate), MainQueue::get(), error));
+    };
+  }
+}
+
+void MainViewController::makeParts() {
+  prober_ = UdpProber::create(config_.probes, weak_from_this());
+  serviceSearch_ = ServiceSearch::create(config_.browsers, weak_from_this());
+  listeners_ = HostListeners::create(config_.listenPort, config_.usbPort, weak_from_this());
 }
 
 MainViewController::~MainViewController() = default;
 
-TimerHandle MainViewController::perform(double delay, void (MainViewController::*method)()) {
-  std::weak_ptr<MainViewController> weak = weak_from_this();
-  auto handle = MainQueue::postAfter(delay, [weak, method] {
+void MainViewController::perform(double delay, void (MainViewController::*method)()) {
+  timers_.after(delay, [weak = weak_from_this(), method] {
     if (auto self = weak.lock()) ((*self).*method)();
   });
-  std::erase_if(performRequests_, [](const TimerHandle& h) { return h.isCancelled(); });
-  performRequests_.push_back(handle);
-  return handle;
-}
-
-void MainViewController::cancelPerformRequests() {
-  for (auto& h : performRequests_) h.cancel();
-  performRequests_.clear();
-  hostDetectFinishedRequest_.cancel();
 }
 
 void MainViewController::startWatching() {
   std::weak_ptr<MainViewController> weak = weak_from_this();
-  reachabilitySub_ = services_.reachability->addChangeListener([weak] {
+  reachabilitySub_ = config_.reachability->addChangeListener([weak] {
     if (auto self = weak.lock()) self->onReachabilityChanged();
   });
-  services_.reachability->startNotifier();
-  batterySub_ = services_.battery->addListener([weak](BatteryEvent event) {
+  config_.reachability->startNotifier();
+  batterySub_ = config_.battery->addListener([weak](BatteryEvent event) {
     auto self = weak.lock();
     if (self && event == BatteryEvent::stateDidChange) self->OnDeviceBatteryStateChanged(true);
   });
-  services_.battery->setBatteryMonitoringEnabled(true);
-  lifecycleSub_ = services_.lifecycle->addListener([weak](LifecycleEvent event) {
+  config_.battery->setBatteryMonitoringEnabled(true);
+  lifecycleSub_ = config_.lifecycle->addListener([weak](LifecycleEvent event) {
     auto self = weak.lock();
     if (!self) return;
     if (event == LifecycleEvent::didEnterBackground) self->appDidEnterBackground();
@@ -75,8 +80,9 @@ void MainViewController::startWatching() {
 }
 
 void MainViewController::viewDidLoad() {
-  arr_services_.clear();
-  arr_hosts_.clear();
+  OX_ASSERT_ON_MAIN_QUEUE();
+  serviceSearch_->dropServices();
+  hosts_.clear();
   autoStart_ = autoConnect();
   startWatching();
   OnDeviceBatteryStateChanged(false);
@@ -84,35 +90,31 @@ void MainViewController::viewDidLoad() {
 }
 
 void MainViewController::shutdown() {
-  cancelPerformRequests();
-  if (connect_last_host_block_) connect_last_host_block_->cancel();
-  connect_last_host_block_.reset();
+  OX_ASSERT_ON_MAIN_QUEUE();
+  timers_.shutdown();
   stop_discover(true);
-  if (service_browser_) {
-    service_browser_->setDelegate({});
-    service_browser_->stop();
-    service_browser_.reset();
-  }
-  if (usbPeerChannel_) {
-    usbPeerChannel_->setDelegate({});
-    usbPeerChannel_->close();
-    usbPeerChannel_.reset();
+  serviceSearch_->stopBrowser();
+  serviceSearch_->dropServices();
+  if (usbPeer_) {
+    usbPeer_->close();
+    usbPeer_.reset();
   }
   reachabilitySub_.reset();
   batterySub_.reset();
   lifecycleSub_.reset();
-  services_.reachability->stopNotifier();
+  config_.reachability->stopNotifier();
 }
 
 bool MainViewController::autoConnect() const {
   return UserDefaults::standard()->boolForKey(keys::autoConnect);
 }
 
-void MainViewController::keepAwake(bool awake) { services_.screen->setIdleTimerDisabled(awake); }
+void MainViewController::keepAwake(bool awake) { config_.screen->setIdleTimerDisabled(awake); }
 
 void MainViewController::discover() {
-  if (!services_.reachability->isReachableViaWiFi() && !usbPlugged_) {
-    services_.screen->update_ui_for_discover(false);
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (!config_.reachability->isReachableViaWiFi() && !usbPlugged_) {
+    config_.screen->update_ui_for_discover(false);
     return;
   }
   keepAwake(false);
@@ -120,7 +122,7 @@ void MainViewController::discover() {
   hostDetected_ = false;
   hostDiscovering_ = true;
   usbConnected_ = false;
-  services_.screen->update_ui_for_discover(true);
+  config_.screen->update_ui_for_discover(true);
   if (usbPlugged_) {
     usb_discover();
     perform(kNetDiscoverBehindUsb, &MainViewController::net_discover);
@@ -131,125 +133,129 @@ void MainViewController::discover() {
 }
 
 void MainViewController::net_discover() {
-  if (!services_.reachability->isReachableViaWiFi() || usbConnected_) return;
-  dropServices();
-  arr_hosts_.clear();
-  startServiceSearch();
-  if (!udpBroadcastTimer_) startBroadcastTimer();
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (!config_.reachability->isReachableViaWiFi() || usbConnected_) return;
+  serviceSearch_->dropServices();
+  hosts_.clear();
+  serviceSearch_->start();
+  prober_->start();
   // The attempt at the last host: rescheduled on every call.
-  if (connect_last_host_block_) connect_last_host_block_->cancel();
-  std::weak_ptr<MainViewController> weak = weak_from_this();
-  connect_last_host_block_ = MainQueue::postAfter(kLastHostAttempt, [weak] {
+  timers_.scheduleLastHostAttempt(kLastHostAttempt, [weak = weak_from_this()] {
     auto self = weak.lock();
     if (!self) return;
-    if (!self->hostDetected_ && self->hostDiscovering_ && !self->asyncSocket_) {
-      self->connect_last_host();
-    }
+    if (!self->hostDetected_ && self->hostDiscovering_ && !self->tcp_) self->connect_last_host();
   });
-}
-
-void MainViewController::startBroadcastTimer() {
-  std::weak_ptr<MainViewController> weak = weak_from_this();
-  udpBroadcastTimer_ = std::make_unique<RepeatingTimer>(MainQueue::get(), 5.0, [weak] {
-    if (auto self = weak.lock()) self->udp_broadcast();
-  });
-  udpBroadcastTimer_->fire();
 }
 
 void MainViewController::stop_discover(bool all) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   hostDiscovering_ = false;
   if (all) {
     stop_usb_discover();
     stop_net_discover();
     stop_listen_socket();
   }
-  services_.screen->update_ui_for_discover(false);
+  config_.screen->update_ui_for_discover(false);
 }
 
 void MainViewController::stop_net_discover() {
-  for (auto& service : arr_services_) service->stop();
-  if (udpBroadcastTimer_) {
-    udpBroadcastTimer_->invalidate();
-    udpBroadcastTimer_.reset();
-  }
-  if (asyncUdpSocket_) {
-    asyncUdpSocket_->setDelegate({});
-    asyncUdpSocket_->close();
-    asyncUdpSocket_.reset();
-  }
-  if (asyncSocket_) {
-    asyncSocket_->setDelegate({});
-    asyncSocket_->disconnect();
-    asyncSocket_.reset();
+  OX_ASSERT_ON_MAIN_QUEUE();
+  serviceSearch_->stopServices();
+  prober_->stop();
+  if (tcp_) {
+    tcp_->close();
+    tcp_.reset();
   }
 }
 
+void MainViewController::usb_discover() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  listeners_->startUsb();
+}
+
+void MainViewController::stop_usb_discover() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  listeners_->stopUsb();
+}
+
+void MainViewController::start_listen_socket() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  listeners_->startTcp();
+}
+
+void MainViewController::stop_listen_socket() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  listeners_->stopTcp();
+}
+
+void MainViewController::udp_broadcast() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  prober_->probe();
+}
+
 void MainViewController::on_host_detected(const HostRecord& record) {
-  for (const auto& host : arr_hosts_) {
-    if (!isSameHost(host, record)) continue;
-    oxlog("Host {} already exists!", record.name);
-    if (liveVC_) services_.screen->update_ui_for_discovered();
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (!hosts_.add(record)) {
+    if (liveVC_) config_.screen->update_ui_for_discovered();
     return;
   }
-  arr_hosts_.push_back(record);
   if (!hostDetected_) {
     hostDetected_ = true;
     set_current_host(record);
   }
-  if (connect_last_host_block_) {
-    connect_last_host_block_->cancel();
-    connect_last_host_block_.reset();
-  }
-  scheduleHostDetectFinished();
-}
-
-void MainViewController::scheduleHostDetectFinished() {
-  hostDetectFinishedRequest_.cancel();
-  hostDetectFinishedRequest_ =
-      perform(kHostDetectSettle, &MainViewController::host_detect_finished);
+  timers_.cancelLastHostAttempt();
+  timers_.settle(kHostDetectSettle, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->host_detect_finished();
+  });
 }
 
 void MainViewController::on_host_removed(const HostRecord& record) {
-  auto same = std::find_if(arr_hosts_.begin(), arr_hosts_.end(),
-                           [&](const HostRecord& h) { return isSameHost(h, record); });
-  if (same == arr_hosts_.end()) return;
-  std::erase(arr_hosts_, record);
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (!hosts_.remove(record)) return;
   if (liveVC_) return;
-  if (arr_hosts_.empty()) {
+  if (hosts_.empty()) {
     discover();
     return;
   }
-  if (arr_hosts_.size() == 1) set_current_host(arr_hosts_.front());
-  services_.screen->update_ui_for_discovered();
+  if (hosts_.size() == 1) set_current_host(hosts_.hosts().front());
+  config_.screen->update_ui_for_discovered();
+}
+
+void MainViewController::serviceSearchDidLoseService(const std::string& name, bool moreComing) {
+  if (liveVC_ && hostName_ == name) return;
+  auto host = hosts_.findNamed(name);
+  if (!host) return;
+  if (moreComing) {
+    hosts_.eraseFirstNamed(name);
+    return;
+  }
+  on_host_removed(*host);
 }
 
 void MainViewController::host_detect_finished() {
-  if (arr_hosts_.size() == 1) set_current_host(arr_hosts_.front());
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (hosts_.size() == 1) set_current_host(hosts_.hosts().front());
   stop_discover(false);
-  services_.screen->update_ui_for_discovered();
-  if (!autoStart_ || liveVC_ || !services_.screen->isViewInWindow()) return;
-  if (usbConnected_ || arr_hosts_.size() == 1) {
+  config_.screen->update_ui_for_discovered();
+  if (!autoStart_ || liveVC_ || !config_.screen->isViewInWindow()) return;
+  if (usbConnected_ || hosts_.size() == 1) {
     connectToHost();
     return;
   }
   auto defaults = UserDefaults::standard();
   auto lastIP = defaults->stringForKey(keys::lastHostIP);
   auto lastName = defaults->stringForKey(keys::lastHostName);
-  if (!lastIP || !lastName) {
+  auto last = lastIP && lastName ? hosts_.find(*lastIP, *lastName) : std::nullopt;
+  if (!last) {
     choose_host();
     return;
   }
-  for (const auto& host : arr_hosts_) {
-    if (host.ip == *lastIP && host.name == *lastName) {
-      set_current_host(host);
-      connectToHost();
-      return;
-    }
-  }
-  choose_host();
+  set_current_host(last);
+  connectToHost();
 }
 
 void MainViewController::set_current_host(const std::optional<HostRecord>& record) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (!record) {
     hostName_.reset();
     hostIP_.reset();
@@ -263,6 +269,7 @@ void MainViewController::set_current_host(const std::optional<HostRecord>& recor
 }
 
 void MainViewController::connect_last_host() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   auto defaults = UserDefaults::standard();
   hostIP_ = defaults->stringForKey(keys::lastHostIP);
   if (!hostIP_) return;
@@ -275,35 +282,33 @@ void MainViewController::connect_last_host() {
 }
 
 bool MainViewController::connectToHost() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   hostConnected_ = false;
-  if (usbPeerChannel_ && usbPeerChannel_->isConnected()) {
+  if (usbPeer_ && usbPeer_->isConnected()) {
     hostConnected_ = true;
     handShake();
     return true;
   }
   if (!hostIP_ || hostPort_ == 0) return false;
-  if (asyncSocket_) {
-    asyncSocket_->setDelegate({});
-    asyncSocket_->disconnect();
-  }
-  asyncSocket_ = GCDAsyncSocket::create(weak_from_this(), MainQueue::get());
+  if (tcp_) tcp_->close();
+  tcp_ = ClientHandshake::create(weak_from_this());
   OptionalError error;
-  if (!asyncSocket_->connectToHost(*hostIP_, static_cast<uint16_t>(hostPort_), kConnectTimeout,
-                                   error)) {
-    services_.screen->showError(error ? error->description : std::string());
-    asyncSocket_->setDelegate({});
-    asyncSocket_->disconnect();
-    asyncSocket_.reset();
+  auto carrier =
+      config_.connector(*hostIP_, static_cast<uint16_t>(hostPort_), kConnectTimeout, tcp_, error);
+  if (!carrier) {
+    config_.screen->showError(error ? error->description : std::string());
+    tcp_.reset();
     return false;
   }
-  return asyncSocket_ != nullptr;
+  tcp_->attach(std::move(carrier));
+  return true;
 }
 
 void MainViewController::choose_host() {
-  if (arr_hosts_.empty() || liveVC_) return;
-  std::weak_ptr<MainViewController> weak = weak_from_this();
-  auto hosts = arr_hosts_;
-  services_.screen->chooseHost(hosts, [weak, hosts](std::optional<size_t> index) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (hosts_.empty() || liveVC_) return;
+  auto hosts = hosts_.hosts();
+  config_.screen->chooseHost(hosts, [weak = weak_from_this(), hosts](std::optional<size_t> index) {
     auto self = weak.lock();
     if (!self) return;
     if (!index || *index >= hosts.size()) {
@@ -316,39 +321,41 @@ void MainViewController::choose_host() {
 }
 
 void MainViewController::connectViaIPAndPort(const std::string& ip, long long port) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   hostIP_ = ip;
   hostPort_ = port;
   hostName_ = "Unknown";
   oxlog("MAIN - Connect by IP directly");
   stop_discover(true);
-  std::weak_ptr<MainViewController> weak = weak_from_this();
-  auto handle = MainQueue::postAfter(kManualConnectDelay, [weak, ip] {
+  timers_.after(kManualConnectDelay, [weak = weak_from_this(), ip] {
     auto self = weak.lock();
     if (!self) return;
     self->connectToHost();
-    if (!self->asyncSocket_) return;
+    if (!self->tcp_) return;
     std::string text = "M_CONNECT_TO " + ip;
-    self->services_.screen->hudShowWithTitleAndIcon(text, "");
-    self->services_.screen->hudHide(kManualHudSeconds);
-    self->services_.screen->showInfo(text);
+    self->config_.screen->hudShowWithTitleAndIcon(text, "");
+    self->config_.screen->hudHide(kManualHudSeconds);
+    self->config_.screen->showInfo(text);
   });
-  performRequests_.push_back(handle);
 }
 
 void MainViewController::connectManually(const std::string& address,
                                          const std::string& instanceText) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (address.empty()) return;
   connectViaIPAndPort(address, portForInstanceText(instanceText));
 }
 
 void MainViewController::refresh() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   autoStart_ = autoConnect();
-  services_.screen->showInfo("");
+  config_.screen->showInfo("");
   stop_discover(true);
   perform(kRefreshDelay, &MainViewController::discover);
 }
 
 void MainViewController::optionsDidDismiss() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (!autoStart_) return;
   if (hostDetected_) {
     connectToHost();
@@ -357,65 +364,68 @@ void MainViewController::optionsDidDismiss() {
   }
 }
 
+ClientHandshake* MainViewController::greetedConnection() const {
+  if (usbPeer_ && usbPeer_->isConnected()) return usbPeer_.get();
+  return tcp_.get();
+}
+
+void MainViewController::handShake() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (!hostConnected_) return;
+  if (auto* connection = greetedConnection()) connection->sendHello();
+}
+
 void MainViewController::showLiveView() {
-  services_.screen->dismissPresented();
-  if (hostIP_) {
-    auto defaults = UserDefaults::standard();
-    std::string name = hostName_.value_or("");
-    defaults->setString(keys::lastHostName, name);
-    defaults->setString(keys::lastHostIP, *hostIP_);
-    defaults->setInteger(keys::lastHostPort, hostPort_);
-    defaults->setObject(
-        keys::hostHistory,
-        updatedHostHistory(defaults->objectForKey(keys::hostHistory), name, *hostIP_, hostPort_));
-  }
-  liveVC_ = services_.presenter->presentLiveScreen(shared_from_this());
+  OX_ASSERT_ON_MAIN_QUEUE();
+  config_.screen->dismissPresented();
+  if (hostIP_) HostList::remember(hostName_.value_or(""), *hostIP_, hostPort_);
+  liveVC_ = config_.presenter->presentLiveScreen(shared_from_this());
 }
 
 void MainViewController::prepareLiveView(LiveViewChannelTarget& view) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (hostConnected_) {
     view.setHostIP(hostIP_.value_or(""));
     view.setHostPort(hostPort_);
-    if (asyncSocket_) {
-      asyncSocket_->setDelegate({});
-      view.setAsyncSocket(std::move(asyncSocket_));
-      asyncSocket_.reset();
-    } else if (usbPeerChannel_) {
-      usbPeerChannel_->setDelegate({});
-      view.setUsbChannel(std::move(usbPeerChannel_));
-      usbPeerChannel_.reset();
+    // The network connection wins if both exist.
+    auto& handedOver = tcp_ ? tcp_ : usbPeer_;
+    if (handedOver) {
+      view.setCarrier(handedOver->takeCarrier());
+      handedOver.reset();
     }
   }
   stop_discover(true);
-  cancelPerformRequests();
+  timers_.cancelAll();
 }
 
 void MainViewController::viewWillAppear() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (!liveVC_) return;
   liveVC_.reset();
   onLiveViewClosed();
 }
 
 void MainViewController::onLiveViewClosed() {
-  if (usbPeerChannel_ && usbPeerChannel_->isConnected()) {
-    usbPeerChannel_->setDelegate({});
-    usbPeerChannel_->close();
-  }
-  usbPeerChannel_.reset();
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (usbPeer_ && usbPeer_->isConnected()) usbPeer_->close();
+  usbPeer_.reset();
 }
 
 void MainViewController::liveViewRestart() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   autoStart_ = true;
   hostConnected_ = false;
 }
 
 void MainViewController::liveViewConnectionLost() {
-  autoStart_ = services_.lifecycle->applicationState() == ApplicationState::active;
+  OX_ASSERT_ON_MAIN_QUEUE();
+  autoStart_ = config_.lifecycle->applicationState() == ApplicationState::active;
   hostConnected_ = false;
   hostDetected_ = false;
 }
 
 void MainViewController::liveViewUserClose(bool byUser) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (!hostConnected_) return;
   keepAwake(true);
   autoStart_ = false;
@@ -425,6 +435,7 @@ void MainViewController::liveViewUserClose(bool byUser) {
 }
 
 void MainViewController::viewDidAppear() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (hostDetected_ && autoStart_) {
     connectToHost();
     return;
@@ -433,20 +444,22 @@ void MainViewController::viewDidAppear() {
     discover();
     return;
   }
-  services_.screen->update_ui_for_discover(false);
-  services_.screen->update_ui_for_discovered();
-  if (udpBroadcastTimer_) return;
-  std::erase_if(arr_hosts_, [](const HostRecord& h) { return h.udp; });
-  startBroadcastTimer();
+  config_.screen->update_ui_for_discover(false);
+  config_.screen->update_ui_for_discovered();
+  if (prober_->isBroadcasting()) return;
+  hosts_.removeUdpEntries();
+  prober_->start();
 }
 
 void MainViewController::viewDidDisappear() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (hostDiscovering_) stop_discover(true);
 }
 
 void MainViewController::onReachabilityChanged() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   if (liveVC_) return;
-  if (services_.reachability->isReachableViaWiFi()) {
+  if (config_.reachability->isReachableViaWiFi()) {
     discover();
   } else {
     stop_discover(true);
@@ -454,7 +467,8 @@ void MainViewController::onReachabilityChanged() {
 }
 
 void MainViewController::OnDeviceBatteryStateChanged(bool byNotification) {
-  switch (services_.battery->batteryState()) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  switch (config_.battery->batteryState()) {
     case BatteryState::unplugged:
       usbPlugged_ = false;
       usbConnected_ = false;
@@ -474,19 +488,17 @@ void MainViewController::OnDeviceBatteryStateChanged(bool byNotification) {
 }
 
 void MainViewController::appDidEnterBackground() {
+  OX_ASSERT_ON_MAIN_QUEUE();
   enter_background_time_ = MainQueue::get()->clock().now();
   autoStart_ = false;
   stop_discover(true);
-  if (service_browser_) {
-    service_browser_->setDelegate({});
-    service_browser_->stop();
-    service_browser_.reset();
-  }
-  if (!hostDetected_ && !usbConnected_) services_.screen->showInfo("");
+  serviceSearch_->stopBrowser();
+  if (!hostDetected_ && !usbConnected_) config_.screen->showInfo("");
 }
 
 void MainViewController::appWillEnterForeground() {
-  services_.battery->setBatteryMonitoringEnabled(true);
+  OX_ASSERT_ON_MAIN_QUEUE();
+  config_.battery->setBatteryMonitoringEnabled(true);
   if (!liveVC_) autoStart_ = autoConnect();
   double away = enter_background_time_ ? MainQueue::get()->clock().now() - *enter_background_time_
                                        : kShortBackground;
@@ -496,36 +508,88 @@ void MainViewController::appWillEnterForeground() {
 }
 
 void MainViewController::checkLocalNetworkPermission() {
-  if (!services_.reachability->isReachableViaWiFi()) return;
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (!config_.reachability->isReachableViaWiFi()) return;
   LocalNetworkAuthorization authorization;
   std::weak_ptr<MainViewController> weak = weak_from_this();
   authorization.requestAuthorizationWithCompletionHandler([weak](bool granted) {
     if (granted) return;
     MainQueue::postAfter(kLanAlertDelay, [weak] {
-      if (auto self = weak.lock()) self->services_.screen->showError("M_LAN_ALERT");
+      if (auto self = weak.lock()) self->config_.screen->showError("M_LAN_ALERT");
     });
   });
 }
 
-void MainViewController::socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) {
-  if (!asyncSocket_ || asyncSocket_.get() != sock || liveVC_) {
-    services_.screen->hudHide();
+// ---- Connections ----
+
+void MainViewController::handshakeDidConnect(ClientHandshake* handshake) {
+  if (handshake != tcp_.get()) return;
+  config_.screen->hudHide();
+  hostConnected_ = true;
+  handShake();
+}
+
+void MainViewController::handshakeDidReceiveHostInfo(ClientHandshake*, long long port,
+                                                     const std::string& name) {
+  hostPort_ = port;
+  hostName_ = name;
+  hostDetected_ = true;
+}
+
+void MainViewController::handshakeDidReceiveStart(ClientHandshake*) { showLiveView(); }
+
+void MainViewController::handshakeDidEnd(ClientHandshake* handshake, const OptionalError& error) {
+  if (handshake == usbPeer_.get()) {
+    oxlog("ioFrameChannel didEndWithError:{}", error ? error->toString() : "(null)");
+    usbPeer_.reset();
     return;
   }
-  services_.screen->hudHide();
+  if (handshake != tcp_.get() || liveVC_) {
+    config_.screen->hudHide();
+    return;
+  }
+  onTcpEnded(error);
+}
+
+// A TCP connection that ended before the live screen exists.
+void MainViewController::onTcpEnded(const OptionalError& error) {
+  config_.screen->hudHide();
   if (!hostDetected_) {
     if (hostName_ == "Unknown") {
-      services_.screen->showError(error ? error->description : "A_ERROR");
+      config_.screen->showError(error ? error->description : "A_ERROR");
     } else {
       oxlog("MAIN - 重连上次主机失败！");
     }
     set_current_host(std::nullopt);
   }
-  if (error && hostDetected_ && services_.screen->isPlayState() && !usbPeerChannel_) {
-    services_.screen->showError(error->description);
+  if (error && hostDetected_ && config_.screen->isPlayState() && !usbPeer_) {
+    config_.screen->showError(error->description);
   }
-  asyncSocket_.reset();
+  tcp_.reset();
   perform(kRediscoverAfterLoss, &MainViewController::discover);
+}
+
+void MainViewController::listenersDidAcceptTcp(std::shared_ptr<Carrier> carrier,
+                                               const std::string& peer) {
+  hostIP_ = peer;
+  hostName_ = "Unknown";
+  hostPort_ = kDefaultHostPort;  // the host's own port, whatever this connection came from
+  if (tcp_) return;              // a second caller is not kept
+  tcp_ = ClientHandshake::create(weak_from_this());
+  tcp_->attach(std::move(carrier));
+  config_.screen->hudHide();
+  hostConnected_ = true;
+  handShake();
+}
+
+void MainViewController::listenersDidAcceptUsb(std::shared_ptr<Carrier> carrier) {
+  if (usbPeer_) return;  // the first peer stays
+  usbPeer_ = ClientHandshake::create(weak_from_this());
+  usbPeer_->attach(std::move(carrier));
+  usbConnected_ = true;
+  stop_discover(true);
+  autoStart_ = true;
+  host_detect_finished();
 }
 
 }  // namespace oxelo

@@ -6,39 +6,49 @@
 #include <string>
 #include <vector>
 
-#include "channels/GCDAsyncSocket.h"
-#include "channels/GCDAsyncUdpSocket.h"
-#include "channels/PTChannel.h"
-#include "channels/PTChannelDelegate.h"
+#include "channels/Carrier.h"
+#include "discovery/ClientHandshake.h"
+#include "discovery/HostList.h"
+#include "discovery/HostListeners.h"
 #include "discovery/HostRecord.h"
 #include "discovery/LiveScreen.h"
 #include "discovery/MainScreen.h"
-#include "discovery/ServiceBrowser.h"
+#include "discovery/SearchTimers.h"
+#include "discovery/ServiceSearch.h"
+#include "discovery/UdpProber.h"
 #include "platform/device/AppLifecycle.h"
 #include "platform/device/Battery.h"
 #include "platform/device/Reachability.h"
 #include "platform/dispatch/Observable.h"
-#include "platform/dispatch/Queue.h"
-#include "platform/dispatch/RepeatingTimer.h"
 
 namespace oxelo {
 
 // The connection flow of the main screen: when to search, the one host list
-// that every search path reports into, the current host, and the channel to
-// it (an outgoing or accepted TCP socket, or the USB channel), greeted and
+// that every search path reports into, the current host, and the connection
+// to it (an outgoing or accepted TCP carrier, or the USB one), greeted and
 // handed to the live screen when the host says start.
 //
-// Everything runs on the main queue: the public operations, every socket and
-// channel delegate call, every timer. Held by shared pointer (create()); the
-// sockets hold it weakly. The USB channels hold their delegate strongly, so
-// the flow clears their delegates when it drops them. Call shutdown() before
-// letting it go.
+// A façade over the parts that do the work, each owned here: the search's
+// delayed steps (SearchTimers), the host list and history (HostList), the
+// UDP probes (UdpProber), DNS-SD (ServiceSearch), the two listeners
+// (HostListeners) and one greeting per connection (ClientHandshake).
+//
+// Everything runs on the main queue: the public operations (checked), every
+// event of the parts, every timer. Held by shared pointer (create()); the
+// parts hold it weakly. Call shutdown() before letting it go.
 class MainViewController : public std::enable_shared_from_this<MainViewController>,
-                           public GCDAsyncSocketDelegate,
-                           public GCDAsyncUdpSocketDelegate,
-                           public PTChannelDelegate,
-                           public ServiceBrowserDelegate {
+                           public LiveScreenOwner,
+                           public ClientHandshakeDelegate,
+                           public HostListenersDelegate,
+                           public UdpProberDelegate,
+                           public ServiceSearchDelegate {
  public:
+  // Opens an outgoing TCP connection, as TcpCarrier::connect does on the
+  // main queue: null, with `error`, when the attempt cannot even start.
+  using Connector = std::function<std::shared_ptr<Carrier>(
+      const std::string& host, uint16_t port, double timeout,
+      std::weak_ptr<CarrierDelegate> delegate, OptionalError& error)>;
+
   struct Services {
     std::shared_ptr<MainScreen> screen;               // required
     std::shared_ptr<LiveScreenPresenter> presenter;   // required
@@ -46,27 +56,22 @@ class MainViewController : public std::enable_shared_from_this<MainViewControlle
     std::shared_ptr<BatteryMonitor> battery;          // default: BatteryMonitor::shared()
     std::shared_ptr<AppLifecycle> lifecycle;          // default: AppLifecycle::shared()
     std::shared_ptr<ServiceBrowserFactory> browsers;  // default: none (no service search)
+    Connector connector;                              // default: TcpCarrier::connect
     // The ports of the phone's own listeners; tests move them off the
     // system's ports so that runs do not collide.
     uint16_t listenPort = 5896;
     uint16_t usbPort = 5895;
-    uint16_t udpPort = 1707;
-    uint16_t probeFirstPort = 5895;
-    // Where probes go: the subnet broadcast address of the Wi-Fi interface
-    // and the limited broadcast. Tests inside the default network namespace
-    // point both at loopback addresses.
-    std::function<std::string()> subnetBroadcast;  // default: getBroadcastIPAddress
-    std::string limitedBroadcast = "255.255.255.255";
+    UdpProbeTargets probes;
   };
   static std::shared_ptr<MainViewController> create(Services services);
   ~MainViewController() override;
 
   // Screen life cycle, driven by the front end.
   void viewDidLoad();
-  void viewWillAppear();
-  void viewDidAppear();
+  void viewWillAppear() override;
+  void viewDidAppear() override;
   void viewDidDisappear();
-  // Stops every search, listener and timer and lets go of the channels.
+  // Stops every search, listener and timer and lets go of the connections.
   void shutdown();
 
   // The search.
@@ -96,19 +101,16 @@ class MainViewController : public std::enable_shared_from_this<MainViewControlle
   void refresh();
   void optionsDidDismiss();
 
-  // The greeting.
+  // The greeting: the hello on the connection there is, the USB peer first.
   void handShake();
-  // Works off one packet at `words`, of which `available` bytes are there;
-  // returns the 32-bit words consumed, or 0 for a command it does not know.
-  size_t handleClientPacket(const uint8_t* words, size_t available);
 
   // The live screen.
   void showLiveView();
-  void prepareLiveView(LiveViewChannelTarget& view);
+  void prepareLiveView(LiveViewChannelTarget& view) override;
   void onLiveViewClosed();
-  void liveViewRestart();
-  void liveViewConnectionLost();
-  void liveViewUserClose(bool byUser);
+  void liveViewRestart() override;
+  void liveViewConnectionLost() override;
+  void liveViewUserClose(bool byUser) override;
 
   // Platform events.
   void onReachabilityChanged();
@@ -117,7 +119,7 @@ class MainViewController : public std::enable_shared_from_this<MainViewControlle
   void appWillEnterForeground();
 
   // State, for the screen and for tests.
-  const std::vector<HostRecord>& arr_hosts() const { return arr_hosts_; }
+  const std::vector<HostRecord>& arr_hosts() const { return hosts_.hosts(); }
   const std::optional<std::string>& hostName() const { return hostName_; }
   const std::optional<std::string>& hostIP() const { return hostIP_; }
   long long hostPort() const { return hostPort_; }
@@ -128,72 +130,56 @@ class MainViewController : public std::enable_shared_from_this<MainViewControlle
   bool usbPlugged() const { return usbPlugged_; }
   bool usbConnected() const { return usbConnected_; }
   bool hasLiveScreen() const { return liveVC_ != nullptr; }
-  bool isListening() const { return serverSocket_ != nullptr; }
-  bool isUsbListening() const { return usbListenChannel_ != nullptr; }
-  bool isBroadcasting() const { return udpBroadcastTimer_ != nullptr; }
-  bool hasAsyncSocket() const { return asyncSocket_ != nullptr; }
-  bool hasUsbPeer() const { return usbPeerChannel_ != nullptr; }
-  size_t servicesInResolution() const { return arr_services_.size(); }
+  bool isListening() const { return listeners_->isTcpListening(); }
+  bool isUsbListening() const { return listeners_->isUsbListening(); }
+  bool isBroadcasting() const { return prober_->isBroadcasting(); }
+  // A TCP connection to the host, being opened or up (outgoing or accepted).
+  bool hasConnection() const { return tcp_ != nullptr; }
+  bool hasUsbPeer() const { return usbPeer_ != nullptr; }
+  size_t servicesInResolution() const { return serviceSearch_->servicesInResolution(); }
 
-  // GCDAsyncSocketDelegate.
-  void socketDidConnectToHost(GCDAsyncSocket* sock, const std::string& host,
-                              uint16_t port) override;
-  void socketDidAcceptNewSocket(GCDAsyncSocket* sock,
-                                const std::shared_ptr<GCDAsyncSocket>& newSocket) override;
-  void socketDidReadData(GCDAsyncSocket* sock, const std::vector<uint8_t>& data,
-                         int64_t tag) override;
-  void socketDidWriteDataWithTag(GCDAsyncSocket* sock, int64_t tag) override;
-  void socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) override;
+  // ClientHandshakeDelegate.
+  void handshakeDidConnect(ClientHandshake* handshake) override;
+  void handshakeDidReceiveHostInfo(ClientHandshake* handshake, long long port,
+                                   const std::string& name) override;
+  void handshakeDidReceiveStart(ClientHandshake* handshake) override;
+  void handshakeDidEnd(ClientHandshake* handshake, const OptionalError& error) override;
 
-  // GCDAsyncUdpSocketDelegate.
-  void udpSocketDidNotSendDataWithTagDueToError(GCDAsyncUdpSocket* sock, int64_t tag,
-                                                const Error& error) override;
-  void udpSocketDidReceiveDataFromAddressWithFilterContext(GCDAsyncUdpSocket* sock,
-                                                           const std::vector<uint8_t>& data,
-                                                           const SocketAddress& address) override;
-  void udpSocketDidClose(GCDAsyncUdpSocket* sock, const OptionalError& error) override;
+  // HostListenersDelegate.
+  void listenersDidAcceptTcp(std::shared_ptr<Carrier> carrier, const std::string& peer) override;
+  void listenersDidAcceptUsb(std::shared_ptr<Carrier> carrier) override;
 
-  // PTChannelDelegate. The flow has no shouldAcceptFrame: every frame
-  // reaches it.
-  void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>& channel, uint32_t type,
-                                           uint32_t tag,
-                                           std::shared_ptr<const PTPayload> payload) override;
-  void ioFrameChannelDidEndWithError(const std::shared_ptr<PTChannel>& channel,
-                                     const OptionalError& error) override;
-  void ioFrameChannelDidAcceptConnection(const std::shared_ptr<PTChannel>& channel,
-                                         const std::shared_ptr<PTChannel>& newChannel,
-                                         const PTAddress& address) override;
-  uint8_t ptChannelDelegateOptionalOps() const override;
+  // UdpProberDelegate.
+  void udpProberDidFindHost(const HostRecord& record) override { on_host_detected(record); }
+  void udpProberDidLoseHost(const HostRecord& record) override { on_host_removed(record); }
 
-  // ServiceBrowserDelegate.
-  void netServiceBrowserDidFindService(ServiceBrowser* browser, std::shared_ptr<NetService> service,
-                                       bool moreComing) override;
-  void netServiceBrowserDidRemoveService(ServiceBrowser* browser,
-                                         std::shared_ptr<NetService> service,
-                                         bool moreComing) override;
-  void netServiceDidResolveAddress(NetService* service) override;
-  void netServiceDidNotResolve(NetService* service, int errorCode) override;
+  // ServiceSearchDelegate.
+  void serviceSearchDidResolveHost(const HostRecord& record) override { on_host_detected(record); }
+  void serviceSearchDidLoseService(const std::string& name, bool moreComing) override;
 
  private:
   explicit MainViewController(Services services);
+  void makeParts();
   void startWatching();
-  // performSelector:afterDelay: and cancelPreviousPerformRequestsWithTarget:.
-  TimerHandle perform(double delay, void (MainViewController::*method)());
-  void cancelPerformRequests();
-  void scheduleHostDetectFinished();
-  void startBroadcastTimer();
-  void workOffBlock(const uint8_t* data, size_t size);
-  void sendSettingsAnswer();
-  void startServiceSearch();
-  void dropServices();
+  // A delayed call of one of our operations, held weakly; cancelled by the
+  // hand-over to the live screen.
+  void perform(double delay, void (MainViewController::*method)());
   void keepAwake(bool awake);
+  // The connection that gets the hello: a connected USB peer, else the TCP
+  // connection.
+  ClientHandshake* greetedConnection() const;
+  void onTcpEnded(const OptionalError& error);
 
-  Services services_;
+  Services config_;
+  SearchTimers timers_;
+  HostList hosts_;
+  std::shared_ptr<UdpProber> prober_;
+  std::shared_ptr<ServiceSearch> serviceSearch_;
+  std::shared_ptr<HostListeners> listeners_;
+  // One greeting per connection: the TCP one (asyncSocket) and the USB peer.
+  std::shared_ptr<ClientHandshake> tcp_;
+  std::shared_ptr<ClientHandshake> usbPeer_;
 
-  // Search state.
-  std::shared_ptr<ServiceBrowser> service_browser_;
-  std::vector<std::shared_ptr<NetService>> arr_services_;
-  std::vector<HostRecord> arr_hosts_;
   std::optional<std::string> hostName_;
   std::optional<std::string> hostIP_;
   long long hostPort_ = 0;
@@ -201,22 +187,10 @@ class MainViewController : public std::enable_shared_from_this<MainViewControlle
   bool hostDiscovering_ = false;
   bool hostConnected_ = false;
   bool hostDetected_ = false;
-  std::shared_ptr<GCDAsyncSocket> serverSocket_;
-  std::shared_ptr<GCDAsyncSocket> asyncSocket_;
-  std::shared_ptr<GCDAsyncUdpSocket> asyncUdpSocket_;
-  std::unique_ptr<RepeatingTimer> udpBroadcastTimer_;
-  std::shared_ptr<LiveViewController> liveVC_;
-  std::optional<double> enter_background_time_;
-  std::shared_ptr<PTChannel> usbListenChannel_;
-  std::shared_ptr<PTChannel> usbPeerChannel_;
   bool usbPlugged_ = false;
   bool usbConnected_ = false;
-  std::optional<TimerHandle> connect_last_host_block_;
-
-  // Bytes of a packet that a TCP read ended inside, kept for the next read.
-  std::vector<uint8_t> partialPacket_;
-  std::vector<TimerHandle> performRequests_;
-  TimerHandle hostDetectFinishedRequest_;
+  std::shared_ptr<LiveViewController> liveVC_;
+  std::optional<double> enter_background_time_;
   Subscription reachabilitySub_, batterySub_, lifecycleSub_;
 };
 

@@ -125,11 +125,12 @@ int main(int argc, char** argv) {
   });
   if (cl->duration >= 0) main->postAfter(cl->duration, [main] { main->stop(); });
   main->run();
-  // The run loop has ended; this thread still owns the main queue and winds
-  // the screens down on it.
-  Queue::DrivingScope onMain(*main);
-  if (auto live = presenter->current()) live->shutdown();
-  if (mainVC) mainVC->shutdown();
+  {
+    // The screens end as the main queue's last step, on the thread that ran it.
+    Queue::DrivingScope onMain(*main);
+    if (auto live = presenter->current()) live->shutdown();
+    if (mainVC) mainVC->shutdown();
+  }
   defaults->synchronize();
   oxlog("MAIN - stopped");
   return 0;

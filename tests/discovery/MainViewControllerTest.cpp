@@ -1,13 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/FakeLifecycle.h"
+#include <thread>
+
 #include "discovery/MainViewController.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
-#include "tests/support/FakeBatteryMonitor.h"
-#include "tests/support/FakeReachability.h"
-#include "tests/discovery/support/FlowFakes.h"
-#include "tests/support/TestSupport.h"
+#include "tests/discovery/support/FlowFixture.h"
 
 namespace oxelo {
 namespace {
@@ -19,46 +17,10 @@ HostRecord host(const std::string& name, const std::string& ip, long long port =
   return {name, ip, port, udp};
 }
 
-// The flow with every platform service faked: no Wi-Fi, no cable, the screen
-// in its window, the listeners on free loopback ports.
-class FlowTest : public testing::Test {
+class FlowTest : public test::FlowFixture {
  protected:
-  void SetUp() override {
-    defaults_ = std::make_shared<UserDefaults>(dir_.path());
-    defaults_->registerDefaults({{keys::autoConnect, true}});
-    UserDefaults::setStandard(defaults_);
-    MainViewController::Services s;
-    s.screen = screen_;
-    s.presenter = presenter_;
-    s.reachability = reachability_;
-    s.battery = battery_;
-    s.lifecycle = lifecycle_;
-    s.listenPort = 0;
-    s.usbPort = 0;
-    flow_ = MainViewController::create(s);
-    flow_->viewDidLoad();
-    env_.drain();
-  }
-  void TearDown() override {
-    flow_->shutdown();
-    env_.drain();
-    UserDefaults::setStandard(nullptr);
-  }
-
-  test::ManualMain env_;
-  test::TempDir dir_;
-  test::LogCapture log_;
-  std::shared_ptr<UserDefaults> defaults_;
-  std::shared_ptr<test::FakeMainScreen> screen_ = std::make_shared<test::FakeMainScreen>();
-  std::shared_ptr<test::FakePresenter> presenter_ = std::make_shared<test::FakePresenter>();
-  std::shared_ptr<FakeReachability> reachability_ = std::make_shared<FakeReachability>();
-  std::shared_ptr<FakeBatteryMonitor> battery_ = std::make_shared<FakeBatteryMonitor>();
-  std::shared_ptr<FakeLifecycle> lifecycle_ = std::make_shared<FakeLifecycle>();
-  std::shared_ptr<MainViewController> flow_;
-  // A loopback listener whose backlog takes connections, so that an attempt
-  // stays connected for as long as the test looks.
-  test::LoopbackListener listener_;
-  long long port_ = listener_.port();
+  void SetUp() override { startFlow(); }
+  size_t attempts() const { return connections_.attempts.size(); }
 };
 
 TEST_F(FlowTest, StartValuesAndNoSearchWithoutWiFiOrCable) {
@@ -71,13 +33,17 @@ TEST_F(FlowTest, StartValuesAndNoSearchWithoutWiFiOrCable) {
 }
 
 TEST_F(FlowTest, OneHostDetectedSettlesAfterHalfASecondAndConnects) {
-  flow_->on_host_detected(host("Desk", "127.0.0.1", port_));
+  flow_->on_host_detected(host("Desk", "127.0.0.1", 5897));
   EXPECT_TRUE(flow_->hostDetected());
   EXPECT_EQ(flow_->hostName(), "Desk");
   env_.advance(0.45);
-  EXPECT_FALSE(flow_->hasAsyncSocket());
+  EXPECT_EQ(attempts(), 0u);
   env_.advance(0.1);
-  EXPECT_TRUE(flow_->hasAsyncSocket());  // connecting to the one host
+  ASSERT_EQ(attempts(), 1u);  // connecting to the one host
+  EXPECT_EQ(connections_.attempts[0].host, "127.0.0.1");
+  EXPECT_EQ(connections_.attempts[0].port, 5897);
+  EXPECT_EQ(connections_.attempts[0].timeout, 5.0);
+  EXPECT_TRUE(flow_->hasConnection());
 }
 
 TEST_F(FlowTest, BurstOfHostsEndsInOneSettleHalfASecondAfterTheLast) {
@@ -95,12 +61,12 @@ TEST_F(FlowTest, TwoHostsOneOfThemTheLastHostIsConnectedWithoutAQuestion) {
   defaults_->setString(keys::lastHostIP, "127.0.0.1");
   defaults_->setString(keys::lastHostName, "Desk");
   flow_->on_host_detected(host("Other", "127.0.0.2", 1));
-  flow_->on_host_detected(host("Desk", "127.0.0.1", port_));
+  flow_->on_host_detected(host("Desk", "127.0.0.1", 5899));
   env_.advance(0.6);
   EXPECT_TRUE(screen_->choices.empty());
   EXPECT_EQ(flow_->hostName(), "Desk");
-  EXPECT_EQ(flow_->hostPort(), port_);
-  EXPECT_TRUE(flow_->hasAsyncSocket());
+  ASSERT_EQ(attempts(), 1u);
+  EXPECT_EQ(connections_.attempts[0].port, 5899);
 }
 
 TEST_F(FlowTest, LastHostMatchTakesTheNameWithItsCase) {
@@ -126,15 +92,16 @@ TEST_F(FlowTest, CancelledChoiceStopsAutomaticConnectingUntilAutoStartIsSetAgain
   EXPECT_TRUE(flow_->autoStart());
 }
 
-TEST_F(FlowTest, ChoosingAHostConnectsToIt) {
-  flow_->on_host_detected(host("A", "127.0.0.1", port_));
+TEST_F(FlowTest, ChoosingAHostWithPortZeroConnectsOn5895) {
+  flow_->on_host_detected(host("A", "127.0.0.1", 5897));
   flow_->on_host_detected(host("B", "127.0.0.2", 0));
   env_.advance(0.6);
   ASSERT_EQ(screen_->choices.size(), 1u);
   EXPECT_EQ(screen_->choices[0].first.size(), 2u);
   screen_->choices[0].second(1);
-  EXPECT_EQ(flow_->hostIP(), "127.0.0.2");
-  EXPECT_EQ(flow_->hostPort(), 5895);  // port 0 is connected on 5895
+  ASSERT_EQ(attempts(), 1u);
+  EXPECT_EQ(connections_.attempts[0].host, "127.0.0.2");
+  EXPECT_EQ(connections_.attempts[0].port, 5895);
 }
 
 TEST_F(FlowTest, SameHostInOtherCaseOrFromTheOtherPathStaysOneEntryWithTheFirstRecord) {
@@ -158,12 +125,14 @@ TEST_F(FlowTest, HostLeavingRemovesOnlyTheIdenticalRecord) {
   EXPECT_EQ(flow_->hostName(), "B");
 }
 
-TEST_F(FlowTest, DisconnectBeforeTheLiveScreenSchedulesANewSearchIn600Seconds) {
+TEST_F(FlowTest, FailedManualConnectionShowsTheErrorAndSearchesAgainIn600Seconds) {
   battery_->setCablePlugged(true);  // a search needs Wi-Fi or a cable
   env_.drain();
-  flow_->connectViaIPAndPort("127.0.0.1", test::closedLoopbackPort());
+  flow_->connectViaIPAndPort("127.0.0.1", 5899);
   env_.advance(0.1);
-  ASSERT_TRUE(test::pumpUntil(env_, [&] { return !flow_->hasAsyncSocket(); }));
+  ASSERT_EQ(attempts(), 1u);
+  connections_.last()->end(posixError(ECONNREFUSED));
+  EXPECT_FALSE(flow_->hasConnection());
   EXPECT_EQ(screen_->errors.size(), 1u);  // a manual attempt shows the error
   EXPECT_FALSE(flow_->hostIP().has_value());
   int searches = screen_->discoverTrueCount();
@@ -177,7 +146,7 @@ TEST_F(FlowTest, ManualConnectionWaitsATenthOfASecond) {
   flow_->connectManually("127.0.0.1", "17");
   EXPECT_EQ(flow_->hostPort(), 5895);
   EXPECT_EQ(flow_->hostName(), "Unknown");
-  EXPECT_FALSE(flow_->hasAsyncSocket());
+  EXPECT_FALSE(flow_->hasConnection());
   EXPECT_TRUE(screen_->huds.empty());
   env_.advance(0.1);
   EXPECT_EQ(screen_->huds, (std::vector<std::string>{"M_CONNECT_TO 127.0.0.1"}));
@@ -191,9 +160,9 @@ TEST_F(FlowTest, ViewDidAppearRules) {
   flow_->viewDidAppear();
   EXPECT_EQ(screen_->discoverStates.back(), false);
   // A host known and autoStart: connect.
-  flow_->on_host_detected(host("A", "127.0.0.1", port_));
+  flow_->on_host_detected(host("A", "127.0.0.1", 5897));
   flow_->viewDidAppear();
-  EXPECT_TRUE(flow_->hasAsyncSocket());
+  EXPECT_TRUE(flow_->hasConnection());
 }
 
 TEST_F(FlowTest, ShortBackgroundStartsNoSearchButRereadsAutoConnect) {
@@ -243,79 +212,29 @@ TEST_F(FlowTest, ShowLiveViewRemembersTheHostAndItsHistory) {
             Json::array({{{"name", "Unknown"}, {"ip", "10.0.0.5"}, {"port", 5897}}}));
 }
 
-}  // namespace
-}  // namespace oxelo
-
-#include "media/VideoSizeCatalogue.h"
-#include "wire/HandshakePackets.h"
-
-namespace oxelo {
-namespace {
-
-namespace hs = handshake;
-
-std::vector<uint8_t> join(std::initializer_list<std::vector<uint8_t>> parts) {
-  std::vector<uint8_t> out;
-  for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
+TEST_F(FlowTest, ASecondCallerReplacesTheAddressButIsNotKept) {
+  auto first = acceptTcp("127.0.0.7");
+  EXPECT_TRUE(flow_->hostConnected());
+  auto second = acceptTcp("127.0.0.8");
+  EXPECT_EQ(flow_->hostIP(), "127.0.0.8");
+  EXPECT_EQ(flow_->hostPort(), 5895);
+  EXPECT_EQ(first->sent.size(), 2u);  // the hello went to the first caller only
+  EXPECT_TRUE(second->sent.empty());
+  EXPECT_EQ(second->delegate(), nullptr);
 }
 
-// The greeting as the flow reads it from a TCP block. The socket is an idle
-// one: the read the flow arms behind each block is dropped, as on a socket
-// that is not connected.
-class HandshakeFlowTest : public FlowTest {
- protected:
-  void SetUp() override {
-    FlowTest::SetUp();
-    presenter_->prepareOnPresent = true;
-    VideoSizeCatalogue::shared().reloadVideoSizes();
-  }
-  void feed(const std::vector<uint8_t>& block) {
-    flow_->socketDidReadData(idle_.get(), block, hs::kTagRead);
-  }
-  std::shared_ptr<GCDAsyncSocket> idle_ = GCDAsyncSocket::create({}, MainQueue::get());
-};
+// Every public operation of the flow runs on the main queue; a call from
+// another thread is a fault of the program and stops it in the test builds.
+class FlowQueueCheckDeathTest : public test::FlowFixture {};
 
-TEST_F(HandshakeFlowTest, HostInfoSettingsAndStartInOneBlockAreWorkedOffInOrder) {
-  feed(join(
-      {hs::hostInfo(5899, "Studio"), hs::videoSettings({640, 480, 24, 1, 2, 1, 2}), hs::start()}));
-  EXPECT_EQ(flow_->hostName(), "Studio");
-  EXPECT_EQ(flow_->hostPort(), 5899);
-  EXPECT_TRUE(flow_->hostDetected());
-  EXPECT_EQ(defaults_->integerForKey(keys::videoWidth), 640);
-  EXPECT_EQ(defaults_->integerForKey(keys::videoHeight), 480);
-  EXPECT_EQ(defaults_->integerForKey(keys::videoFPS), 24);
-  EXPECT_TRUE(defaults_->boolForKey(keys::videoPortrait));
-  EXPECT_EQ(defaults_->integerForKey(keys::videoEncoder), 1);
-  EXPECT_EQ(defaults_->integerForKey(keys::audioFormat), 2);
-  EXPECT_EQ(presenter_->presented, 1);  // the start opened the live screen
-}
-
-TEST_F(HandshakeFlowTest, APacketSplitAcrossTwoReadsIsCompletedByTheSecond) {
-  auto info = hs::hostInfo(5898, "Split");
-  feed(std::vector<uint8_t>(info.begin(), info.begin() + 30));
-  EXPECT_FALSE(flow_->hostDetected());
-  feed(join({std::vector<uint8_t>(info.begin() + 30, info.end()), hs::start()}));
-  EXPECT_EQ(flow_->hostName(), "Split");
-  EXPECT_EQ(presenter_->presented, 1);
-}
-
-TEST_F(HandshakeFlowTest, AnUnknownCommandDropsTheRestOfItsBlock) {
-  std::vector<uint8_t> unknown = {0x88, 0, 0, 0, 0x12, 0, 0, 0};
-  feed(join({unknown, hs::hostInfo(5899, "Late"), hs::start()}));
-  EXPECT_FALSE(flow_->hostDetected());
-  EXPECT_EQ(presenter_->presented, 0);
-  // A block that does not begin with the type word is dropped as well.
-  feed(join({std::vector<uint8_t>{1, 0, 0, 0}, hs::start()}));
-  EXPECT_EQ(presenter_->presented, 0);
-}
-
-TEST_F(HandshakeFlowTest, ASizeOutsideTheCatalogueIsStoredButLeavesVideoSize) {
-  defaults_->setInteger(keys::videoSize, 4);
-  feed(hs::videoSettings({1000, 700, 30, 0, 1, 0, 1}));
-  EXPECT_EQ(defaults_->integerForKey(keys::videoWidth), 1000);
-  EXPECT_EQ(defaults_->integerForKey(keys::videoHeight), 700);
-  EXPECT_EQ(defaults_->integerForKey(keys::videoSize), 4);
+TEST_F(FlowQueueCheckDeathTest, DiscoverOffTheMainQueueAborts) {
+#ifdef OXELO_QUEUE_CHECKS
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  startFlow();
+  EXPECT_DEATH(std::thread([&] { flow_->discover(); }).join(), "must run on the main queue");
+#else
+  GTEST_SKIP() << "queue checks are compiled out of this build";
+#endif
 }
 
 }  // namespace

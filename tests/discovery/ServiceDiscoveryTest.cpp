@@ -1,15 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/FakeLifecycle.h"
 #include "discovery/AvahiErrors.h"
 #include "discovery/MainViewController.h"
-#include "platform/defaults/SettingsKeys.h"
-#include "platform/defaults/UserDefaults.h"
-#include "tests/support/FakeBatteryMonitor.h"
-#include "tests/support/FakeReachability.h"
-#include "tests/discovery/support/FakeServiceBrowser.h"
-#include "tests/discovery/support/FlowFakes.h"
-#include "tests/support/TestSupport.h"
+#include "tests/discovery/support/FlowFixture.h"
 
 namespace oxelo {
 namespace {
@@ -18,34 +11,14 @@ using test::FakeNetService;
 
 // The service-discovery half of the flow against a browser the test drives.
 // Wi-Fi is up; the UDP probes go to loopback ports where nothing listens.
-class ServiceDiscoveryTest : public testing::Test {
+class ServiceDiscoveryTest : public test::FlowFixture {
  protected:
   void SetUp() override {
-    defaults_ = std::make_shared<UserDefaults>(dir_.path());
-    defaults_->registerDefaults({{keys::autoConnect, false}});
-    UserDefaults::setStandard(defaults_);
-    MainViewController::Services s;
-    s.screen = screen_;
-    s.presenter = presenter_;
-    s.reachability = std::make_shared<FakeReachability>(NetworkStatus::reachableViaWiFi);
-    s.battery = std::make_shared<FakeBatteryMonitor>();
-    s.lifecycle = lifecycle_;
-    s.browsers = browsers_;
-    s.listenPort = 0;
-    s.usbPort = 0;
-    s.udpPort = 0;
-    s.probeFirstPort = test::closedLoopbackPort();
-    s.subnetBroadcast = [] { return std::string(); };
-    s.limitedBroadcast = "127.0.0.1";
-    flow_ = MainViewController::create(s);
-    flow_->viewDidLoad();
+    startFlow(/*autoConnect=*/false, [](MainViewController::Services& s) {
+      s.reachability = std::make_shared<FakeReachability>(NetworkStatus::reachableViaWiFi);
+    });
     flow_->discover();
     env_.drain();
-  }
-  void TearDown() override {
-    flow_->shutdown();
-    env_.drain();
-    UserDefaults::setStandard(nullptr);
   }
   std::shared_ptr<test::FakeServiceBrowser> browser() const { return browsers_->last(); }
   std::shared_ptr<FakeNetService> found(const std::string& name, int port = 5899) {
@@ -53,17 +26,6 @@ class ServiceDiscoveryTest : public testing::Test {
     browser()->find(service);
     return service;
   }
-
-  test::ManualMain env_;
-  test::TempDir dir_;
-  test::LogCapture log_;
-  std::shared_ptr<UserDefaults> defaults_;
-  std::shared_ptr<test::FakeMainScreen> screen_ = std::make_shared<test::FakeMainScreen>();
-  std::shared_ptr<test::FakePresenter> presenter_ = std::make_shared<test::FakePresenter>();
-  std::shared_ptr<FakeLifecycle> lifecycle_ = std::make_shared<FakeLifecycle>();
-  std::shared_ptr<test::FakeBrowserFactory> browsers_ =
-      std::make_shared<test::FakeBrowserFactory>();
-  std::shared_ptr<MainViewController> flow_;
 };
 
 TEST_F(ServiceDiscoveryTest, SearchesForTheOxeloTypeInLocal) {

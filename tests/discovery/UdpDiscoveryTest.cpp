@@ -7,14 +7,8 @@
 
 #include <random>
 
-#include "tests/support/FakeLifecycle.h"
 #include "discovery/MainViewController.h"
-#include "platform/defaults/SettingsKeys.h"
-#include "platform/defaults/UserDefaults.h"
-#include "tests/support/FakeBatteryMonitor.h"
-#include "tests/support/FakeReachability.h"
-#include "tests/discovery/support/FlowFakes.h"
-#include "tests/support/TestSupport.h"
+#include "tests/discovery/support/FlowFixture.h"
 #include "tools/host/ProbeAnswerer.h"
 
 namespace oxelo {
@@ -107,32 +101,17 @@ class ProbeReceivers {
 // UDP discovery of the flow on real sockets, all on loopback: the "limited
 // broadcast" is 127.0.0.1 and the "subnet broadcast" 127.0.0.2. Time runs on
 // the manual clock; the sockets' events are pumped in real time.
-class UdpDiscoveryTest : public testing::Test {
+class UdpDiscoveryTest : public test::FlowFixture {
  protected:
   void start(std::string subnet, bool autoConnect = true, uint16_t probeFirstPort = 0) {
-    defaults_ = std::make_shared<UserDefaults>(dir_.path());
-    defaults_->registerDefaults({{keys::autoConnect, autoConnect}});
-    UserDefaults::setStandard(defaults_);
-    MainViewController::Services s;
-    s.screen = screen_;
-    s.presenter = std::make_shared<test::FakePresenter>();
-    s.reachability = std::make_shared<FakeReachability>(NetworkStatus::reachableViaWiFi);
-    s.battery = std::make_shared<FakeBatteryMonitor>();
-    s.lifecycle = std::make_shared<FakeLifecycle>();
-    s.listenPort = 0;
-    s.usbPort = 0;
-    s.udpPort = udpPort_;
-    s.probeFirstPort = probeFirstPort ? probeFirstPort : receivers_.firstPort();
-    s.subnetBroadcast = [subnet] { return subnet; };
-    s.limitedBroadcast = "127.0.0.1";
-    flow_ = MainViewController::create(s);
-    flow_->viewDidLoad();
+    startFlow(autoConnect, [&](MainViewController::Services& s) {
+      s.reachability = std::make_shared<FakeReachability>(NetworkStatus::reachableViaWiFi);
+      s.connector = nullptr;  // real TCP connections to the answering host
+      s.probes.udpPort = udpPort_;
+      s.probes.probeFirstPort = probeFirstPort ? probeFirstPort : receivers_.firstPort();
+      s.probes.subnetBroadcast = [subnet] { return subnet; };
+    });
     flow_->discover();
-  }
-  void TearDown() override {
-    if (flow_) flow_->shutdown();
-    env_.drain();
-    UserDefaults::setStandard(nullptr);
   }
   // Pumps until `count` probes have come (or `seconds` of real time have
   // passed), then a little longer to see that no more follow.
@@ -160,14 +139,8 @@ class UdpDiscoveryTest : public testing::Test {
     ::close(fd);
   }
 
-  test::ManualMain env_;
-  test::TempDir dir_;
-  test::LogCapture log_;
   ProbeReceivers receivers_;
   uint16_t udpPort_ = freeUdpPort();
-  std::shared_ptr<UserDefaults> defaults_;
-  std::shared_ptr<test::FakeMainScreen> screen_ = std::make_shared<test::FakeMainScreen>();
-  std::shared_ptr<MainViewController> flow_;
 };
 
 struct TickCase {
@@ -250,7 +223,7 @@ TEST_F(UdpDiscoveryTest, AnsweringHostIsFoundOnceConnectedAndDroppedOnItsGoodbye
   test::pumpUntil(env_, [&] { return log_.count("Host Desk already exists!") >= 15; });
   EXPECT_EQ(log_.count("Host Desk already exists!"), 15u);
   EXPECT_EQ(flow_->arr_hosts().size(), 1u);
-  EXPECT_TRUE(flow_->hasAsyncSocket());  // one host and autoConnect: connected by itself
+  EXPECT_TRUE(flow_->hasConnection());  // one host and autoConnect: connected by itself
   EXPECT_EQ(flow_->hostPort(), tcp.port());
 
   int searches = screen_->discoverTrueCount();

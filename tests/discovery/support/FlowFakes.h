@@ -10,6 +10,8 @@
 
 #include "discovery/LiveScreen.h"
 #include "discovery/MainScreen.h"
+#include "discovery/MainViewController.h"
+#include "tests/support/FakeCarrier.h"
 #include "tests/support/TestSupport.h"
 
 namespace oxelo::test {
@@ -53,18 +55,46 @@ class FakeLiveScreen : public LiveViewController {};
 class FakePresenter : public LiveScreenPresenter, public LiveViewChannelTarget {
  public:
   std::shared_ptr<LiveViewController> presentLiveScreen(
-      std::shared_ptr<MainViewController> mainVC) override;
+      std::shared_ptr<LiveScreenOwner> owner) override {
+    ++presented;
+    if (prepareOnPresent) owner->prepareLiveView(*this);
+    return std::make_shared<FakeLiveScreen>();
+  }
   void setHostIP(const std::string& ip) override { hostIP = ip; }
   void setHostPort(long long port) override { hostPort = port; }
-  void setAsyncSocket(std::shared_ptr<GCDAsyncSocket> s) override { socket = std::move(s); }
-  void setUsbChannel(std::shared_ptr<PTChannel> c) override { channel = std::move(c); }
+  void setCarrier(std::shared_ptr<Carrier> c) override { carrier = std::move(c); }
 
   bool prepareOnPresent = false;
   int presented = 0;
   std::string hostIP;
   long long hostPort = 0;
-  std::shared_ptr<GCDAsyncSocket> socket;
-  std::shared_ptr<PTChannel> channel;
+  std::shared_ptr<Carrier> carrier;
+};
+
+// Stands in for TcpCarrier::connect: every attempt gets a fake carrier,
+// not yet connected, which the test then connects or ends.
+class FakeConnector {
+ public:
+  struct Attempt {
+    std::string host;
+    uint16_t port = 0;
+    double timeout = 0;
+    std::shared_ptr<FakeCarrier> carrier;
+  };
+  MainViewController::Connector connector() {
+    return [this](const std::string& host, uint16_t port, double timeout,
+                  std::weak_ptr<CarrierDelegate> delegate,
+                  OptionalError&) -> std::shared_ptr<Carrier> {
+      auto carrier = std::make_shared<FakeCarrier>(Carrier::Kind::tcp, /*connected=*/false);
+      carrier->setDelegate(std::move(delegate));
+      attempts.push_back({host, port, timeout, carrier});
+      return carrier;
+    };
+  }
+  std::shared_ptr<FakeCarrier> last() const {
+    return attempts.empty() ? nullptr : attempts.back().carrier;
+  }
+  std::vector<Attempt> attempts;
 };
 
 // A loopback port on which nothing listens (bound, then closed).

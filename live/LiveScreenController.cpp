@@ -1,0 +1,129 @@
+#include "live/LiveScreenController.h"
+
+#include "channels/Carrier.h"
+#include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/QueueCheck.h"
+#include "platform/log/Log.h"
+
+namespace oxelo {
+
+std::shared_ptr<LiveScreenController> LiveScreenController::create(
+    Sources sources, std::weak_ptr<LiveScreenView> view) {
+  return std::shared_ptr<LiveScreenController>(
+      new LiveScreenController(std::move(sources), std::move(view)));
+}
+
+void LiveScreenController::open(std::shared_ptr<LiveScreenOwner> owner) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  owner_ = owner;
+  if (owner) owner->prepareLiveView(*this);
+  if (!carrier_) oxlog("Live - opened with no host and no channel");
+  MainQueue::post([weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->startLive();
+  });
+}
+
+void LiveScreenController::setCarrier(std::shared_ptr<Carrier> carrier) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  carrier_ = std::move(carrier);
+  if (!carrier_) return;
+  if (carrier_->kind() == Carrier::Kind::usb) {
+    oxlog("Live - USB channel taken over");
+  } else {
+    oxlog("Live - TCP channel to {}:{} taken over", hostIP_, hostPort_);
+  }
+}
+
+void LiveScreenController::startLive() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (closed_ || session_) return;
+  auto configuration = configurationFromSettings(sources_.orientation);
+  // No camera capture stands behind the screens yet: pictures are pushed in
+  // (bit 3), sound comes from the microphone capture (bit 0).
+  int64_t captureType = static_cast<int64_t>(configuration.captureType) & kCaptureMaskAudio;
+  if (sources_.picturesPushed) captureType |= kInputMaskVideo;
+  session_ = OXLiveSession::create(configuration.audio, configuration.video, captureType,
+                                   sources_.environment);
+  session_->setDelegate(weak_from_this());
+  session_->setShowDebugInfo(true);
+
+  auto info = std::make_shared<LFLiveStreamInfo>();
+  if (!hostIP_.empty() && hostPort_ != 0) {
+    info->host = hostIP_;
+    info->port = hostPort_;
+  }
+  session_->initStreamInfo(info);
+  if (carrier_) session_->streamSocket()->setCarrier(std::move(carrier_));
+  carrier_.reset();
+  session_->setRunning(true);
+  session_->startLive();
+  if (auto view = view_.lock()) view->liveScreenDidStart(*session_, configuration);
+}
+
+void LiveScreenController::stopStreaming() {
+  if (!session_ || stopped_) return;
+  stopped_ = true;
+  if (auto view = view_.lock()) view->liveScreenWillStop(*session_);
+  session_->setRunning(false);
+  session_->stopLive();
+}
+
+void LiveScreenController::shutdown() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  closed_ = true;
+  std::shared_ptr<OXStreamSocket> socket = session_ ? session_->streamSocket() : nullptr;
+  stopStreaming();
+  if (socket) socket->sendQueue()->runSync([] {});
+}
+
+void LiveScreenController::userClose() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  close([](LiveScreenOwner& owner) { owner.liveViewUserClose(true); });
+}
+
+void LiveScreenController::close(const std::function<void(LiveScreenOwner&)>& reaction) {
+  if (closed_) return;
+  closed_ = true;
+  auto keep = shared_from_this();  // the main screen lets go of our screen below
+  stopStreaming();
+  auto owner = owner_.lock();
+  if (!owner) return;
+  reaction(*owner);
+  owner->viewWillAppear();
+  owner->viewDidAppear();
+}
+
+void LiveScreenController::liveSessionLiveStateDidChange(OXLiveSession*, LiveStreamState state) {
+  if (auto view = view_.lock()) view->liveScreenStateDidChange(state);
+}
+
+void LiveScreenController::liveSessionDebugInfo(OXLiveSession*, const LFLiveDebug& info) {
+  if (auto view = view_.lock()) view->liveScreenDebugInfo(info);
+}
+
+void LiveScreenController::liveSessionErrorCode(OXLiveSession*, LiveStreamError errorCode) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  oxlog("Live - error {}", static_cast<int64_t>(errorCode));
+  switch (errorCode) {
+    case LiveStreamError::ConnectionLost:
+      close([](LiveScreenOwner& owner) { owner.liveViewConnectionLost(); });
+      return;
+    case LiveStreamError::PeerClosed:
+      close([](LiveScreenOwner& owner) { owner.liveViewUserClose(false); });
+      return;
+    case LiveStreamError::PeerRestart:
+      if (closed_) return;
+      if (session_) session_->stopLive();
+      MainQueue::postAfter(kRestartDelay, [weak = weak_from_this()] {
+        auto self = weak.lock();
+        if (!self) return;
+        oxlog("Live - restart asked by the host");
+        self->close([](LiveScreenOwner& owner) { owner.liveViewRestart(); });
+      });
+      return;
+    case LiveStreamError::ConnectFailed:
+      return;
+  }
+}
+
+}  // namespace oxelo

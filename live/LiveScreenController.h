@@ -1,0 +1,108 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "discovery/LiveScreen.h"
+#include "media/ConfigurationFromSettings.h"
+#include "transport/OXLiveSession.h"
+
+namespace oxelo {
+
+class Carrier;
+
+// The drawing half of a live screen as the controller drives it: the
+// headless screen, later the Qt one. Main queue; every operation optional.
+class LiveScreenView {
+ public:
+  virtual ~LiveScreenView() = default;
+  // The session is built, has the connection and runs: pictures may be
+  // pushed from here on.
+  virtual void liveScreenDidStart(OXLiveSession& /*session*/,
+                                  const LiveSessionConfiguration& /*configuration*/) {}
+  // The session is about to stop: the picture source stops here.
+  virtual void liveScreenWillStop(OXLiveSession& /*session*/) {}
+  virtual void liveScreenStateDidChange(LiveStreamState /*state*/) {}
+  virtual void liveScreenDebugInfo(const LFLiveDebug& /*info*/) {}
+};
+
+// The live screen's behaviour, whatever draws it. It takes the greeted
+// connection over from the main screen, builds the live session from the
+// settings, hands it the host's address and the carrier and starts it; then
+// it answers the session's errors: 205 tells the main screen that the
+// connection was lost, 206 (the session has stopped itself) that the host
+// closed, 207 stops the session and 250 ms later asks for a restart. Each
+// time the screen then closes, once, and the main screen appears again.
+//
+// Main queue, all of it (the session's delegate calls arrive there). Held
+// by shared pointer (create()); the main screen and the view are held
+// weakly: the view owns this object, and the main screen owns the view
+// while the live screen exists.
+class LiveScreenController final : public LiveViewChannelTarget,
+                                   public OXLiveSessionDelegate,
+                                   public std::enable_shared_from_this<LiveScreenController> {
+ public:
+  static constexpr double kRestartDelay = 0.25;  // seconds after error 207
+
+  struct Sources {
+    // Encoders, the socket's environment, status values, microphone.
+    LiveSessionEnvironment environment;
+    // The view pushes pictures into the session (pushVideo); without them
+    // the stream carries no video.
+    bool picturesPushed = true;
+    // The status bar orientation the configuration is built for.
+    int64_t orientation = 3;
+  };
+
+  static std::shared_ptr<LiveScreenController> create(Sources sources,
+                                                      std::weak_ptr<LiveScreenView> view);
+
+  // viewDidLoad: asks the main screen for the connection; the session starts
+  // from a task of its own, once the step that presented the screen is over.
+  void open(std::shared_ptr<LiveScreenOwner> owner);
+  // Builds and starts the session; once, and not after a close.
+  void startLive();
+  // The close button: the user ended the session.
+  void userClose();
+  // The program is ending: stops the stream (the USB stop notice included)
+  // and waits until the socket has let its carrier go. No report to the
+  // main screen.
+  void shutdown();
+
+  // LiveViewChannelTarget.
+  void setHostIP(const std::string& ip) override { hostIP_ = ip; }
+  void setHostPort(long long port) override { hostPort_ = port; }
+  void setCarrier(std::shared_ptr<Carrier> carrier) override;
+
+  const std::string& hostIP() const { return hostIP_; }
+  long long hostPort() const { return hostPort_; }
+  bool hasCarrier() const { return carrier_ != nullptr; }
+  bool isClosed() const { return closed_; }
+  const std::shared_ptr<OXLiveSession>& session() const { return session_; }
+
+  // OXLiveSessionDelegate.
+  void liveSessionLiveStateDidChange(OXLiveSession* session, LiveStreamState state) override;
+  void liveSessionErrorCode(OXLiveSession* session, LiveStreamError errorCode) override;
+  void liveSessionDebugInfo(OXLiveSession* session, const LFLiveDebug& info) override;
+
+ private:
+  LiveScreenController(Sources sources, std::weak_ptr<LiveScreenView> view)
+      : sources_(std::move(sources)), view_(std::move(view)) {}
+  void stopStreaming();
+  // Stops the session, tells the main screen how it ended, and lets the
+  // main screen appear again. Once.
+  void close(const std::function<void(LiveScreenOwner&)>& reaction);
+
+  Sources sources_;
+  std::weak_ptr<LiveScreenView> view_;
+  std::weak_ptr<LiveScreenOwner> owner_;
+  std::string hostIP_;
+  long long hostPort_ = 0;
+  std::shared_ptr<Carrier> carrier_;
+  std::shared_ptr<OXLiveSession> session_;
+  bool stopped_ = false;  // the session's view has been told to stop
+  bool closed_ = false;
+};
+
+}  // namespace oxelo
