@@ -6,12 +6,12 @@
 
 #include <algorithm>
 #include <asio/generic/stream_protocol.hpp>
-#include <asio/post.hpp>
 #include <asio/read.hpp>
 #include <asio/write.hpp>
 #include <cerrno>
 
 #include "channels/AsioRuntime.h"
+#include "channels/SocketWorker.h"
 
 namespace oxelo {
 
@@ -77,7 +77,7 @@ bool PTIOStream::isOpen() const {
 }
 
 void PTIOStream::read(size_t size, ReadHandler handler) {
-  asio::post(ioContext(), [self = shared_from_this(), size, handler = std::move(handler)] {
+  socketworker::post([self = shared_from_this(), size, handler = std::move(handler)] {
     if (self->readsStopped() || self->socketClosed_) return;
     auto buffer = std::make_shared<std::vector<uint8_t>>();
     buffer->reserve(std::min(size, kInitialReadReserve));
@@ -112,7 +112,7 @@ void PTIOStream::write(std::vector<uint8_t> head, std::shared_ptr<const std::vec
     deliver(std::move(handler), posixError(ECANCELED, "write"));
     return;
   }
-  asio::post(ioContext(), [self = shared_from_this()] { self->pumpWrites(); });
+  socketworker::post([self = shared_from_this()] { self->pumpWrites(); });
 }
 
 void PTIOStream::close() {
@@ -122,7 +122,7 @@ void PTIOStream::close() {
     state_ = State::closed;
   }
   readsStopped_ = true;
-  asio::post(ioContext(), [self = shared_from_this()] { self->finishClose(); });
+  socketworker::post([self = shared_from_this()] { self->finishClose(); });
 }
 
 void PTIOStream::cancel() {
@@ -132,7 +132,7 @@ void PTIOStream::cancel() {
     state_ = State::draining;
   }
   readsStopped_ = true;
-  asio::post(ioContext(), [self = shared_from_this()] { self->pumpWrites(); });
+  socketworker::post([self = shared_from_this()] { self->pumpWrites(); });
 }
 
 void PTIOStream::pumpWrites() {

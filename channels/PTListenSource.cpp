@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <asio/ip/tcp.hpp>
-#include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
 #include <cerrno>
 #include <chrono>
 
 #include "channels/AsioRuntime.h"
+#include "channels/SocketWorker.h"
 #include "platform/log/Log.h"
 
 namespace oxelo {
@@ -63,12 +63,12 @@ PTListenSource::PTListenSource(std::unique_ptr<Acceptor> acceptor, std::shared_p
 PTListenSource::~PTListenSource() = default;
 
 void PTListenSource::resume() {
-  asio::post(AsioRuntime::shared().context(), [self = shared_from_this()] { self->acceptNext(); });
+  socketworker::post([self = shared_from_this()] { self->acceptNext(); });
 }
 
 void PTListenSource::cancel() {
   if (cancelled_.exchange(true)) return;
-  asio::post(AsioRuntime::shared().context(), [self = shared_from_this()] {
+  socketworker::post([self = shared_from_this()] {
     asio::error_code ec;
     self->acceptor_->retry.cancel();
     self->acceptor_->acceptor.close(ec);

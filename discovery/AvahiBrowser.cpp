@@ -2,6 +2,7 @@
 
 #include "discovery/AvahiClientBackend.h"
 #include "discovery/AvahiErrors.h"
+#include "platform/dispatch/PostWeak.h"
 #include "platform/log/Log.h"
 
 namespace oxelo {
@@ -66,11 +67,10 @@ void AvahiBrowser::searchFailed(int avahiError) {
     oxlog("DNS-SD - no search for {} in {}: {}", type_, domain_, avahiErrorText(avahiError));
   }
   lastFailure_ = avahiError;
-  MainQueue::post([weak = weak_from_this(), code = netServicesErrorForAvahi(avahiError)] {
-    auto self = weak.lock();
-    if (!self) return;
-    if (auto d = self->delegate_.lock()) d->netServiceBrowserDidNotSearch(self.get(), code);
-  });
+  postWeak(*MainQueue::get(), weak_from_this(),
+           [code = netServicesErrorForAvahi(avahiError)](AvahiBrowser& self) {
+             if (auto d = self.delegate_.lock()) d->netServiceBrowserDidNotSearch(&self, code);
+           });
 }
 
 void AvahiBrowser::deliver(std::vector<BrowseEvent> events) {

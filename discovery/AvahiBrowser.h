@@ -7,7 +7,7 @@
 
 #include "discovery/AvahiBackend.h"
 #include "discovery/AvahiNetService.h"
-#include "discovery/MainQueueInbox.h"
+#include "platform/dispatch/Observable.h"
 #include "discovery/ServiceBrowser.h"
 
 namespace oxelo {

@@ -4,6 +4,7 @@
 
 #include "discovery/AvahiErrors.h"
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/PostWeak.h"
 
 namespace oxelo {
 
@@ -56,9 +57,8 @@ void AvahiNetService::resolveWithTimeout(double seconds) {
     return;
   }
   inbox_ = std::move(inbox);
-  timeout_ = MainQueue::postAfter(seconds, [weak] {
-    if (auto self = weak.lock()) self->onTimeout();
-  });
+  timeout_ = postAfterWeak(*MainQueue::get(), seconds, weak,
+                           [](AvahiNetService& self) { self.onTimeout(); });
 }
 
 void AvahiNetService::stop() { endResolve(); }
@@ -90,10 +90,8 @@ void AvahiNetService::onTimeout() {
 }
 
 void AvahiNetService::postDidNotResolve(int errorCode) {
-  MainQueue::post([weak = weak_from_this(), errorCode] {
-    auto self = weak.lock();
-    if (!self) return;
-    if (auto d = self->delegate_.lock()) d->netServiceDidNotResolve(self.get(), errorCode);
+  postWeak(*MainQueue::get(), weak_from_this(), [errorCode](AvahiNetService& self) {
+    if (auto d = self.delegate_.lock()) d->netServiceDidNotResolve(&self, errorCode);
   });
 }
 

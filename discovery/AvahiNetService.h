@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "discovery/AvahiBackend.h"
-#include "discovery/MainQueueInbox.h"
+#include "platform/dispatch/Observable.h"
 #include "discovery/ServiceBrowser.h"
 #include "platform/dispatch/Queue.h"
 

@@ -5,6 +5,7 @@
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/PostWeak.h"
 #include "platform/dispatch/QueueCheck.h"
 #include "platform/log/Log.h"
 
@@ -55,9 +56,8 @@ void MainViewController::makeParts() {
 MainViewController::~MainViewController() = default;
 
 void MainViewController::perform(double delay, void (MainViewController::*method)()) {
-  timers_.after(delay, [weak = weak_from_this(), method] {
-    if (auto self = weak.lock()) ((*self).*method)();
-  });
+  timers_.after(
+      delay, weakTask(weak_from_this(), [method](MainViewController& self) { (self.*method)(); }));
 }
 
 void MainViewController::startWatching() {
@@ -140,11 +140,11 @@ void MainViewController::net_discover() {
   serviceSearch_->start();
   prober_->start();
   // The attempt at the last host: rescheduled on every call.
-  timers_.scheduleLastHostAttempt(kLastHostAttempt, [weak = weak_from_this()] {
-    auto self = weak.lock();
-    if (!self) return;
-    if (!self->hostDetected_ && self->hostDiscovering_ && !self->tcp_) self->connect_last_host();
-  });
+  timers_.scheduleLastHostAttempt(kLastHostAttempt,
+                                  weakTask(weak_from_this(), [](MainViewController& self) {
+                                    if (!self.hostDetected_ && self.hostDiscovering_ && !self.tcp_)
+                                      self.connect_last_host();
+                                  }));
 }
 
 void MainViewController::stop_discover(bool all) {
@@ -204,9 +204,9 @@ void MainViewController::on_host_detected(const HostRecord& record) {
     set_current_host(record);
   }
   timers_.cancelLastHostAttempt();
-  timers_.settle(kHostDetectSettle, [weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->host_detect_finished();
-  });
+  timers_.settle(kHostDetectSettle, weakTask(weak_from_this(), [](MainViewController& self) {
+                   self.host_detect_finished();
+                 }));
 }
 
 void MainViewController::on_host_removed(const HostRecord& record) {
@@ -327,16 +327,14 @@ void MainViewController::connectViaIPAndPort(const std::string& ip, long long po
   hostName_ = "Unknown";
   oxlog("MAIN - Connect by IP directly");
   stop_discover(true);
-  timers_.after(kManualConnectDelay, [weak = weak_from_this(), ip] {
-    auto self = weak.lock();
-    if (!self) return;
-    self->connectToHost();
-    if (!self->tcp_) return;
-    std::string text = "M_CONNECT_TO " + ip;
-    self->config_.screen->hudShowWithTitleAndIcon(text, "");
-    self->config_.screen->hudHide(kManualHudSeconds);
-    self->config_.screen->showInfo(text);
-  });
+  timers_.after(kManualConnectDelay, weakTask(weak_from_this(), [ip](MainViewController& self) {
+                  self.connectToHost();
+                  if (!self.tcp_) return;
+                  std::string text = "M_CONNECT_TO " + ip;
+                  self.config_.screen->hudShowWithTitleAndIcon(text, "");
+                  self.config_.screen->hudHide(kManualHudSeconds);
+                  self.config_.screen->showInfo(text);
+                }));
 }
 
 void MainViewController::connectManually(const std::string& address,
@@ -514,9 +512,8 @@ void MainViewController::checkLocalNetworkPermission() {
   std::weak_ptr<MainViewController> weak = weak_from_this();
   authorization.requestAuthorizationWithCompletionHandler([weak](bool granted) {
     if (granted) return;
-    MainQueue::postAfter(kLanAlertDelay, [weak] {
-      if (auto self = weak.lock()) self->config_.screen->showError("M_LAN_ALERT");
-    });
+    postAfterWeak(*MainQueue::get(), kLanAlertDelay, weak,
+                  [](MainViewController& self) { self.config_.screen->showError("M_LAN_ALERT"); });
   });
 }
 

@@ -2,6 +2,7 @@
 
 #include "channels/Carrier.h"
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/PostWeak.h"
 #include "platform/dispatch/QueueCheck.h"
 #include "platform/log/Log.h"
 
@@ -18,9 +19,8 @@ void LiveScreenController::open(std::shared_ptr<LiveScreenOwner> owner) {
   owner_ = owner;
   if (owner) owner->prepareLiveView(*this);
   if (!carrier_) oxlog("Live - opened with no host and no channel");
-  MainQueue::post([weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->startLive();
-  });
+  postWeak(*MainQueue::get(), weak_from_this(),
+           [](LiveScreenController& self) { self.startLive(); });
 }
 
 void LiveScreenController::setCarrier(std::shared_ptr<Carrier> carrier) {
@@ -114,12 +114,11 @@ void LiveScreenController::liveSessionErrorCode(OXLiveSession*, LiveStreamError 
     case LiveStreamError::PeerRestart:
       if (closed_) return;
       if (session_) session_->stopLive();
-      MainQueue::postAfter(kRestartDelay, [weak = weak_from_this()] {
-        auto self = weak.lock();
-        if (!self) return;
-        oxlog("Live - restart asked by the host");
-        self->close([](LiveScreenOwner& owner) { owner.liveViewRestart(); });
-      });
+      postAfterWeak(*MainQueue::get(), kRestartDelay, weak_from_this(),
+                    [](LiveScreenController& self) {
+                      oxlog("Live - restart asked by the host");
+                      self.close([](LiveScreenOwner& owner) { owner.liveViewRestart(); });
+                    });
       return;
     case LiveStreamError::ConnectFailed:
       return;
