@@ -134,7 +134,9 @@ void OXStreamSocket::sendVideoHeader(const LFVideoFrame& frame) {
 
 void OXStreamSocket::sendVideo(const LFVideoFrame& frame) {
   uint64_t last = last_send_videoframe_timestamp_;
-  if (last != 0 && frame.timestamp >= last + kLateFrameGap && !drop_frame_now_) {
+  // An unsigned difference: a frame stamped below the last completed tag (a
+  // command's 8800 + n stands in for a video timestamp) is late as well.
+  if (last != 0 && frame.timestamp - last >= kLateFrameGap && !drop_frame_now_) {
     drop_frame_now_ = true;
     oxlog("开始丢帧...");
   }
