@@ -214,19 +214,7 @@ int64_t OXLiveSession::videoBitrate() const {
 
 void OXLiveSession::sendCommandPacketWithParameter(uint32_t command, uint32_t parameter) {
   OX_ASSERT_ON_MAIN_QUEUE();
-  auto socket = currentSocket();
-  if (!socket) return;
-  auto packet = wire::buildCommandPacket(command, parameter);
-  uint32_t tag = wire::kCommandTagBase + command;
-  if (auto tcp = socket->asyncSocket()) {
-    tcp->writeData(std::move(packet), wire::kCommandWriteTimeout, tag);
-    return;
-  }
-  if (auto usb = socket->usbChannel()) {
-    usb->sendFrameOfType(wire::kUsbFrameTypeControl, tag, packet, [tag](OptionalError error) {
-      oxlog("usbPeerChannel send {}: {}", tag, error ? error->toString() : "(null)");
-    });
-  }
+  if (auto socket = currentSocket()) socket->sendCommand(command, parameter);
 }
 
 void OXLiveSession::remoteSnapshot() {

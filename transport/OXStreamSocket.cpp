@@ -3,16 +3,24 @@
 #include <utility>
 
 #include "channels/TcpCarrier.h"
-#include "channels/UsbCarrier.h"
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/PostWeak.h"
+#include "platform/dispatch/QueueCheck.h"
 #include "platform/log/Log.h"
 #include "transport/InitError.h"
+#include "wire/CommandPackets.h"
+#include "wire/WireConstants.h"
 
 namespace oxelo {
 
 namespace {
 constexpr const char* kSendQueueLabel = "com.tarnvik.OxeloSendQueue";
-constexpr uint32_t kCommandWord = 136;
+
+// Whether a piece the host sent starts with the command word; only its start
+// is looked at.
+bool startsWithCommandWord(std::span<const uint8_t> data) {
+  return data.size() >= 4 && wire::WireReader(data).u32LE(0) == wire::kPacketTypeCommand;
+}
 }  // namespace
 
 uint64_t mediaTimeMillis() { return static_cast<uint64_t>(mediaTime() * 1000.0); }
@@ -46,8 +54,7 @@ OXStreamSocket::OXStreamSocket(std::shared_ptr<LFLiveStreamInfo> stream, int64_t
 OXStreamSocket::~OXStreamSocket() {
   isSendingObservation_.reset();
   reconnectTimer_.cancel();
-  if (usbChannel_) usbChannel_->setDelegate({});
-  if (asyncSocket_) asyncSocket_->setDelegate({});
+  if (carrier_) carrier_->setDelegate({});
 }
 
 const std::shared_ptr<Queue>& OXStreamSocket::sendQueue() {
@@ -67,42 +74,47 @@ const std::shared_ptr<LFStreamingBuffer>& OXStreamSocket::buffer() {
 }
 
 void OXStreamSocket::setCarrier(std::shared_ptr<Carrier> carrier) {
-  // Until the send side speaks to carriers, the carrier's own socket or
-  // channel is taken over; the carrier is kept so that its end does not
-  // clear the socket's delegate.
-  {
-    std::lock_guard lock(lazyMutex_);
-    handedOver_ = carrier;
-  }
-  if (auto tcp = std::dynamic_pointer_cast<TcpCarrier>(carrier)) {
-    tcp->setDelegate({});
-    setAsyncSocket(tcp->socket());
-  } else if (auto usb = std::dynamic_pointer_cast<UsbCarrier>(carrier)) {
-    usb->setDelegate({});
-    setUsbChannel(usb->channel());
-  }
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (carrier) carrier->setDelegate(weak_from_this());
+  retryable_ = carrier && carrier->kind() == Carrier::Kind::tcp;
+  std::lock_guard lock(lazyMutex_);
+  carrier_ = std::move(carrier);
 }
 
-void OXStreamSocket::setAsyncSocket(std::shared_ptr<GCDAsyncSocket> socket) {
-  if (socket) socket->setDelegate(weak_from_this());
+std::shared_ptr<Carrier> OXStreamSocket::carrier() const {
   std::lock_guard lock(lazyMutex_);
-  asyncSocket_ = std::move(socket);
+  return carrier_;
 }
 
-void OXStreamSocket::setUsbChannel(std::shared_ptr<PTChannel> channel) {
-  if (channel) channel->setDelegate(shared_from_this());
+bool OXStreamSocket::isCurrentCarrier(const Carrier* carrier) const {
   std::lock_guard lock(lazyMutex_);
-  usbChannel_ = std::move(channel);
+  return carrier && carrier_.get() == carrier;
 }
 
-std::shared_ptr<GCDAsyncSocket> OXStreamSocket::asyncSocket() const {
-  std::lock_guard lock(lazyMutex_);
-  return asyncSocket_;
+CarrierRecord OXStreamSocket::carrierRecord(const wire::CarrierRoute& route,
+                                            std::vector<uint8_t> bytes, std::vector<uint8_t> tail) {
+  CarrierRecord record;
+  record.bytes = std::make_shared<const std::vector<uint8_t>>(std::move(bytes));
+  if (!tail.empty()) record.tail = std::make_shared<const std::vector<uint8_t>>(std::move(tail));
+  record.tag = route.tag;
+  record.timeout = route.timeout;
+  record.frameType = route.frameType;
+  record.tailFrameType = route.tailFrameType;
+  record.tailTag = route.tailTag;
+  record.framedOnly = route.framedOnly;
+  return record;
 }
 
-std::shared_ptr<PTChannel> OXStreamSocket::usbChannel() const {
-  std::lock_guard lock(lazyMutex_);
-  return usbChannel_;
+void OXStreamSocket::sendCommand(uint32_t command, uint32_t parameter) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  auto current = carrier();
+  if (!current) return;
+  auto record = carrierRecord(wire::carrierRoute(wire::WireContent::Command, 0, command),
+                              wire::buildCommandPacket(command, parameter));
+  // Over the framed channel a command's completion has never counted as a
+  // write of the stream.
+  record.report = current->kind() == Carrier::Kind::tcp;
+  current->sendRecord(std::move(record));
 }
 
 void OXStreamSocket::setDelegate(std::weak_ptr<LFStreamSocketDelegate> delegate) {
@@ -145,6 +157,7 @@ void OXStreamSocket::reconnect() {
 }
 
 void OXStreamSocket::_start() {
+  OX_ASSERT_ON_QUEUE(sendQueue());
   if (isConnecting_) return;
   {
     std::lock_guard lock(debugMutex_);
@@ -153,7 +166,7 @@ void OXStreamSocket::_start() {
     debugInfo_->uploadUrl = stream_->url;
     debugInfo_->isRtmp = false;
   }
-  if (!asyncSocket() && !usbChannel()) {
+  if (!carrier()) {
     uint16_t port = static_cast<uint16_t>(stream_->port & 0xFFFF);
     if (!stream_->host.empty() && port != 0) {
       Socket_ConnectToHost(stream_->host, port);
@@ -168,25 +181,28 @@ void OXStreamSocket::_start() {
 int OXStreamSocket::Socket_ConnectToHost(const std::string& host, uint16_t port) {
   if (isConnecting_.exchange(true)) return -1;
   reportStatus(LiveStreamState::Connecting);
-  auto socket = GCDAsyncSocket::create(weak_from_this(), MainQueue::get());
-  std::shared_ptr<GCDAsyncSocket> previous;
+  std::shared_ptr<Carrier> previous;
+  std::shared_ptr<TcpCarrier> connection;
+  OptionalError error;
   {
+    // Held across the connect: its events are posted to the main queue, and
+    // the first of them must find the new carrier in the slot.
     std::lock_guard lock(lazyMutex_);
-    previous = std::exchange(asyncSocket_, socket);
+    previous = std::move(carrier_);
+    carrier_.reset();
+    connection =
+        TcpCarrier::connect(host, port, kConnectTimeout, weak_from_this(), MainQueue::get(), error);
+    carrier_ = connection;
   }
   if (previous) {
     previous->setDelegate({});
-    previous->disconnect();
+    previous->close();
   }
-  OptionalError error;
-  if (socket->connectToHost(host, port, kConnectTimeout, error)) return 0;
+  if (connection) {
+    retryable_ = true;
+    return 0;
+  }
   oxlog("Live - connect to {}:{} failed: {}", host, port, error ? error->toString() : "");
-  socket->setDelegate({});
-  socket->disconnect();
-  {
-    std::lock_guard lock(lazyMutex_);
-    if (asyncSocket_ == socket) asyncSocket_.reset();
-  }
   reportError(LiveStreamError::ConnectFailed);
   reportStatus(LiveStreamState::Failed);
   return -1;
@@ -194,7 +210,7 @@ int OXStreamSocket::Socket_ConnectToHost(const std::string& host, uint16_t port)
 
 void OXStreamSocket::_on_connected() {
   sendMetaData();
-  if (auto socket = asyncSocket()) socket->readDataWithTimeout(-1, /*tag=*/0);
+  if (auto current = carrier()) current->startReading();
   reportStatus(LiveStreamState::Connected);
   retryTimes4netWorkBreaken_ = 0;
   last_send_videoframe_timestamp_ = 0;
@@ -208,31 +224,26 @@ void OXStreamSocket::_on_connected() {
   isReconnecting_ = false;
 }
 
-void OXStreamSocket::dropCarriers() {
-  std::shared_ptr<GCDAsyncSocket> socket;
-  std::shared_ptr<PTChannel> channel;
+void OXStreamSocket::dropCarrier() {
+  std::shared_ptr<Carrier> current;
   {
     std::lock_guard lock(lazyMutex_);
-    socket = std::move(asyncSocket_);
-    channel = std::move(usbChannel_);
-    asyncSocket_.reset();
-    usbChannel_.reset();
+    current = std::move(carrier_);
+    carrier_.reset();
   }
-  if (socket) {
-    socket->setDelegate({});
-    socket->disconnect();
-  }
-  if (channel) {
-    channel->setDelegate({});
-    channel->sendFrameOfType(wire::kUsbFrameTypeControl, wire::kUsbTagStopNotice,
-                             wire::buildStopNotice());
-    channel->cancel();
-  }
+  if (!current) return;
+  current->setDelegate({});
+  auto notice =
+      carrierRecord(wire::carrierRoute(wire::WireContent::StopNotice), wire::buildStopNotice());
+  notice.report = false;
+  current->sendRecord(std::move(notice));
+  current->closeAfterSending();
 }
 
 void OXStreamSocket::_stop() {
+  OX_ASSERT_ON_QUEUE(sendQueue());
   reportStatus(LiveStreamState::Stopped);
-  dropCarriers();
+  dropCarrier();
   clean();
   TimerHandle timer;
   {
@@ -258,6 +269,7 @@ void OXStreamSocket::clean() {
 }
 
 void OXStreamSocket::retryStep() {
+  OX_ASSERT_ON_QUEUE(sendQueue());
   isReconnecting_ = false;
   if (isConnected_) return;
   _stop();
@@ -266,28 +278,40 @@ void OXStreamSocket::retryStep() {
 
 // ---- Carrier events, main queue ----
 
-void OXStreamSocket::socketDidConnectToHost(GCDAsyncSocket*, const std::string& host,
-                                            uint16_t port) {
+void OXStreamSocket::carrierDidConnect(Carrier* carrier, const std::string& host, uint16_t port) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (!isCurrentCarrier(carrier)) return;
   oxlog("Live - connected to {}:{}", host, port);
   _on_connected();
 }
 
-void OXStreamSocket::socketDidReadData(GCDAsyncSocket* sock, const std::vector<uint8_t>& data,
-                                       int64_t tag) {
-  oxlog("Live - read {} bytes, tag {}", data.size(), tag);
-  if (data.size() >= 4 && wire::WireReader(data).u32LE(0) == kCommandWord) handleClientCmd(data);
-  sock->readDataWithTimeout(-1, /*tag=*/0);
+void OXStreamSocket::carrierDidReceiveData(Carrier*, std::span<const uint8_t> data,
+                                           bool endsMessage) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  oxlog("Live - read {} bytes{}", data.size(), endsMessage ? " (one message)" : "");
+  if (startsWithCommandWord(data)) handleClientCmd(data);
 }
 
-double OXStreamSocket::socketShouldTimeoutWriteWithTag(GCDAsyncSocket*, int64_t tag, double elapsed,
-                                                       size_t bytesDone) {
+double OXStreamSocket::carrierShouldTimeoutWrite(Carrier*, int64_t tag, double elapsed,
+                                                 size_t bytesDone) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   oxlog("Live - write #{} timeout, elapsed:{:.1f}, done:{}", tag, elapsed, bytesDone);
   return 0.0;
 }
 
-void OXStreamSocket::socketDidDisconnect(GCDAsyncSocket*, const OptionalError& error) {
-  oxlog("Live - socketDidDisconnect: {}", error ? error->toString() : "no error");
-  if (!asyncSocket()) return;
+void OXStreamSocket::carrierDidEnd(Carrier* carrier, const OptionalError& error) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  oxlog("Live - connection ended: {}", error ? error->toString() : "no error");
+  if (!isCurrentCarrier(carrier)) return;
+  if (retryable_) {
+    retryOrFail();
+    return;
+  }
+  reportError(LiveStreamError::ConnectionLost);
+  reportStatus(LiveStreamState::Failed);
+}
+
+void OXStreamSocket::retryOrFail() {
   if (env_.lifecycle->applicationState() != ApplicationState::active)
     retryTimes4netWorkBreaken_ = reconnectCount_;
   int64_t old = retryTimes4netWorkBreaken_.fetch_add(1);
@@ -296,10 +320,8 @@ void OXStreamSocket::socketDidDisconnect(GCDAsyncSocket*, const OptionalError& e
     isConnecting_ = false;
     isReconnecting_ = true;
     if (auto d = delegate()) d->setDeviceChanged(true);
-    std::weak_ptr<OXStreamSocket> weak = weak_from_this();
-    auto timer = MainQueue::postAfter(kRetryDelay, [weak] {
-      if (auto self = weak.lock()) self->reconnect();
-    });
+    auto timer = postAfterWeak(*MainQueue::get(), kRetryDelay, weak_from_this(),
+                               [](OXStreamSocket& self) { self.reconnect(); });
     {
       std::lock_guard lock(lazyMutex_);
       reconnectTimer_ = timer;
@@ -317,22 +339,6 @@ void OXStreamSocket::socketDidDisconnect(GCDAsyncSocket*, const OptionalError& e
   reportStatus(LiveStreamState::Failed);
 }
 
-void OXStreamSocket::ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>&,
-                                                         uint32_t type, uint32_t tag,
-                                                         std::shared_ptr<const PTPayload> payload) {
-  oxlog("Live - USB frame type {} tag {}, {} bytes", type, tag, payload ? payload->size() : 0);
-  if (!payload || payload->size() < 4) return;
-  if (wire::WireReader(*payload).u32LE(0) != kCommandWord) return;
-  handleClientCmd(*payload);
-}
-
-void OXStreamSocket::ioFrameChannelDidEndWithError(const std::shared_ptr<PTChannel>&,
-                                                   const OptionalError& error) {
-  oxlog("Live - USB channel ended: {}", error ? error->toString() : "no error");
-  reportError(LiveStreamError::ConnectionLost);
-  reportStatus(LiveStreamState::Failed);
-}
-
 void OXStreamSocket::streamingBufferBufferState(LFStreamingBuffer*, BufferVerdict state) {
   if (auto d = delegate()) d->socketBufferStatus(this, state);
 }
@@ -340,6 +346,7 @@ void OXStreamSocket::streamingBufferBufferState(LFStreamingBuffer*, BufferVerdic
 // ---- The host's commands, main queue ----
 
 void OXStreamSocket::handleClientCmd(std::span<const uint8_t> data) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   auto parsed = wire::parseHostCommand(data);
   if (!parsed) return;
   const auto& command = *parsed;
@@ -347,8 +354,7 @@ void OXStreamSocket::handleClientCmd(std::span<const uint8_t> data) {
     case wire::kHostPeerClose:
       reportError(LiveStreamError::PeerClosed);
       reportStatus(LiveStreamState::Stopped);
-      if (auto socket = asyncSocket()) socket->setDelegate({});
-      if (auto channel = usbChannel()) channel->setDelegate({});
+      if (auto current = carrier()) current->setDelegate({});
       return;
     case wire::kHostConnectionLost:
       reportError(LiveStreamError::ConnectionLost);

@@ -8,15 +8,13 @@
 #include <vector>
 
 #include "channels/Carrier.h"
-#include "channels/GCDAsyncSocket.h"
-#include "channels/PTChannel.h"
 #include "platform/device/AppLifecycle.h"
 #include "platform/dispatch/Observable.h"
 #include "platform/dispatch/Queue.h"
-#include "wire/CarrierMapping.h"
 #include "transport/LFLiveStreamInfo.h"
 #include "transport/LFStreamSocket.h"
 #include "transport/LFStreamingBuffer.h"
+#include "wire/CarrierMapping.h"
 
 namespace oxelo {
 
@@ -27,9 +25,9 @@ struct StreamSocketEnvironment {
   bool hevcDecodeSupported = false;         // the info packet's HEVC flag
 };
 
-// Carries the coded frames of a live session to the host, over a TCP
-// connection or a USB channel that the main screen has already greeted, or
-// over a TCP connection of its own. It announces the stream with the info
+// Carries the coded frames of a live session to the host over one carrier:
+// a TCP connection or a USB channel that the main screen has already greeted,
+// or a TCP connection of its own. It announces the stream with the info
 // packet, lays frames out as packets, watches how fast writes complete, drops
 // late video up to the next key frame, reports verdicts on the connection,
 // reads the host's commands and retries a lost TCP connection: up to
@@ -46,14 +44,19 @@ struct StreamSocketEnvironment {
 //    ends a send pass.
 // The flags that both queues touch are single atomic values, written at the
 // moments the stream's rules fix; no lock is held across a call to the
-// delegate or a carrier.
+// delegate or a carrier (TcpCarrier::connect, which only posts its events,
+// is the one call made under the carrier slot's lock, so that the first
+// event of an own connection finds the carrier in its slot).
 //
-// Held by shared pointer (create()). The delegate, the live session, is held
-// weakly. A handed-over USB channel holds its delegate strongly; _stop (and
-// the destructor) clear it.
+// Which carrier it is matters in one place only, its end: a TCP connection,
+// handed over or own, is retried from a fresh connection of its own; the
+// end of a USB channel ends the stream at once (205, state 4).
+//
+// Held by shared pointer (create()). The socket owns its carrier; the
+// carrier holds the socket, its delegate, weakly, as does the socket the
+// live session.
 class OXStreamSocket final : public LFStreamSocket,
-                             public GCDAsyncSocketDelegate,
-                             public PTChannelDelegate,
+                             public CarrierDelegate,
                              public LFStreamingBufferDelegate,
                              public std::enable_shared_from_this<OXStreamSocket> {
  public:
@@ -75,13 +78,18 @@ class OXStreamSocket final : public LFStreamSocket,
   OXStreamSocket(const OXStreamSocket&) = delete;
   OXStreamSocket& operator=(const OXStreamSocket&) = delete;
 
-  // Hand over a connected, greeted carrier; the socket becomes its delegate.
-  // Main queue, before start().
+  // Hand over a connected, greeted carrier; the socket becomes its delegate
+  // and starts reading from it when the stream starts. Main queue, before
+  // start().
   void setCarrier(std::shared_ptr<Carrier> carrier);
-  void setAsyncSocket(std::shared_ptr<GCDAsyncSocket> socket);
-  void setUsbChannel(std::shared_ptr<PTChannel> channel);
-  std::shared_ptr<GCDAsyncSocket> asyncSocket() const;
-  std::shared_ptr<PTChannel> usbChannel() const;
+  // The carrier of the moment; null before one is handed over or while an
+  // own connection is being replaced. Any thread.
+  std::shared_ptr<Carrier> carrier() const;
+  // Main queue: a command packet to the host (remote record, snapshot) on the
+  // carrier of the moment, between the stream's packets; dropped when there
+  // is none. Over TCP its completion counts in the write statistics as every
+  // write does (tag 8800 + command); over USB it does not.
+  void sendCommand(uint32_t command, uint32_t parameter);
 
   // LFStreamSocket.
   void start() override;
@@ -98,7 +106,8 @@ class OXStreamSocket final : public LFStreamSocket,
   void handleClientCmd(std::span<const uint8_t> data);
 
   // rtmpSendQueue: lays out one packet around `size` bytes of `data` and
-  // hands it to the carrier. 0, or -1 when no carrier is connected.
+  // hands it to the carrier as one record. 0, or -1 when no carrier is
+  // connected.
   int sendPacket(uint32_t type, const uint8_t* data, int64_t size, uint64_t nTimestamp);
 
   // State, for the session and for tests. Any thread.
@@ -118,23 +127,20 @@ class OXStreamSocket final : public LFStreamSocket,
   const std::shared_ptr<LFStreamingBuffer>& buffer();
   const std::shared_ptr<Queue>& sendQueue();
 
-  // GCDAsyncSocketDelegate, main queue.
-  void socketDidConnectToHost(GCDAsyncSocket* sock, const std::string& host,
-                              uint16_t port) override;
-  void socketDidReadData(GCDAsyncSocket* sock, const std::vector<uint8_t>& data,
-                         int64_t tag) override;
-  void socketDidWriteDataWithTag(GCDAsyncSocket* sock, int64_t tag) override;
-  double socketShouldTimeoutWriteWithTag(GCDAsyncSocket* sock, int64_t tag, double elapsed,
-                                         size_t bytesDone) override;
-  void socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) override;
-
-  // PTChannelDelegate, main queue.
-  void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>& channel, uint32_t type,
-                                           uint32_t tag,
-                                           std::shared_ptr<const PTPayload> payload) override;
-  void ioFrameChannelDidEndWithError(const std::shared_ptr<PTChannel>& channel,
-                                     const OptionalError& error) override;
-  uint8_t ptChannelDelegateOptionalOps() const override { return kPTDelegateDidEndWithError; }
+  // CarrierDelegate, main queue. Completions feed the write statistics (tag
+  // 0: a video write at timestamp 0 restarts them; 2 or more: stands as the
+  // last video timestamp, command tags included); reads that start with 136
+  // go to handleClientCmd, one command per read; the end retries or fails
+  // the stream (see the class comment). Events of a carrier that is no
+  // longer the socket's are ignored.
+  void carrierDidConnect(Carrier* carrier, const std::string& host, uint16_t port) override;
+  void carrierDidReceiveData(Carrier* carrier, std::span<const uint8_t> data,
+                             bool endsMessage) override;
+  void carrierDidWriteRecord(Carrier* carrier, int64_t tag) override;
+  // Logs and lets the time-out stand: the connection ends.
+  double carrierShouldTimeoutWrite(Carrier* carrier, int64_t tag, double elapsed,
+                                   size_t bytesDone) override;
+  void carrierDidEnd(Carrier* carrier, const OptionalError& error) override;
 
   // LFStreamingBufferDelegate: forwards the verdict to the delegate.
   void streamingBufferBufferState(LFStreamingBuffer* buffer, BufferVerdict state) override;
@@ -165,6 +171,9 @@ class OXStreamSocket final : public LFStreamSocket,
   int writePacket(uint32_t type, std::span<const std::span<const uint8_t>> body,
                   uint64_t nTimestamp);
   std::vector<uint8_t> tailBlockFor(uint32_t type, uint8_t firstBodyByte);
+  // The record that carries `bytes` (and `tail`) on either kind of carrier.
+  static CarrierRecord carrierRecord(const wire::CarrierRoute& route, std::vector<uint8_t> bytes,
+                                     std::vector<uint8_t> tail = {});
 
   // Main queue for an own connection, rtmpSendQueue for a handed-over one.
   void _on_connected();
@@ -174,7 +183,11 @@ class OXStreamSocket final : public LFStreamSocket,
   // Sends the argument-less sendFrame: one pass, unless one is running.
   void postSendPass();
   void setIsSending(bool value) { isSending_.set(value); }
-  void dropCarriers();
+  bool isCurrentCarrier(const Carrier* carrier) const;
+  // Takes the carrier out of its slot: the stop notice (which only the
+  // framed channel sends), then the close once it has left.
+  void dropCarrier();
+  void retryOrFail();
 
   const std::shared_ptr<LFLiveStreamInfo> stream_;
   const int64_t reconnectInterval_;
@@ -185,12 +198,10 @@ class OXStreamSocket final : public LFStreamSocket,
   Observable<bool> isSending_{false};
   Subscription isSendingObservation_;
 
-  mutable std::mutex lazyMutex_;  // guards the lazy members and the carriers below
+  mutable std::mutex lazyMutex_;  // guards the lazy members, the carrier slot and the timer
   std::shared_ptr<Queue> rtmpSendQueue_;
   std::shared_ptr<LFStreamingBuffer> buffer_;
-  std::shared_ptr<GCDAsyncSocket> asyncSocket_;
-  std::shared_ptr<PTChannel> usbChannel_;
-  std::shared_ptr<Carrier> handedOver_;
+  std::shared_ptr<Carrier> carrier_;
   TimerHandle reconnectTimer_;
 
   mutable std::mutex debugMutex_;           // the statistics: send passes and the main queue
@@ -201,6 +212,9 @@ class OXStreamSocket final : public LFStreamSocket,
   std::atomic<bool> isConnected_{false};
   std::atomic<bool> isConnecting_{false};
   std::atomic<bool> isReconnecting_{false};
+  // The carrier's end is retried (a TCP connection, handed over or own)
+  // rather than the end of the stream (a USB channel).
+  std::atomic<bool> retryable_{false};
   std::atomic<bool> sendVideoHead_{false};
   std::atomic<bool> sendAudioHead_{false};
   std::atomic<bool> drop_frame_now_{false};

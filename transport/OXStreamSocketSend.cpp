@@ -4,11 +4,13 @@
 
 #include "media/LFLiveVideoConfiguration.h"
 #include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/PostWeak.h"
+#include "platform/dispatch/QueueCheck.h"
 #include "platform/log/Log.h"
-#include "wire/CarrierMapping.h"
-#include "wire/MediaPackets.h"
 #include "transport/OXStreamSocket.h"
 #include "transport/StreamAnnouncement.h"
+#include "wire/CarrierMapping.h"
+#include "wire/MediaPackets.h"
 #include "wire/TailBlocks.h"
 #include "wire/WireConstants.h"
 
@@ -34,10 +36,11 @@ void OXStreamSocket::sendFrame(std::shared_ptr<LFFrame> frame) {
 }
 
 void OXStreamSocket::sendPass() {
+  OX_ASSERT_ON_QUEUE(sendQueue());
   auto& list = buffer();
   if (isSending() || list->listCount() == 0) return;
   setIsSending(true);
-  if (!isConnected_ || isReconnecting_ || isConnecting_ || (!asyncSocket() && !usbChannel())) {
+  if (!isConnected_ || isReconnecting_ || isConnecting_ || !carrier()) {
     // While a connection is coming, the change of isSending posts the next
     // pass, so waiting frames go as soon as it is up. A stopped socket has
     // nothing coming: its passes end here quietly instead of spinning.
@@ -78,10 +81,8 @@ void OXStreamSocket::sendPass() {
     }
   }
   countFrame(*frame, isVideo);
-  std::weak_ptr<OXStreamSocket> weak = weak_from_this();
-  MainQueue::postAfter(0, [weak] {
-    if (auto self = weak.lock()) self->setIsSending(false);
-  });
+  postAfterWeak(*MainQueue::get(), 0, weak_from_this(),
+                [](OXStreamSocket& self) { self.setIsSending(false); });
 }
 
 void OXStreamSocket::countFrame(const LFFrame& frame, bool isVideo) {
@@ -118,7 +119,9 @@ void OXStreamSocket::countFrame(const LFFrame& frame, bool isVideo) {
 
 // ---- Packets ----
 
-void OXStreamSocket::sendMetaData() { sendPacket(wire::kPacketTypeInfo, nullptr, 0, 0); }
+// The info packet has no body; it goes straight to writePacket, as it is
+// also sent from the main queue (see writePacket).
+void OXStreamSocket::sendMetaData() { writePacket(wire::kPacketTypeInfo, {}, 0); }
 
 void OXStreamSocket::sendVideoHeader(const LFVideoFrame& frame) {
   auto body = wire::buildVideoSequenceHeaderBody(frame);
@@ -131,7 +134,9 @@ void OXStreamSocket::sendVideoHeader(const LFVideoFrame& frame) {
 
 void OXStreamSocket::sendVideo(const LFVideoFrame& frame) {
   uint64_t last = last_send_videoframe_timestamp_;
-  if (last != 0 && frame.timestamp >= last + kLateFrameGap && !drop_frame_now_) {
+  // An unsigned difference: a frame stamped below the last completed tag (a
+  // command's 8800 + n stands in for a video timestamp) is late as well.
+  if (last != 0 && frame.timestamp - last >= kLateFrameGap && !drop_frame_now_) {
     drop_frame_now_ = true;
     oxlog("开始丢帧...");
   }
@@ -172,6 +177,7 @@ void OXStreamSocket::sendAudio(const LFAudioFrame& frame) {
 
 int OXStreamSocket::sendPacket(uint32_t type, const uint8_t* data, int64_t size,
                                uint64_t nTimestamp) {
+  OX_ASSERT_ON_QUEUE(sendQueue());
   std::array<std::span<const uint8_t>, 1> body{
       std::span<const uint8_t>(data, data ? static_cast<size_t>(size) : 0)};
   return writePacket(type, body, nTimestamp);
@@ -198,11 +204,12 @@ std::vector<uint8_t> OXStreamSocket::tailBlockFor(uint32_t type, uint8_t firstBo
 
 int OXStreamSocket::writePacket(uint32_t type, std::span<const std::span<const uint8_t>> body,
                                 uint64_t nTimestamp) {
-  auto socket = asyncSocket();
-  auto channel = usbChannel();
-  bool tcp = socket && socket->isConnected();
-  bool usb = channel && channel->isConnected();
-  if (!tcp && !usb) return -1;
+  // Every packet is laid out on the send queue; the one exception is the
+  // info packet of an own connection, sent from the main queue before
+  // isConnected is set, while no pass can run.
+  if (isConnected_) OX_ASSERT_ON_QUEUE(sendQueue());
+  auto current = carrier();
+  if (!current || !current->isConnected()) return -1;
 
   size_t bodySize = 0;
   for (auto piece : body) bodySize += piece.size();
@@ -234,31 +241,17 @@ int OXStreamSocket::writePacket(uint32_t type, std::span<const std::span<const u
   wire::WireContent content = type == wire::kPacketTypeInfo    ? wire::WireContent::Info
                               : type == wire::kPacketTypeVideo ? wire::WireContent::Video
                                                                : wire::WireContent::Audio;
-  std::span<const uint8_t> packet(frame_buffer_.data(), packetSize);
-  if (tcp) {
-    auto route = wire::tcpRoute(content, nTimestamp);
-    auto bytes = std::make_shared<std::vector<uint8_t>>();
-    bytes->reserve(packet.size() + tail.size());
-    bytes->insert(bytes->end(), packet.begin(), packet.end());
-    bytes->insert(bytes->end(), tail.begin(), tail.end());
-    socket->writeData(std::move(bytes), route->timeout, route->tag);
-    return 0;
-  }
-  auto route = wire::usbRoute(content, nTimestamp);
-  std::weak_ptr<OXStreamSocket> weak = weak_from_this();
-  int64_t tag = route.tag;
-  channel->sendFrameOfType(route.type, route.tag, packet, [weak, tag](OptionalError error) {
-    if (error) return;
-    if (auto self = weak.lock()) self->socketDidWriteDataWithTag(nullptr, tag);
-  });
-  if (!tail.empty())
-    channel->sendFrameOfType(wire::kUsbFrameTypeControl, wire::kUsbTagTailBlock, tail);
+  current->sendRecord(
+      carrierRecord(wire::carrierRoute(content, nTimestamp),
+                    std::vector<uint8_t>(frame_buffer_.begin(), frame_buffer_.begin() + packetSize),
+                    std::move(tail)));
   return 0;
 }
 
 // ---- Write statistics, main queue ----
 
-void OXStreamSocket::socketDidWriteDataWithTag(GCDAsyncSocket*, int64_t tag) {
+void OXStreamSocket::carrierDidWriteRecord(Carrier*, int64_t tag) {
+  OX_ASSERT_ON_MAIN_QUEUE();
   uint64_t now = mediaTimeMillis();
   if (tag == 0) {
     continuous_good_writes_ = 0;

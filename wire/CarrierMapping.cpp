@@ -34,6 +34,20 @@ UsbRoute usbRoute(WireContent content, uint64_t timestamp, uint32_t command) {
   return {kUsbFrameTypeControl, kUsbTagStopNotice};
 }
 
+CarrierRoute carrierRoute(WireContent content, uint64_t timestamp, uint32_t command) {
+  UsbRoute usb = usbRoute(content, timestamp, command);
+  CarrierRoute route;
+  route.frameType = usb.type;
+  if (auto tcp = tcpRoute(content, timestamp, command)) {
+    route.tag = tcp->tag;
+    route.timeout = tcp->timeout;
+  } else {
+    route.tag = usb.tag;
+    route.framedOnly = true;
+  }
+  return route;
+}
+
 std::optional<TcpWrite> tcpWriteFor(const OutgoingPacket& p) {
   auto route = tcpRoute(p.content, p.timestamp, p.command);
   if (!route) return std::nullopt;

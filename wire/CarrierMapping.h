@@ -53,6 +53,22 @@ std::optional<TcpRoute> tcpRoute(WireContent content, uint64_t timestamp = 0, ui
 // of its timestamp as tag.
 UsbRoute usbRoute(WireContent content, uint64_t timestamp = 0, uint32_t command = 0);
 
+// Both carriers' numbers for one record, so that whoever hands the record to
+// a carrier need not know which kind it has. `tag` is the TCP write tag, and
+// its low 32 bits the tag of the USB frame; the tail block, when the record
+// has one, is a USB frame of its own with `tailFrameType` and `tailTag`.
+struct CarrierRoute {
+  int64_t tag = 0;
+  double timeout = kNoWriteTimeout;  // TCP only; negative: none
+  uint32_t frameType = 0;            // USB
+  uint32_t tailFrameType = kUsbFrameTypeControl;
+  uint32_t tailTag = kUsbTagTailBlock;
+  bool framedOnly = false;  // never written over TCP (the stop notice)
+  bool operator==(const CarrierRoute&) const = default;
+};
+
+CarrierRoute carrierRoute(WireContent content, uint64_t timestamp = 0, uint32_t command = 0);
+
 // A record ready for a carrier: the packet (header and body) and the tail
 // block that rides behind it, if any.
 struct OutgoingPacket {

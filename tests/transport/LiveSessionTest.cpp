@@ -303,7 +303,7 @@ TEST_F(LiveSessionTest, HostCommandsForTheSessionItself) {
 TEST_F(LiveSessionTest, RequestsToTheHostTravelOnTheHandedOverConnection) {
   auto connection = test::connectLoopback(main_.main());
   makeSession(kCaptureMaskVideo);
-  session_->streamSocket()->setAsyncSocket(connection.phone);
+  session_->streamSocket()->setCarrier(connection.carrier);
   send_->runPending();
   test::peer::receive(connection.host, wire::kInfoPacketSize);
   session_->remoteRecord(true);

@@ -68,7 +68,8 @@ TEST_F(StreamSocketConcurrencyTest, EncoderThreadsStreamWhileTheHostAsksForStatu
   auto session = std::make_shared<test::RecordingSession>(test::statusValues());
   auto socket = OXStreamSocket::create(test::makeStreamInfo());
   socket->setDelegate(session);
-  main_->runSync([&] { socket->setAsyncSocket(phone); });
+  auto carrier = TcpCarrier::adopt(phone);
+  main_->runSync([&] { socket->setCarrier(carrier); });
   socket->start();
   ASSERT_TRUE(test::waitUntil([&] { return socket->isConnected(); }));
 

@@ -4,11 +4,12 @@
 // time.
 #include <gtest/gtest.h>
 
+#include "tests/support/FakeCarrier.h"
 #include "tests/support/WireVectors.h"
 #include "tests/transport/support/StreamSocketHarness.h"
+#include "transport/InitError.h"
 #include "wire/CommandPackets.h"
 #include "wire/InfoPacket.h"
-#include "transport/InitError.h"
 #include "wire/TailBlocks.h"
 #include "wire/WireConstants.h"
 
@@ -44,10 +45,27 @@ class StreamSocketTest : public testing::Test {
   test::Bytes startOverTcp(uint64_t fps = 30) {
     connection_ = test::connectLoopback(main_.main());
     makeSocket(test::makeStreamInfo(fps));
-    socket_->setAsyncSocket(connection_.phone);
+    socket_->setCarrier(connection_.carrier);
     socket_->start();
     EXPECT_TRUE(pump([&] { return socket_->isConnected(); }));
     return test::peer::receive(connection_.host, wire::kInfoPacketSize);
+  }
+
+  // A socket started on a carrier that the test plays: records land in
+  // `fake_`, and the test says what the host did.
+  void startOverFake(Carrier::Kind kind = Carrier::Kind::tcp) {
+    fake_ = std::make_shared<test::FakeCarrier>(kind);
+    makeSocket(test::makeStreamInfo());
+    socket_->setCarrier(fake_);
+    socket_->start();
+    ASSERT_TRUE(pump([&] { return socket_->isConnected(); }));
+  }
+
+  // A write completion, as the carrier reports it on the main queue.
+  void completes(int64_t tag) { socket_->carrierDidWriteRecord(&anyCarrier_, tag); }
+
+  bool sent() {
+    return pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); });
   }
 
   bool pump(const std::function<bool()>& done, double seconds = 5.0) {
@@ -71,6 +89,8 @@ class StreamSocketTest : public testing::Test {
   std::shared_ptr<test::RecordingSession> session_;
   std::shared_ptr<OXStreamSocket> socket_;
   test::LoopbackConnection connection_;
+  std::shared_ptr<test::FakeCarrier> fake_;
+  test::FakeCarrier anyCarrier_;
 };
 
 TEST_F(StreamSocketTest, CreationWithoutAStreamThrowsTheSystemsError) {
@@ -200,7 +220,7 @@ TEST_F(StreamSocketTest, LateVideoIsDroppedUpToTheNextKeyFrame) {
   ASSERT_TRUE(pump([&] { return socket_->lastSendVideoFrameTimestamp() == 1500; }));
   socket_->setSendStatus(0);
   // Hold the completion back: the next frames judge against 1000 ms.
-  socket_->socketDidWriteDataWithTag(nullptr, 1000);
+  socket_->carrierDidWriteRecord(connection_.carrier.get(), 1000);
   for (auto& frame : {late, alsoLate, key}) socket_->sendFrame(frame);
   ASSERT_TRUE(pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); }));
   EXPECT_TRUE(log.contains("开始丢帧..."));
@@ -219,15 +239,42 @@ TEST_F(StreamSocketTest, LateVideoIsDroppedUpToTheNextKeyFrame) {
   EXPECT_TRUE(pump([&] { return log.contains("SOCKET DELAY: 5"); }));
 }
 
-TEST_F(StreamSocketTest, ACommandTagStandsInForTheLastVideoTimestamp) {
-  startOverTcp();
-  socket_->socketDidWriteDataWithTag(nullptr, 9300);
-  socket_->socketDidWriteDataWithTag(nullptr, 8800 + 33);  // a command write completed
-  EXPECT_EQ(socket_->lastSendVideoFrameTimestamp(), 8833u);
-  socket_->sendFrame(test::videoFrame(9334, false, test::interFrameData()));
-  ASSERT_TRUE(pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); }));
-  EXPECT_TRUE(socket_->dropFrameNow()) << "9334 is 501 ms ahead of the command's tag";
+struct LateFrameCase {
+  const char* name;
+  std::vector<int64_t> completions;  // write tags, in order
+  uint64_t frame;                    // timestamp of the next video frame
+  bool late;
+};
+
+class LateFrameRuleTest : public StreamSocketTest,
+                          public testing::WithParamInterface<LateFrameCase> {};
+
+TEST_P(LateFrameRuleTest, AFrameIsLateFiveHundredAndOneAheadOfTheLastCompletedTag) {
+  startOverFake();
+  for (int64_t tag : GetParam().completions) completes(tag);
+  socket_->sendFrame(test::videoFrame(GetParam().frame, false, test::interFrameData()));
+  ASSERT_TRUE(sent());
+  EXPECT_EQ(socket_->dropFrameNow(), GetParam().late) << GetParam().name;
+  // Info, sequence header, and the frame itself unless it was dropped.
+  std::vector<int64_t> tags{1, 0};
+  if (!GetParam().late) tags.push_back(static_cast<int64_t>(GetParam().frame));
+  EXPECT_EQ(fake_->sentTags(), tags) << GetParam().name;
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Rule, LateFrameRuleTest,
+    testing::Values(LateFrameCase{"NoCompletionYet", {}, 90000, false},
+                    LateFrameCase{"FiveHundredAheadIsOnTime", {1000}, 1500, false},
+                    LateFrameCase{"FiveHundredAndOneAheadIsLate", {1000}, 1501, true},
+                    LateFrameCase{"InfoAndAudioTagsDoNotCount", {1000, 1, 0}, 1400, false},
+                    // After a command write the command's tag stands in for
+                    // the last video timestamp until the next video write.
+                    LateFrameCase{"ACommandTagStandsInForVideo", {9300, 8833}, 9334, true},
+                    LateFrameCase{"AFrameAtTheCommandTagIsOnTime", {8818}, 8818, false},
+                    // The difference is unsigned: a frame below the tag is late.
+                    LateFrameCase{"AFrameBelowACommandTagIsLate", {1000, 8817}, 1033, true},
+                    LateFrameCase{"OneBelowIsLate", {5000}, 4999, true}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 struct WriteStatsCase {
   const char* name;
@@ -243,10 +290,10 @@ class WriteStatisticsTest : public StreamSocketTest,
 TEST_P(WriteStatisticsTest, CompletionsTurnIntoVerdicts) {
   makeSocket(test::makeStreamInfo(GetParam().fps));
   // A sequence header's completion: the reference, and itself a good write.
-  socket_->socketDidWriteDataWithTag(nullptr, 0);
+  completes(0);
   for (int i = 0; i < GetParam().completions; ++i) {
     main_.clock().advance(GetParam().gapSeconds);
-    socket_->socketDidWriteDataWithTag(nullptr, 1);
+    completes(1);
   }
   EXPECT_EQ(session_->verdicts(), GetParam().verdicts) << GetParam().name;
 }
@@ -271,10 +318,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(StreamSocketTest, LateWritesAddUpAcrossGoodOnes) {
   makeSocket(test::makeStreamInfo(30));
-  socket_->socketDidWriteDataWithTag(nullptr, 0);
+  completes(0);
   for (double gap : {0.07, 0.01, 0.07, 0.01, 0.07, 0.01, 0.01, 0.07}) {
     main_.clock().advance(gap);
-    socket_->socketDidWriteDataWithTag(nullptr, 1);
+    completes(1);
   }
   EXPECT_EQ(session_->verdicts(), std::vector{BufferVerdict::LowerBitrate});
 }
@@ -295,7 +342,7 @@ TEST_F(StreamSocketTest, HostCommandsEndTheStreamOrPassToTheSession) {
   // 24 detaches the carrier: its end no longer reaches the socket.
   hostSends(wire::kHostPeerClose);
   EXPECT_EQ(session_->errors().back(), LiveStreamError::PeerClosed);
-  EXPECT_EQ(connection_.phone->delegate(), nullptr);
+  EXPECT_EQ(connection_.carrier->delegate(), nullptr);
   connection_.host.reset();
   pump([] { return false; }, 0.2);
   EXPECT_EQ(session_->states().size(), 4u);
@@ -369,6 +416,83 @@ TEST_F(StreamSocketTest, InTheBackgroundALostConnectionIsNotRetried) {
   ASSERT_TRUE(pump([&] { return !session_->errors().empty(); }));
   EXPECT_EQ(session_->errors(), std::vector{LiveStreamError::ConnectionLost});
   EXPECT_FALSE(socket_->isReconnecting());
+}
+
+struct CarrierEndCase {
+  const char* name;
+  Carrier::Kind kind;
+  bool retried;
+  std::vector<LiveStreamError> errors;
+};
+
+class CarrierEndTest : public StreamSocketTest,
+                       public testing::WithParamInterface<CarrierEndCase> {};
+
+TEST_P(CarrierEndTest, AHandedOverTcpConnectionIsRetriedAUsbChannelFailsAtOnce) {
+  startOverFake(GetParam().kind);
+  fake_->end(socketError(GCDAsyncSocketErrorCode::closed));
+  main_.drain();
+  EXPECT_EQ(socket_->isReconnecting(), GetParam().retried) << GetParam().name;
+  EXPECT_EQ(session_->errors(), GetParam().errors) << GetParam().name;
+  EXPECT_EQ(session_->states().back(),
+            GetParam().retried ? LiveStreamState::Connected : LiveStreamState::Failed);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ends, CarrierEndTest,
+    testing::Values(CarrierEndCase{"Tcp", Carrier::Kind::tcp, true, {}},
+                    CarrierEndCase{
+                        "Usb", Carrier::Kind::usb, false, {LiveStreamError::ConnectionLost}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(StreamSocketTest, AHandedOverUsbChannelCarriesFramesAndEndsWithTheStopNotice) {
+  session_ = std::make_shared<test::RecordingSession>(test::frontCameraValues());
+  auto usb = test::UsbLoopback::connect(main_.main());
+  ASSERT_TRUE(usb->carrier);
+  makeSocket(test::makeStreamInfo());
+  socket_->setCarrier(usb->carrier);
+  socket_->start();
+  ASSERT_TRUE(pump([&] { return socket_->isConnected(); }));
+  auto info = test::receiveFrames(usb->host, 1);
+  ASSERT_EQ(info.size(), 1u);
+  EXPECT_EQ(std::tuple(info[0].type, info[0].tag, info[0].payload.size()),
+            std::tuple(18u, 1u, wire::kInfoPacketSize));
+
+  // The tail block travels as a frame of its own.
+  socket_->sendFrame(test::videoFrame(1000, true, test::keyFrameData()));
+  ASSERT_TRUE(sent());
+  auto frames = test::receiveFrames(usb->host, 3);
+  ASSERT_EQ(frames.size(), 3u);
+  EXPECT_EQ(std::tuple(frames[0].type, frames[0].tag, frames[0].payload),
+            std::tuple(9u, 0u, test::h264SequenceHeaderPacket()));
+  EXPECT_EQ(std::tuple(frames[1].type, frames[1].tag, frames[1].payload),
+            std::tuple(88u, 8821u, test::frontCapabilityBlock()));
+  EXPECT_EQ(std::tuple(frames[2].type, frames[2].tag, frames[2].payload),
+            std::tuple(9u, 1000u, test::keyFramePacket()));
+  ASSERT_TRUE(pump([&] { return socket_->lastSendVideoFrameTimestamp() == 1000; }))
+      << "a frame's completion counts";
+
+  // A host command arrives as one frame; a command to the host leaves as
+  // one, and its completion does not count as a write of the stream.
+  test::peer::sendAll(
+      usb->host, test::hostFrame(88, 0, wire::buildHostCommandPacket(wire::kHostStatusRequest, 1)));
+  ASSERT_TRUE(pump([&] { return socket_->sendStatus() == 1; }));
+  socket_->sendCommand(wire::kCommandRemoteSnapshot, 0);
+  auto command = test::receiveFrames(usb->host, 1);
+  ASSERT_EQ(command.size(), 1u);
+  EXPECT_EQ(std::tuple(command[0].type, command[0].tag, command[0].payload),
+            std::tuple(88u, 8818u, test::snapshotCommand()));
+  pump([] { return false; }, 0.1);
+  EXPECT_EQ(socket_->lastSendVideoFrameTimestamp(), 1000u);
+
+  socket_->stop();
+  ASSERT_TRUE(pump([&] { return !socket_->carrier(); }));
+  auto notice = test::receiveFrames(usb->host, 1);
+  ASSERT_EQ(notice.size(), 1u);
+  EXPECT_EQ(std::tuple(notice[0].type, notice[0].tag, notice[0].payload),
+            std::tuple(88u, 8814u, test::stopNotice()));
+  EXPECT_TRUE(test::peer::seesEnd(usb->host));
+  EXPECT_TRUE(session_->errors().empty()) << "a stop is not a lost channel";
 }
 
 TEST_F(StreamSocketTest, StopClearsTheStateAndEmptiesTheBuffer) {

@@ -89,7 +89,61 @@ LoopbackConnection connectLoopback(Queue& main) {
   EXPECT_TRUE(c.phone->connectToHost("127.0.0.1", port, -1, error));
   c.host = peer::accept(listener);
   EXPECT_TRUE(pumpUntil(main, [&] { return c.greeter->count(SocketEvent::connected) == 1; }));
+  c.carrier = TcpCarrier::adopt(c.phone);
   return c;
+}
+
+UsbLoopback::~UsbLoopback() {
+  if (listener_) listener_->close();
+}
+
+std::shared_ptr<UsbLoopback> UsbLoopback::connect(Queue& main) {
+  auto loopback = std::make_shared<UsbLoopback>();
+  loopback->listener_ = PTChannel::channelWithDelegate(loopback);
+  OptionalError failure;
+  loopback->listener_->listenOnPort(0, 0x7f000001, [&](OptionalError e) { failure = e; });
+  EXPECT_FALSE(failure) << failure->toString();
+  loopback->host = peer::connect(loopback->listener_->listeningPort());
+  EXPECT_TRUE(pumpUntil(main, [&] { return loopback->carrier != nullptr; }))
+      << "the listener took no connection";
+  return loopback;
+}
+
+void UsbLoopback::ioFrameChannelDidAcceptConnection(const std::shared_ptr<PTChannel>&,
+                                                    const std::shared_ptr<PTChannel>& channel,
+                                                    const PTAddress&) {
+  carrier = UsbCarrier::adopt(channel);
+}
+
+namespace {
+uint32_t bigEndian32(const Bytes& bytes, size_t at) {
+  return uint32_t(bytes[at]) << 24 | uint32_t(bytes[at + 1]) << 16 | uint32_t(bytes[at + 2]) << 8 |
+         uint32_t(bytes[at + 3]);
+}
+void appendBigEndian32(Bytes& out, uint32_t value) {
+  for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<uint8_t>(value >> shift));
+}
+}  // namespace
+
+std::vector<HostFrame> receiveFrames(const Fd& fd, size_t count, double seconds) {
+  std::vector<HostFrame> frames;
+  for (size_t i = 0; i < count; ++i) {
+    Bytes head = peer::receive(fd, 16, seconds);
+    if (head.size() < 16) break;
+    HostFrame frame{bigEndian32(head, 4), bigEndian32(head, 8), {}};
+    uint32_t size = bigEndian32(head, 12);
+    if (size > 0) frame.payload = peer::receive(fd, size, seconds);
+    frames.push_back(std::move(frame));
+  }
+  return frames;
+}
+
+Bytes hostFrame(uint32_t type, uint32_t tag, const Bytes& payload) {
+  Bytes out;
+  for (uint32_t word : {1u, type, tag, static_cast<uint32_t>(payload.size())})
+    appendBigEndian32(out, word);
+  out.insert(out.end(), payload.begin(), payload.end());
+  return out;
 }
 
 bool pumpBoth(Queue& main, Queue& send, const std::function<bool()>& done, double seconds) {
