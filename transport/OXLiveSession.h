@@ -96,7 +96,7 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   void initStreamInfo(std::shared_ptr<LFLiveStreamInfo> streamInfo);
   std::shared_ptr<LFLiveStreamInfo> streamInfo();
   // The socket, created on first use from the stream info; for the hand-over
-  // of the carrier (setAsyncSocket, setUsbChannel).
+  // of the carrier (setCarrier).
   std::shared_ptr<OXStreamSocket> streamSocket();
   // Makes this session the delegate of both encoders (creating them), then
   // starts the socket.
