@@ -157,11 +157,6 @@ TEST_F(AudioCaptureTest, SameRunningValueDoesNothing) {
   EXPECT_EQ(log_.count("MicrophoneSource: startRunning"), 1u);
 }
 
-TEST_F(AudioCaptureTest, UseBackMicChangesNothingWithoutDataSources) {
-  capture_->setUseBackMic(true);
-  EXPECT_FALSE(capture_->useBackMic());
-}
-
 TEST_F(AudioCaptureTest, AGoneDelegateGetsNothing) {
   startAndWait();
   recorder_.reset();
