@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/FakeBatteryMonitor.h"
 #include "platform/device/PowerSupply.h"
 #include "platform/device/PowerSupplyBattery.h"
 #include "tests/support/TestSupport.h"
@@ -220,26 +219,6 @@ TEST_F(PowerSupplyBatteryTest, SwitchedOffStopsLookingAndReadsUnknown) {
   env.advance(PowerSupplyBattery::kPollInterval * 3);
   EXPECT_TRUE(events.empty());
   EXPECT_LT(env.main().nextDeadline(), 0);  // no look is scheduled any more
-}
-
-TEST(FakeBatteryMonitorTest, ChangesPostEventsOnlyWhileMonitoring) {
-  test::ManualMain env;
-  FakeBatteryMonitor monitor(BatteryState::unplugged, 0.3f);
-  std::vector<BatteryEvent> events;
-  auto subscription = monitor.addListener([&](BatteryEvent e) { events.push_back(e); });
-  monitor.setCablePlugged(true);
-  env.drain();
-  EXPECT_TRUE(events.empty());
-  EXPECT_EQ(monitor.batteryState(), BatteryState::unknown);
-  monitor.setBatteryMonitoringEnabled(true);
-  EXPECT_EQ(monitor.batteryState(), BatteryState::charging);
-  monitor.setCablePlugged(false);
-  monitor.setLevel(0.25f);
-  monitor.setLevel(0.25f);
-  EXPECT_TRUE(events.empty());  // delivered on the main queue, not inline
-  env.drain();
-  EXPECT_EQ(events, (std::vector<BatteryEvent>{BatteryEvent::stateDidChange,
-                                               BatteryEvent::levelDidChange}));
 }
 
 }  // namespace

@@ -16,7 +16,6 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/FakeReachability.h"
 #include "platform/device/NetlinkReachability.h"
 #include "tests/support/TestSupport.h"
 
@@ -24,35 +23,6 @@ extern char** environ;
 
 namespace oxelo {
 namespace {
-
-TEST(FakeReachabilityTest, ReportsChangesOnlyWhileTheNotifierRuns) {
-  test::ManualMain env;
-  auto fake = std::make_shared<FakeReachability>();
-  Reachability::setLocalWiFiFactory([fake] { return fake; });
-  auto reachability = Reachability::reachabilityForLocalWiFi();
-  Reachability::setLocalWiFiFactory(nullptr);
-  ASSERT_EQ(reachability, fake);
-
-  std::vector<bool> seen;
-  auto subscription =
-      reachability->addChangeListener([&] { seen.push_back(reachability->isReachableViaWiFi()); });
-  fake->setReachableViaWiFi(true);  // before startNotifier: no notification
-  env.drain();
-  EXPECT_TRUE(seen.empty());
-  EXPECT_TRUE(reachability->isReachableViaWiFi());
-
-  ASSERT_TRUE(reachability->startNotifier());
-  fake->setReachableViaWiFi(true);  // no change
-  fake->setReachableViaWiFi(false);
-  EXPECT_TRUE(seen.empty());  // on the main queue, not inline
-  env.drain();
-  EXPECT_EQ(seen, (std::vector<bool>{false}));
-
-  reachability->stopNotifier();
-  fake->setReachableViaWiFi(true);
-  env.drain();
-  EXPECT_EQ(seen.size(), 1u);
-}
 
 // Read only, in the machine's own namespace: loopback is up with an IPv4
 // address; the notifier starts and stops without any event.
