@@ -1,34 +1,17 @@
 #pragma once
 
-#include <algorithm>
-#include <cctype>
 #include <cstdint>
-#include <string>
 #include <vector>
+
+#include "tests/support/WireTestBytes.h"
 
 // Byte vectors for the host's tests, written by hand from the packet tables:
 // hex digits, spaces ignored.
 namespace oxelo::host::testbytes {
 
-using Bytes = std::vector<uint8_t>;
-
-inline Bytes hex(const std::string& text) {
-  Bytes out;
-  std::string digits;
-  for (char c : text) {
-    if (std::isxdigit(static_cast<unsigned char>(c))) digits += c;
-  }
-  for (size_t i = 0; i + 1 < digits.size(); i += 2) {
-    out.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-  }
-  return out;
-}
-
-inline Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
+using test::Bytes;
+using test::cat;
+using test::hex;
 
 inline Bytes zeros(size_t n) { return Bytes(n, 0); }
 
