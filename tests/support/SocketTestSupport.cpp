@@ -190,11 +190,6 @@ bool waitDelivered(const Fd& fd, double seconds) {
       seconds);
 }
 
-void setReceiveBuffer(const Fd& fd, int bytes) {
-  if (::setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes) != 0)
-    fail("setsockopt SO_RCVBUF");
-}
-
 uint16_t closedPort() {
   uint16_t port = 0;
   { Fd listener = listen(port); }

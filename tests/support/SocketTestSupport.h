@@ -79,7 +79,6 @@ bool seesEnd(const Fd& fd, double seconds = 5.0);
 // True once the other end has acknowledged every byte sent on `fd`, so that
 // they wait in its receive buffer.
 bool waitDelivered(const Fd& fd, double seconds = 5.0);
-void setReceiveBuffer(const Fd& fd, int bytes);
 // A loopback port with no listener behind it.
 uint16_t closedPort();
 }  // namespace peer
