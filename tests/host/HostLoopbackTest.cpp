@@ -13,8 +13,10 @@
 #include "tests/support/TestSupport.h"
 #include "tools/host/HostRunner.h"
 
-// Whole runs of the host against a small phone written here from the packet
-// tables, over real sockets on 127.0.0.1 only.
+// Runs of the host that must fail, against a small phone written here from the
+// packet tables, over real sockets on 127.0.0.1 only: they keep the end-to-end
+// checks from passing a phone that misbehaves.  The runs that succeed are the
+// end-to-end tests' work.
 namespace oxelo::host {
 namespace {
 
