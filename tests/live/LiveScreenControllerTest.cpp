@@ -64,13 +64,18 @@ class LiveScreenControllerTest : public testing::Test {
     LiveScreenController::Sources sources;
     // The stream socket's own queue is driven by nobody: the hand-over and
     // the reactions are the main queue's business.
-    sources.environment.socket.sendQueue = Queue::createDriven("send", env_.clockPtr());
+    sources.environment.socket.sendQueue = sendQueue_;
     sources.environment.socket.lifecycle = std::make_shared<FakeLifecycle>();
     sources.environment.statusSource = std::make_shared<PlainStatusSource>();
     owner_->carrier = carrier_;
     controller_ = LiveScreenController::create(sources, view_);
   }
-  void TearDown() override { UserDefaults::setStandard(nullptr); }
+  void TearDown() override {
+    // The socket's tasks wait on a queue that nobody drives and hold the
+    // socket, which holds the queue: dropping them ends the cycle.
+    sendQueue_->stop();
+    UserDefaults::setStandard(nullptr);
+  }
 
   // Opens the screen and lets the session start.
   void openAndStart() {
@@ -80,6 +85,7 @@ class LiveScreenControllerTest : public testing::Test {
   void error(LiveStreamError code) { controller_->liveSessionErrorCode(nullptr, code); }
 
   test::ManualMain env_;
+  std::shared_ptr<Queue> sendQueue_ = Queue::createDriven("send", env_.clockPtr());
   test::TempDir dir_;
   test::LogCapture log_;
   std::shared_ptr<UserDefaults> defaults_;
