@@ -160,6 +160,9 @@ TEST_F(LiveSessionTest, WithAudioAndVideoNothingPassesBeforeAKeyFrameFollowsTheF
 // the reference: the audio frame gets in while the key frame is about to set
 // it. One of them sets it, and both are stamped against that one.
 TEST_F(LiveSessionTest, FramesMeetingAtTheFirstStampShareOneReference) {
+#ifndef OXELO_QUEUE_CHECKS
+  GTEST_SKIP() << "the meeting point is reachable in the test builds only";
+#else
   makeSession(kCaptureMaskDefault);
   socketReports(LiveStreamState::Connected);
   encoderGivesAudio(5010);  // opens the alignment; no key frame yet
@@ -167,6 +170,7 @@ TEST_F(LiveSessionTest, FramesMeetingAtTheFirstStampShareOneReference) {
   encoderGivesVideo(5033, true);
   // The audio frame set the reference: the key frame is 7 ms before it.
   EXPECT_EQ(streamed(), (std::vector<int64_t>{-1, -7}));
+#endif
 }
 
 TEST_F(LiveSessionTest, WithVideoOnlyEveryFramePassesFromTheFirst) {
