@@ -8,6 +8,7 @@
 #include "platform/dispatch/QueueCheck.h"
 #include "platform/log/Log.h"
 #include "wire/HandshakePackets.h"
+#include "wire/WireBytes.h"
 
 namespace oxelo {
 
@@ -126,12 +127,13 @@ void ClientHandshake::workOffBlock(const uint8_t* data, size_t size) {
       if (mayStartPacket(data + offset, left)) partialPacket_.assign(data + offset, data + size);
       return;
     }
-    if (hs::readWord(data + offset) != hs::kType) return;
+    wire::WireReader packet(wire::ByteView(data + offset, left));
+    if (packet.u32LE(0) != hs::kType) return;
     if (left < 8) {
       partialPacket_.assign(data + offset, data + size);
       return;
     }
-    size_t needed = hs::hostPacketSize(hs::readWord(data + offset + 4));
+    size_t needed = hs::hostPacketSize(packet.u32LE(4));
     if (needed == 0) return;  // an unknown command drops the rest of the block
     if (left < needed) {
       partialPacket_.assign(data + offset, data + size);
@@ -146,7 +148,7 @@ void ClientHandshake::workOffBlock(const uint8_t* data, size_t size) {
 size_t ClientHandshake::handleClientPacket(const uint8_t* words, size_t available) {
   OX_ASSERT_ON_MAIN_QUEUE();
   if (available < 8) return 0;
-  switch (hs::readWord(words + 4)) {
+  switch (wire::WireReader(wire::ByteView(words, available)).u32LE(4)) {
     case hs::kHostInfo: {
       auto info = hs::readHostInfo(words, available);
       if (!info) return 0;

@@ -73,11 +73,5 @@ std::optional<HostInfo> readHostInfo(const uint8_t* data, size_t size);
 std::optional<VideoSettings> readVideoSettings(const uint8_t* data, size_t size);
 std::optional<VideoSettings> readSettingsAnswer(const uint8_t* data, size_t size);
 
-// The little-endian word at `p`, which must have 4 bytes behind it. For the
-// callers that walk a receive buffer by pointer; wire::WireReader reads it.
-inline uint32_t readWord(const uint8_t* p) {
-  return wire::WireReader(wire::ByteView(p, 4)).u32LE(0);
-}
-
 }  // namespace handshake
 }  // namespace oxelo
