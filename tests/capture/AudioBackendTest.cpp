@@ -29,13 +29,13 @@ TEST_P(AudioBackendTextTest, NamesTheBackend) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, AudioBackendTextTest,
-                         testing::Values(BackendCase{"None", "none", "none"},
-                                         BackendCase{"Synthetic", "synthetic", "synthetic"},
-                                         BackendCase{"AlsaDefault", "alsa", "alsa:default"},
-                                         BackendCase{"AlsaNamed", "alsa:hw:1,0", "alsa:hw:1,0"},
-                                         BackendCase{"AlsaEmptyName", "alsa:", nullptr},
-                                         BackendCase{"Unknown", "pulse", nullptr},
-                                         BackendCase{"Empty", "", nullptr}),
+                         testing::Values(BackendCase("None", "none", "none"),
+                                         BackendCase("Synthetic", "synthetic", "synthetic"),
+                                         BackendCase("AlsaDefault", "alsa", "alsa:default"),
+                                         BackendCase("AlsaNamed", "alsa:hw:1,0", "alsa:hw:1,0"),
+                                         BackendCase("AlsaEmptyName", "alsa:", nullptr),
+                                         BackendCase("Unknown", "pulse", nullptr),
+                                         BackendCase("Empty", "", nullptr)),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // A source that cannot be opened, or none at all: a capture that exists,

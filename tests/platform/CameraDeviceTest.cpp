@@ -105,72 +105,58 @@ using D = CaptureDevice;
 INSTANTIATE_TEST_SUITE_P(
     Changes, CameraRefusalTest,
     testing::Values(
-        Refusal{"ZoomBelowOne", {}, [](D& d) { return d.setVideoZoomFactor(0.99); }},
-        Refusal{"ZoomAboveTheFormatsLimit", {}, [](D& d) { return d.setVideoZoomFactor(10.5); }},
-        Refusal{"LensPositionAboveOne",
-                {},
-                [](D& d) { return d.setFocusModeLockedWithLensPosition(1.01f); }},
-        Refusal{"LensPositionWithoutTheFeature",
-                {{"lensPosition", false}},
-                [](D& d) { return d.setFocusModeLockedWithLensPosition(0.5f); }},
-        Refusal{"BiasBeyondTheLimit",
-                {{"exposureBias", {-2, 2}}},
-                [](D& d) { return d.setExposureTargetBias(2.5f); }},
-        Refusal{"ExposureBelowTheFormatsMinimum",
-                {},
+        Refusal("ZoomBelowOne", {}, [](D& d) { return d.setVideoZoomFactor(0.99); }),
+        Refusal("ZoomAboveTheFormatsLimit", {}, [](D& d) { return d.setVideoZoomFactor(10.5); }),
+        Refusal("LensPositionAboveOne", {},
+                [](D& d) { return d.setFocusModeLockedWithLensPosition(1.01f); }),
+        Refusal("LensPositionWithoutTheFeature", {{"lensPosition", false}},
+                [](D& d) { return d.setFocusModeLockedWithLensPosition(0.5f); }),
+        Refusal("BiasBeyondTheLimit", {{"exposureBias", {-2, 2}}},
+                [](D& d) { return d.setExposureTargetBias(2.5f); }),
+        Refusal("ExposureBelowTheFormatsMinimum", {},
                 [](D& d) {
                   return d.setExposureModeCustomWithDurationISO(CaptureTime::make(5, 100000),
                                                                 AVCaptureISOCurrent);
-                }},
-        Refusal{"IsoAboveTheFormatsMaximum",
-                {},
+                }),
+        Refusal("IsoAboveTheFormatsMaximum", {},
                 [](D& d) {
                   return d.setExposureModeCustomWithDurationISO(AVCaptureExposureDurationCurrent,
                                                                 1601.0f);
-                }},
-        Refusal{"CustomExposureWithoutModeThree",
-                {{"exposureModes", {0, 2}}},
+                }),
+        Refusal("CustomExposureWithoutModeThree", {{"exposureModes", {0, 2}}},
                 [](D& d) {
                   return d.setExposureModeCustomWithDurationISO(CaptureTime::make(1, 100), 100.0f);
-                }},
-        Refusal{"GainBelowOne",
-                {},
+                }),
+        Refusal("GainBelowOne", {},
                 [](D& d) {
                   return d.setWhiteBalanceModeLockedWithDeviceWhiteBalanceGains({0.9f, 1.0f, 1.0f});
-                }},
-        Refusal{"GainAboveTheMaximum",
-                {{"maxWhiteBalanceGain", 2}},
+                }),
+        Refusal("GainAboveTheMaximum", {{"maxWhiteBalanceGain", 2}},
                 [](D& d) {
                   return d.setWhiteBalanceModeLockedWithDeviceWhiteBalanceGains({1.0f, 2.5f, 1.0f});
-                }},
-        Refusal{"TorchLevelZero", {}, [](D& d) { return d.setTorchModeOnWithLevel(0.0f); }},
-        Refusal{"TorchLevelAboveOne", {}, [](D& d) { return d.setTorchModeOnWithLevel(1.2f); }},
-        Refusal{"TorchOnACameraWithout",
-                {{"torch", false}},
-                [](D& d) { return d.setTorchModeOnWithLevel(1.0f); }},
-        Refusal{"FocusPointWithoutTheFeature",
-                {{"focusPointOfInterest", false}},
+                }),
+        Refusal("TorchLevelZero", {}, [](D& d) { return d.setTorchModeOnWithLevel(0.0f); }),
+        Refusal("TorchLevelAboveOne", {}, [](D& d) { return d.setTorchModeOnWithLevel(1.2f); }),
+        Refusal("TorchOnACameraWithout", {{"torch", false}},
+                [](D& d) { return d.setTorchModeOnWithLevel(1.0f); }),
+        Refusal("FocusPointWithoutTheFeature", {{"focusPointOfInterest", false}},
                 [](D& d) {
                   return d.setFocusPointOfInterest({0.2, 0.3});
-                }},
-        Refusal{"ExposurePointOutsideThePicture",
-                {},
+                }),
+        Refusal("ExposurePointOutsideThePicture", {},
                 [](D& d) {
                   return d.setExposurePointOfInterest({1.2, 0.3});
-                }},
-        Refusal{"UnsupportedWhiteBalanceMode",
-                {{"whiteBalanceModes", {0, 2}}},
-                [](D& d) { return d.setWhiteBalanceMode(1); }},
-        Refusal{"HdrWhileTheDeviceAdjustsIt", {}, [](D& d) { return d.setVideoHDREnabled(true); }},
-        Refusal{"HdrOnAFormatWithout",
-                {},
+                }),
+        Refusal("UnsupportedWhiteBalanceMode", {{"whiteBalanceModes", {0, 2}}},
+                [](D& d) { return d.setWhiteBalanceMode(1); }),
+        Refusal("HdrWhileTheDeviceAdjustsIt", {}, [](D& d) { return d.setVideoHDREnabled(true); }),
+        Refusal("HdrOnAFormatWithout", {},
                 [](D& d) {
                   d.setAutomaticallyAdjustsVideoHDREnabled(false);
                   return d.setVideoHDREnabled(true);  // the 1920x1080 format has it, 1280x720 not
-                }},
-        Refusal{"FrameDurationOutsideTheRanges",
-                {},
-                [](D& d) { return d.setActiveVideoMinFrameDuration(CaptureTime::make(1, 45)); }}),
+                }),
+        Refusal("FrameDurationOutsideTheRanges", {},
+                [](D& d) { return d.setActiveVideoMinFrameDuration(CaptureTime::make(1, 45)); })),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(CameraDeviceTest, CustomExposureKeepsWhatIsCurrentAndTakesTheRest) {

@@ -167,12 +167,12 @@ TEST_P(CameraSourceTest, RefusesWhatItCannotUse) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Sources, CameraSourceTest,
-                         testing::Values(SourceCase{"UnknownBackend", "usb", "auto, virtual, v4l2"},
-                                         SourceCase{"EmptyDevice", "v4l2:", "needs a device"},
-                                         SourceCase{"MissingNode", "v4l2:/dev/oxelo-no-such-camera",
-                                                    "No such file or directory"},
-                                         SourceCase{"NotAVideoNode", "v4l2:/dev/null",
-                                                    "not a V4L2 device"}),
+                         testing::Values(SourceCase("UnknownBackend", "usb", "auto, virtual, v4l2"),
+                                         SourceCase("EmptyDevice", "v4l2:", "needs a device"),
+                                         SourceCase("MissingNode", "v4l2:/dev/oxelo-no-such-camera",
+                                                    "No such file or directory"),
+                                         SourceCase("NotAVideoNode", "v4l2:/dev/null",
+                                                    "not a V4L2 device")),
                          [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

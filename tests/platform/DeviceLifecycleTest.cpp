@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "tests/support/FakeLifecycle.h"
 #include "platform/device/AppLifecycle.h"
+#include "tests/support/FakeLifecycle.h"
 #include "tests/support/TestSupport.h"
 
 namespace oxelo {

@@ -127,9 +127,9 @@ TEST_P(ObserversDeliveryTest, ObservableDeliversOldAndNewValues) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Deliveries, ObserversDeliveryTest,
-                         testing::Values(DeliveryCase{"NotifyingThread", Way::notifyingThread},
-                                         DeliveryCase{"MainQueue", Way::mainQueue},
-                                         DeliveryCase{"OwnQueue", Way::ownQueue}),
+                         testing::Values(DeliveryCase("NotifyingThread", Way::notifyingThread),
+                                         DeliveryCase("MainQueue", Way::mainQueue),
+                                         DeliveryCase("OwnQueue", Way::ownQueue)),
                          [](const auto& info) { return info.param.name; });
 
 TEST(ObserversLifetimeTest, QueuedNotificationsOfAListThatIsGoneAreDropped) {

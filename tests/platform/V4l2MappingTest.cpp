@@ -225,11 +225,11 @@ constexpr auto kFront = AVCaptureDevicePositionFront;
 
 INSTANTIATE_TEST_SUITE_P(
     Cameras, V4l2PositionTest,
-    testing::Values(PositionCase{"OneUnknownIsTheBack", {kNone}, {kBack}},
-                    PositionCase{"TwoUnknown", {kNone, kNone}, {kBack, kFront}},
-                    PositionCase{"AReportedBackComesFirst", {kNone, kBack}, {kFront, kBack}},
-                    PositionCase{"AReportedFrontLeavesTheBack", {kFront, kNone}, {kFront, kBack}},
-                    PositionCase{"ThreeUnknown", {kNone, kNone, kNone}, {kBack, kFront, kFront}}),
+    testing::Values(PositionCase("OneUnknownIsTheBack", {kNone}, {kBack}),
+                    PositionCase("TwoUnknown", {kNone, kNone}, {kBack, kFront}),
+                    PositionCase("AReportedBackComesFirst", {kNone, kBack}, {kFront, kBack}),
+                    PositionCase("AReportedFrontLeavesTheBack", {kFront, kNone}, {kFront, kBack}),
+                    PositionCase("ThreeUnknown", {kNone, kNone, kNone}, {kBack, kFront, kFront})),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
