@@ -159,7 +159,10 @@ INSTANTIATE_TEST_SUITE_P(
                 [](D& d) { return d.setActiveVideoMinFrameDuration(CaptureTime::make(1, 45)); })),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(CameraDeviceTest, CustomExposureKeepsWhatIsCurrentAndTakesTheRest) {
+// Custom exposure keeps what is "current" and takes the rest; a ramp keeps
+// its rate, a direct zoom clears it; the torch level reads zero when off; the
+// invalid time returns the frames to the format's own timing.
+TEST(CameraDeviceTest, AcceptedChangesTakeTheirValues) {
   auto d = twoFormatCamera();
   ASSERT_TRUE(d->lockForConfiguration());
   ASSERT_TRUE(d->setActiveFormat(d->formats()[1]));  // 1280x720 "420f"
@@ -173,6 +176,25 @@ TEST(CameraDeviceTest, CustomExposureKeepsWhatIsCurrentAndTakesTheRest) {
   EXPECT_EQ(d->exposureDuration(), CaptureTime::make(1, 4));  // the maximum is allowed
   EXPECT_FLOAT_EQ(d->ISO(), 400.0f);
   EXPECT_EQ(d->activeMaxExposureDuration(), CaptureTime::make(1, 4));
+
+  ASSERT_TRUE(d->rampToVideoZoomFactorWithRate(4.0, 5.0f));
+  EXPECT_DOUBLE_EQ(d->videoZoomFactor(), 4.0);
+  EXPECT_FLOAT_EQ(d->videoZoomRampRate(), 5.0f);
+  ASSERT_TRUE(d->setVideoZoomFactor(2.0));
+  EXPECT_FLOAT_EQ(d->videoZoomRampRate(), 0.0f);
+
+  std::string error;
+  ASSERT_TRUE(d->setTorchModeOnWithLevel(0.6f, &error)) << error;
+  EXPECT_EQ(d->torchMode(), AVCaptureTorchModeOn);
+  EXPECT_FLOAT_EQ(d->torchLevel(), 0.6f);
+  ASSERT_TRUE(d->setTorchMode(AVCaptureTorchModeOff));
+  EXPECT_FLOAT_EQ(d->torchLevel(), 0.0f);
+  EXPECT_FALSE(d->setTorchMode(AVCaptureTorchModeAuto));
+
+  ASSERT_TRUE(d->setActiveVideoMinFrameDuration(CaptureTime::make(1, 15)));
+  EXPECT_EQ(d->activeVideoMinFrameDuration(), CaptureTime::make(1, 15));
+  ASSERT_TRUE(d->setActiveVideoMinFrameDuration(CaptureTime::invalid()));
+  EXPECT_EQ(d->activeVideoMinFrameDuration(), CaptureTime::make(1, 30));
 }
 
 TEST(CameraDeviceTest, AnotherActiveFormatResetsTheTimingAndBringsZoomWithinItsLimit) {
@@ -198,24 +220,13 @@ TEST(CameraDeviceTest, AnotherActiveFormatResetsTheTimingAndBringsZoomWithinItsL
   EXPECT_EQ(d->activeFormat(), fullHd);
 }
 
-TEST(CameraDeviceTest, TheInvalidTimeReturnsTheFramesToTheFormatsOwnTiming) {
-  auto d = twoFormatCamera();
-  ASSERT_TRUE(d->lockForConfiguration());
-  ASSERT_TRUE(d->setActiveFormat(d->formatForSessionPreset(AVCaptureSessionPreset1280x720)));
-  ASSERT_TRUE(d->setActiveVideoMinFrameDuration(CaptureTime::make(1, 15)));
-  EXPECT_EQ(d->activeVideoMinFrameDuration(), CaptureTime::make(1, 15));
-  ASSERT_TRUE(d->setActiveVideoMinFrameDuration(CaptureTime::invalid()));
-  EXPECT_EQ(d->activeVideoMinFrameDuration(), CaptureTime::make(1, 30));
-}
-
 TEST(CameraDeviceTest, SessionPresetsNeedAFormatOfExactlyTheirSize) {
   auto d = twoFormatCamera();
   EXPECT_TRUE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPreset1280x720));
   EXPECT_TRUE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPreset1920x1080));
-  EXPECT_FALSE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPreset640x480));
-  EXPECT_FALSE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPresetiFrame960x540));
-  EXPECT_FALSE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPreset3840x2160));
-  EXPECT_FALSE(d->supportsAVCaptureSessionPreset("AVCaptureSessionPreset352x288"));
+  for (const char* other : {AVCaptureSessionPreset640x480, AVCaptureSessionPresetiFrame960x540,
+                            AVCaptureSessionPreset3840x2160, "AVCaptureSessionPreset352x288"})
+    EXPECT_FALSE(d->supportsAVCaptureSessionPreset(other)) << other;
   EXPECT_TRUE(d->supportsAVCaptureSessionPreset(AVCaptureSessionPresetHigh));
   // The full-range format of the size is the one a session takes.
   auto f = d->formatForSessionPreset(AVCaptureSessionPreset1280x720);
@@ -238,29 +249,6 @@ TEST(CameraDeviceTest, SubjectAreaChangesReachObserversOnlyWhileMonitored) {
   subscription.reset();
   d->subjectAreaDidChange();
   EXPECT_EQ(seen, 2);
-}
-
-TEST(CameraDeviceTest, ARampKeepsItsRateADirectZoomClearsIt) {
-  auto d = twoFormatCamera();
-  ASSERT_TRUE(d->lockForConfiguration());
-  ASSERT_TRUE(d->setActiveFormat(d->formatForSessionPreset(AVCaptureSessionPreset1280x720)));
-  ASSERT_TRUE(d->rampToVideoZoomFactorWithRate(4.0, 5.0f));
-  EXPECT_DOUBLE_EQ(d->videoZoomFactor(), 4.0);
-  EXPECT_FLOAT_EQ(d->videoZoomRampRate(), 5.0f);
-  ASSERT_TRUE(d->setVideoZoomFactor(2.0));
-  EXPECT_FLOAT_EQ(d->videoZoomRampRate(), 0.0f);
-}
-
-TEST(CameraDeviceTest, TorchLevelReadsZeroWhenOff) {
-  auto d = twoFormatCamera();
-  ASSERT_TRUE(d->lockForConfiguration());
-  std::string error;
-  ASSERT_TRUE(d->setTorchModeOnWithLevel(0.6f, &error)) << error;
-  EXPECT_EQ(d->torchMode(), AVCaptureTorchModeOn);
-  EXPECT_FLOAT_EQ(d->torchLevel(), 0.6f);
-  ASSERT_TRUE(d->setTorchMode(AVCaptureTorchModeOff));
-  EXPECT_FLOAT_EQ(d->torchLevel(), 0.0f);
-  EXPECT_FALSE(d->setTorchMode(AVCaptureTorchModeAuto));
 }
 
 TEST(CameraTimeTest, ComparesAcrossTimeScalesExactly) {
