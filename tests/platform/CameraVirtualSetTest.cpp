@@ -9,15 +9,6 @@
 namespace oxelo {
 namespace {
 
-bool hasFormat(const CaptureDevice& d, int width, int height, double rate) {
-  for (const auto& f : d.formats()) {
-    if (f->width == width && f->height == height && f->mediaSubType == "420f" &&
-        f->maxFrameRate() == rate)
-      return true;
-  }
-  return false;
-}
-
 TEST(CameraVirtualSetTest, TheDefaultSetHasFourBackCamerasAndAFrontOne) {
   auto system = test::defaultVirtualCameraSystem();
   const auto& d = system->devices();
@@ -46,11 +37,6 @@ TEST(CameraVirtualSetTest, TheDefaultSetHasFourBackCamerasAndAFrontOne) {
                        {AVCaptureDeviceTypeBuiltInUltraWideCamera, back},
                        {AVCaptureDeviceTypeBuiltInTripleCamera, back},
                        {AVCaptureDeviceTypeBuiltInWideAngleCamera, AVCaptureDevicePositionFront}}));
-  // Realistic rates: the wide camera films slow motion, 4K tops at 60.
-  EXPECT_TRUE(hasFormat(*d[0], 1280, 720, 240));
-  EXPECT_TRUE(hasFormat(*d[0], 1920, 1080, 120));
-  EXPECT_TRUE(hasFormat(*d[0], 3840, 2160, 60));
-  EXPECT_TRUE(hasFormat(*d[4], 1920, 1080, 60));
   EXPECT_TRUE(d[3]->isVirtualDevice());
   EXPECT_EQ(d[3]->constituentDeviceTypes().front(), AVCaptureDeviceTypeBuiltInUltraWideCamera);
   EXPECT_EQ(d[3]->virtualDeviceSwitchOverVideoZoomFactors(), (std::vector<double>{2.0, 6.0}));
