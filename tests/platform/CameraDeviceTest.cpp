@@ -13,17 +13,10 @@ using nlohmann::json;
 
 // A back camera with two sizes, the second with HDR and a lower zoom limit.
 std::shared_ptr<CaptureDevice> twoFormatCamera(const json& controls = nullptr) {
-  json camera = {
-      {"type", "wide"},
-      {"position", "back"},
-      {"formats",
-       {{{"width", 1280},
-         {"height", 720},
-         {"fps", {{1, 30}, {60, 60}}},
-         {"iso", {50, 1600}},
-         {"exposure", {0.0001, 0.25}},
-         {"maxZoom", 10}},
-        {{"width", 1920}, {"height", 1080}, {"fps", 30}, {"maxZoom", 3}, {"hdr", true}}}}};
+  json camera = json::parse(R"({"type":"wide","position":"back","formats":[
+      {"width":1280,"height":720,"fps":[[1,30],[60,60]],"iso":[50,1600],"exposure":[0.0001,0.25],
+       "maxZoom":10},
+      {"width":1920,"height":1080,"fps":30,"maxZoom":3,"hdr":true}]})");
   if (!controls.is_null()) camera["controls"] = controls;
   auto system = test::camerasFromJson({{"cameras", {camera}}});
   return system->devices().empty() ? nullptr : system->devices().front();
