@@ -149,13 +149,13 @@ TEST_P(SessionEndTest, EachErrorCodeReachesTheMainScreenOnce) {
 INSTANTIATE_TEST_SUITE_P(
     Codes, SessionEndTest,
     testing::Values(
-        EndCase{"ConnectionLost205", LiveStreamError::ConnectionLost,
-                closedWith("liveViewConnectionLost"), closedWith("liveViewConnectionLost")},
-        EndCase{"PeerClosed206", LiveStreamError::PeerClosed,
-                closedWith("liveViewUserClose(false)"), closedWith("liveViewUserClose(false)")},
-        EndCase{"PeerRestart207", LiveStreamError::PeerRestart, kPrepared,
-                closedWith("liveViewRestart")},
-        EndCase{"ConnectFailed203", LiveStreamError::ConnectFailed, kPrepared, kPrepared}),
+        EndCase("ConnectionLost205", LiveStreamError::ConnectionLost,
+                closedWith("liveViewConnectionLost"), closedWith("liveViewConnectionLost")),
+        EndCase("PeerClosed206", LiveStreamError::PeerClosed,
+                closedWith("liveViewUserClose(false)"), closedWith("liveViewUserClose(false)")),
+        EndCase("PeerRestart207", LiveStreamError::PeerRestart, kPrepared,
+                closedWith("liveViewRestart")),
+        EndCase("ConnectFailed203", LiveStreamError::ConnectFailed, kPrepared, kPrepared)),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(LiveScreenControllerTest, RestartStopsTheSessionAtOnceAndAsksExactly250MsLater) {

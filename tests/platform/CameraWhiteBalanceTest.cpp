@@ -29,13 +29,13 @@ TEST_P(WhiteBalanceGainTest, GainsForTemperatureAndTint) {
 // the smallest gain 1.
 INSTANTIATE_TEST_SUITE_P(
     Values, WhiteBalanceGainTest,
-    testing::Values(GainCase{"Neutral", 6500, 0, 1, 1, 1},
+    testing::Values(GainCase("Neutral", 6500, 0, 1, 1, 1),
                     // 0.5^0.75 = 0.594604; red 1, green 1/0.594604, blue 1/0.594604^2
-                    GainCase{"HalfTheKelvin", 3250, 0, 1, 1.681793f, 2.828427f},
+                    GainCase("HalfTheKelvin", 3250, 0, 1, 1.681793f, 2.828427f),
                     // 2^0.75 = 1.681793
-                    GainCase{"TwiceTheKelvin", 13000, 0, 2.828427f, 1.681793f, 1},
-                    GainCase{"GreenTint", 6500, 150, 1, 2, 1},
-                    GainCase{"MagentaTint", 6500, -150, 2, 1, 2}),
+                    GainCase("TwiceTheKelvin", 13000, 0, 2.828427f, 1.681793f, 1),
+                    GainCase("GreenTint", 6500, 150, 1, 2, 1),
+                    GainCase("MagentaTint", 6500, -150, 2, 1, 2)),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/device/PowerSupply.h"
@@ -33,8 +34,11 @@ class StagedPower {
 Attributes battery(const char* status, const char* capacity) {
   return {{"type", "Battery"}, {"status", status}, {"capacity", capacity}};
 }
-const Attributes kMainsOnline = {{"type", "Mains"}, {"online", "1"}};
-const Attributes kMainsOffline = {{"type", "Mains"}, {"online", "0"}};
+const Attributes kAcOn = {{"type", "Mains"}, {"online", "1"}};
+const Attributes kAcOff = {{"type", "Mains"}, {"online", "0"}};
+const Attributes kMouse = {
+    {"type", "Battery"}, {"scope", "Device"}, {"status", "Charging"}, {"capacity", "90"}};
+using S = BatteryState;
 
 struct SupplyCase {
   const char* name;
@@ -53,172 +57,102 @@ TEST_P(PowerSupplyReadingTest, StateAndLevelFromTheSupplies) {
   EXPECT_FLOAT_EQ(reading.level, GetParam().level);
 }
 
+// A charge threshold holds the battery although the cable is in: only
+// charging or full count as a cable. A peripheral's battery or an empty slot
+// is not the machine's.
 INSTANTIATE_TEST_SUITE_P(
     Supplies, PowerSupplyReadingTest,
     testing::Values(
-        SupplyCase{"Charging",
-                   {{"BAT0", battery("Charging", "57")}, {"AC", kMainsOnline}},
-                   BatteryState::charging,
-                   0.57f},
-        SupplyCase{"Full",
-                   {{"BAT0", battery("Full", "100")}, {"AC", kMainsOnline}},
-                   BatteryState::full,
-                   1.0f},
-        SupplyCase{"Discharging",
-                   {{"BAT0", battery("Discharging", "42")}, {"AC", kMainsOffline}},
-                   BatteryState::unplugged,
-                   0.42f},
-        // A charge threshold holds the battery although the cable is in: only
-        // charging or full count as a cable.
-        SupplyCase{"NotChargingOnMains",
-                   {{"BAT0", battery("Not charging", "80")}, {"AC", kMainsOnline}},
-                   BatteryState::unplugged,
-                   0.80f},
-        SupplyCase{
-            "UnknownStatus", {{"BAT0", battery("Unknown", "33")}}, BatteryState::unknown, 0.33f},
-        SupplyCase{"NoBatteryOnMains", {{"AC", kMainsOnline}}, BatteryState::unplugged, -1.0f},
-        SupplyCase{"NothingAtAll", {}, BatteryState::unplugged, -1.0f},
-        SupplyCase{"PeripheralBatteryIgnored",
-                   {{"hid-mouse-battery",
-                     {{"type", "Battery"},
-                      {"scope", "Device"},
-                      {"status", "Charging"},
-                      {"capacity", "90"}}}},
-                   BatteryState::unplugged,
-                   -1.0f},
-        SupplyCase{"EmptySlotIgnored",
+        SupplyCase("Charging", {{"BAT0", battery("Charging", "57")}, {"AC", kAcOn}}, S::charging,
+                   0.57f),
+        SupplyCase("Full", {{"BAT0", battery("Full", "100")}, {"AC", kAcOn}}, S::full, 1.0f),
+        SupplyCase("Discharging", {{"BAT0", battery("Discharging", "42")}, {"AC", kAcOff}},
+                   S::unplugged, 0.42f),
+        SupplyCase("NotChargingOnMains", {{"BAT0", battery("Not charging", "80")}, {"AC", kAcOn}},
+                   S::unplugged, 0.80f),
+        SupplyCase("UnknownStatus", {{"BAT0", battery("Unknown", "33")}}, S::unknown, 0.33f),
+        SupplyCase("NoBatteryOnMains", {{"AC", kAcOn}}, S::unplugged, -1.0f),
+        SupplyCase("NothingAtAll", {}, S::unplugged, -1.0f),
+        SupplyCase("PeripheralBatteryIgnored", {{"hid-mouse", kMouse}}, S::unplugged, -1.0f),
+        SupplyCase("EmptySlotIgnored",
                    {{"BAT1", {{"type", "Battery"}, {"present", "0"}, {"status", "Charging"}}},
                     {"BAT0", battery("Discharging", "50")}},
-                   BatteryState::unplugged,
-                   0.5f},
-        SupplyCase{"OneOfTwoCharging",
+                   S::unplugged, 0.5f),
+        SupplyCase("OneOfTwoCharging",
                    {{"BAT0", battery("Discharging", "40")}, {"BAT1", battery("Charging", "60")}},
-                   BatteryState::charging,
-                   0.5f},
-        SupplyCase{"FullBeatsDischarging",
+                   S::charging, 0.5f),
+        SupplyCase("FullBeatsDischarging",
                    {{"BAT0", battery("Discharging", "40")}, {"BAT1", battery("Full", "100")}},
-                   BatteryState::full,
-                   0.7f},
-        SupplyCase{"UnreadableCapacity",
-                   {{"BAT0", battery("Charging", "n/a")}},
-                   BatteryState::charging,
-                   -1.0f},
-        SupplyCase{"CapacityAboveHundredClamped",
-                   {{"BAT0", battery("Full", "103")}},
-                   BatteryState::full,
-                   1.0f}),
+                   S::full, 0.7f),
+        SupplyCase("UnreadableCapacity", {{"BAT0", battery("Charging", "n/a")}}, S::charging,
+                   -1.0f),
+        SupplyCase("CapacityAboveHundredClamped", {{"BAT0", battery("Full", "103")}}, S::full,
+                   1.0f)),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(PowerSupplyReadingTest, MissingDirectoryReadsAsNoBattery) {
   test::TempDir dir;
   auto reading = readPowerSupply(dir.path() / "absent");
-  EXPECT_EQ(reading.state, BatteryState::unplugged);
+  EXPECT_EQ(reading.state, S::unplugged);
   EXPECT_FLOAT_EQ(reading.level, -1.0f);
 }
 
-TEST(PowerSupplyReadingTest, DirectoryFromTheEnvironment) {
-  setenv("OXELO_POWER_SUPPLY_DIR", "/tmp/staged-power", 1);
-  EXPECT_EQ(powerSupplyDirectory(), "/tmp/staged-power");
-  unsetenv("OXELO_POWER_SUPPLY_DIR");
-  EXPECT_EQ(powerSupplyDirectory(), "/sys/class/power_supply");
-}
+// Steps of a whole binary fraction keep each look exactly on its interval.
+constexpr double kStep = 0.25;
 
-class PowerSupplyBatteryTest : public testing::Test {
- protected:
-  void SetUp() override {
-    power.set("BAT0", battery("Discharging", "50"));
-    power.set("AC", kMainsOffline);
-  }
-  // Records every event with the state and level seen when it arrives.
-  Subscription record(BatteryMonitor& monitor) {
-    return monitor.addListener([this, &monitor](BatteryEvent event) {
-      EXPECT_TRUE(MainQueue::isCurrent());
-      events.push_back({event, monitor.batteryState(), monitor.batteryLevel()});
-    });
-  }
-  struct Seen {
-    BatteryEvent event;
-    BatteryState state;
-    float level;
-  };
-
+// Off until switched on, then read at once without an event and looked at
+// again every kPollInterval: a change of state sends the state event, a
+// change of level the level event, both in that order.
+TEST(PowerSupplyBatteryTest, LooksEveryIntervalWhileOnAndTellsEachChangeOnce) {
   test::ManualMain env;
   StagedPower power;
-  std::vector<Seen> events;
-};
-
-TEST_F(PowerSupplyBatteryTest, OffUntilEnabledThenReadAtOnceWithoutAnEvent) {
+  power.set("BAT0", battery("Discharging", "50"));
+  power.set("AC", kAcOff);
   PowerSupplyBattery monitor(power.path());
-  auto subscription = record(monitor);
-  EXPECT_EQ(monitor.batteryState(), BatteryState::unknown);
+  std::vector<std::tuple<BatteryEvent, BatteryState, float>> events;  // with what they find
+  auto subscription = monitor.addListener([&](BatteryEvent event) {
+    EXPECT_TRUE(MainQueue::isCurrent());
+    events.emplace_back(event, monitor.batteryState(), monitor.batteryLevel());
+  });
+  EXPECT_EQ(monitor.batteryState(), S::unknown);
   EXPECT_FLOAT_EQ(monitor.batteryLevel(), -1.0f);
   monitor.setBatteryMonitoringEnabled(true);
-  EXPECT_EQ(monitor.batteryState(), BatteryState::unplugged);
+  EXPECT_EQ(monitor.batteryState(), S::unplugged);
   EXPECT_FLOAT_EQ(monitor.batteryLevel(), 0.5f);
-  env.advance(PowerSupplyBattery::kPollInterval * 3);
+  env.advance(PowerSupplyBattery::kPollInterval * 2, kStep);
   EXPECT_TRUE(events.empty());
-}
 
-TEST_F(PowerSupplyBatteryTest, CablePluggedInIsNoticedAtTheNextLook) {
-  PowerSupplyBattery monitor(power.path());
-  auto subscription = record(monitor);
-  monitor.setBatteryMonitoringEnabled(true);
-  env.advance(0.5);
-  power.set("AC", kMainsOnline);
-  power.set("BAT0", battery("Charging", "50"));
-  env.advance(PowerSupplyBattery::kPollInterval - 0.5 - 0.01);
-  EXPECT_TRUE(events.empty());
-  EXPECT_EQ(monitor.batteryState(), BatteryState::unplugged);
-  env.advance(0.01);
-  ASSERT_EQ(events.size(), 1u);
-  EXPECT_EQ(events[0].event, BatteryEvent::stateDidChange);
-  EXPECT_EQ(events[0].state, BatteryState::charging);
-
-  power.set("BAT0", battery("Full", "100"));
-  env.advance(PowerSupplyBattery::kPollInterval);
-  ASSERT_EQ(events.size(), 3u);  // state first, then level
-  EXPECT_EQ(events[1].event, BatteryEvent::stateDidChange);
-  EXPECT_EQ(events[2].event, BatteryEvent::levelDidChange);
-  EXPECT_EQ(events[2].state, BatteryState::full);
-  EXPECT_FLOAT_EQ(events[2].level, 1.0f);
-}
-
-TEST_F(PowerSupplyBatteryTest, LevelChangeAloneSendsOnlyTheLevelEvent) {
-  PowerSupplyBattery monitor(power.path());
-  auto subscription = record(monitor);
-  monitor.setBatteryMonitoringEnabled(true);
+  using E = BatteryEvent;
   power.set("BAT0", battery("Discharging", "49"));
-  env.advance(PowerSupplyBattery::kPollInterval);
-  ASSERT_EQ(events.size(), 1u);
-  EXPECT_EQ(events[0].event, BatteryEvent::levelDidChange);
-  EXPECT_FLOAT_EQ(events[0].level, 0.49f);
-  env.advance(PowerSupplyBattery::kPollInterval * 2);  // nothing new: no event
-  EXPECT_EQ(events.size(), 1u);
-}
+  env.advance(PowerSupplyBattery::kPollInterval, kStep);
+  EXPECT_EQ(events, (decltype(events){{E::levelDidChange, S::unplugged, 0.49f}}));
 
-TEST_F(PowerSupplyBatteryTest, BatteryRemovedReadsUnplugged) {
-  PowerSupplyBattery monitor(power.path());
-  auto subscription = record(monitor);
-  power.set("BAT0", battery("Charging", "70"));
-  monitor.setBatteryMonitoringEnabled(true);
+  env.advance(0.5, kStep);
+  power.set("AC", kAcOn);
+  power.set("BAT0", battery("Full", "100"));
+  env.advance(PowerSupplyBattery::kPollInterval - 0.75, kStep);
+  EXPECT_EQ(events.size(), 1u) << "noticed only at the next look";
+  env.advance(0.25, kStep);
+  power.set("BAT0", battery("Charging", "100"));
+  env.advance(PowerSupplyBattery::kPollInterval, kStep);
   std::filesystem::remove_all(power.path() / "BAT0");
-  env.advance(PowerSupplyBattery::kPollInterval);
-  ASSERT_EQ(events.size(), 2u);
-  EXPECT_EQ(events[1].state, BatteryState::unplugged);
-  EXPECT_FLOAT_EQ(events[1].level, -1.0f);
-}
+  env.advance(PowerSupplyBattery::kPollInterval, kStep);
+  EXPECT_EQ(events, (decltype(events){{E::levelDidChange, S::unplugged, 0.49f},
+                                      {E::stateDidChange, S::full, 1.0f},
+                                      {E::levelDidChange, S::full, 1.0f},
+                                      {E::stateDidChange, S::charging, 1.0f},
+                                      {E::stateDidChange, S::unplugged, -1.0f},
+                                      {E::levelDidChange, S::unplugged, -1.0f}}));
 
-TEST_F(PowerSupplyBatteryTest, SwitchedOffStopsLookingAndReadsUnknown) {
-  PowerSupplyBattery monitor(power.path());
-  auto subscription = record(monitor);
-  monitor.setBatteryMonitoringEnabled(true);
+  // Switched off: reads unknown and looks no more.
+  events.clear();
   monitor.setBatteryMonitoringEnabled(false);
-  EXPECT_EQ(monitor.batteryState(), BatteryState::unknown);
+  EXPECT_EQ(monitor.batteryState(), S::unknown);
   EXPECT_FLOAT_EQ(monitor.batteryLevel(), -1.0f);
   power.set("BAT0", battery("Charging", "80"));
-  env.advance(PowerSupplyBattery::kPollInterval * 3);
+  env.advance(PowerSupplyBattery::kPollInterval * 3, kStep);
   EXPECT_TRUE(events.empty());
-  EXPECT_LT(env.main().nextDeadline(), 0);  // no look is scheduled any more
+  EXPECT_LT(env.main().nextDeadline(), 0);
 }
 
 }  // namespace

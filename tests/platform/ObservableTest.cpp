@@ -10,21 +10,6 @@
 namespace oxelo {
 namespace {
 
-TEST(ObservableTest, NotifiesOnlyRealChangesWithOldAndNewUntilUnsubscribed) {
-  Observable<bool> sending(false);
-  std::vector<std::pair<bool, bool>> changes;
-  auto sub = sending.observe([&](bool o, bool n) { changes.emplace_back(o, n); });
-  sending.set(false);  // no change
-  sending.set(true);
-  sending.set(true);
-  sending.set(false);
-  EXPECT_EQ(changes, (std::vector<std::pair<bool, bool>>{{false, true}, {true, false}}));
-  sub.reset();
-  sending.set(true);
-  EXPECT_EQ(changes.size(), 2u);
-  EXPECT_TRUE(sending.get());
-}
-
 // The same rules, whichever way the observers are reached.
 enum class Way { notifyingThread, mainQueue, ownQueue };
 
@@ -35,34 +20,20 @@ struct DeliveryCase {
 
 class ObserversDeliveryTest : public testing::TestWithParam<DeliveryCase> {
  protected:
+  Way way() const { return GetParam().way; }
   Delivery delivery() {
-    switch (GetParam().way) {
-      case Way::notifyingThread:
-        return Delivery::onNotifyingThread();
-      case Way::mainQueue:
-        return Delivery::onMainQueue();
-      case Way::ownQueue:
-        return Delivery::on(own);
-    }
-    return Delivery::onNotifyingThread();
+    if (way() == Way::mainQueue) return Delivery::onMainQueue();
+    return way() == Way::ownQueue ? Delivery::on(own) : Delivery::onNotifyingThread();
   }
-  bool queued() const { return GetParam().way != Way::notifyingThread; }
-  // Runs what was posted; true when the observers ran on the queue they were
-  // given (or on the notifying thread).
+  bool queued() const { return way() != Way::notifyingThread; }
   void deliverPosted() {
     env.drain();
     own->runPending();
   }
+  // Whether an observer runs on the queue it was given (or the notifying thread).
   bool onTheRightThread() const {
-    switch (GetParam().way) {
-      case Way::notifyingThread:
-        return true;
-      case Way::mainQueue:
-        return MainQueue::isCurrent();
-      case Way::ownQueue:
-        return own->isCurrent();
-    }
-    return false;
+    if (way() == Way::mainQueue) return MainQueue::isCurrent();
+    return way() == Way::ownQueue ? own->isCurrent() : true;
   }
 
   test::ManualMain env;
@@ -127,9 +98,9 @@ TEST_P(ObserversDeliveryTest, ObservableDeliversOldAndNewValues) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Deliveries, ObserversDeliveryTest,
-                         testing::Values(DeliveryCase{"NotifyingThread", Way::notifyingThread},
-                                         DeliveryCase{"MainQueue", Way::mainQueue},
-                                         DeliveryCase{"OwnQueue", Way::ownQueue}),
+                         testing::Values(DeliveryCase("NotifyingThread", Way::notifyingThread),
+                                         DeliveryCase("MainQueue", Way::mainQueue),
+                                         DeliveryCase("OwnQueue", Way::ownQueue)),
                          [](const auto& info) { return info.param.name; });
 
 TEST(ObserversLifetimeTest, QueuedNotificationsOfAListThatIsGoneAreDropped) {

@@ -74,10 +74,10 @@ TEST_P(PostAfterWeakTest, RunsOnceTheQueuesClockReachesTheDelay) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Delays, PostAfterWeakTest,
-                         testing::Values(AfterCase{"BeforeTheDelay", 1.99, false, false, 0},
-                                         AfterCase{"AtTheDelay", 2.0, false, false, 1},
-                                         AfterCase{"Cancelled", 3.0, true, false, 0},
-                                         AfterCase{"OwnerGone", 3.0, false, true, 0}),
+                         testing::Values(AfterCase("BeforeTheDelay", 1.99, false, false, 0),
+                                         AfterCase("AtTheDelay", 2.0, false, false, 1),
+                                         AfterCase("Cancelled", 3.0, true, false, 0),
+                                         AfterCase("OwnerGone", 3.0, false, true, 0)),
                          [](const auto& info) { return info.param.name; });
 
 }  // namespace

@@ -26,12 +26,16 @@ TEST(QueueTest, DrivenQueueRunsTasksInPostingOrderOnlyWhenDrained) {
   EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4}));
 }
 
+// A cancelled timer never runs, even when it is already due.
 TEST(QueueTest, DelayedTasksWaitForTheClockAndRunByDeadlineThenPostingOrder) {
   test::ManualMain env;
   std::vector<std::string> order;
   env.main().postAfter(3.0, [&] { order.push_back("b@3"); });
   env.main().postAfter(1.0, [&] { order.push_back("a@1"); });
   env.main().postAfter(3.0, [&] { order.push_back("c@3"); });
+  auto early = env.main().postAfter(0.5, [&] { order.push_back("cancelled"); });
+  auto due = env.main().postAfter(2.0, [&] { order.push_back("cancelled when due"); });
+  early.cancel();
   env.drain();
   EXPECT_TRUE(order.empty());
   env.clock().advance(0.999);
@@ -41,20 +45,9 @@ TEST(QueueTest, DelayedTasksWaitForTheClockAndRunByDeadlineThenPostingOrder) {
   env.drain();
   EXPECT_EQ(order, (std::vector<std::string>{"a@1"}));
   env.clock().advance(5.0);
+  due.cancel();
   env.drain();
   EXPECT_EQ(order, (std::vector<std::string>{"a@1", "b@3", "c@3"}));
-}
-
-TEST(QueueTest, CancelledTimerNeverRunsEvenWhenAlreadyDue) {
-  test::ManualMain env;
-  int ran = 0;
-  auto early = env.main().postAfter(1.0, [&] { ++ran; });
-  auto due = env.main().postAfter(2.0, [&] { ++ran; });
-  early.cancel();
-  env.clock().advance(2.0);
-  due.cancel();  // due but not yet run
-  env.drain();
-  EXPECT_EQ(ran, 0);
   EXPECT_TRUE(due.isCancelled());
   EXPECT_LT(env.main().nextDeadline(), 0);
 }
@@ -73,33 +66,28 @@ TEST(QueueTest, RunSyncRunsInlineOnItsOwnQueueAndIsCurrentFollowsTheQueue) {
   EXPECT_TRUE(inner);
 }
 
-TEST(QueueTest, StoppedQueueDropsWhatIsQueuedAndRefusesMore) {
+// A stopped queue drops what is queued and refuses more; runSync returns
+// when the queue is stopped before or while it waits.
+TEST(QueueTest, StoppedQueueDropsEverythingAndReleasesRunSync) {
   auto q = Queue::createDriven("q");
   int ran = 0;
   q->post([&] { ++ran; });
   q->postAfter(0, [&] { ++ran; });
   q->stop();
   q->post([&] { ++ran; });
+  q->runSync([&] { ++ran; });  // would wait forever
   EXPECT_EQ(q->runPending(), 0u);
   EXPECT_EQ(ran, 0);
-}
-
-TEST(QueueTest, RunSyncReturnsWhenTheQueueIsStoppedBeforeOrWhileItWaits) {
-  auto stopped = Queue::create("stopped");
-  stopped->stop();
-  bool ran = false;
-  stopped->runSync([&] { ran = true; });  // would wait forever
-  EXPECT_FALSE(ran);
 
   // A call already waiting behind a busy task ends when the stop drops it.
   auto busy = Queue::create("busy");
   Semaphore release(0);
   busy->post([&] { release.wait(); });
-  std::thread waiter([&] { busy->runSync([&] { ran = true; }); });
+  std::thread waiter([&] { busy->runSync([&] { ++ran; }); });
   busy->stop();
   release.signal();
   waiter.join();
-  EXPECT_FALSE(ran);
+  EXPECT_EQ(ran, 0);
 }
 
 // A main-queue operation called from another thread stops the test build.

@@ -70,17 +70,10 @@ TEST_P(SyntheticToneTest, ToneIsContinuousAcrossBlocks) {
   }
 }
 
-TEST_P(SyntheticToneTest, SameFormatGivesSameBytes) {
-  const auto& c = GetParam();
-  SyntheticTone a(c.rate, c.channels);
-  SyntheticTone b(c.rate, c.channels);
-  for (int i = 0; i < 20; ++i) ASSERT_EQ(a.nextBlock(), b.nextBlock());
-}
-
 INSTANTIATE_TEST_SUITE_P(Formats, SyntheticToneTest,
-                         testing::Values(ToneCase{"Mono48k", 48000, 1},
-                                         ToneCase{"Stereo44k1", 44100, 2},
-                                         ToneCase{"Mono16k", 16000, 1}),
+                         testing::Values(ToneCase("Mono48k", 48000, 1),
+                                         ToneCase("Stereo44k1", 44100, 2),
+                                         ToneCase("Mono16k", 16000, 1)),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // The real-time input: blocks in order on a thread of its own until stopped;

@@ -67,25 +67,24 @@ TEST(UserDefaultsTest, SynchronizedValuesSurviveARestartButDefaultsAreNotWritten
   EXPECT_FALSE(std::filesystem::exists(dir.path() / "oxelo" / "settings.json.tmp"));
 }
 
-TEST(UserDefaultsTest, CorruptFileIsKeptAsideAndTheStoreStartsFromDefaults) {
+// Text that is not JSON, or JSON that is not an object.
+class CorruptSettingsTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(CorruptSettingsTest, IsKeptAsideAndTheStoreStartsFromDefaults) {
   test::TempDir dir;
-  {
-    std::ofstream out(dir.path() / "settings.json");
-    out << "{\"videoSize\": 3, broken";
-  }
+  std::ofstream(dir.path() / "settings.json") << GetParam();
   test::LogCapture log;
   UserDefaults d(dir.path());
   d.registerDefaults({{"videoSize", 4}});
   EXPECT_EQ(d.integerForKey("videoSize"), 4);
   EXPECT_TRUE(log.contains("cannot be parsed"));
+  EXPECT_FALSE(std::filesystem::exists(dir.path() / "settings.json"));
   int aside = 0;
   for (auto& e : std::filesystem::directory_iterator(dir.path())) {
-    if (e.path().filename().string().starts_with("settings.json.corrupt-")) {
-      ++aside;
-      std::ifstream in(e.path());
-      std::string text((std::istreambuf_iterator<char>(in)), {});
-      EXPECT_EQ(text, "{\"videoSize\": 3, broken");
-    }
+    ASSERT_TRUE(e.path().filename().string().starts_with("settings.json.corrupt-")) << e.path();
+    ++aside;
+    std::ifstream in(e.path());
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), GetParam());
   }
   EXPECT_EQ(aside, 1);
   // The next synchronize writes a fresh file and leaves the kept copy alone.
@@ -94,17 +93,8 @@ TEST(UserDefaultsTest, CorruptFileIsKeptAsideAndTheStoreStartsFromDefaults) {
   EXPECT_EQ(UserDefaults(dir.path()).integerForKey("videoSize"), 5);
 }
 
-TEST(UserDefaultsTest, ADocumentThatIsNotAnObjectCountsAsCorrupt) {
-  test::TempDir dir;
-  {
-    std::ofstream out(dir.path() / "settings.json");
-    out << "[1,2,3]";
-  }
-  test::LogCapture log;
-  UserDefaults d(dir.path());
-  EXPECT_EQ(d.integerForKey("videoSize"), 0);
-  EXPECT_FALSE(std::filesystem::exists(dir.path() / "settings.json"));
-}
+INSTANTIATE_TEST_SUITE_P(Documents, CorruptSettingsTest,
+                         testing::Values("{\"videoSize\": 3, broken", "[1,2,3]"));
 
 TEST(UserDefaultsTest, UnwritableLocationFailsWithALogLineAndKeepsMemory) {
   test::TempDir dir;

@@ -38,36 +38,18 @@ TEST(V4l2EnumerationTest, EnumeratesTheMachinesCameras) {
   EXPECT_EQ(system != nullptr, !found.devices.empty()) << error;
 }
 
-TEST(V4l2EnumerationTest, ADirectoryWithoutNodesFindsNothing) {
-  test::TempDir dir;
-  auto found = enumerateV4l2Cameras(dir.path());
-  EXPECT_TRUE(found.devices.empty());
-  EXPECT_TRUE(found.problems.empty());
-}
-
-TEST(V4l2EnumerationTest, NodesThatCannotBeUsedAreReportedWithTheirError) {
-  auto missing = enumerateV4l2Camera("/dev/oxelo-no-such-camera");
-  EXPECT_TRUE(missing.devices.empty());
-  ASSERT_EQ(missing.problems.size(), 1u);
-  EXPECT_EQ(missing.problems[0].location, "/dev/oxelo-no-such-camera");
-  EXPECT_EQ(missing.problems[0].error, "No such file or directory");
-
-  auto notVideo = enumerateV4l2Camera("/dev/null");
-  ASSERT_EQ(notVideo.problems.size(), 1u);
-  EXPECT_EQ(notVideo.problems[0].error.rfind("not a V4L2 device", 0), 0u)
-      << notVideo.problems[0].error;
-}
-
 TEST(V4l2EnumerationTest, ListsOnlyNumberedVideoNodesInNumberOrder) {
   test::TempDir dir;
-  for (const char* name : {"video10", "video2", "video", "videox", "media0", "video0"}) {
+  for (const char* name : {"video10", "video2", "video", "videox", "media0", "video0"})
     std::ofstream(dir.path() / name) << "";
-  }
-  auto nodes = listVideoNodes(dir.path());
-  ASSERT_EQ(nodes.size(), 3u);
-  EXPECT_EQ(nodes[0], (dir.path() / "video0").string());
-  EXPECT_EQ(nodes[1], (dir.path() / "video2").string());
-  EXPECT_EQ(nodes[2], (dir.path() / "video10").string());
+  auto node = [&](const char* name) { return (dir.path() / name).string(); };
+  EXPECT_EQ(listVideoNodes(dir.path()),
+            (std::vector<std::string>{node("video0"), node("video2"), node("video10")}));
+  // A folder without nodes finds nothing, and no problem either.
+  std::filesystem::create_directory(dir.path() / "empty");
+  auto found = enumerateV4l2Cameras(dir.path() / "empty");
+  EXPECT_TRUE(found.devices.empty());
+  EXPECT_TRUE(found.problems.empty());
 }
 
 }  // namespace

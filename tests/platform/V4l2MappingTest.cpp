@@ -122,7 +122,7 @@ TEST(V4l2MappingTest, ACameraOfOnlyOtherFormatsHasNoFormats) {
   EXPECT_TRUE(mapV4l2Formats(info).empty());
 }
 
-TEST(V4l2MappingTest, ControlsBecomeCapabilities) {
+TEST(V4l2MappingTest, WritableControlsBecomeCapabilities) {
   auto c = mapV4l2Capabilities(webcam());
   EXPECT_EQ(c.focusModes, 0b101u);         // locked, continuous
   EXPECT_EQ(c.exposureModes, 0b1101u);     // locked, continuous, custom
@@ -139,21 +139,17 @@ TEST(V4l2MappingTest, ControlsBecomeCapabilities) {
   EXPECT_FALSE(c.exposurePointOfInterest);
   EXPECT_FALSE(c.smoothAutoFocus);
 
-  V4l2DeviceInfo bare;
-  auto none = mapV4l2Capabilities(bare);
-  EXPECT_EQ(none.focusModes, 0b1u);
-  EXPECT_EQ(none.exposureModes, 0b1u);
-  EXPECT_FALSE(none.lockingWhiteBalanceWithCustomDeviceGains);
-  EXPECT_FALSE(none.torch);
-}
-
-TEST(V4l2MappingTest, ReadOnlyControlsOfferNoFeature) {
-  auto info = webcam();
-  for (auto& c : info.controls) c.flags |= V4L2_CTRL_FLAG_READ_ONLY;
-  auto c = mapV4l2Capabilities(info);
-  EXPECT_EQ(c.focusModes, 0b1u);
-  EXPECT_FALSE(c.lockingFocusWithCustomLensPosition);
-  EXPECT_FALSE(c.torch);
+  // No controls, or only read-only ones: nothing to lock or light.
+  auto readOnly = webcam();
+  for (auto& control : readOnly.controls) control.flags |= V4L2_CTRL_FLAG_READ_ONLY;
+  for (const auto& info : {V4l2DeviceInfo{}, readOnly}) {
+    auto none = mapV4l2Capabilities(info);
+    EXPECT_EQ(none.focusModes, 0b1u);
+    EXPECT_EQ(none.exposureModes, 0b1u);
+    EXPECT_FALSE(none.lockingFocusWithCustomLensPosition);
+    EXPECT_FALSE(none.lockingWhiteBalanceWithCustomDeviceGains);
+    EXPECT_FALSE(none.torch);
+  }
 }
 
 TEST(V4l2MappingTest, DescriptionTakesCardBusAndPosition) {
@@ -225,11 +221,11 @@ constexpr auto kFront = AVCaptureDevicePositionFront;
 
 INSTANTIATE_TEST_SUITE_P(
     Cameras, V4l2PositionTest,
-    testing::Values(PositionCase{"OneUnknownIsTheBack", {kNone}, {kBack}},
-                    PositionCase{"TwoUnknown", {kNone, kNone}, {kBack, kFront}},
-                    PositionCase{"AReportedBackComesFirst", {kNone, kBack}, {kFront, kBack}},
-                    PositionCase{"AReportedFrontLeavesTheBack", {kFront, kNone}, {kFront, kBack}},
-                    PositionCase{"ThreeUnknown", {kNone, kNone, kNone}, {kBack, kFront, kFront}}),
+    testing::Values(PositionCase("OneUnknownIsTheBack", {kNone}, {kBack}),
+                    PositionCase("TwoUnknown", {kNone, kNone}, {kBack, kFront}),
+                    PositionCase("AReportedBackComesFirst", {kNone, kBack}, {kFront, kBack}),
+                    PositionCase("AReportedFrontLeavesTheBack", {kFront, kNone}, {kFront, kBack}),
+                    PositionCase("ThreeUnknown", {kNone, kNone, kNone}, {kBack, kFront, kFront})),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
