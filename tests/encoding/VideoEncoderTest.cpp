@@ -2,10 +2,10 @@
 // background) against a codec session that does what it is told.
 #include <gtest/gtest.h>
 
-#include "tests/support/FakeLifecycle.h"
 #include "encoding/LFHardwareVideoEncoder.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "tests/encoding/EncodingTestSupport.h"
+#include "tests/support/FakeLifecycle.h"
 
 namespace oxelo {
 namespace {
