@@ -69,10 +69,8 @@ TEST_P(HelloTest, BothHelloFormsGoOutLongFirstThenTheHostIsRead) {
   }
   EXPECT_TRUE(flow_->hostConnected());
   ASSERT_EQ(carrier->sent.size(), 2u);
-  const Bytes helloLong = {0x88, 0, 0, 0, 0x10, 0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0};
-  const Bytes helloShort = {0x88, 0x10, 0x20, 0x00};
-  EXPECT_EQ(*carrier->sent[0].bytes, helloLong);
-  EXPECT_EQ(*carrier->sent[1].bytes, helloShort);
+  EXPECT_EQ(*carrier->sent[0].bytes, hs::helloLong());  // their bytes: HandshakePacketsTest
+  EXPECT_EQ(*carrier->sent[1].bytes, hs::helloShort());
   for (const auto& record : carrier->sent) {
     EXPECT_EQ(record.tag, 8810);
     EXPECT_EQ(record.timeout, 5.0);    // what a TCP write waits
@@ -108,10 +106,7 @@ TEST_F(HandshakeTest, HostInfoSettingsAndStartInOneBlockAreWorkedOffInOrderThenH
   EXPECT_EQ(defaults_->integerForKey(keys::lastHostPort), 5898);
   // The settings in force went back before the hand-over, on the same carrier.
   ASSERT_EQ(carrier->sentTags(), (std::vector<int64_t>{8810, 8810, 8813}));
-  const Bytes answer = {0x88, 0, 0, 0, 0x13, 0, 0, 0, 0x80, 2, 0, 0, 0xe0, 1, 0, 0,
-                        24,   0, 0, 0, 1,    0, 0, 0, 2,    0, 0, 0, 1,    0, 0, 0,
-                        2,    0, 0, 0, 0,    0, 0, 0, 0,    0, 0, 0, 0,    0, 0, 0};
-  EXPECT_EQ(*carrier->sent[2].bytes, answer);
+  EXPECT_EQ(*carrier->sent[2].bytes, hs::settingsAnswer({640, 480, 24, 1, 2, 1, 2}));
 }
 
 TEST_F(HandshakeTest, APacketSplitAcrossTwoReadsIsCompletedByTheSecond) {
