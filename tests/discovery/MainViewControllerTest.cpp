@@ -23,9 +23,7 @@ class FlowTest : public test::FlowFixture {
   size_t attempts() const { return connections_.attempts.size(); }
 };
 
-TEST_F(FlowTest, StartValuesAndNoSearchWithoutWiFiOrCable) {
-  EXPECT_TRUE(flow_->autoStart());
-  EXPECT_FALSE(flow_->usbPlugged());
+TEST_F(FlowTest, NoSearchWithoutWiFiOrCable) {
   flow_->discover();
   EXPECT_FALSE(flow_->hostDiscovering());
   EXPECT_EQ(screen_->discoverStates, (std::vector<bool>{false}));
