@@ -98,17 +98,17 @@ class FakeMainScreen : public MainScreen {
  public:
   void update_ui_for_discover(bool discovering) override { discoverStates.push_back(discovering); }
   void update_ui_for_discovered() override { ++discoveredCount; }
-  void showInfo(const std::string& text) override { infos.push_back(text); }
+  void showInfo(const std::string&) override {}
   void showError(const std::string& text) override { errors.push_back(text); }
   void hudShowWithTitleAndIcon(const std::string& title, const std::string&) override {
     huds.push_back(title);
   }
-  void hudHide(double) override { ++hudHides; }
+  void hudHide(double) override {}
   void chooseHost(const std::vector<HostRecord>& hosts,
                   std::function<void(std::optional<size_t>)> choice) override {
     choices.emplace_back(hosts, std::move(choice));
   }
-  bool isViewInWindow() const override { return inWindow; }
+  bool isViewInWindow() const override { return true; }
 
   int discoverTrueCount() const {
     int n = 0;
@@ -116,11 +116,9 @@ class FakeMainScreen : public MainScreen {
     return n;
   }
 
-  bool inWindow = true;
   std::vector<bool> discoverStates;
   int discoveredCount = 0;
-  std::vector<std::string> infos, errors, huds;
-  int hudHides = 0;
+  std::vector<std::string> errors, huds;
   std::vector<std::pair<std::vector<HostRecord>, std::function<void(std::optional<size_t>)>>>
       choices;
 };
