@@ -55,18 +55,6 @@ TEST_F(FlowTest, BurstOfHostsEndsInOneSettleHalfASecondAfterTheLast) {
   EXPECT_EQ(screen_->choices.size(), 1u);  // two unknown hosts: the user chooses
 }
 
-TEST_F(FlowTest, TwoHostsOneOfThemTheLastHostIsConnectedWithoutAQuestion) {
-  defaults_->setString(keys::lastHostIP, "127.0.0.1");
-  defaults_->setString(keys::lastHostName, "Desk");
-  flow_->on_host_detected(host("Other", "127.0.0.2", 1));
-  flow_->on_host_detected(host("Desk", "127.0.0.1", 5899));
-  env_.advance(0.6);
-  EXPECT_TRUE(screen_->choices.empty());
-  EXPECT_EQ(flow_->hostName(), "Desk");
-  ASSERT_EQ(attempts(), 1u);
-  EXPECT_EQ(connections_.attempts[0].port, 5899);
-}
-
 TEST_F(FlowTest, LastHostMatchTakesTheNameWithItsCase) {
   defaults_->setString(keys::lastHostIP, "127.0.0.1");
   defaults_->setString(keys::lastHostName, "desk");
