@@ -49,6 +49,7 @@ INSTANTIATE_TEST_SUITE_P(
         RateCase{"Preset8Quality1", 8, 1, 25, 0, 10368000},  // beyond 2560: a quarter
         RateCase{"Preset7At30", 7, 2, 30, 0, 14745600},      // 12288000 x 30 / 25
         RateCase{"Preset6HevcAt30", 6, 1, 30, 1, 3732480},   // 5184000 x 0.6 x 30 / 25
+        RateCase{"Preset4HevcAt25", 4, 1, 25, 1, 2764800},   // 4608000 x 0.6
         RateCase{"Preset1At60", 1, 1, 60, 0, 3686400},       // 1536000 x 60 / 25
         RateCase{"Preset0At15", 0, 0, 15, 0, 276480},        // 460800 x 15 / 25
         RateCase{"EncoderTwoIsNotHevc", 4, 1, 25, 2, 4608000},
