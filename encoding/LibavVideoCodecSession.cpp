@@ -212,6 +212,8 @@ bool LibavVideoCodecSession::openEncoder(const std::string& name) {
     closeEncoder();
     return false;
   }
+  keyFrameInterval_ = context_->gop_size;
+  framesSinceKeyFrame_ = keyFrameInterval_;  // the first picture is a key frame
   converter_ = std::make_unique<BgraConverter>(settings_.width, settings_.height, softwareFormat_,
                                                settings_.colour.effectiveConversionMatrix());
   frame_ = av_frame_alloc();
@@ -242,6 +244,7 @@ void LibavVideoCodecSession::closeEncoder() {
 
 void LibavVideoCodecSession::reopen() {
   reopenPending_ = false;
+  ratePending_ = false;
   if (context_ && inFlight_ > 0) {
     avcodec_send_frame(context_, nullptr);
     receivePackets();
@@ -257,7 +260,10 @@ void LibavVideoCodecSession::reopen() {
 
 bool LibavVideoCodecSession::encodeFrame(const PixelBuffer& picture, int64_t presentationFrames,
                                          bool forceKeyFrame, uint64_t userValue) {
-  if (reopenPending_) reopen();
+  // Where the codec puts a key frame anyway: forced, or at its own interval.
+  const bool keyFrameDue =
+      forceKeyFrame || (keyFrameInterval_ > 0 && framesSinceKeyFrame_ >= keyFrameInterval_);
+  if (reopenPending_ || (ratePending_ && keyFrameDue)) reopen();
   if (!context_) return false;
   if (av_frame_make_writable(frame_) < 0 || !converter_->convert(picture, frame_)) return false;
   AVFrame* sent = frame_;
@@ -285,6 +291,7 @@ bool LibavVideoCodecSession::encodeFrame(const PixelBuffer& picture, int64_t pre
     return false;
   }
   ++inFlight_;
+  framesSinceKeyFrame_ = keyFrameDue ? 1 : framesSinceKeyFrame_ + 1;
   receivePackets();
   return true;
 }
@@ -347,7 +354,8 @@ void LibavVideoCodecSession::setBitRate(int64_t averageBitRate, int64_t dataRate
     applyRate(context_, name_);  // libx264 reconfigures itself with the next picture
     return;
   }
-  reopenPending_ = true;
+  // Opening again makes a key frame: wait for one that is due anyway.
+  ratePending_ = true;
 }
 
 RateControl LibavVideoCodecSession::rateControl() const {

@@ -39,8 +39,9 @@ namespace oxelo {
 // the credit of the old buffer is spent (a few seconds at most). The other
 // encoders get the average as their target and the limit as peak rate and
 // buffer; they cannot change their rate while open, so they are closed and
-// opened again with the new rate before the next picture, which then is a
-// key frame.
+// opened again with the new rate, and as that makes a key frame, it waits
+// for the next picture that is a key frame anyway (forced, or at the
+// interval): no key frame is added, and the old rate holds until then.
 //
 // Not thread-safe: LFHardwareVideoEncoder serialises every call. The codec
 // works synchronously on the caller's thread, and the output function runs
@@ -92,6 +93,9 @@ class LibavVideoCodecSession final : public VideoCodecSession {
   std::map<int64_t, uint64_t> userValues_;  // by presentation time, until the picture is out
   int64_t inFlight_ = 0;                    // pictures taken and not yet out
   bool reopenPending_ = false;
+  bool ratePending_ = false;         // a new rate waits for the next key frame
+  int64_t keyFrameInterval_ = 0;     // the codec's own, in pictures
+  int64_t framesSinceKeyFrame_ = 0;  // pictures taken since the last key frame, it included
 };
 
 }  // namespace oxelo

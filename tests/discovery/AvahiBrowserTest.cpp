@@ -316,15 +316,13 @@ TEST_P(AvahiErrorCodeTest, MapsToTheNetServicesCode) {
 
 INSTANTIATE_TEST_SUITE_P(
     Codes, AvahiErrorCodeTest,
-    testing::Values(CodeCase{"NoDaemonEndsRetries", AVAHI_ERR_NO_DAEMON, -72003},
-                    CodeCase{"DisconnectedEndsRetries", AVAHI_ERR_DISCONNECTED, -72003},
-                    CodeCase{"BadStateEndsRetries", AVAHI_ERR_BAD_STATE, -72003},
-                    CodeCase{"Timeout", AVAHI_ERR_TIMEOUT, -72007},
+    // No daemon, a lost connection and a time-out are reported by the browser
+    // and resolve tests above; these are the codes only this table reaches.
+    testing::Values(CodeCase{"BadStateEndsRetries", AVAHI_ERR_BAD_STATE, -72003},
                     CodeCase{"NotFound", AVAHI_ERR_NOT_FOUND, -72002},
                     CodeCase{"Collision", AVAHI_ERR_COLLISION, -72001},
                     CodeCase{"InvalidServiceType", AVAHI_ERR_INVALID_SERVICE_TYPE, -72004},
-                    CodeCase{"DBusErrorKeepsRetrying", AVAHI_ERR_DBUS_ERROR, -72000},
-                    CodeCase{"GenericFailure", AVAHI_ERR_FAILURE, -72000}),
+                    CodeCase{"DBusErrorKeepsRetrying", AVAHI_ERR_DBUS_ERROR, -72000}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // The real client library with no daemon to reach: the system bus is pointed

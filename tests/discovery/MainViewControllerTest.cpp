@@ -23,9 +23,7 @@ class FlowTest : public test::FlowFixture {
   size_t attempts() const { return connections_.attempts.size(); }
 };
 
-TEST_F(FlowTest, StartValuesAndNoSearchWithoutWiFiOrCable) {
-  EXPECT_TRUE(flow_->autoStart());
-  EXPECT_FALSE(flow_->usbPlugged());
+TEST_F(FlowTest, NoSearchWithoutWiFiOrCable) {
   flow_->discover();
   EXPECT_FALSE(flow_->hostDiscovering());
   EXPECT_EQ(screen_->discoverStates, (std::vector<bool>{false}));
@@ -55,18 +53,6 @@ TEST_F(FlowTest, BurstOfHostsEndsInOneSettleHalfASecondAfterTheLast) {
   env_.advance(0.15);
   EXPECT_EQ(screen_->discoveredCount, 1);
   EXPECT_EQ(screen_->choices.size(), 1u);  // two unknown hosts: the user chooses
-}
-
-TEST_F(FlowTest, TwoHostsOneOfThemTheLastHostIsConnectedWithoutAQuestion) {
-  defaults_->setString(keys::lastHostIP, "127.0.0.1");
-  defaults_->setString(keys::lastHostName, "Desk");
-  flow_->on_host_detected(host("Other", "127.0.0.2", 1));
-  flow_->on_host_detected(host("Desk", "127.0.0.1", 5899));
-  env_.advance(0.6);
-  EXPECT_TRUE(screen_->choices.empty());
-  EXPECT_EQ(flow_->hostName(), "Desk");
-  ASSERT_EQ(attempts(), 1u);
-  EXPECT_EQ(connections_.attempts[0].port, 5899);
 }
 
 TEST_F(FlowTest, LastHostMatchTakesTheNameWithItsCase) {

@@ -2,6 +2,7 @@
 
 #include "discovery/AvahiErrors.h"
 #include "discovery/MainViewController.h"
+#include "platform/defaults/SettingsKeys.h"
 #include "tests/discovery/support/FlowFixture.h"
 
 namespace oxelo {
@@ -28,17 +29,12 @@ class ServiceDiscoveryTest : public test::FlowFixture {
   }
 };
 
-TEST_F(ServiceDiscoveryTest, SearchesForTheOxeloTypeInLocal) {
-  ASSERT_EQ(browsers_->made.size(), 1u);
-  EXPECT_EQ(browser()->searches,
-            (std::vector<std::pair<std::string, std::string>>{{"_tarnvik_oxelo._tcp.", "local."}}));
-}
-
-TEST_F(ServiceDiscoveryTest, OneBrowserServesEverySearchUntilTheBackground) {
+TEST_F(ServiceDiscoveryTest, OneBrowserSearchesTheOxeloTypeInLocalUntilTheBackground) {
   flow_->net_discover();
   ASSERT_EQ(browsers_->made.size(), 1u);
   EXPECT_EQ(browser()->stops, 1);  // stopped, then searching again
-  EXPECT_EQ(browser()->searches.size(), 2u);
+  EXPECT_EQ(browser()->searches, (std::vector<std::pair<std::string, std::string>>(
+                                     2, {"_tarnvik_oxelo._tcp.", "local."})));
   lifecycle_->sendEvent(LifecycleEvent::didEnterBackground);
   env_.drain();
   EXPECT_EQ(browser()->stops, 2);
@@ -151,6 +147,60 @@ TEST_F(ServiceDiscoveryTest, NewSearchStopsTheServicesOfTheLastOne) {
   service->failResolve(kNetServicesTimeoutError);  // too late: no longer its delegate
   EXPECT_EQ(service->resolves.size(), 1u);
 }
+
+// Five seconds after each net search (the one of SetUp at 0 s), the flow
+// tries the last host, provided that no host was detected, the search still
+// runs and no TCP connection is being made.
+struct LastHostCase {
+  const char* name;
+  double actAt;  // seconds after the search
+  std::function<void(MainViewController&)> act;
+  std::optional<double> attemptAt;
+};
+class LastHostAttemptTest : public ServiceDiscoveryTest,
+                            public testing::WithParamInterface<LastHostCase> {};
+
+TEST_P(LastHostAttemptTest, FiveSecondsAfterTheLastSearchUnderItsThreeConditions) {
+  defaults_->setString(keys::lastHostIP, "127.0.0.9");
+  defaults_->setString(keys::lastHostName, "Desk");
+  defaults_->setInteger(keys::lastHostPort, 5897);
+  auto atLastHost = [&] {
+    size_t n = 0;
+    for (const auto& a : connections_.attempts) n += a.host == "127.0.0.9" && a.port == 5897;
+    return n;
+  };
+  const auto& c = GetParam();
+  env_.advance(c.actAt);
+  c.act(*flow_);
+  const double due = c.attemptAt.value_or(10.0);
+  env_.advance(due - c.actAt - 0.1);
+  EXPECT_EQ(atLastHost(), 0u) << "before " << due << " s";
+  env_.advance(0.2);
+  EXPECT_EQ(atLastHost(), c.attemptAt ? 1u : 0u) << "at " << due << " s";
+  env_.advance(10.0);
+  EXPECT_EQ(atLastHost(), c.attemptAt ? 1u : 0u) << "once";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Conditions, LastHostAttemptTest,
+    testing::Values(LastHostCase{"NothingFound", 1, [](MainViewController&) {}, 5.0},
+                    LastHostCase{"EachSearchReschedules", 3,
+                                 [](MainViewController& f) { f.net_discover(); }, 8.0},
+                    LastHostCase{"HostDetected", 1,
+                                 [](MainViewController& f) {
+                                   f.handshakeDidReceiveHostInfo(nullptr, 5899, "Desk");
+                                 },
+                                 std::nullopt},
+                    LastHostCase{"SearchStopped", 1,
+                                 [](MainViewController& f) { f.stop_discover(false); },
+                                 std::nullopt},
+                    LastHostCase{"ConnectionUnderWay", 1,
+                                 [](MainViewController& f) {
+                                   f.set_current_host(HostRecord{"Other", "127.0.0.3", 5899, true});
+                                   f.connectToHost();
+                                 },
+                                 std::nullopt}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace oxelo

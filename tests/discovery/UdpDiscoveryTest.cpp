@@ -9,7 +9,7 @@
 
 #include "discovery/MainViewController.h"
 #include "tests/discovery/support/FlowFixture.h"
-#include "tools/host/ProbeAnswerer.h"
+#include "tests/support/SocketTestSupport.h"
 
 namespace oxelo {
 namespace {
@@ -103,12 +103,11 @@ class ProbeReceivers {
 // the manual clock; the sockets' events are pumped in real time.
 class UdpDiscoveryTest : public test::FlowFixture {
  protected:
-  void start(std::string subnet, bool autoConnect = true, uint16_t probeFirstPort = 0) {
+  void start(std::string subnet, bool autoConnect = true) {
     startFlow(autoConnect, [&](MainViewController::Services& s) {
       s.reachability = std::make_shared<FakeReachability>(NetworkStatus::reachableViaWiFi);
-      s.connector = nullptr;  // real TCP connections to the answering host
       s.probes.udpPort = udpPort_;
-      s.probes.probeFirstPort = probeFirstPort ? probeFirstPort : receivers_.firstPort();
+      s.probes.probeFirstPort = receivers_.firstPort();
       s.probes.subnetBroadcast = [subnet] { return subnet; };
     });
     flow_->discover();
@@ -117,14 +116,14 @@ class UdpDiscoveryTest : public test::FlowFixture {
   // passed), then a little longer to see that no more follow.
   int probesAfterPumping(int count, double seconds = 5.0) {
     test::pumpUntil(
-        env_,
+        env_.main(),
         [&] {
           receivers_.collect();
           return receivers_.total() >= count;
         },
         seconds);
     test::pumpUntil(
-        env_, [] { return false; }, 0.1);
+        env_.main(), [] { return false; }, 0.1);
     receivers_.collect();
     return receivers_.total();
   }
@@ -183,7 +182,7 @@ TEST_F(UdpDiscoveryTest, PortTakenEndsTheTickThenTheUnboundSocketIsDroppedAndBou
   // The next tick goes on with the socket as it stands: it cannot receive,
   // so it is closed and dropped.
   env_.advance(5.0);
-  test::pumpUntil(env_, [&] { return log_.contains("Error UDP beginReceiving: "); });
+  test::pumpUntil(env_.main(), [&] { return log_.contains("Error UDP beginReceiving: "); });
   EXPECT_EQ(log_.count("Error UDP beginReceiving: "), 1u);
   EXPECT_FALSE(log_.contains("MAIN - UDP listening on"));
   ::close(taken);
@@ -196,51 +195,19 @@ TEST_F(UdpDiscoveryTest, PortTakenEndsTheTickThenTheUnboundSocketIsDroppedAndBou
   EXPECT_EQ(log_.count("Error binding UDP port: "), 1u);
 }
 
-// The reference host's answerer on the probe ports: the flow finds it, keeps
-// it as one entry however often it answers, connects on its own, and drops it
-// when the host says goodbye.
-TEST_F(UdpDiscoveryTest, AnsweringHostIsFoundOnceConnectedAndDroppedOnItsGoodbye) {
-  test::LoopbackListener tcp;
-  host::ProbeAnswerer answerer(tcp.port(), "Desk");
-  uint16_t first = 0;
-  std::string error;
-  std::mt19937 random(std::random_device{}());
-  for (int attempt = 0; attempt < 50 && !first; ++attempt) {
-    const auto candidate = static_cast<uint16_t>(20000 + random() % 40000);
-    std::vector<uint16_t> ports;
-    for (uint16_t i = 0; i < 8; ++i) ports.push_back(candidate + i);
-    if (answerer.start(ports, error)) first = candidate;
-  }
-  ASSERT_NE(first, 0) << error;
-  start("", /*autoConnect=*/true, first);
-  const HostRecord desk{"Desk", "127.0.0.1", tcp.port(), true};
-  ASSERT_TRUE(test::pumpUntil(env_, [&] { return !flow_->arr_hosts().empty(); }));
-  EXPECT_EQ(flow_->arr_hosts(), std::vector<HostRecord>{desk});
-  EXPECT_EQ(answerer.phones(), std::vector<std::string>{"127.0.0.1:" + std::to_string(udpPort_)});
-  // Eight answers a tick, all of one host.
-  test::pumpUntil(env_, [&] { return log_.count("Host Desk already exists!") >= 7; });
-  env_.advance(5.0);
-  test::pumpUntil(env_, [&] { return log_.count("Host Desk already exists!") >= 15; });
-  EXPECT_EQ(log_.count("Host Desk already exists!"), 15u);
-  EXPECT_EQ(flow_->arr_hosts().size(), 1u);
-  EXPECT_TRUE(flow_->hasConnection());  // one host and autoConnect: connected by itself
-  EXPECT_EQ(flow_->hostPort(), tcp.port());
-
-  int searches = screen_->discoverTrueCount();
-  answerer.stop();  // the goodbye: "port:P;Desk;0"
-  ASSERT_TRUE(test::pumpUntil(env_, [&] { return flow_->arr_hosts().empty(); }));
-  EXPECT_EQ(screen_->discoverTrueCount(), searches + 1);  // an empty list searches again
-}
-
-TEST_F(UdpDiscoveryTest, PortFieldWithLettersGivesAHostConnectedOn5895) {
+TEST_F(UdpDiscoveryTest, AnswerWithLettersForPortGivesAHostOn5895UntilItsGoodbye) {
   ASSERT_TRUE(receivers_.ok());
   start("", /*autoConnect=*/false);
-  test::pumpUntil(env_, [&] { return log_.contains("MAIN - UDP listening on"); });
+  test::pumpUntil(env_.main(), [&] { return log_.contains("MAIN - UDP listening on"); });
   answer("port:5895");  // no name field: ignored
   answer("port:abc;Desk");
-  ASSERT_TRUE(test::pumpUntil(env_, [&] { return !flow_->arr_hosts().empty(); }));
+  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return !flow_->arr_hosts().empty(); }));
   EXPECT_EQ(flow_->arr_hosts(), (std::vector<HostRecord>{{"Desk", "127.0.0.1", 0, true}}));
   EXPECT_EQ(flow_->hostPort(), 5895);
+  const int searches = screen_->discoverTrueCount();
+  answer("port:abc;Desk;0");  // the goodbye
+  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return flow_->arr_hosts().empty(); }));
+  EXPECT_EQ(screen_->discoverTrueCount(), searches + 1);  // an empty list searches again
 }
 
 }  // namespace

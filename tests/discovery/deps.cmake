@@ -1,2 +1,1 @@
-# The UDP tests run the reference host's probe answerer against the flow.
-set(extra_libs oxelo_host_lib)
+set(extra_libs oxelo_socket_test_support)

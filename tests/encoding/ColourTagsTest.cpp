@@ -36,16 +36,5 @@ INSTANTIATE_TEST_SUITE_P(
         ColourCase{"UnknownText", "sRGB", false, {M::bt709, M::bt709, true}, M::bt709}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(ColourTagsNamesTest, NoneSetsNoProperty) {
-  const ColourTags none = colourTagsFor("None", false);
-  EXPECT_FALSE(none.anySet());
-  EXPECT_STREQ(matrixName(none.matrixTag), "(null)");
-  EXPECT_STREQ(primariesName(none), "(null)");
-  const ColourTags bt601 = colourTagsFor("BT.601", false);
-  EXPECT_STREQ(matrixName(bt601.matrixTag), "ITU_R_601_4");
-  EXPECT_STREQ(primariesName(bt601), "ITU_R_709_2");
-  EXPECT_STREQ(transferFunctionName(bt601), "ITU_R_709_2");
-}
-
 }  // namespace
 }  // namespace oxelo

@@ -25,9 +25,11 @@ struct CodecCase {
 
 class LibavVideoEncoderTest : public testing::TestWithParam<CodecCase> {
  protected:
-  std::shared_ptr<LFHardwareVideoEncoder> makeEncoder(uint64_t bitRate = 400000) {
+  std::shared_ptr<LFHardwareVideoEncoder> makeEncoder(uint64_t bitRate = 400000,
+                                                      uint64_t keyFrameInterval = 30) {
     defaults_->setInteger(keys::videoEncoder, GetParam().hevc ? 1 : 0);
     configuration_ = test::smallVideoConfiguration(kWidth, kHeight, 30, bitRate);
+    configuration_->setVideoMaxKeyframeInterval(keyFrameInterval);
     auto encoder = LFHardwareVideoEncoder::create(
         configuration_, LibavVideoCodecSession::factory({GetParam().encoder}), nullptr);
     encoder->setDelegate(recorder_);
@@ -48,78 +50,82 @@ class LibavVideoEncoderTest : public testing::TestWithParam<CodecCase> {
       std::make_shared<test::VideoFrameRecorder>();
 };
 
-TEST_P(LibavVideoEncoderTest, KeyFramesOnlyWhereForced) {
+// What the host receives: every picture, in order with its capture time,
+// key frames only where forced, bodies of length-prefixed units without the
+// parameter sets, which come apart and make the stream decode at its size.
+TEST_P(LibavVideoEncoderTest, StreamDecodesWithKeyFramesOnlyWhereForced) {
   auto encoder = makeEncoder();
   ASSERT_EQ(encoder->encoderName(), GetParam().encoder);
   encode(*encoder, 0, 61);
   encoder->stopEncoder();
   ASSERT_EQ(recorder_->frames.size(), 61u) << "no frame is held back or dropped";
-  std::vector<size_t> keys;
-  for (size_t i = 0; i < recorder_->frames.size(); ++i) {
-    EXPECT_EQ(recorder_->frames[i]->timestamp, 7000 + i * 33) << "in order, with capture time";
-    if (recorder_->frames[i]->isKeyFrame) keys.push_back(i + 1);
-  }
-  EXPECT_EQ(keys, (std::vector<size_t>{1, 31, 61}));
-}
-
-TEST_P(LibavVideoEncoderTest, ParameterSetsAreTakenOutAndShared) {
-  auto encoder = makeEncoder();
-  encode(*encoder, 0, 5);
-  ASSERT_EQ(recorder_->frames.size(), 5u);
-  for (const auto& frame : recorder_->frames) {
-    ASSERT_TRUE(hasBytes(frame->sps));
-    ASSERT_TRUE(hasBytes(frame->pps));
-    EXPECT_EQ(nalKind(GetParam().hevc ? VideoCodec::hevc : VideoCodec::h264, *frame->sps),
-              NalKind::sps);
-    EXPECT_EQ(nalKind(GetParam().hevc ? VideoCodec::hevc : VideoCodec::h264, *frame->pps),
-              NalKind::pps);
-    if (GetParam().hevc) {
-      ASSERT_TRUE(hasBytes(frame->vps));
-      EXPECT_EQ(nalKind(VideoCodec::hevc, *frame->vps), NalKind::vps);
-    } else {
-      EXPECT_FALSE(frame->vps) << "H.264 leaves vps empty";
-    }
-    EXPECT_EQ(frame->sps, recorder_->frames[0]->sps);
-  }
-}
-
-TEST_P(LibavVideoEncoderTest, BodiesAreLengthPrefixedUnitsWithoutParameterSets) {
-  auto encoder = makeEncoder();
-  encode(*encoder, 0, 35);
-  ASSERT_EQ(recorder_->frames.size(), 35u);
-  for (size_t i = 0; i < recorder_->frames.size(); ++i) {
-    auto units = test::lengthPrefixedUnits(recorder_->frames[i]->data);
-    ASSERT_TRUE(units.has_value()) << "frame " << i << ": lengths do not cover the body";
-    ASSERT_FALSE(units->empty());
-    for (const auto& unit : *units) {
-      EXPECT_FALSE(isParameterSet(unit)) << "frame " << i;
-      EXPECT_NE(unit.back(), 0) << "no trailing zero bytes of the start code";
-    }
-  }
-}
-
-TEST_P(LibavVideoEncoderTest, DecodesAtTheRightSize) {
-  auto encoder = makeEncoder();
-  encode(*encoder, 0, 40);
-  ASSERT_EQ(recorder_->frames.size(), 40u);
-  test::TestDecoder decoder(GetParam().hevc ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264);
+  const VideoCodec codec = GetParam().hevc ? VideoCodec::hevc : VideoCodec::h264;
   const auto& first = recorder_->frames[0];
+  ASSERT_TRUE(hasBytes(first->sps) && hasBytes(first->pps));
+  EXPECT_EQ(nalKind(codec, *first->sps), NalKind::sps);
+  EXPECT_EQ(nalKind(codec, *first->pps), NalKind::pps);
+  EXPECT_EQ(hasBytes(first->vps), GetParam().hevc);
+  if (first->vps) {
+    EXPECT_EQ(nalKind(codec, *first->vps), NalKind::vps);
+  }
+
+  test::TestDecoder decoder(GetParam().hevc ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264);
   std::vector<uint8_t> stream;
   if (first->vps) test::TestDecoder::appendAnnexB(stream, *first->vps);
   test::TestDecoder::appendAnnexB(stream, *first->sps);
   test::TestDecoder::appendAnnexB(stream, *first->pps);
+  std::vector<size_t> keys;
   std::vector<std::pair<int, int>> sizes;
-  for (const auto& frame : recorder_->frames) {
+  for (size_t i = 0; i < recorder_->frames.size(); ++i) {
+    const auto& frame = recorder_->frames[i];
+    EXPECT_EQ(frame->timestamp, 7000 + i * 33) << "in order, with capture time";
+    EXPECT_EQ(frame->sps, first->sps);
+    if (frame->isKeyFrame) keys.push_back(i + 1);
     auto units = test::lengthPrefixedUnits(frame->data);
-    ASSERT_TRUE(units);
-    for (const auto& unit : *units) test::TestDecoder::appendAnnexB(stream, unit);
+    ASSERT_TRUE(units && !units->empty()) << "frame " << i << ": lengths do not cover the body";
+    for (const auto& unit : *units) {
+      EXPECT_FALSE(isParameterSet(unit)) << "frame " << i;
+      EXPECT_NE(unit.back(), 0) << "no trailing zero bytes of the start code";
+      test::TestDecoder::appendAnnexB(stream, unit);
+    }
     auto out = decoder.decode(stream);
     sizes.insert(sizes.end(), out.begin(), out.end());
     stream.clear();
   }
+  EXPECT_EQ(keys, (std::vector<size_t>{1, 31, 61}));
   EXPECT_EQ(decoder.errors(), 0);
-  EXPECT_GE(sizes.size(), 39u) << "a decoder may hold one picture back";
+  EXPECT_GE(sizes.size(), 60u) << "a decoder may hold one picture back";
   for (const auto& size : sizes) EXPECT_EQ(size, std::make_pair(kWidth, kHeight));
+}
+
+// A rate change adds no key frame: libx264 takes it in place at once; an
+// encoder that must be opened again for it keeps the old rate until the
+// next scheduled key frame and opens again there.
+TEST_P(LibavVideoEncoderTest, RateChangeAddsNoKeyFrame) {
+  auto encoder = makeEncoder(400000, /*keyFrameInterval=*/10);
+  const bool inPlace = !GetParam().hevc;
+  encode(*encoder, 0, 14);
+  encoder->setVideoBitRate(800000);  // mid-interval: frames 11 to 20
+  const int64_t untilNextKey = inPlace ? 800000 : 400000;
+  for (int i = 14; i < 20; ++i) {
+    encode(*encoder, i, 1);
+    EXPECT_EQ(encoder->rateControl().averageBitRate, untilNextKey) << "frame " << i + 1;
+  }
+  encode(*encoder, 20, 1);
+  const RateControl now = encoder->rateControl();
+  EXPECT_EQ(now.averageBitRate, 800000) << "in force from frame 21";
+  if (inPlace) {  // drained at the average: any second holds at most 500000 bytes
+    EXPECT_EQ(now.maxBitRate, 800000);
+    EXPECT_EQ((now.bufferBits + now.maxBitRate) / 8, 500000);
+  }
+  encode(*encoder, 21, 14);
+  encoder->stopEncoder();
+  ASSERT_EQ(recorder_->frames.size(), 35u);
+  std::vector<size_t> keys;
+  for (size_t i = 0; i < recorder_->frames.size(); ++i)
+    if (recorder_->frames[i]->isKeyFrame) keys.push_back(i + 1);
+  EXPECT_EQ(keys, (std::vector<size_t>{1, 11, 21, 31}));
+  EXPECT_EQ(encoder->encoderName(), GetParam().encoder);
 }
 
 INSTANTIATE_TEST_SUITE_P(Codecs, LibavVideoEncoderTest,
@@ -146,15 +152,6 @@ TEST(LibavBitRateTest, ChangeReachesTheRunningEncoder) {
     return total;
   };
   encode(0, 30);
-  EXPECT_EQ(encoder->rateControl().averageBitRate, 1200000);
-
-  // 4608000 b/s: at most 2880000 bytes in any second.
-  encoder->setVideoBitRate(4608000);
-  const RateControl raised = encoder->rateControl();
-  EXPECT_EQ(raised.averageBitRate, 4608000);
-  EXPECT_EQ(raised.maxBitRate, 4608000);
-  EXPECT_EQ((raised.bufferBits + raised.maxBitRate * 1) / 8, 2880000);
-
   encoder->setVideoBitRate(200000);
   encode(30, 150);
   ASSERT_EQ(recorder->frames.size(), 150u);
@@ -164,7 +161,6 @@ TEST(LibavBitRateTest, ChangeReachesTheRunningEncoder) {
   const size_t fifth = bytesOf(120, 150);
   EXPECT_LT(fifth * 2, first) << "first second " << first << ", fifth " << fifth;
   EXPECT_LT(fifth * 8, 200000u * 3 / 2) << "fifth second " << fifth;
-  EXPECT_EQ(encoder->encoderName(), "libx264") << "no reopening for libx264";
 }
 
 TEST(LibavSessionTest, NoEncoderOpensGivesNoSessionAndALogLine) {

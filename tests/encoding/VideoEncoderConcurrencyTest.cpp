@@ -7,10 +7,10 @@
 #include <mutex>
 #include <thread>
 
-#include "tests/support/FakeLifecycle.h"
 #include "encoding/LFHardwareVideoEncoder.h"
 #include "encoding/LibavVideoCodecSession.h"
 #include "tests/encoding/EncodingTestSupport.h"
+#include "tests/support/FakeLifecycle.h"
 
 namespace oxelo {
 namespace {

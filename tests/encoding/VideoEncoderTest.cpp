@@ -2,10 +2,10 @@
 // background) against a codec session that does what it is told.
 #include <gtest/gtest.h>
 
-#include "tests/support/FakeLifecycle.h"
 #include "encoding/LFHardwareVideoEncoder.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "tests/encoding/EncodingTestSupport.h"
+#include "tests/support/FakeLifecycle.h"
 
 namespace oxelo {
 namespace {
@@ -119,34 +119,6 @@ TEST_F(VideoEncoderTest, CreatesTheSessionFromTheConfiguration) {
   EXPECT_EQ(s.averageBitRate, 4608000);
   EXPECT_EQ(s.dataRateLimitBytes, 2880000);
   EXPECT_EQ(s.dataRateLimitSeconds, 1.0);
-}
-
-TEST_F(VideoEncoderTest, FramesCarryTheCaptureTimeAndTheSets) {
-  auto encoder = makeEncoder(30);
-  encode(*encoder, 3, 5000);
-  ASSERT_EQ(recorder_->frames.size(), 3u);
-  EXPECT_TRUE(recorder_->frames[0]->isKeyFrame);
-  EXPECT_FALSE(recorder_->frames[1]->isKeyFrame);
-  for (size_t i = 0; i < 3; ++i) {
-    const auto& frame = recorder_->frames[i];
-    EXPECT_EQ(frame->timestamp, 5000 + i);
-    ASSERT_TRUE(frame->sps && frame->pps);
-    EXPECT_EQ(frame->sps, recorder_->frames[0]->sps) << "shared, not copied";
-    EXPECT_EQ(*frame->pps, (Bytes{0x68, 0xce}));
-    EXPECT_EQ(frame->vps, nullptr) << "H.264 has no VPS";
-  }
-}
-
-TEST_F(VideoEncoderTest, HevcSettingSelectsHevcAndFillsAllThreeSets) {
-  defaults_->setInteger(keys::videoEncoder, 1);
-  auto encoder = makeEncoder(30);
-  EXPECT_TRUE(encoder->useH265());
-  EXPECT_EQ(log_.created.at(0).codec, VideoCodec::hevc);
-  encode(*encoder, 1);
-  ASSERT_EQ(recorder_->frames.size(), 1u);
-  const auto& frame = recorder_->frames[0];
-  ASSERT_TRUE(frame->vps && frame->sps && frame->pps);
-  EXPECT_EQ(*frame->vps, (Bytes{0x40, 0x01}));
 }
 
 TEST_F(VideoEncoderTest, FramesBeforeTheFirstKeyFrameHaveNoSets) {

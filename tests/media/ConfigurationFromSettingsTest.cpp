@@ -47,8 +47,6 @@ TEST_F(ConfigurationFromSettingsTest, ALowFrameRateIsRaisedTo15) {
   defaults().setInteger(keys::videoFPS, 10);
   auto c = configurationFromSettings(3);
   EXPECT_EQ(c.video->videoFrameRate(), 15u);
-  EXPECT_EQ(c.video->videoMinFrameRate(), 7u);
-  EXPECT_EQ(c.video->videoMaxKeyframeInterval(), 15u);
 }
 
 struct OrientationCase {
@@ -100,14 +98,6 @@ TEST_F(ConfigurationFromSettingsTest, NoAudioCapturesVideoOnlyWithAStereoRecord)
   auto c = configurationFromSettings(3);
   EXPECT_EQ(c.captureType, 2u);
   EXPECT_EQ(c.audio->numberOfChannels(), 2u);
-}
-
-TEST_F(ConfigurationFromSettingsTest, HevcLowersTheRate) {
-  defaults().setInteger(keys::videoEncoder, 1);
-  defaults().setInteger(keys::videoSize, 6);
-  auto c = configurationFromSettings(3);
-  EXPECT_EQ(c.video->videoBitRate(), 3732480u);
-  EXPECT_EQ(c.video->videoMaxBitRate(), 4478976u);
 }
 
 }  // namespace

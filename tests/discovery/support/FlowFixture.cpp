@@ -1,6 +1,7 @@
 #include "tests/discovery/support/FlowFixture.h"
 
 #include "platform/defaults/SettingsKeys.h"
+#include "tests/support/SocketTestSupport.h"
 
 namespace oxelo::test {
 
@@ -19,7 +20,7 @@ void FlowFixture::startFlow(bool autoConnect, const Adjust& adjust) {
   s.listenPort = 0;
   s.usbPort = 0;
   s.probes.udpPort = 0;
-  s.probes.probeFirstPort = closedLoopbackPort();
+  s.probes.probeFirstPort = peer::closedPort();
   s.probes.subnetBroadcast = [] { return std::string(); };
   s.probes.limitedBroadcast = "127.0.0.1";
   if (adjust) adjust(s);
