@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,9 @@ struct Checked {
 const Bytes kCleanStream = cat({kInfo, kVideoHeader, kCapability, kKeyFrame0, kStatus, kAudioHeader,
                                 kInterFrame33, kAudioFrame, kSnapshot});
 
-TEST(StreamCheckerTest, ACleanStreamIsCountedAndDecoded) {
+// The decoding itself is the wire readers' (tests/wire); here: what the
+// checker counts and keeps of a clean stream.
+TEST(StreamCheckerTest, ACleanStreamIsCountedAndKept) {
   Checked run(kCleanStream);
   EXPECT_TRUE(run.errors.empty()) << run.allErrors();
   const auto& c = run.checker.counts();
@@ -55,32 +58,12 @@ TEST(StreamCheckerTest, ACleanStreamIsCountedAndDecoded) {
             (std::vector<std::string>{"info", "video_sequence_header", "capability_block",
                                       "key_frame", "status_block", "audio_sequence_header",
                                       "inter_frame", "audio_frame", "phone_command"}));
-
   ASSERT_TRUE(run.checker.info().has_value());
-  const auto& info = *run.checker.info();
-  EXPECT_EQ(info.width, 1280u);
-  EXPECT_EQ(info.height, 720u);
-  EXPECT_EQ(info.videoBitRate, 2500000u);
-  EXPECT_EQ(info.audioSampleRate, 44100u);
-  EXPECT_EQ(info.deviceName, u"Cam");
-  EXPECT_EQ(info.frameRates, (std::vector<int32_t>{30, 60}));
-
+  EXPECT_EQ(run.checker.info()->width, 1280u);
   ASSERT_TRUE(run.checker.lastStatus().has_value());
-  const auto& status = *run.checker.lastStatus();
-  EXPECT_TRUE(status.session.mirror);
-  EXPECT_EQ(status.session.torch, 1u);
-  EXPECT_EQ(status.session.aeafLock, 1u);
-  EXPECT_EQ(status.exposure, 100);
-  EXPECT_EQ(status.temperature, 5000);
-  EXPECT_EQ(status.bias, -5);
-  EXPECT_EQ(status.battery, 180);
-  EXPECT_EQ(status.focusFlags.deviceMode, 2u);
-
+  EXPECT_EQ(run.checker.lastStatus()->temperature, 5000);
   ASSERT_TRUE(run.checker.lastCapability().has_value());
-  EXPECT_EQ(run.checker.lastCapability()->cameraKind, 7u);
   EXPECT_EQ(run.checker.lastCapability()->isoMax, 3200);
-  EXPECT_EQ(run.checker.lastCapability()->biasMin, -80);
-
   ASSERT_EQ(run.checker.phoneCommands().size(), 1u);
   EXPECT_EQ(run.checker.phoneCommands()[0].command, 18u);
 }
@@ -184,16 +167,22 @@ TEST(StreamCheckerTest, AStopNoticeOverUsbIsCounted) {
   EXPECT_EQ(run.checker.counts().stopNotices, 1u);
 }
 
-// The session hands the stream behind the answer to its checker.
-TEST(StreamCheckerTest, TheSessionReadsTheStreamCutByteByByte) {
-  HostSession session({"Desk", 5895, std::nullopt, true});
-  session.receiveBytes(cat({kHelloLong, kHelloShort}));
-  const Bytes all = cat({kAnswer720p, kCleanStream});
-  for (uint8_t b : all) session.receiveBytes({&b, 1});
-  session.phoneEnded();
-  EXPECT_TRUE(session.errors().empty()) << session.errors().front();
-  EXPECT_EQ(session.stream().counts().packets, 7u);
-  EXPECT_EQ(session.stream().counts().statusBlocks, 1u);
+// The session hands the stream behind the answer to its checker, however
+// the reads cut it: byte by byte, and in 7-byte pieces that cut records and
+// join the answer's end with the stream's start.
+TEST(StreamCheckerTest, TheSessionReadsTheAnswerAndTheStreamHoweverCut) {
+  for (size_t piece : {1, 7}) {
+    HostSession session({"Desk", 5895, handshake::VideoSettings{1280, 720, 30, 0, 1, 0, 1}, true});
+    session.receiveBytes(cat({kHelloLong, kHelloShort}));
+    const Bytes all = cat({kAnswer720p, kCleanStream});
+    for (size_t at = 0; at < all.size(); at += piece)
+      session.receiveBytes({all.data() + at, std::min(piece, all.size() - at)});
+    session.phoneEnded();
+    EXPECT_TRUE(session.handshakeComplete()) << piece;
+    EXPECT_TRUE(session.errors().empty()) << session.errors().front();
+    EXPECT_EQ(session.stream().counts().packets, 7u) << piece;
+    EXPECT_EQ(session.stream().counts().statusBlocks, 1u) << piece;
+  }
 }
 
 // USB: each record is one frame, with the type and tag of its kind.
