@@ -44,59 +44,44 @@ void writeAllBytes(int fd, const Bytes& bytes) {
   }
 }
 
-// The phone's side of one connection: greets, reads the host's information
-// and start (the runs send no settings), then answers with the settings in
-// force (unless told not to) and the stream bytes given, and closes.
-struct FakePhone {
-  bool answer = true;
-  Bytes afterAnswer;
+sockaddr_in loopback(uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
 
-  void run(int fd) {
-    timeval limit{5, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    writeAllBytes(fd, cat({kHelloLong, kHelloShort}));
-    const size_t greeting = kHostInfoDesk5895.size() + kStart.size();
-    if (readExactly(fd, greeting).size() < greeting || !answer) return;
-    writeAllBytes(fd, cat({kAnswer720p, afterAnswer}));
-  }
-};
-
-// A listening socket of the phone on a free loopback port.
-struct PhoneListener {
-  int fd = -1;
-  uint16_t port = 0;
-  PhoneListener() {
-    fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    listen(fd, 4);
-    socklen_t len = sizeof a;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-    port = ntohs(a.sin_port);
-  }
-  ~PhoneListener() { ::close(fd); }
-  // Serves one host connection with `phone` on a thread.
-  std::thread serve(FakePhone& phone) {
-    return std::thread([this, &phone] {
+// The host listening on a free loopback port, called by a phone that greets,
+// reads the host's information and start (the run sends no settings), then,
+// when `answer`, answers with the settings in force and `afterAnswer`, and
+// closes.
+RunResult runAgainstPhone(bool answer, const Bytes& afterAnswer) {
+  HostOptions options;
+  options.address = "127.0.0.1";
+  options.port = 0;
+  options.name = "Desk";
+  options.wait = 5.0;
+  std::thread phone;
+  RunHooks hooks;
+  hooks.listening = [&](uint16_t port) {
+    phone = std::thread([=] {
+      const int fd = socket(AF_INET, SOCK_STREAM, 0);
       timeval limit{5, 0};
       setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-      const int conn = accept(fd, nullptr, nullptr);
-      if (conn < 0) return;
-      phone.run(conn);
-      ::close(conn);
+      const sockaddr_in host = loopback(port);
+      if (connect(fd, reinterpret_cast<const sockaddr*>(&host), sizeof host) == 0) {
+        writeAllBytes(fd, cat({kHelloLong, kHelloShort}));
+        const size_t greeting = kHostInfoDesk5895.size() + kStart.size();
+        if (readExactly(fd, greeting).size() == greeting && answer)
+          writeAllBytes(fd, cat({kAnswer720p, afterAnswer}));
+      }
+      ::close(fd);
     });
-  }
-};
-
-HostOptions callOptions(uint16_t port) {
-  HostOptions o;
-  o.mode = HostMode::call;
-  o.address = "127.0.0.1";  // the phone's
-  o.port = port;
-  o.name = "Desk";
-  return o;
+  };
+  RunResult result = runHost(options, hooks);
+  if (phone.joinable()) phone.join();
+  return result;
 }
 
 std::string errorsOf(const RunResult& r) { return r.report["errors"].dump(); }
@@ -107,13 +92,7 @@ class HostLoopbackTest : public testing::Test {
 };
 
 TEST_F(HostLoopbackTest, AStreamOutOfOrderFailsTheRun) {
-  PhoneListener listener;
-  FakePhone phone;
-  phone.afterAnswer = cat({kInfo, kKeyFrame0});
-  std::thread t = listener.serve(phone);
-  const RunResult result = runHost(callOptions(listener.port));
-  t.join();
-
+  const RunResult result = runAgainstPhone(/*answer=*/true, cat({kInfo, kKeyFrame0}));
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.report["stream"]["order_errors"],
             nlohmann::json::array({"a video frame before the video sequence header"}));
@@ -121,13 +100,7 @@ TEST_F(HostLoopbackTest, AStreamOutOfOrderFailsTheRun) {
 }
 
 TEST_F(HostLoopbackTest, APhoneThatNeverAnswersFailsTheRun) {
-  PhoneListener listener;
-  FakePhone phone;
-  phone.answer = false;
-  std::thread t = listener.serve(phone);
-  const RunResult result = runHost(callOptions(listener.port));
-  t.join();
-
+  const RunResult result = runAgainstPhone(/*answer=*/false, {});
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.report["ended_by"], "phone");
   EXPECT_FALSE(result.report["handshake"]["complete"].get<bool>());
@@ -136,17 +109,23 @@ TEST_F(HostLoopbackTest, APhoneThatNeverAnswersFailsTheRun) {
 }
 
 TEST_F(HostLoopbackTest, ARefusedCallIsReported) {
-  uint16_t port;
-  {
-    PhoneListener closed;  // a port that was free a moment ago and is closed again
-    port = closed.port;
-  }
-  const RunResult result = runHost(callOptions(port));
+  // A port that was free a moment ago: bound, never listened on, closed.
+  sockaddr_in address = loopback(0);
+  const int fd = socket(AF_INET, SOCK_STREAM, 0);
+  bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  socklen_t length = sizeof address;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  HostOptions options;
+  options.mode = HostMode::call;
+  options.address = "127.0.0.1";
+  options.port = ntohs(address.sin_port);
+  const RunResult result = runHost(options);
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_FALSE(result.report["connected"].get<bool>());
   EXPECT_EQ(result.report["ended_by"], "not_connected");
-  EXPECT_EQ(result.report["errors"],
-            nlohmann::json::array({"connection refused by 127.0.0.1:" + std::to_string(port)}));
+  EXPECT_EQ(result.report["errors"], nlohmann::json::array({"connection refused by 127.0.0.1:" +
+                                                            std::to_string(options.port)}));
 }
 
 }  // namespace
