@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -32,51 +33,29 @@ Bytes sentBytes(const std::vector<OutgoingPacket>& packets) {
   return out;
 }
 
-// Feeds `bytes` in pieces cut at `cuts` (offsets, ascending).
-void feedCut(HostSession& session, const Bytes& bytes, const std::vector<size_t>& cuts) {
-  size_t from = 0;
-  for (size_t cut : cuts) {
-    session.receiveBytes({bytes.data() + from, cut - from});
-    from = cut;
-  }
-  session.receiveBytes({bytes.data() + from, bytes.size() - from});
-}
-
 std::string allErrors(const HostSession& session) {
   std::string out;
   for (const auto& e : session.errors()) out += e + "\n";
   return out;
 }
 
-struct CutCase {
-  const char* name;
-  std::vector<size_t> cuts;  // where the 20 bytes of both hellos are cut
-};
-
-class HelloCutTest : public testing::TestWithParam<CutCase> {};
-
-TEST_P(HelloCutTest, AnswersBothHellosHoweverTheyAreCut) {
-  HostSession session(deskWith720p());
-  const Bytes hellos = cat({kHelloLong, kHelloShort});
-  feedCut(session, hellos, GetParam().cuts);
-
-  const auto sent = session.takeOutgoing();
-  ASSERT_EQ(sent.size(), 3u);
-  EXPECT_EQ(sent[0].bytes, kHostInfoDesk5895);
-  EXPECT_EQ(sent[1].bytes, kSettings720p);
-  EXPECT_EQ(sent[2].bytes, kStart);
-  EXPECT_TRUE(session.seen().helloLong);
-  EXPECT_TRUE(session.seen().helloShort);
-  EXPECT_TRUE(session.errors().empty()) << allErrors(session);
-  EXPECT_FALSE(session.handshakeComplete());  // the answer is still due
+// Whole, byte by byte, and in 7-byte pieces that cut the packets and join
+// the short hello with the answer and the answer with the stream.
+TEST(HostSessionTest, ReadsTheGreetingAndTheStreamHoweverCut) {
+  const Bytes phone = cat({kHelloLong, kHelloShort, kAnswer720p, kInfo, kVideoHeader, kCapability,
+                           kKeyFrame0, kStatus, kAudioHeader, kAudioFrame});
+  for (size_t piece : {phone.size(), size_t(1), size_t(7)}) {
+    HostSession session(deskWith720p());
+    for (size_t at = 0; at < phone.size(); at += piece)
+      session.receiveBytes({phone.data() + at, std::min(piece, phone.size() - at)});
+    session.phoneEnded();
+    EXPECT_EQ(sentBytes(session.takeOutgoing()), cat({kHostInfoDesk5895, kSettings720p, kStart}));
+    EXPECT_TRUE(session.handshakeComplete()) << piece;
+    EXPECT_TRUE(session.errors().empty()) << piece << ": " << allErrors(session);
+    EXPECT_EQ(session.stream().counts().packets, 5u) << piece;  // the two tails are no packets
+    EXPECT_EQ(session.stream().counts().statusBlocks, 1u) << piece;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Reads, HelloCutTest,
-    testing::Values(CutCase{"OneBlock", {}}, CutCase{"InsideTheShortForm", {17, 18}},
-                    CutCase{"ByteByByte",
-                            {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19}}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(HostSessionTest, SendsNothingBeforeBothHellos) {
   HostSession session(deskConfig());

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -165,24 +164,6 @@ TEST(StreamCheckerTest, AStopNoticeOverUsbIsCounted) {
   Checked run(cat({kInfo, kStopNotice}), /*framed=*/true);
   EXPECT_TRUE(run.errors.empty()) << run.allErrors();
   EXPECT_EQ(run.checker.counts().stopNotices, 1u);
-}
-
-// The session hands the stream behind the answer to its checker, however
-// the reads cut it: byte by byte, and in 7-byte pieces that cut records and
-// join the answer's end with the stream's start.
-TEST(StreamCheckerTest, TheSessionReadsTheAnswerAndTheStreamHoweverCut) {
-  for (size_t piece : {1, 7}) {
-    HostSession session({"Desk", 5895, handshake::VideoSettings{1280, 720, 30, 0, 1, 0, 1}, true});
-    session.receiveBytes(cat({kHelloLong, kHelloShort}));
-    const Bytes all = cat({kAnswer720p, kCleanStream});
-    for (size_t at = 0; at < all.size(); at += piece)
-      session.receiveBytes({all.data() + at, std::min(piece, all.size() - at)});
-    session.phoneEnded();
-    EXPECT_TRUE(session.handshakeComplete()) << piece;
-    EXPECT_TRUE(session.errors().empty()) << session.errors().front();
-    EXPECT_EQ(session.stream().counts().packets, 7u) << piece;
-    EXPECT_EQ(session.stream().counts().statusBlocks, 1u) << piece;
-  }
 }
 
 // USB: each record is one frame, with the type and tag of its kind.
