@@ -3,9 +3,6 @@
 // right codec, size and sound, every frame decoding with no error.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -18,9 +15,8 @@ using Json = nlohmann::json;
 
 struct RecordingCase {
   const char* name;
-  const char* encoder;  // as --settings names it
-  const char* codec;    // as ffprobe names it
-  const char* audio;    // mono or stereo
+  const char* codec;  // as --settings and ffprobe name it
+  const char* audio;  // mono or stereo
   int channels;
   const char* extension;
 };
@@ -32,7 +28,7 @@ TEST_P(RecordingEndToEndTest, HostRecordsAFileThatFfmpegDecodes) {
   const auto& c = GetParam();
   std::string file = path(std::string("out.") + c.extension);
   std::string recorder = host(std::string("listen --bind 127.0.0.1 --port 5898 --wait 15 ") +
-                                  "--duration 3 --end 24 --settings 640x480@30:enc=" + c.encoder +
+                                  "--duration 3 --end 24 --settings 640x480@30:enc=" + c.codec +
                                   ":audio=" + c.audio + " --output " + file,
                               "r.json");
   ASSERT_EQ(run(recorder + " & " + waitForLine("host.log", "host - listening") + "; " +
@@ -80,13 +76,13 @@ TEST_P(RecordingEndToEndTest, HostRecordsAFileThatFfmpegDecodes) {
   EXPECT_EQ(readText("decode.log"), "") << "every frame decodes";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Codecs, RecordingEndToEndTest,
-    // Between them: both codecs, both containers, mono and stereo. A stream
-    // with no sound is StreamEndToEndTest's restart.
-    testing::Values(RecordingCase{"H264StereoMp4", "h264", "h264", "stereo", 2, "mp4"},
-                    RecordingCase{"HevcMonoMatroska", "hevc", "hevc", "mono", 1, "mkv"}),
-    [](const auto& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Codecs, RecordingEndToEndTest,
+                         // Between them: both codecs, both containers, mono and stereo. A stream
+                         // with no sound is StreamEndToEndTest's restart.
+                         testing::Values(RecordingCase{"H264StereoMp4", "h264", "stereo", 2, "mp4"},
+                                         RecordingCase{"HevcMonoMatroska", "hevc", "mono", 1,
+                                                       "mkv"}),
+                         [](const auto& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace oxelo

@@ -4,9 +4,6 @@
 // the phone sees no Wi-Fi here and sends no broadcast.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/host/HostTestBytes.h"
@@ -156,18 +157,19 @@ INSTANTIATE_TEST_SUITE_P(
                    "an unknown command 19 from the phone"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(StreamCheckerTest, AStopNoticeOverUsbIsCounted) {
-  Checked run(cat({kInfo, kStopNotice}), /*framed=*/true);
-  EXPECT_TRUE(run.errors.empty()) << run.allErrors();
-  EXPECT_EQ(run.checker.counts().stopNotices, 1u);
-}
-
-// USB: each record is one frame, with the type and tag of its kind.
+// USB: each record is one frame, with the type and tag of its kind, both
+// ways; a stop notice is counted.
 TEST(StreamCheckerTest, TheSessionChecksTheFrameOfEachRecord) {
-  HostSession session({"Desk", 5895, std::nullopt, true});
+  HostSession session({"Desk", 5895, handshake::VideoSettings{1280, 720, 30, 0, 1, 0, 1}, true});
   session.receiveFrame(88, 8810, kHelloLong);
   session.receiveFrame(88, 8810, kHelloShort);
+  // The host's packets: type 88, the tag repeating the command in hexadecimal.
+  std::vector<std::pair<uint32_t, uint32_t>> sent;
+  for (const auto& p : session.takeOutgoing()) sent.emplace_back(p.frameType, p.frameTag);
+  EXPECT_EQ(sent, (std::vector<std::pair<uint32_t, uint32_t>>{{88, 8810}, {88, 8813}, {88, 8811}}));
+  session.receiveFrame(88, 8813, {});  // an empty payload is ignored
   session.receiveFrame(88, 8813, kAnswer720p);
+  EXPECT_TRUE(session.handshakeComplete());
   session.receiveFrame(18, 1, kInfo);
   session.receiveFrame(9, 0, kVideoHeader);
   session.receiveFrame(88, 8821, kCapability);
