@@ -111,6 +111,7 @@ TEST_F(StreamEndToEndTest, OverTcpARestartReconnectsAfterAQuarterSecond) {
   Json settings = readJson("cfg/settings.json");
   EXPECT_EQ(settings["videoSize"], 2) << settings.dump(1);  // 960x540 in the catalogue
   EXPECT_EQ(settings["videoWidth"], 960);
+  EXPECT_EQ(settings["videoHeight"], 540);
   EXPECT_EQ(settings["videoFPS"], 30);
   EXPECT_EQ(settings["audioFormat"], 0);
   EXPECT_EQ(settings["lastHostIP"], "127.0.0.1");

@@ -131,6 +131,7 @@ TEST_P(HandshakeFaultTest, IsReported) {
 INSTANTIATE_TEST_SUITE_P(
     Faults, HandshakeFaultTest,
     testing::Values(
+        FaultCase{"Garbage", hex("474554202f"), "unexpected bytes"},
         FaultCase{"WordThatIsNot136", hex("88000100 10000000"), "unexpected bytes"},
         FaultCase{"UnknownCommand", hex("88000000 2a000000"), "unknown command 42"},
         FaultCase{"ShortHelloFirst", cat({kHelloShort, kHelloLong}), "before the long one"},
