@@ -12,7 +12,8 @@ struct CommandLine {
   bool help = false;
   bool version = false;
   std::optional<std::string> configDir;
-  double duration = -1;  // seconds; negative: until stopped
+  double duration = -1;        // seconds; negative: until stopped
+  bool exitWhenEnded = false;  // exit once the host has ended the stream
   std::optional<std::string> connectAddress;
   int instance = 1;
   std::string camera = "auto";

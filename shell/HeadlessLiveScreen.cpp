@@ -7,6 +7,41 @@ namespace oxelo {
 namespace {
 // The headless screen has no status bar; it stands as landscape right does.
 constexpr int64_t kHeadlessOrientation = 3;
+
+// Passes every call on to the main screen and tells `ended` when the host
+// ended the session. Holds the main screen weakly: the main screen owns the
+// live screen, which owns this.
+class EndWatchingOwner final : public LiveScreenOwner {
+ public:
+  EndWatchingOwner(std::weak_ptr<LiveScreenOwner> owner, std::function<void()> ended)
+      : owner_(std::move(owner)), ended_(std::move(ended)) {}
+
+  void prepareLiveView(LiveViewChannelTarget& view) override {
+    if (auto owner = owner_.lock()) owner->prepareLiveView(view);
+  }
+  void liveViewRestart() override {
+    if (auto owner = owner_.lock()) owner->liveViewRestart();
+  }
+  void liveViewConnectionLost() override {
+    if (auto owner = owner_.lock()) owner->liveViewConnectionLost();
+    ended_();
+  }
+  void liveViewUserClose(bool byUser) override {
+    if (auto owner = owner_.lock()) owner->liveViewUserClose(byUser);
+    if (!byUser) ended_();
+  }
+  void viewWillAppear() override {
+    if (auto owner = owner_.lock()) owner->viewWillAppear();
+  }
+  void viewDidAppear() override {
+    if (auto owner = owner_.lock()) owner->viewDidAppear();
+  }
+
+ private:
+  std::weak_ptr<LiveScreenOwner> owner_;
+  std::function<void()> ended_;
+};
+
 }  // namespace
 
 std::shared_ptr<HeadlessLiveScreen> HeadlessLiveScreen::create(Sources sources) {
@@ -24,6 +59,10 @@ void HeadlessLiveScreen::open(std::shared_ptr<LiveScreenOwner> owner) {
   sources.picturesPushed = sources_.picture == LivePictureSource::virtualCamera;
   sources.orientation = kHeadlessOrientation;
   controller_ = LiveScreenController::create(std::move(sources), weak_from_this());
+  if (sources_.hostEnded) {
+    endWatch_ = std::make_shared<EndWatchingOwner>(owner, sources_.hostEnded);
+    owner = endWatch_;
+  }
   controller_->open(std::move(owner));
 }
 

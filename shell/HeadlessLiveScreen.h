@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "capture/MovingPicture.h"
@@ -29,6 +30,10 @@ class HeadlessLiveScreen final : public LiveViewController,
     LivePictureSource picture = LivePictureSource::virtualCamera;
     std::shared_ptr<EncoderFactory> encoders;  // required for anything to be coded
     bool hevcDecodeSupported = false;
+    // Called once the host has ended the session: by its close command, or
+    // by a connection that stayed lost through the socket's retries. A
+    // restart the host asked for is no end.
+    std::function<void()> hostEnded;
   };
 
   static std::shared_ptr<HeadlessLiveScreen> create(Sources sources);
@@ -53,6 +58,8 @@ class HeadlessLiveScreen final : public LiveViewController,
   void stopFeeder();
 
   Sources sources_;
+  // Between the controller and the main screen when hostEnded is set.
+  std::shared_ptr<LiveScreenOwner> endWatch_;
   std::shared_ptr<LiveScreenController> controller_;
   std::unique_ptr<MovingPictureFeeder> feeder_;
 };

@@ -7,11 +7,11 @@
 #include <thread>
 #include <vector>
 
-#include "platform/audio/AudioBackend.h"
 #include "discovery/AvahiBrowser.h"
 #include "discovery/MainViewController.h"
 #include "encoding/HardwareDecodeSupport.h"
 #include "encoding/HardwareEncoderFactory.h"
+#include "platform/audio/AudioBackend.h"
 #include "platform/camera/CameraSystem.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/device/AppLifecycle.h"
@@ -101,9 +101,15 @@ int main(int argc, char** argv) {
   sources.picture = CameraSystem::current()->backend() == "virtual"
                         ? LivePictureSource::virtualCamera
                         : LivePictureSource::none;
+  auto main = MainQueue::get();
+  if (cl->exitWhenEnded) {
+    sources.hostEnded = [main] {
+      oxlog("MAIN - the host ended the stream: exiting");
+      main->stop();
+    };
+  }
   auto presenter = std::make_shared<HeadlessLivePresenter>(sources);
 
-  auto main = MainQueue::get();
   startSignalThread(main, set);
   AppDelegate app;
   std::shared_ptr<MainViewController> mainVC;

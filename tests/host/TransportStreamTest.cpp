@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "tests/host/HostTestBytes.h"
 #include "tools/host/Remuxer.h"
 
 namespace oxelo::host::ts {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+using testbytes::hex;
 
 TEST(TransportStreamTest, CrcIsMpeg2) {
   const std::string check = "123456789";  // the catalogue's check input
@@ -21,14 +23,11 @@ TEST(TransportStreamTest, CrcIsMpeg2) {
 }
 
 TEST(TransportStreamTest, TablesForOneProgram) {
-  EXPECT_EQ(patSection(), (Bytes{0x00, 0xB0, 0x0D, 0x00, 0x01, 0xC1, 0x00, 0x00, 0x00, 0x01, 0xF0,
-                                 0x00, 0x2A, 0xB1, 0x04, 0xB2}));
+  EXPECT_EQ(patSection(), hex("00B00D 0001 C1 00 00 0001 F000 2AB104B2"));
   EXPECT_EQ(pmtSection(kStreamTypeH264, /*audio=*/true),
-            (Bytes{0x02, 0xB0, 0x17, 0x00, 0x01, 0xC1, 0x00, 0x00, 0xE1, 0x00, 0xF0, 0x00, 0x1B,
-                   0xE1, 0x00, 0xF0, 0x00, 0x0F, 0xE1, 0x01, 0xF0, 0x00, 0x2F, 0x44, 0xB9, 0x9B}));
+            hex("02B017 0001 C1 00 00 E100 F000 1B E100 F000 0F E101 F000 2F44B99B"));
   EXPECT_EQ(pmtSection(kStreamTypeHevc, /*audio=*/false),
-            (Bytes{0x02, 0xB0, 0x12, 0x00, 0x01, 0xC1, 0x00, 0x00, 0xE1, 0x00, 0xF0,
-                   0x00, 0x24, 0xE1, 0x00, 0xF0, 0x00, 0x2F, 0x00, 0x6E, 0xE7}));
+            hex("02B012 0001 C1 00 00 E100 F000 24 E100 F000 2F006EE7"));
 }
 
 struct PesCase {
@@ -47,37 +46,17 @@ TEST_P(PesHeaderTest, CarriesTheTimesWithTheirMarkers) {
   EXPECT_EQ(pesHeader(c.streamId, c.pts, c.dts, c.payload), c.expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Times, PesHeaderTest,
-                         testing::Values(PesCase{"AudioAtOneSecond",
-                                                 0xC0,
-                                                 90000,
-                                                 std::nullopt,
-                                                 100,
-                                                 {0x00, 0x00, 0x01, 0xC0, 0x00, 0x6C, 0x84, 0x80,
-                                                  0x05, 0x21, 0x00, 0x05, 0xBF, 0x21}},
-                                         PesCase{"VideoWithDtsTooLongToCount",
-                                                 0xE0,
-                                                 126000,
-                                                 123000,
-                                                 70000,
-                                                 {0x00, 0x00, 0x01, 0xE0, 0x00, 0x00, 0x84, 0xC0,
-                                                  0x0A, 0x31, 0x00, 0x07, 0xD8, 0x61, 0x11, 0x00,
-                                                  0x07, 0xC0, 0xF1}},
-                                         PesCase{"ThirtyThirdBit",
-                                                 0xE0,
-                                                 uint64_t(1) << 32,
-                                                 std::nullopt,
-                                                 0,
-                                                 {0x00, 0x00, 0x01, 0xE0, 0x00, 0x08, 0x84, 0x80,
-                                                  0x05, 0x29, 0x00, 0x01, 0x00, 0x01}},
-                                         PesCase{"WrapsPastThirtyThreeBits",
-                                                 0xE0,
-                                                 (uint64_t(1) << 33) + 90000,
-                                                 std::nullopt,
-                                                 0,
-                                                 {0x00, 0x00, 0x01, 0xE0, 0x00, 0x08, 0x84, 0x80,
-                                                  0x05, 0x21, 0x00, 0x05, 0xBF, 0x21}}),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Times, PesHeaderTest,
+    testing::Values(PesCase{"AudioAtOneSecond", 0xC0, 90000, std::nullopt, 100,
+                            hex("000001C0 006C 8480 05 2100 05BF 21")},
+                    PesCase{"VideoWithDtsTooLongToCount", 0xE0, 126000, 123000, 70000,
+                            hex("000001E0 0000 84C0 0A 3100 07D8 61 1100 07C0 F1")},
+                    PesCase{"ThirtyThirdBit", 0xE0, uint64_t(1) << 32, std::nullopt, 0,
+                            hex("000001E0 0008 8480 05 2900 0100 01")},
+                    PesCase{"WrapsPastThirtyThreeBits", 0xE0, (uint64_t(1) << 33) + 90000,
+                            std::nullopt, 0, hex("000001E0 0008 8480 05 2100 05BF 21")}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 struct AdtsCase {
   const char* name;

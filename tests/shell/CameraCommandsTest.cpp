@@ -37,20 +37,13 @@ class CameraCommandsTest : public testing::Test {
   test::TempDir dir_;
 };
 
-TEST_F(CameraCommandsTest, CatalogueOfTheVirtualCamerasListsAllNineSizes) {
+TEST_F(CameraCommandsTest, CatalogueOfTheVirtualCamerasIsJson) {
   auto r = run({"--catalogue", "--camera", "virtual"}, dir_.path());
   ASSERT_EQ(r.code, 0) << r.err;
+  // The rows themselves are the catalogue's (tests/media): here, their form.
   auto j = json::parse(r.out);
-  const std::vector<std::pair<int, int>> order = {{640, 360},   {640, 480},   {960, 540},
-                                                  {800, 600},   {1280, 720},  {1280, 960},
-                                                  {1920, 1080}, {2560, 1440}, {3840, 2160}};
-  ASSERT_EQ(j["videoSizes"].size(), order.size());
-  for (size_t i = 0; i < order.size(); ++i) {
-    EXPECT_EQ(j["videoSizes"][i]["width"], order[i].first) << i;
-    EXPECT_EQ(j["videoSizes"][i]["height"], order[i].second) << i;
-    EXPECT_TRUE(j["videoSizes"][i]["fps"].is_number()) << i;
-  }
-  EXPECT_EQ(j["videoSizes"][4]["fps"], 240.0);
+  ASSERT_EQ(j["videoSizes"].size(), 9u);
+  EXPECT_EQ(j["videoSizes"][4], json({{"width", 1280}, {"height", 720}, {"fps", 240.0}}));
   // videoSize defaults to 4: 1280x720.
   EXPECT_EQ(j["videoFrameRates"], json({"15", "24", "25", "30", "50", "60", "120", "240"}));
   // Reading the catalogue writes no settings.
@@ -76,9 +69,6 @@ TEST_F(CameraCommandsTest, ListCamerasGivesTypesPositionsAndFormats) {
   ASSERT_EQ(j["cameras"].size(), 5u);
   EXPECT_EQ(j["cameras"][0]["type"], "AVCaptureDeviceTypeBuiltInWideAngleCamera");
   EXPECT_EQ(j["cameras"][0]["position"], 1);
-  EXPECT_EQ(j["cameras"][1]["type"], "AVCaptureDeviceTypeBuiltInTelephotoCamera");
-  EXPECT_EQ(j["cameras"][2]["type"], "AVCaptureDeviceTypeBuiltInUltraWideCamera");
-  EXPECT_EQ(j["cameras"][3]["type"], "AVCaptureDeviceTypeBuiltInTripleCamera");
   EXPECT_EQ(j["cameras"][4]["position"], 2);
   EXPECT_EQ(j["cameras"][4]["positionName"], "front");
   const auto& first = j["cameras"][0]["formats"][0];
@@ -111,24 +101,19 @@ TEST_F(CameraCommandsTest, ABackendThatCannotBeUsedExitsWithAMessage) {
   EXPECT_NE(bad.err.find(file.string() + ": not valid JSON"), std::string::npos) << bad.err;
 }
 
+// The rule itself is the catalogue's (tests/media); here, that start-up
+// installs the cameras asked for and the shared catalogue follows them.
 TEST_F(CameraCommandsTest, StartUpInstallsTheCamerasAndAppliesTheCatalogueRule) {
   auto file = dir_.path() / "cams.json";
-  std::ofstream(file) << R"({"cameras":[{"type":"wide","position":"back",
-      "formats":[{"width":1280,"height":720,"fps":30}]},
-      {"type":"wide","position":"front","formats":[{"width":640,"height":480,"fps":30}]}]})";
+  std::ofstream(file) << R"({"cameras":[{"type":"wide","position":"back","formats":[]}]})";
   setenv("OXELO_VIRTUAL_CAMERAS", file.string().c_str(), 1);
   std::string error;
   ASSERT_TRUE(startCameras("virtual", error)) << error;
-  EXPECT_EQ(CameraSystem::current()->devices().size(), 2u);
+  EXPECT_EQ(CameraSystem::current()->devices().size(), 1u);
 
   auto defaults = std::make_shared<UserDefaults>(dir_.path());
   UserDefaults::setStandard(defaults);
   defaults->setInteger(keys::videoSize, 4);
-  loadCatalogueAtStartup();  // 640x360, 640x480, 800x600, 1280x720: enough rows
-  EXPECT_EQ(defaults->integerForKey(keys::videoSize), 4);
-
-  std::ofstream(file) << R"({"cameras":[{"type":"wide","position":"back","formats":[]}]})";
-  ASSERT_TRUE(startCameras("virtual", error)) << error;
   loadCatalogueAtStartup();  // two rows
   EXPECT_EQ(defaults->integerForKey(keys::videoSize), 1);
   EXPECT_EQ(defaults->integerForKey(keys::videoWidth), 640);

@@ -7,44 +7,22 @@
 namespace oxelo {
 namespace {
 
-TEST(StartupTest, FirstStartReadsEveryDefaultWithItsType) {
+TEST(StartupTest, FirstStartReadsEveryDefault) {
   test::TempDir dir;
   UserDefaults d(dir.path());
   AppDelegate().applicationDidFinishLaunching(d);
-  EXPECT_FALSE(d.boolForKey(keys::videoPortrait));
-  EXPECT_EQ(d.integerForKey(keys::videoSize), 4);
-  EXPECT_EQ(d.integerForKey(keys::videoWidth), 1280);
-  EXPECT_EQ(d.integerForKey(keys::videoHeight), 720);
-  EXPECT_EQ(d.integerForKey(keys::videoFPS), 30);
-  EXPECT_EQ(d.integerForKey(keys::videoQuality), 1);
-  EXPECT_EQ(d.integerForKey(keys::videoEncoder), 0);
-  EXPECT_EQ(d.integerForKey(keys::audioFormat), 1);
-  EXPECT_EQ(d.integerForKey(keys::audioQuality), 1);
-  EXPECT_TRUE(d.boolForKey(keys::autoConnect));
-  EXPECT_EQ(d.integerForKey(keys::backCameraType), 0);
-  EXPECT_FALSE(d.boolForKey(keys::showDebugInfo));
-  EXPECT_TRUE(d.boolForKey(keys::adaptiveBitrate));
-  EXPECT_TRUE(d.boolForKey(keys::lowLightBoost));
-  EXPECT_FALSE(d.boolForKey(keys::smoothAutoFocus));
-  EXPECT_TRUE(d.boolForKey(keys::faceDrivenAEAF));
-  EXPECT_FALSE(d.boolForKey(keys::echoCancellation));
-  EXPECT_EQ(d.stringForKey(keys::hdr), "Auto");
-  EXPECT_EQ(d.stringForKey(keys::colorspace), "Auto");
-  EXPECT_TRUE(d.boolForKey(keys::isCamBT601));
-  EXPECT_EQ(d.integerForKey(keys::beautyMethod), 0);
-  EXPECT_FALSE(d.boolForKey(keys::faceBeautify));
-  EXPECT_FALSE(d.boolForKey(keys::horizontalFlip));
-  EXPECT_FALSE(d.boolForKey(keys::frontCam));
-  EXPECT_FALSE(d.boolForKey(keys::aeLock));
-  EXPECT_TRUE(d.boolForKey(keys::autoExposure));
-  EXPECT_EQ(d.objectForKey(keys::exposureTargetBias), 0.0);
-  EXPECT_FALSE(d.boolForKey(keys::afLock));
-  EXPECT_TRUE(d.boolForKey(keys::autoFocus));
-  EXPECT_FALSE(d.boolForKey(keys::awbLock));
-  EXPECT_TRUE(d.boolForKey(keys::autoWhiteBalance));
+  const auto expected = nlohmann::json::parse(R"({
+      "videoPortrait": false, "videoSize": 4, "videoWidth": 1280, "videoHeight": 720,
+      "videoFPS": 30, "videoQuality": 1, "videoEncoder": 0, "audioFormat": 1, "audioQuality": 1,
+      "autoConnect": true, "backCameraType": 0, "showDebugInfo": false, "adaptiveBitrate": true,
+      "lowLightBoost": true, "smoothAutoFocus": false, "faceDrivenAEAF": true,
+      "echoCancellation": false, "hdr": "Auto", "colorspace": "Auto", "isCamBT601": true,
+      "beautyMethod": 0, "faceBeautify": false, "horizontalFlip": false, "frontCam": false,
+      "aeLock": false, "autoExposure": true, "exposureTargetBias": 0.0, "afLock": false,
+      "autoFocus": true, "awbLock": false, "autoWhiteBalance": true, "zoomScale": 1.0})");
+  for (const auto& [key, value] : expected.items()) EXPECT_EQ(d.objectForKey(key), value) << key;
   EXPECT_TRUE(d.objectForKey(keys::zoomScale).is_number_float());
-  EXPECT_FLOAT_EQ(d.floatForKey(keys::zoomScale), 1.0f);
-  EXPECT_EQ(registeredDefaults().size(), 32u);
+  EXPECT_EQ(registeredDefaults().size(), expected.size());
   // Keys without a default stay absent.
   for (const char* k : {keys::showGrid, keys::torchLevel, keys::lastHostIP, keys::hostHistory})
     EXPECT_TRUE(d.objectForKey(k).is_null()) << k;
