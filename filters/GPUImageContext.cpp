@@ -64,13 +64,20 @@ std::string createContext(GPUImageContext::Egl& egl) {
     return eglFailure("eglInitialize");
   }
   if (!eglBindAPI(EGL_OPENGL_ES_API)) return eglFailure("eglBindAPI(OpenGL ES)");
-  const bool noSurface =
-      surfaceless ||
-      hasExtension(eglQueryString(egl.display, EGL_EXTENSIONS), "EGL_KHR_surfaceless_context");
-  const EGLint configAttributes[] = {EGL_RENDERABLE_TYPE, EGL_OPENGL_ES2_BIT, EGL_SURFACE_TYPE,
-                                     EGL_PBUFFER_BIT,     EGL_RED_SIZE,        8,
-                                     EGL_GREEN_SIZE,      8,                   EGL_BLUE_SIZE,
-                                     8,                   EGL_ALPHA_SIZE,      8,
+  const bool noSurface = surfaceless || hasExtension(eglQueryString(egl.display, EGL_EXTENSIONS),
+                                                     "EGL_KHR_surfaceless_context");
+  const EGLint configAttributes[] = {EGL_RENDERABLE_TYPE,
+                                     EGL_OPENGL_ES2_BIT,
+                                     EGL_SURFACE_TYPE,
+                                     EGL_PBUFFER_BIT,
+                                     EGL_RED_SIZE,
+                                     8,
+                                     EGL_GREEN_SIZE,
+                                     8,
+                                     EGL_BLUE_SIZE,
+                                     8,
+                                     EGL_ALPHA_SIZE,
+                                     8,
                                      EGL_NONE};
   EGLConfig config = nullptr;
   EGLint count = 0;
@@ -125,7 +132,8 @@ std::shared_ptr<Queue> GPUImageContext::sharedContextQueue() {
 GPUImageFramebufferCache& GPUImageContext::sharedFramebufferCache() {
   auto& context = sharedImageProcessingContext();
   static std::once_flag once;
-  std::call_once(once, [&] { context.framebufferCache_ = std::make_unique<GPUImageFramebufferCache>(); });
+  std::call_once(once,
+                 [&] { context.framebufferCache_ = std::make_unique<GPUImageFramebufferCache>(); });
   return *context.framebufferCache_;
 }
 

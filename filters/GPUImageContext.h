@@ -63,7 +63,7 @@ class GPUImageContext {
   mutable std::mutex failureMutex_;
   std::string failureReason_;  // guarded by failureMutex_
   bool tried_ = false;         // video processing queue only
-  std::unique_ptr<Egl> egl_;  // video processing queue only
+  std::unique_ptr<Egl> egl_;   // video processing queue only
   std::map<std::string, std::shared_ptr<GLProgram>> shaderProgramCache_;
   GLProgram* currentShaderProgram_ = nullptr;
   std::unique_ptr<GPUImageFramebufferCache> framebufferCache_;

@@ -31,7 +31,8 @@ void GPUImageFilterGroup::removeAllTargets() {
 }
 
 std::vector<std::shared_ptr<GPUImageInput>> GPUImageFilterGroup::targets() const {
-  return terminalFilter_ ? terminalFilter_->targets() : std::vector<std::shared_ptr<GPUImageInput>>{};
+  return terminalFilter_ ? terminalFilter_->targets()
+                         : std::vector<std::shared_ptr<GPUImageInput>>{};
 }
 
 void GPUImageFilterGroup::setTargetToIgnoreForUpdates(GPUImageInput* target) {

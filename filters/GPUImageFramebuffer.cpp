@@ -64,8 +64,10 @@ void GPUImageFramebuffer::generateTexture() {
   glActiveTexture(GL_TEXTURE1);
   glGenTextures(1, &texture_);
   glBindTexture(GL_TEXTURE_2D, texture_);
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, static_cast<GLint>(textureOptions_.minFilter));
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, static_cast<GLint>(textureOptions_.magFilter));
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER,
+                  static_cast<GLint>(textureOptions_.minFilter));
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER,
+                  static_cast<GLint>(textureOptions_.magFilter));
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, static_cast<GLint>(textureOptions_.wrapS));
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, static_cast<GLint>(textureOptions_.wrapT));
 }
@@ -98,8 +100,9 @@ void GPUImageFramebuffer::lock() {
 void GPUImageFramebuffer::unlock() {
   if (referenceCountingDisabled_) return;
   if (framebufferReferenceCount_ == 0) {
-    logLine("Tried to overrelease a framebuffer, did you forget to call -useNextFrameForImageCapture "
-            "before using -imageFromCurrentFramebuffer?");
+    logLine(
+        "Tried to overrelease a framebuffer, did you forget to call -useNextFrameForImageCapture "
+        "before using -imageFromCurrentFramebuffer?");
     return;
   }
   if (--framebufferReferenceCount_ == 0)

@@ -37,7 +37,8 @@ std::shared_ptr<GPUImageFramebuffer> GPUImageFramebufferCache::fetchFramebufferF
       break;
     }
     if (count > 0) framebufferTypeCounts_[key] = slot;
-    if (!framebuffer) framebuffer = std::make_shared<GPUImageFramebuffer>(size, options, onlyTexture);
+    if (!framebuffer)
+      framebuffer = std::make_shared<GPUImageFramebuffer>(size, options, onlyTexture);
   });
   framebuffer->lock();
   return framebuffer;

@@ -20,8 +20,7 @@ class GPUImageFramebufferCache {
  public:
   // "<w>x<h>-<min>:<mag>:<wrapS>:<wrapT>:<internal>:<format>:<type>" with one
   // decimal on the sizes, and "-NOFB" at the end for texture-only objects.
-  static std::string hashForSize(GPUSize size, const GPUTextureOptions& options,
-                                 bool onlyTexture);
+  static std::string hashForSize(GPUSize size, const GPUTextureOptions& options, bool onlyTexture);
 
   // An idle object of this key, or a new one; handed out with a count of 1.
   // Waits for the video processing queue.

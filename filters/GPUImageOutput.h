@@ -64,7 +64,9 @@ class GPUImageOutput {
   virtual void forceProcessingAtSizeRespectingAspectRatio(GPUSize size);
   virtual void setFrameProcessingCompletionBlock(FrameProcessingCompletionBlock block);
   // The target that gets no frames from this node (it still gets sizes).
-  virtual void setTargetToIgnoreForUpdates(GPUImageInput* target) { targetToIgnoreForUpdates_ = target; }
+  virtual void setTargetToIgnoreForUpdates(GPUImageInput* target) {
+    targetToIgnoreForUpdates_ = target;
+  }
 
   bool isEnabled() const { return enabled_; }
   void setEnabled(bool enabled) { enabled_ = enabled; }

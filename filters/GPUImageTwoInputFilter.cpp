@@ -71,7 +71,8 @@ GPUImageTwoInputFilter::GPUImageTwoInputFilter(const std::string& vertexShader,
     : GPUImageFilter(vertexShader, fragmentShader, std::move(extraAttributes)) {
   runSynchronouslyOnVideoProcessingQueue([this] {
     if (!filterProgram_) return;
-    filterSecondTextureCoordinateAttribute_ = filterProgram_->attributeIndex("inputTextureCoordinate2");
+    filterSecondTextureCoordinateAttribute_ =
+        filterProgram_->attributeIndex("inputTextureCoordinate2");
     filterInputTextureUniform2_ = filterProgram_->uniformIndex("inputImageTexture2");
   });
 }
@@ -85,7 +86,8 @@ GPUImageTwoInputFilter::GPUImageTwoInputFilter(const std::string& fragmentShader
 
 void GPUImageTwoInputFilter::bindAdditionalInputs() {
   bindInput(secondInputFramebuffer_, 3, filterInputTextureUniform2_,
-            filterSecondTextureCoordinateAttribute_, textureCoordinatesForRotation(inputRotation2_));
+            filterSecondTextureCoordinateAttribute_,
+            textureCoordinatesForRotation(inputRotation2_));
 }
 
 void GPUImageTwoInputFilter::releaseAdditionalInputs() {
@@ -149,7 +151,8 @@ GPUImageThreeInputFilter::GPUImageThreeInputFilter(const std::string& fragmentSh
                              {"inputTextureCoordinate2", "inputTextureCoordinate3"}) {
   runSynchronouslyOnVideoProcessingQueue([this] {
     if (!filterProgram_) return;
-    filterThirdTextureCoordinateAttribute_ = filterProgram_->attributeIndex("inputTextureCoordinate3");
+    filterThirdTextureCoordinateAttribute_ =
+        filterProgram_->attributeIndex("inputTextureCoordinate3");
     filterInputTextureUniform3_ = filterProgram_->uniformIndex("inputImageTexture3");
   });
 }
