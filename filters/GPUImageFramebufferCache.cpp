@@ -4,6 +4,7 @@
 
 #include "filters/GPUImageContext.h"
 #include "filters/GPUImageFramebuffer.h"
+#include "platform/log/Log.h"
 
 namespace oxelo {
 
@@ -12,6 +13,20 @@ namespace {
 std::string slotKey(const std::string& key, int slot) { return fmt::format("{}-{}", key, slot); }
 
 }  // namespace
+
+GPUImageFramebufferCache::GPUImageFramebufferCache() = default;
+
+void GPUImageFramebufferCache::purgeOnMemoryPressure() {
+  std::lock_guard lock(observerMutex_);
+  if (memoryWarningObserver_ || triedObserver_) return;
+  triedObserver_ = true;
+  std::string whyNot;
+  memoryWarningObserver_ =
+      MemoryPressureWatcher::start([this] { purgeAllUnassignedFramebuffers(); }, &whyNot);
+  if (!memoryWarningObserver_) logLine(whyNot);
+}
+
+GPUImageFramebufferCache::~GPUImageFramebufferCache() = default;
 
 std::string GPUImageFramebufferCache::hashForSize(GPUSize size, const GPUTextureOptions& options,
                                                   bool onlyTexture) {

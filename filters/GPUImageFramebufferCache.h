@@ -2,9 +2,11 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "filters/GPUImageTypes.h"
+#include "filters/MemoryPressureWatcher.h"
 
 namespace oxelo {
 
@@ -18,6 +20,14 @@ class GPUImageFramebuffer;
 // may be called from any thread.
 class GPUImageFramebufferCache {
  public:
+  GPUImageFramebufferCache();
+  ~GPUImageFramebufferCache();
+  // From now on purges on the system's low-memory signal, where there is
+  // one (logged where not). The application asks for it once at start-up;
+  // tests leave it off so that no purge comes between their steps. Any
+  // thread; later calls do nothing.
+  void purgeOnMemoryPressure();
+
   // "<w>x<h>-<min>:<mag>:<wrapS>:<wrapT>:<internal>:<format>:<type>" with one
   // decimal on the sizes, and "-NOFB" at the end for texture-only objects.
   static std::string hashForSize(GPUSize size, const GPUTextureOptions& options, bool onlyTexture);
@@ -45,6 +55,9 @@ class GPUImageFramebufferCache {
  private:
   std::map<std::string, std::shared_ptr<GPUImageFramebuffer>> framebufferCache_;
   std::map<std::string, int> framebufferTypeCounts_;
+  std::mutex observerMutex_;
+  std::unique_ptr<MemoryPressureWatcher> memoryWarningObserver_;  // guarded by observerMutex_
+  bool triedObserver_ = false;                                    // guarded by observerMutex_
 };
 
 }  // namespace oxelo
