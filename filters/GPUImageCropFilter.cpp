@@ -35,25 +35,25 @@ void GPUImageCropFilter::calculateCropTextureCoordinates() {
   // The corners of the region, in the order of the vertices, for each
   // rotation mode as the rotation table turns the full picture.
   switch (inputRotation_) {
-    case kGPUImageRotateLeft:
+    case kRotateLeft:
       cropTextureCoordinates_ = {x1, y0, x1, y1, x0, y0, x0, y1};
       break;
-    case kGPUImageRotateRight:
+    case kRotateRight:
       cropTextureCoordinates_ = {x0, y1, x0, y0, x1, y1, x1, y0};
       break;
-    case kGPUImageFlipVertical:
+    case kFlipVertical:
       cropTextureCoordinates_ = {x0, y1, x1, y1, x0, y0, x1, y0};
       break;
-    case kGPUImageFlipHorizonal:
+    case kFlipHorizontal:
       cropTextureCoordinates_ = {x1, y0, x0, y0, x1, y1, x0, y1};
       break;
-    case kGPUImageRotateRightFlipVertical:
+    case kRotateRightFlipVertical:
       cropTextureCoordinates_ = {x0, y0, x0, y1, x1, y0, x1, y1};
       break;
-    case kGPUImageRotateRightFlipHorizontal:
+    case kRotateRightFlipHorizontal:
       cropTextureCoordinates_ = {x1, y1, x1, y0, x0, y1, x0, y0};
       break;
-    case kGPUImageRotate180:
+    case kRotate180:
       cropTextureCoordinates_ = {x1, y1, x0, y1, x1, y0, x0, y0};
       break;
     default:

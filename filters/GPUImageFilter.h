@@ -94,7 +94,7 @@ class GPUImageFilter : public GPUImageOutput, public GPUImageInput {
   int filterInputTextureUniform_ = -1;
   std::array<float, 4> backgroundColor_{0, 0, 0, 0};
   bool isEndProcessing_ = false;
-  uint64_t inputRotation_ = kGPUImageNoRotation;
+  uint64_t inputRotation_ = kRotationNone;
   bool currentlyReceivingMonochromeInput_ = false;
   std::map<int, std::function<void()>> uniformStateRestorationBlocks_;
   bool preventRendering_ = false;

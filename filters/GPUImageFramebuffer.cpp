@@ -100,9 +100,7 @@ void GPUImageFramebuffer::lock() {
 void GPUImageFramebuffer::unlock() {
   if (referenceCountingDisabled_) return;
   if (framebufferReferenceCount_ == 0) {
-    logLine(
-        "Tried to overrelease a framebuffer, did you forget to call -useNextFrameForImageCapture "
-        "before using -imageFromCurrentFramebuffer?");
+    logLine("framebuffer unlocked with no count left; the unlock is ignored");
     return;
   }
   if (--framebufferReferenceCount_ == 0)

@@ -39,7 +39,7 @@ void GPUImageOutput::removeTarget(const std::shared_ptr<GPUImageInput>& target) 
     const auto position = found - targets_.begin();
     const int index = targetTextureIndices_[static_cast<size_t>(position)];
     target->setInputSize({}, index);
-    target->setInputRotation(kGPUImageNoRotation, index);
+    target->setInputRotation(kRotationNone, index);
     targets_.erase(found);
     targetTextureIndices_.erase(targetTextureIndices_.begin() + position);
     target->endProcessing();
@@ -51,7 +51,7 @@ void GPUImageOutput::removeAllTargets() {
     cachedMaximumOutputSize_ = {};
     for (size_t i = 0; i < targets_.size(); ++i) {
       targets_[i]->setInputSize({}, targetTextureIndices_[i]);
-      targets_[i]->setInputRotation(kGPUImageNoRotation, targetTextureIndices_[i]);
+      targets_[i]->setInputRotation(kRotationNone, targetTextureIndices_[i]);
     }
     targets_.clear();
     targetTextureIndices_.clear();

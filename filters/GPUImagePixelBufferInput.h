@@ -20,7 +20,7 @@ class GPUImagePixelBufferInput : public GPUImageOutput {
   void setOutputRotation(uint64_t mode) { outputRotation_ = mode; }
 
  private:
-  uint64_t outputRotation_ = kGPUImageNoRotation;
+  uint64_t outputRotation_ = kRotationNone;
 };
 
 }  // namespace oxelo

@@ -36,7 +36,7 @@ class GPUImageTwoInputFilter : public GPUImageFilter {
   std::shared_ptr<GPUImageFramebuffer> secondInputFramebuffer_;
   int filterSecondTextureCoordinateAttribute_ = -1;
   int filterInputTextureUniform2_ = -1;
-  uint64_t inputRotation2_ = kGPUImageNoRotation;
+  uint64_t inputRotation2_ = kRotationNone;
   double firstFrameTime_ = 0;
   double secondFrameTime_ = 0;
   bool hasSetFirstTexture_ = false;
@@ -71,7 +71,7 @@ class GPUImageThreeInputFilter : public GPUImageTwoInputFilter {
   std::shared_ptr<GPUImageFramebuffer> thirdInputFramebuffer_;
   int filterThirdTextureCoordinateAttribute_ = -1;
   int filterInputTextureUniform3_ = -1;
-  uint64_t inputRotation3_ = kGPUImageNoRotation;
+  uint64_t inputRotation3_ = kRotationNone;
   double thirdFrameTime_ = 0;
   bool hasSetSecondTexture_ = false;
   bool hasReceivedThirdFrame_ = false;

@@ -21,15 +21,15 @@ inline constexpr double kIndefiniteTime = std::numeric_limits<double>::quiet_NaN
 inline bool isIndefiniteTime(double time) { return std::isnan(time); }
 
 // Rotation modes of the camera's conversion draw and of every filter input.
-enum GPUImageRotationMode : uint64_t {
-  kGPUImageNoRotation = 0,
-  kGPUImageRotateLeft = 1,
-  kGPUImageRotateRight = 2,
-  kGPUImageFlipVertical = 3,
-  kGPUImageFlipHorizonal = 4,
-  kGPUImageRotateRightFlipVertical = 5,
-  kGPUImageRotateRightFlipHorizontal = 6,
-  kGPUImageRotate180 = 7,
+enum RotationMode : uint64_t {
+  kRotationNone = 0,
+  kRotateLeft = 1,
+  kRotateRight = 2,
+  kFlipVertical = 3,
+  kFlipHorizontal = 4,
+  kRotateRightFlipVertical = 5,
+  kRotateRightFlipHorizontal = 6,
+  kRotate180 = 7,
 };
 
 // Modes 1, 2, 5 and 6 exchange width and height.
