@@ -188,6 +188,8 @@ void GPUImageFilter::renderToTexture(const float* vertices, const float* texture
 }
 
 void GPUImageFilter::informTargetsAboutNewFrameAtTime(double time) {
+  // Nothing was drawn (rendering prevented, or no GL context): nothing to pass on.
+  if (!outputFramebuffer_) return;
   if (frameProcessingCompletionBlock_) frameProcessingCompletionBlock_(this, time);
   for (size_t i = 0; i < targets_.size(); ++i) {
     if (targets_[i].get() == targetToIgnoreForUpdates_) continue;

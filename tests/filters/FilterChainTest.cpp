@@ -34,7 +34,7 @@ struct PassCase {
 class PassThroughTest : public testing::TestWithParam<PassCase> {};
 
 TEST_P(PassThroughTest, ReturnsTheInputExactly) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   const auto& c = GetParam();
   auto picture = test::patternPicture(c.width, c.height);
   std::shared_ptr<GPUImageFilter> node;
@@ -77,7 +77,7 @@ CropRegion centralRegion(const CropCase& c) {
 }
 
 TEST_P(CropTest, ReturnsTheCentralPixelsOneToOne) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   const auto& c = GetParam();
   auto picture = test::patternPicture(c.frameWidth, c.frameHeight);
   auto crop = std::make_shared<GPUImageCropFilter>(centralRegion(c));
@@ -106,7 +106,7 @@ struct RotationCase {
 class RotationTest : public testing::TestWithParam<RotationCase> {};
 
 TEST_P(RotationTest, PutsEachCornerWhereTheTableSays) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   const auto& c = GetParam();
   const Bgra colours[4] = {
       {10, 20, 30, 255}, {40, 50, 60, 255}, {70, 80, 90, 255}, {100, 110, 120, 255}};
@@ -137,7 +137,7 @@ INSTANTIATE_TEST_SUITE_P(
                     RotationCase{6, BR, TR, BL, TL}, RotationCase{7, BR, BL, TR, TL}));
 
 TEST(FilterSizeTest, ForcedSizeRulesAndZeroGivesTheAutomaticSizeBack) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto picture = test::patternPicture(64, 48);
   auto filter = std::make_shared<LFGPUImageEmptyFilter>();
   filter->forceProcessingAtSize({32, 16});
@@ -165,7 +165,7 @@ void main() { gl_FragColor = vec4(level, 0.0, 0.0, 1.0); }
 )";
 
 TEST(ProgramCacheTest, FiltersOfEqualTextShareOneProgramAndKeepTheirOwnUniforms) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto low = std::make_shared<GPUImageFilter>(kLevelShader);
   auto high = std::make_shared<GPUImageFilter>(kLevelShader);
   ASSERT_NE(low->filterProgram(), nullptr);
@@ -188,13 +188,13 @@ TEST(ProgramCacheTest, FiltersOfEqualTextShareOneProgramAndKeepTheirOwnUniforms)
 }
 
 TEST(ProgramCacheTest, AShaderThatDoesNotCompileLeavesTheFilterWithoutAProgram) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   GPUImageFilter broken("void main() { this is not GLSL }");
   EXPECT_EQ(broken.filterProgram(), nullptr);
 }
 
 TEST(ReadBackTest, ReusesAFreeBufferAndNeverOverwritesAHeldOne) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto picture = test::patternPicture(16, 4);
   auto filter = std::make_shared<LFGPUImageEmptyFilter>();
   auto input = std::make_shared<GPUImagePixelBufferInput>();

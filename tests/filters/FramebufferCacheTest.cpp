@@ -36,7 +36,7 @@ TEST(FramebufferCacheTest, KeyTexts) {
 class FramebufferCacheEdgeTest : public testing::Test {
  protected:
   void SetUp() override {
-    test::expectGlContext();
+    ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
     cache().purgeAllUnassignedFramebuffers();
   }
   const GPUSize size_{37, 11};  // used by no other test
@@ -143,7 +143,7 @@ std::shared_ptr<GPUImageFramebuffer> solidFramebuffer(uint8_t value) {
 }
 
 TEST(ThreeInputFilterTest, DrawsOnceAllThreeArrivedWithTheNewerFrameOfARepeatedInput) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto filter = std::make_shared<GPUImageThreeInputFilter>(kPickShader);
   ASSERT_NE(filter->filterProgram(), nullptr);
   filter->forceProcessingAtSize({4, 4});
@@ -179,7 +179,7 @@ TEST(ThreeInputFilterTest, DrawsOnceAllThreeArrivedWithTheNewerFrameOfARepeatedI
 }
 
 TEST(TwoInputFilterTest, AMovingInputOppositeAStillPictureDrawsAtOnce) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto filter = std::make_shared<GPUImageTwoInputFilter>(R"(
 varying highp vec2 textureCoordinate;
 uniform sampler2D inputImageTexture;

@@ -21,7 +21,7 @@ struct FillCase {
 class ViewFillTest : public testing::TestWithParam<FillCase> {};
 
 TEST_P(ViewFillTest, ScalesAndPaintsTheBackgroundAsTheModeSays) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   const auto& c = GetParam();
   auto view = std::make_shared<GPUImageView>();
   view->setSizeInPixels({64, 48});
@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Modes, ViewFillTest,
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ViewTest, WithoutASizeItDrawsNothingUntilItHasOne) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto view = std::make_shared<GPUImageView>();
   auto input = std::make_shared<GPUImagePixelBufferInput>();
   input->addTarget(view);

@@ -60,7 +60,7 @@ struct YuvCase {
 class YUVConverterTest : public testing::TestWithParam<YuvCase> {};
 
 TEST_P(YUVConverterTest, MatchesSwscaleWithinOneStep) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   const auto& c = GetParam();
   auto picture = gradient(256, 64);
   auto converter = std::make_shared<GPUImageYUVConverter>();
@@ -97,7 +97,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(YUVConverterRuleTest, RefusesASizeItCannotLayOut) {
-  test::expectGlContext();
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   GPUImageYUVConverter converter;
   auto framebuffer =
       GPUImageContext::sharedFramebufferCache().fetchFramebufferForSize({36, 20}, false);
