@@ -1,0 +1,77 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "filters/GPUImageContext.h"
+#include "filters/GPUImageFilter.h"
+#include "filters/GPUImageFramebuffer.h"
+#include "filters/GPUImagePixelBufferInput.h"
+#include "media/PixelBuffer.h"
+
+namespace oxelo::test {
+
+// Fails the test, naming the reason, when this machine offers no GL context.
+inline void expectGlContext() {
+  bool ok = false;
+  runSynchronouslyOnVideoProcessingQueue(
+      [&] { ok = GPUImageContext::useImageProcessingContext(); });
+  ASSERT_TRUE(ok) << GPUImageContext::sharedImageProcessingContext().failureReason();
+}
+
+// BGRA bytes of one pixel.
+struct Bgra {
+  uint8_t b, g, r, a;
+  bool operator==(const Bgra&) const = default;
+};
+inline std::ostream& operator<<(std::ostream& out, const Bgra& p) {
+  return out << "bgra(" << int(p.b) << "," << int(p.g) << "," << int(p.r) << "," << int(p.a) << ")";
+}
+
+inline Bgra pixelAt(const PixelBuffer& picture, int x, int y) {
+  const uint8_t* p = picture.row(y) + 4 * x;
+  return {p[0], p[1], p[2], p[3]};
+}
+
+// A picture in which every pixel differs from its neighbours in every
+// channel, so that a shift, a flip or a blend of one pixel shows.
+inline std::shared_ptr<PixelBuffer> patternPicture(int width, int height) {
+  auto picture = PixelBuffer::create(width, height);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      uint8_t* p = picture->row(y) + 4 * x;
+      p[0] = static_cast<uint8_t>(x * 3 + y * 5);
+      p[1] = static_cast<uint8_t>(x + y * 7 + (x >> 8) * 101);
+      p[2] = static_cast<uint8_t>(y + x * 11 + (y >> 8) * 53);
+      p[3] = static_cast<uint8_t>(255 - ((x + 2 * y) & 63));
+    }
+  }
+  return picture;
+}
+
+// Keeps the read-back of every frame its node draws.
+inline void recordOutput(GPUImageOutput& node, std::shared_ptr<PixelBuffer>* last) {
+  node.setFrameProcessingCompletionBlock([last](GPUImageOutput* output, double) {
+    *last = output->framebufferForOutput()->pixelBuffer();
+  });
+}
+
+// Sends `picture` through `first` and returns what `last` drew.
+inline std::shared_ptr<PixelBuffer> runChain(const PixelBuffer& picture,
+                                             std::shared_ptr<GPUImageInput> first,
+                                             GPUImageOutput& last, uint64_t rotation = 0) {
+  auto input = std::make_shared<GPUImagePixelBufferInput>();
+  input->setOutputRotation(rotation);
+  input->addTarget(std::move(first));
+  std::shared_ptr<PixelBuffer> result;
+  recordOutput(last, &result);
+  input->processPixelBuffer(picture, 1.0);
+  input->removeAllTargets();
+  last.setFrameProcessingCompletionBlock(nullptr);
+  return result;
+}
+
+}  // namespace oxelo::test
