@@ -80,7 +80,7 @@ TEST_F(PTChannelConcurrencyTest, FramesFromSeveralThreadsArriveWholeAndInCallOrd
   EXPECT_EQ(results.offMainQueue, 0);
   ASSERT_EQ(wire.size(), total);
   size_t rest = 0;
-  auto frames = parseWireFrames(wire, &rest);
+  auto frames = parseFrames(wire, &rest);
   EXPECT_EQ(rest, 0u);
   ASSERT_EQ(frames.size(), kThreads * kPerThread);
   std::map<uint32_t, uint32_t> nextTag;
@@ -102,7 +102,7 @@ TEST_F(PTChannelConcurrencyTest, CancelAfterSendsOnAnotherThreadLetsThemAllOutFi
   ASSERT_TRUE(channel);
   constexpr uint32_t kFrames = 100;
   std::optional<Bytes> wire;
-  std::thread reader([&] { wire = readToEnd(peer, 30.0); });
+  std::thread reader([&] { wire = peer::readToEnd(peer, 30.0); });
   Results results;
   std::thread sender([&] {
     for (uint32_t i = 0; i < kFrames; ++i)
@@ -118,7 +118,7 @@ TEST_F(PTChannelConcurrencyTest, CancelAfterSendsOnAnotherThreadLetsThemAllOutFi
   EXPECT_EQ(results.succeeded, int(kFrames));
   ASSERT_TRUE(wire) << "the stream did not end";
   size_t rest = 0;
-  auto frames = parseWireFrames(*wire, &rest);
+  auto frames = parseFrames(*wire, &rest);
   EXPECT_EQ(rest, 0u);
   ASSERT_EQ(frames.size(), kFrames + 1);
   for (uint32_t i = 0; i < kFrames; ++i) {
@@ -135,7 +135,7 @@ TEST_F(PTChannelConcurrencyTest, CloseWhileThreadsSendAnswersEveryCallbackOnce) 
   constexpr uint32_t kThreads = 3;
   constexpr uint32_t kPerThread = 300;
   std::optional<Bytes> wire;
-  std::thread reader([&] { wire = readToEnd(peer, 30.0); });
+  std::thread reader([&] { wire = peer::readToEnd(peer, 30.0); });
   Results results;
   std::vector<std::thread> senders;
   for (uint32_t t = 1; t <= kThreads; ++t) {
@@ -154,7 +154,7 @@ TEST_F(PTChannelConcurrencyTest, CloseWhileThreadsSendAnswersEveryCallbackOnce) 
   EXPECT_EQ(results.offMainQueue, 0);
   EXPECT_EQ(results.succeeded + results.cancelled + results.refused, int(kThreads * kPerThread));
   ASSERT_TRUE(wire) << "the stream did not end";
-  auto frames = parseWireFrames(*wire);
+  auto frames = parseFrames(*wire);
   // What the kernel took before the close still arrives; each whole frame on
   // the wire is a write that succeeded, and no other write did.
   EXPECT_EQ(frames.size(), size_t(results.succeeded));
@@ -184,9 +184,9 @@ TEST_F(PTChannelConcurrencyTest, DelegateChangesOnAnotherThreadWhileFramesArrive
     handedOver = true;
   });
   std::thread writer([&] {
-    for (uint32_t i = 0; i < kFrames; ++i) peer::sendAll(peer, peerFrame(1, i, payloadFor(1, i)));
+    for (uint32_t i = 0; i < kFrames; ++i) peer::sendAll(peer, frame(1, i, payloadFor(1, i)));
     while (!handedOver) std::this_thread::yield();
-    peer::sendAll(peer, peerFrame(2, 0, bytesOf("last")));
+    peer::sendAll(peer, frame(2, 0, bytesOf("last")));
   });
   EXPECT_TRUE(pumpUntil(
       [&] { return !recorder->frames.empty() && recorder->frames.back().type == 2; }, 30.0));

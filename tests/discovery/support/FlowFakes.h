@@ -12,6 +12,7 @@
 #include "discovery/MainScreen.h"
 #include "discovery/MainViewController.h"
 #include "tests/support/FakeCarrier.h"
+#include "tests/support/SocketTestSupport.h"
 #include "tests/support/TestSupport.h"
 
 namespace oxelo::test {
@@ -108,42 +109,6 @@ inline uint16_t closedLoopbackPort() {
   ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
   ::close(fd);
   return ntohs(a.sin_port);
-}
-
-// A listening TCP socket on 127.0.0.1 that never accepts: connections wait
-// in its backlog and stay up.
-class LoopbackListener {
- public:
-  LoopbackListener() {
-    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    ::listen(fd_, 16);
-    socklen_t len = sizeof a;
-    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
-    port_ = ntohs(a.sin_port);
-  }
-  ~LoopbackListener() { ::close(fd_); }
-  uint16_t port() const { return port_; }
-
- private:
-  int fd_ = -1;
-  uint16_t port_ = 0;
-};
-
-// Runs the main queue until `done` holds or `seconds` of real time pass:
-// for events that come from real sockets.
-inline bool pumpUntil(ManualMain& env, const std::function<bool()>& done, double seconds = 5.0) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (std::chrono::steady_clock::now() < deadline) {
-    env.drain();
-    if (done()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  env.drain();
-  return done();
 }
 
 }  // namespace oxelo::test
