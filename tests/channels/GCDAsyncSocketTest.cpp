@@ -135,22 +135,30 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- connecting
 
-TEST_F(GCDAsyncSocketTest, ConnectReportsThePeersAddressAndPort) {
+// Requests made while connecting run once connected.
+TEST_F(GCDAsyncSocketTest, ConnectReportsThePeerAndRunsTheRequestsMadeMeanwhile) {
   LoopbackListener listener;
   auto sock = GCDAsyncSocket::create(recorder, queue);
   OptionalError error;
   ASSERT_TRUE(sock->connectToHost("localhost", listener.port(), 5.0, error));
   EXPECT_FALSE(error);
+  sock->writeData(bytesOf("hello"), -1, 1);
+  sock->readDataWithTimeout(-1, 2);
   Fd other = listener.accept();
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::connected, 1));
+  EXPECT_EQ(peer::receive(other, 5), bytesOf("hello"));
+  peer::sendAll(other, bytesOf("back"));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
+  EXPECT_EQ(recorder->kinds(),
+            (Kinds{SocketEvent::connected, SocketEvent::wrote, SocketEvent::read}));
   auto e = recorder->first(SocketEvent::connected);
   EXPECT_EQ(e.sock, sock.get());
   EXPECT_EQ(e.host, "127.0.0.1");
   EXPECT_EQ(e.port, listener.port());
-  EXPECT_TRUE(sock->isConnected());
   EXPECT_EQ(sock->connectedHost(), "127.0.0.1");
   EXPECT_EQ(sock->connectedPort(), listener.port());
   EXPECT_NE(sock->localPort(), 0);
+  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("back"));
+  EXPECT_EQ(recorder->first(SocketEvent::read).tag, 2);
 }
 
 TEST_F(GCDAsyncSocketTest, ConnectToAClosedPortEndsInASystemError) {
@@ -164,23 +172,6 @@ TEST_F(GCDAsyncSocketTest, ConnectToAClosedPortEndsInASystemError) {
   EXPECT_EQ(e.error->domain, kPosixErrorDomain);
   EXPECT_EQ(e.error->code, ECONNREFUSED);
   EXPECT_FALSE(sock->isConnected());
-}
-
-TEST_F(GCDAsyncSocketTest, RequestsMadeWhileConnectingRunOnceConnected) {
-  LoopbackListener listener;
-  auto sock = GCDAsyncSocket::create(recorder, queue);
-  OptionalError error;
-  ASSERT_TRUE(sock->connectToHost("127.0.0.1", listener.port(), 5.0, error));
-  sock->writeData(bytesOf("hello"), -1, 1);
-  sock->readDataWithTimeout(-1, 2);
-  Fd other = listener.accept();
-  EXPECT_EQ(peer::receive(other, 5), bytesOf("hello"));
-  peer::sendAll(other, bytesOf("back"));
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
-  EXPECT_EQ(recorder->kinds(),
-            (Kinds{SocketEvent::connected, SocketEvent::wrote, SocketEvent::read}));
-  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("back"));
-  EXPECT_EQ(recorder->first(SocketEvent::read).tag, 2);
 }
 
 TEST_F(GCDAsyncSocketTest, RequestsOnAnIdleSocketAreDroppedSilently) {
@@ -236,16 +227,32 @@ TEST_F(GCDAsyncSocketTest, ReadsWithoutTimeOutWaitForDataAndEndInQueueOrder) {
   EXPECT_EQ(recorder->readBytes(), bytesOf("packet1packet2packet3"));
 }
 
-TEST_F(GCDAsyncSocketTest, PeerCloseComesAfterTheLastBytesWithCode7) {
+struct PeerCloseCase {
+  const char* name;
+  int readsBefore;  // reads asked for before the peer closes
+  std::string sent;
+  bool readAfter;  // the bytes wait, and the close with them, until a read
+  Kinds kinds;
+};
+
+class GCDAsyncSocketPeerCloseTest : public GCDAsyncSocketTest,
+                                    public testing::WithParamInterface<PeerCloseCase> {};
+
+TEST_P(GCDAsyncSocketPeerCloseTest, ComesAfterTheLastBytesWithCode7) {
+  const auto& p = GetParam();
   auto c = connect();
-  c.sock->readDataWithTimeout(-1, 1);
-  c.sock->readDataWithTimeout(-1, 2);
-  peer::sendAll(c.peer, bytesOf("last words"));
+  for (int tag = 1; tag <= p.readsBefore; ++tag) c.sock->readDataWithTimeout(-1, tag);
+  if (!p.sent.empty()) peer::sendAll(c.peer, bytesOf(p.sent));
   c.peer.reset();
+  if (p.readAfter) {
+    test::pumpFor(*queue, 0.1);  // the close has reached the socket by now
+    EXPECT_EQ(recorder->count(SocketEvent::disconnected), 0u);
+    EXPECT_TRUE(c.sock->isConnected());
+    c.sock->readDataWithTimeout(-1, 3);
+  }
   ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
-  EXPECT_EQ(recorder->kinds(),
-            (Kinds{SocketEvent::connected, SocketEvent::read, SocketEvent::disconnected}));
-  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("last words"));
+  EXPECT_EQ(recorder->kinds(), p.kinds);
+  EXPECT_EQ(recorder->readBytes(), bytesOf(p.sent));
   auto e = recorder->first(SocketEvent::disconnected);
   ASSERT_TRUE(e.error);
   EXPECT_EQ(e.error->code, 7);
@@ -253,26 +260,19 @@ TEST_F(GCDAsyncSocketTest, PeerCloseComesAfterTheLastBytesWithCode7) {
   EXPECT_FALSE(c.sock->isConnected());
 }
 
-TEST_F(GCDAsyncSocketTest, PeerCloseOfAnIdleConnectionIsNoticedWithoutARead) {
-  auto c = connect();
-  c.peer.reset();
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
-  EXPECT_EQ(recorder->first(SocketEvent::disconnected).error->code, 7);
-}
+const Kinds kReadThenEnd{SocketEvent::connected, SocketEvent::read, SocketEvent::disconnected};
 
-TEST_F(GCDAsyncSocketTest, BytesLeftBehindByAClosingPeerWaitForTheNextRead) {
-  auto c = connect();
-  peer::sendAll(c.peer, bytesOf("unread"));
-  c.peer.reset();
-  test::pumpFor(*queue, 0.1);  // the close has reached the socket by now
-  EXPECT_EQ(recorder->count(SocketEvent::disconnected), 0u);
-  EXPECT_TRUE(c.sock->isConnected());
-  c.sock->readDataWithTimeout(-1, 3);
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
-  EXPECT_EQ(recorder->kinds(),
-            (Kinds{SocketEvent::connected, SocketEvent::read, SocketEvent::disconnected}));
-  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("unread"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    Closes, GCDAsyncSocketPeerCloseTest,
+    testing::Values(PeerCloseCase{"WhileReading", 2, "last words", false, kReadThenEnd},
+                    PeerCloseCase{"IdleIsNoticedWithoutARead",
+                                  0,
+                                  "",
+                                  false,
+                                  {SocketEvent::connected, SocketEvent::disconnected}},
+                    PeerCloseCase{"BytesLeftBehindWaitForTheNextRead", 0, "unread", true,
+                                  kReadThenEnd}),
+    [](const auto& info) { return info.param.name; });
 
 // ---- writing
 
@@ -376,7 +376,7 @@ TEST_F(GCDAsyncSocketTest, SocketCanConnectAgainAfterADisconnect) {
 
 // ---- accepting
 
-TEST_F(GCDAsyncSocketTest, AcceptAnnouncesTheNewSocketBeforeItsOwnEvents) {
+TEST_F(GCDAsyncSocketTest, AcceptAnnouncesTheNewSocketWithThePeersAddressBeforeItsEvents) {
   auto listener = GCDAsyncSocket::create(recorder, queue);
   OptionalError error;
   ASSERT_TRUE(listener->acceptOnPort(0, error));
@@ -384,37 +384,30 @@ TEST_F(GCDAsyncSocketTest, AcceptAnnouncesTheNewSocketBeforeItsOwnEvents) {
   recorder->onAccept = [](GCDAsyncSocket*, const std::shared_ptr<GCDAsyncSocket>& s) {
     s->readDataWithTimeout(-1, 8811);
   };
-  peer::sendAll(peer::connect(listener->localPort()), bytesOf("hello"));  // and gone at once
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
-  auto events = recorder->events();
-  ASSERT_EQ(events.size(), 3u);
-  EXPECT_EQ(events[0].kind, SocketEvent::accepted);
-  EXPECT_EQ(events[0].sock, listener.get());
-  auto accepted = events[0].newSocket;
+  Fd caller = peer::connect(listener->localPort());
+  peer::sendAll(caller, bytesOf("hello"));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
+  auto accepted = recorder->first(SocketEvent::accepted).newSocket;
   ASSERT_TRUE(accepted);
   EXPECT_EQ(accepted->delegate(), recorder);
   EXPECT_EQ(accepted->delegateQueue(), queue);
-  EXPECT_EQ(events[1].kind, SocketEvent::read);
-  EXPECT_EQ(events[1].sock, accepted.get());
-  EXPECT_EQ(events[1].data, bytesOf("hello"));
-  EXPECT_EQ(events[2].kind, SocketEvent::disconnected);
-  EXPECT_EQ(events[2].sock, accepted.get());
-}
-
-TEST_F(GCDAsyncSocketTest, AcceptedSocketCarriesThePeersRawAddress) {
-  auto listener = GCDAsyncSocket::create(recorder, queue);
-  OptionalError error;
-  ASSERT_TRUE(listener->acceptOnPort(0, error));
-  Fd caller = peer::connect(listener->localPort());
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::accepted, 1));
-  auto accepted = recorder->first(SocketEvent::accepted).newSocket;
-  ASSERT_TRUE(accepted->isConnected());
   auto address = accepted->connectedAddress();
   ASSERT_GE(address.size(), 8u);
   EXPECT_EQ(Bytes(address.data() + 4, address.data() + 8), (Bytes{127, 0, 0, 1}));
   EXPECT_EQ(accepted->connectedHost(), "127.0.0.1");
   accepted->writeData(bytesOf("hi"), 5.0, 8810);
   EXPECT_EQ(peer::receive(caller, 2), bytesOf("hi"));
+  caller.reset();
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  auto events = recorder->events();
+  ASSERT_EQ(events.size(), 4u);
+  EXPECT_EQ(events[0].kind, SocketEvent::accepted);
+  EXPECT_EQ(events[0].sock, listener.get());
+  EXPECT_EQ(events[1].kind, SocketEvent::read);
+  EXPECT_EQ(events[1].data, bytesOf("hello"));
+  EXPECT_EQ(events[2].kind, SocketEvent::wrote);
+  EXPECT_EQ(events[3].kind, SocketEvent::disconnected);
+  for (size_t i = 1; i < 4; ++i) EXPECT_EQ(events[i].sock, accepted.get()) << i;
 }
 
 TEST_F(GCDAsyncSocketTest, AcceptOnAPortInUseFailsAndADroppedListenerFreesItsPort) {

@@ -291,7 +291,8 @@ TEST_P(PTChannelStopTest, CancelFinishesPendingWritesWhileCloseDropsThem) {
 INSTANTIATE_TEST_SUITE_P(CancelOrClose, PTChannelStopTest, testing::Bool(),
                          [](const auto& info) { return info.param ? "Cancel" : "Close"; });
 
-TEST_F(PTChannelTest, ListenerRefusesToSendOrRead) {
+// A listener takes neither a stream nor frames to send.
+TEST_F(PTChannelTest, StartReadingMakesAChannelOfAnyConnectedStreamButAListener) {
   std::vector<OptionalError> results;
   listener->sendFrameOfType(1, 1, bytesOf("x"),
                             [&](OptionalError error) { results.push_back(error); });
@@ -307,21 +308,11 @@ TEST_F(PTChannelTest, ListenerRefusesToSendOrRead) {
   EXPECT_FALSE(listener->startReadingFromConnectedChannel(stream, &error));
   EXPECT_TRUE(isError(error, "NSPOSIXErrorDomain", 1));
   EXPECT_TRUE(listener->isListening());
-  stream->close();
-}
 
-TEST_F(PTChannelTest, StartReadingMakesAChannelOfAnyConnectedStream) {
-  int pair[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
-  Fd far(pair[1]);
-  auto stream = PTIOStream::create(pair[0], MainQueue::get());
-  ASSERT_TRUE(stream);
   auto channel = PTChannel::create(nullptr, recorder);
   EXPECT_FALSE(channel->isConnected());
-  OptionalError error;
   ASSERT_TRUE(channel->startReadingFromConnectedChannel(stream, &error));
   EXPECT_TRUE(channel->isConnected());
-
   peer::sendAll(far, frame(4, 44, bytesOf("pair")));
   ASSERT_TRUE(pumpUntil([&] { return recorder->frames.size() == 1; }));
   EXPECT_EQ(recorder->frames[0].payload, bytesOf("pair"));
@@ -395,19 +386,14 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(PTChannelTest, ListenerWhoseDelegateCannotTakeConnectionsClosesThem) {
-  recorder->ops = kPTDelegateDidEndWithError;
+  recorder->ops = 0xFF ^ kPTDelegateDidAcceptConnection;  // every bit but that one
   listener->setDelegate(recorder);
-  EXPECT_EQ(listener->delegateFlags(), kPTDelegateDidEndWithError);
+  EXPECT_EQ(listener->delegateFlags(), kPTDelegateShouldAcceptFrame | kPTDelegateDidEndWithError)
+      << "only the three optional operations count";
   Fd peer = peer::connect(listener->listeningPort());
   EXPECT_TRUE(pumpUntil([&] { return peer::seesEnd(peer, 0); }));
   EXPECT_TRUE(recorder->accepted.empty());
   EXPECT_TRUE(listener->isListening());
-}
-
-TEST_F(PTChannelTest, DelegateFlagsKeepOnlyTheThreeOptionalOperations) {
-  recorder->ops = 0xFF;
-  listener->setDelegate(recorder);
-  EXPECT_EQ(listener->delegateFlags(), 7);
   listener->setDelegate({});
   EXPECT_EQ(listener->delegateFlags(), 0);
   EXPECT_EQ(listener->delegate(), nullptr);

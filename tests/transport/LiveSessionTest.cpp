@@ -214,6 +214,7 @@ TEST_F(LiveSessionTest, CaptureIsEncodedOnlyWhileUploading) {
 struct BitrateCase {
   const char* name;
   bool adaptive;
+  bool connected;
   int64_t rate;
   BufferVerdict verdict;
   int64_t expected;
@@ -229,7 +230,7 @@ TEST_P(AdaptiveBitrateTest, StepsStayWithinTheConfiguredBounds) {
   video->setVideoBitRate(1000000);
   video->setVideoMaxBitRate(1500000);
   video->setVideoMinBitRate(500000);
-  socketReports(LiveStreamState::Connected);
+  if (GetParam().connected) socketReports(LiveStreamState::Connected);
   encoders_->videos[0]->rate = GetParam().rate;
   session_->socketBufferStatus(nullptr, GetParam().verdict);
   EXPECT_EQ(encoders_->videos[0]->rate, GetParam().expected) << GetParam().name;
@@ -239,24 +240,20 @@ TEST_P(AdaptiveBitrateTest, StepsStayWithinTheConfiguredBounds) {
 INSTANTIATE_TEST_SUITE_P(
     Verdicts, AdaptiveBitrateTest,
     testing::Values(
-        BitrateCase{"RaiseByFivePercent", true, 1000000, BufferVerdict::RaiseBitrate, 1050000},
-        BitrateCase{"RaiseThatWouldPassTheMaximumIsRefused", true, 1450000,
+        BitrateCase{"RaiseByFivePercent", true, true, 1000000, BufferVerdict::RaiseBitrate,
+                    1050000},
+        BitrateCase{"RaiseThatWouldPassTheMaximumIsRefused", true, true, 1450000,
                     BufferVerdict::RaiseBitrate, 1450000},
-        BitrateCase{"RaiseToExactlyTheMaximum", true, 1428572, BufferVerdict::RaiseBitrate,
+        BitrateCase{"RaiseToExactlyTheMaximum", true, true, 1428572, BufferVerdict::RaiseBitrate,
                     1500000},
-        BitrateCase{"LowerByAFifth", true, 1000000, BufferVerdict::LowerBitrate, 800000},
-        BitrateCase{"LowerThatWouldPassTheMinimumIsRefused", true, 600000,
+        BitrateCase{"LowerByAFifth", true, true, 1000000, BufferVerdict::LowerBitrate, 800000},
+        BitrateCase{"LowerThatWouldPassTheMinimumIsRefused", true, true, 600000,
                     BufferVerdict::LowerBitrate, 600000},
-        BitrateCase{"NoChangeIsIgnored", true, 1000000, BufferVerdict::NoChange, 1000000},
-        BitrateCase{"OffMeansNoStep", false, 1000000, BufferVerdict::RaiseBitrate, 1000000}),
+        BitrateCase{"NoChangeIsIgnored", true, true, 1000000, BufferVerdict::NoChange, 1000000},
+        BitrateCase{"OffMeansNoStep", false, true, 1000000, BufferVerdict::RaiseBitrate, 1000000},
+        BitrateCase{"NoStepBeforeTheConnection", true, false, 1000000, BufferVerdict::LowerBitrate,
+                    1000000}),
     [](const auto& info) { return info.param.name; });
-
-TEST_F(LiveSessionTest, VerdictsBeforeTheConnectionHaveNoEffect) {
-  settings_.defaults->setBool(keys::adaptiveBitrate, true);
-  makeSession(kCaptureMaskVideo);
-  session_->socketBufferStatus(nullptr, BufferVerdict::LowerBitrate);
-  EXPECT_EQ(encoders_->videos[0]->rate, 1000000);
-}
 
 TEST_F(LiveSessionTest, PeerCloseStopsTheSessionBeforeTheViewHears) {
   makeSession(kCaptureMaskDefault);

@@ -32,9 +32,11 @@ class StreamSocketTest : public testing::Test {
     }
   }
 
-  std::shared_ptr<OXStreamSocket> makeSocket(std::shared_ptr<LFLiveStreamInfo> info) {
+  std::shared_ptr<OXStreamSocket> makeSocket(std::shared_ptr<LFLiveStreamInfo> info,
+                                             std::shared_ptr<AppLifecycle> lifecycle = nullptr) {
     StreamSocketEnvironment environment;
     environment.sendQueue = send_;
+    environment.lifecycle = lifecycle;
     socket_ = OXStreamSocket::create(std::move(info), 0, 0, environment);
     socket_->setDelegate(session_);
     return socket_;
@@ -42,9 +44,9 @@ class StreamSocketTest : public testing::Test {
 
   // A socket handed a greeted TCP connection and started: the host has read
   // the info packet.
-  test::Bytes startOverTcp(uint64_t fps = 30) {
+  test::Bytes startOverTcp() {
     connection_ = test::connectLoopback(main_.main());
-    makeSocket(test::makeStreamInfo(fps));
+    makeSocket(test::makeStreamInfo());
     socket_->setCarrier(connection_.carrier);
     socket_->start();
     EXPECT_TRUE(pump([&] { return socket_->isConnected(); }));
@@ -61,6 +63,14 @@ class StreamSocketTest : public testing::Test {
     ASSERT_TRUE(pump([&] { return socket_->isConnected(); }));
   }
 
+  // A stream that opens its own connection to `port` on loopback.
+  static std::shared_ptr<LFLiveStreamInfo> infoFor(uint16_t port) {
+    auto info = test::makeStreamInfo();
+    info->host = "127.0.0.1";
+    info->port = port;
+    return info;
+  }
+
   // A write completion, as the carrier reports it on the main queue.
   void completes(int64_t tag) { socket_->carrierDidWriteRecord(&anyCarrier_, tag); }
 
@@ -75,7 +85,7 @@ class StreamSocketTest : public testing::Test {
   // Sends the frames and waits until the host has all `size` bytes.
   test::Bytes sendAndReceive(std::vector<std::shared_ptr<LFFrame>> frames, size_t size) {
     for (auto& frame : frames) socket_->sendFrame(frame);
-    EXPECT_TRUE(pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); }));
+    EXPECT_TRUE(sent());
     return test::peer::receive(connection_.host, size);
   }
 
@@ -330,11 +340,7 @@ TEST_F(StreamSocketTest, TwoCommandsInOneReadOnlyTheFirstIsSeen) {
 }
 
 TEST_F(StreamSocketTest, LostConnectionsAreRetriedFiveTimesThreeSecondsApart) {
-  auto info = test::makeStreamInfo();
-  info->host = "127.0.0.1";
-  info->port = test::peer::closedPort();
-  makeSocket(info);
-  socket_->start();
+  makeSocket(infoFor(test::peer::closedPort()))->start();
   for (int attempt = 1; attempt <= 6; ++attempt) {
     ASSERT_TRUE(pump([&] { return socket_->retryTimes() == attempt; })) << attempt;
     if (attempt < 6) main_.advance(OXStreamSocket::kRetryDelay);
@@ -352,11 +358,7 @@ TEST_F(StreamSocketTest, LostConnectionsAreRetriedFiveTimesThreeSecondsApart) {
 TEST_F(StreamSocketTest, AConnectionInBetweenResetsTheRetries) {
   // A host that takes each connection and drops it at once.
   test::LoopbackListener listener;
-  auto info = test::makeStreamInfo();
-  info->host = "127.0.0.1";
-  info->port = listener.port();
-  makeSocket(info);
-  socket_->start();
+  makeSocket(infoFor(listener.port()))->start();
   for (int round = 0; round < 7; ++round) {
     ASSERT_TRUE(pump([&] { return socket_->isConnected(); })) << round;
     auto host = listener.accept();
@@ -374,15 +376,7 @@ TEST_F(StreamSocketTest, InTheBackgroundALostConnectionIsNotRetried) {
   auto lifecycle = std::make_shared<AppLifecycle>();
   lifecycle->enterBackground();
   main_.drain();
-  auto info = test::makeStreamInfo();
-  info->host = "127.0.0.1";
-  info->port = test::peer::closedPort();
-  StreamSocketEnvironment environment;
-  environment.sendQueue = send_;
-  environment.lifecycle = lifecycle;
-  socket_ = OXStreamSocket::create(info, 0, 0, environment);
-  socket_->setDelegate(session_);
-  socket_->start();
+  makeSocket(infoFor(test::peer::closedPort()), lifecycle)->start();
   ASSERT_TRUE(pump([&] { return !session_->errors().empty(); }));
   EXPECT_EQ(session_->errors(), std::vector{LiveStreamError::ConnectionLost});
   EXPECT_FALSE(socket_->isReconnecting());
