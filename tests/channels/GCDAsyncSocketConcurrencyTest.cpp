@@ -67,27 +67,6 @@ TEST_F(GCDAsyncSocketConcurrencyTest, WritesFromSeveralThreadsArriveWholeAndInOr
     ASSERT_EQ(tag % 1000, done[tag / 1000]++) << "completions of thread " << tag / 1000;
 }
 
-TEST_F(GCDAsyncSocketConcurrencyTest, LargeWriteFinishesAgainstASlowReader) {
-  auto c = test::connectPair(recorder, queue);
-  ASSERT_TRUE(c.sock);
-  auto frame = std::make_shared<const Bytes>(test::patternBytes(32 << 20, 9));
-  c.sock->writeData(frame, -1, 2);
-  c.sock->writeData(test::bytesOf("next"), -1, 3);
-  Bytes got;
-  got.reserve(frame->size() + 4);
-  while (got.size() < frame->size() + 4) {
-    size_t left = frame->size() + 4 - got.size();
-    Bytes part = peer::receive(c.peer, std::min<size_t>(left, 256 * 1024), 10.0);
-    ASSERT_FALSE(part.empty());
-    got.insert(got.end(), part.begin(), part.end());
-    std::this_thread::sleep_for(std::chrono::microseconds(500));  // a slow reader
-  }
-  EXPECT_TRUE(std::equal(frame->begin(), frame->end(), got.begin()));
-  EXPECT_EQ(Bytes(got.end() - 4, got.end()), test::bytesOf("next"));
-  ASSERT_TRUE(test::waitUntil([&] { return recorder->count(SocketEvent::wrote) == 2; }));
-  EXPECT_EQ(recorder->tags(SocketEvent::wrote), (std::vector<int64_t>{2, 3}));
-}
-
 // A connection changes hands inside a read callback, as the handshake does:
 // the old owner clears the delegate, the new one sets itself and reads on.
 // Every later event goes to the new owner and none to the old.

@@ -110,35 +110,30 @@ TEST_F(StreamingBufferTest, RemoveAllEmptiesTheListAndSamplingGoesOn) {
   EXPECT_TRUE(timerPending());
 }
 
-TEST_F(StreamingBufferTest, GrowingAtEveryStepOfASecondCycleLowersTheBitrate) {
-  // First cycle: samples 0 (taken inside the first append), 1, 2, 3, 4: four rises.
-  growThenWait(1);
-  growThenWait(1);
-  growThenWait(1);
-  growThenWait(1);
-  EXPECT_TRUE(verdicts_->empty());
-  // Second cycle: 5, 6, 7, 8 ...
-  for (int i = 0; i < 4; ++i) growThenWait(1);
-  EXPECT_TRUE(verdicts_->empty());
-  // ... and 9 at the fifth sample.
-  growThenWait(1);
-  EXPECT_EQ(*verdicts_, std::vector<BufferVerdict>{BufferVerdict::LowerBitrate});
+struct CycleCase {
+  const char* name;
+  std::vector<int> growth;  // frames appended before each sampling second
+  size_t verdicts;
+};
+
+class SamplingCycleTest : public StreamingBufferTest,
+                          public testing::WithParamInterface<CycleCase> {};
+
+// Samples come each second, the first inside the first append; five make a
+// cycle, whose first sample counts as a rise against 0.
+TEST_P(SamplingCycleTest, ACycleThatGrowsAtEveryStepLowersTheBitrate) {
+  for (int n : GetParam().growth) growThenWait(n);
+  EXPECT_EQ(*verdicts_, std::vector(GetParam().verdicts, BufferVerdict::LowerBitrate));
 }
 
-TEST_F(StreamingBufferTest, NextCycleStartsFromEmptySamplesAndZero) {
-  for (int i = 0; i < 9; ++i) growThenWait(1);  // verdict at the sample of length 9
-  ASSERT_EQ(verdicts_->size(), 1u);
-  // Samples 9, 10, 11, 12, 13: five rises only when the first counts against 0.
-  main_.advance(1.0, 1.0);
-  for (int i = 0; i < 4; ++i) growThenWait(1);
-  EXPECT_EQ(verdicts_->size(), 2u);
-}
-
-TEST_F(StreamingBufferTest, RisesOfAnEarlierCycleDoNotCount) {
-  for (int i = 0; i < 5; ++i) growThenWait(1);  // 0 1 2 3 4, then 5
-  main_.advance(4.0, 1.0);                      // 5 5 5 5: one rise against 0
-  EXPECT_TRUE(verdicts_->empty());
-}
+INSTANTIATE_TEST_SUITE_P(
+    Cycles, SamplingCycleTest,
+    testing::Values(CycleCase{"FirstCycleHasFourRisesOnly", {1, 1, 1, 1, 1, 1, 1, 1}, 0},
+                    CycleCase{"SecondCycleRisesFiveTimes", {1, 1, 1, 1, 1, 1, 1, 1, 1}, 1},
+                    CycleCase{
+                        "NextCycleStartsFromZero", {1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 1, 1, 1, 1}, 2},
+                    CycleCase{"RisesOfAnEarlierCycleDoNotCount", {1, 1, 1, 1, 1, 0, 0, 0, 0}, 0}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 // Neither a steady length nor one that shrinks over five samples is reported.
 TEST_F(StreamingBufferTest, SteadyOrShrinkingReportsNothing) {
