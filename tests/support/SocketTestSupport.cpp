@@ -147,9 +147,7 @@ SocketEvent Recorder::first(SocketEvent::Kind kind) const {
   for (auto& e : events_)
     if (e.kind == kind) return e;
   ADD_FAILURE() << "no event of kind " << kind;
-  SocketEvent none;
-  none.kind = kind;
-  return none;
+  return SocketEvent(kind);
 }
 
 std::vector<SocketEvent::Kind> Recorder::kinds() const {
@@ -177,84 +175,17 @@ void Recorder::answerWriteTimeouts(std::vector<double> answers) {
   answers_ = std::move(answers);
 }
 
-void Recorder::add(SocketEvent::Kind kind, const void* sock,
-                   const std::function<void(SocketEvent&)>& fill) {
-  SocketEvent e;
-  e.kind = kind;
-  e.sock = sock;
-  if (fill) fill(e);
-  std::lock_guard lock(mutex_);
-  events_.push_back(std::move(e));
-}
-
-void Recorder::socketDidConnectToHost(GCDAsyncSocket* sock, const std::string& host,
-                                      uint16_t port) {
-  add(SocketEvent::connected, sock, [&](SocketEvent& e) {
-    e.host = host;
-    e.port = port;
-  });
-}
-
-void Recorder::socketDidAcceptNewSocket(GCDAsyncSocket* sock,
-                                        const std::shared_ptr<GCDAsyncSocket>& newSocket) {
-  add(SocketEvent::accepted, sock, [&](SocketEvent& e) { e.newSocket = newSocket; });
-  if (onAccept) onAccept(sock, newSocket);
-}
-
-void Recorder::socketDidReadData(GCDAsyncSocket* sock, const std::vector<uint8_t>& data,
-                                 int64_t tag) {
-  add(SocketEvent::read, sock, [&](SocketEvent& e) {
-    e.data = data;
-    e.tag = tag;
-  });
-  if (onRead) onRead(sock, data, tag);
-}
-
-void Recorder::socketDidWriteDataWithTag(GCDAsyncSocket* sock, int64_t tag) {
-  add(SocketEvent::wrote, sock, [&](SocketEvent& e) { e.tag = tag; });
-}
-
 double Recorder::socketShouldTimeoutWriteWithTag(GCDAsyncSocket* sock, int64_t tag, double elapsed,
                                                  size_t bytesDone) {
-  add(SocketEvent::shouldTimeout, sock, [&](SocketEvent& e) {
-    e.tag = tag;
-    e.elapsed = elapsed;
-    e.bytesDone = bytesDone;
-  });
+  SocketEvent e(SocketEvent::shouldTimeout, sock, tag);
+  e.elapsed = elapsed;
+  e.bytesDone = bytesDone;
+  add(std::move(e));
   std::lock_guard lock(mutex_);
   if (answers_.empty()) return 0;
   double answer = answers_.front();
   answers_.erase(answers_.begin());
   return answer;
-}
-
-void Recorder::socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) {
-  add(SocketEvent::disconnected, sock, [&](SocketEvent& e) { e.error = error; });
-}
-
-void Recorder::udpSocketDidSendDataWithTag(GCDAsyncUdpSocket* sock, int64_t tag) {
-  add(SocketEvent::udpSent, sock, [&](SocketEvent& e) { e.tag = tag; });
-}
-
-void Recorder::udpSocketDidNotSendDataWithTagDueToError(GCDAsyncUdpSocket* sock, int64_t tag,
-                                                        const Error& error) {
-  add(SocketEvent::udpNotSent, sock, [&](SocketEvent& e) {
-    e.tag = tag;
-    e.error = error;
-  });
-}
-
-void Recorder::udpSocketDidReceiveDataFromAddressWithFilterContext(GCDAsyncUdpSocket* sock,
-                                                                   const std::vector<uint8_t>& data,
-                                                                   const SocketAddress& address) {
-  add(SocketEvent::udpReceived, sock, [&](SocketEvent& e) {
-    e.data = data;
-    e.address = address;
-  });
-}
-
-void Recorder::udpSocketDidClose(GCDAsyncUdpSocket* sock, const OptionalError& error) {
-  add(SocketEvent::udpClosed, sock, [&](SocketEvent& e) { e.error = error; });
 }
 
 Connection connectPair(const std::shared_ptr<Recorder>& delegate,

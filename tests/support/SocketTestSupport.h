@@ -113,9 +113,11 @@ struct SocketEvent {
     udpReceived,
     udpClosed
   };
-  Kind kind = connected;
-  const void* sock = nullptr;
-  int64_t tag = 0;
+  SocketEvent(Kind kind = connected, const void* sock = nullptr, int64_t tag = 0)
+      : kind(kind), sock(sock), tag(tag) {}
+  Kind kind;
+  const void* sock;
+  int64_t tag;
   Bytes data;
   OptionalError error;
   std::string host;
@@ -145,26 +147,60 @@ class Recorder : public GCDAsyncSocketDelegate, public GCDAsyncUdpSocketDelegate
   std::function<void(GCDAsyncSocket*, const Bytes&, int64_t)> onRead;
 
   void socketDidConnectToHost(GCDAsyncSocket* sock, const std::string& host,
-                              uint16_t port) override;
+                              uint16_t port) override {
+    SocketEvent e(SocketEvent::connected, sock);
+    e.host = host;
+    e.port = port;
+    add(std::move(e));
+  }
   void socketDidAcceptNewSocket(GCDAsyncSocket* sock,
-                                const std::shared_ptr<GCDAsyncSocket>& newSocket) override;
+                                const std::shared_ptr<GCDAsyncSocket>& newSocket) override {
+    SocketEvent e(SocketEvent::accepted, sock);
+    e.newSocket = newSocket;
+    add(std::move(e));
+    if (onAccept) onAccept(sock, newSocket);
+  }
   void socketDidReadData(GCDAsyncSocket* sock, const std::vector<uint8_t>& data,
-                         int64_t tag) override;
-  void socketDidWriteDataWithTag(GCDAsyncSocket* sock, int64_t tag) override;
+                         int64_t tag) override {
+    SocketEvent e(SocketEvent::read, sock, tag);
+    e.data = data;
+    add(std::move(e));
+    if (onRead) onRead(sock, data, tag);
+  }
+  void socketDidWriteDataWithTag(GCDAsyncSocket* sock, int64_t tag) override {
+    add({SocketEvent::wrote, sock, tag});
+  }
   double socketShouldTimeoutWriteWithTag(GCDAsyncSocket* sock, int64_t tag, double elapsed,
                                          size_t bytesDone) override;
-  void socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) override;
+  void socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) override {
+    add({SocketEvent::disconnected, sock}, error);
+  }
 
-  void udpSocketDidSendDataWithTag(GCDAsyncUdpSocket* sock, int64_t tag) override;
+  void udpSocketDidSendDataWithTag(GCDAsyncUdpSocket* sock, int64_t tag) override {
+    add({SocketEvent::udpSent, sock, tag});
+  }
   void udpSocketDidNotSendDataWithTagDueToError(GCDAsyncUdpSocket* sock, int64_t tag,
-                                                const Error& error) override;
+                                                const Error& error) override {
+    add({SocketEvent::udpNotSent, sock, tag}, error);
+  }
   void udpSocketDidReceiveDataFromAddressWithFilterContext(GCDAsyncUdpSocket* sock,
                                                            const std::vector<uint8_t>& data,
-                                                           const SocketAddress& address) override;
-  void udpSocketDidClose(GCDAsyncUdpSocket* sock, const OptionalError& error) override;
+                                                           const SocketAddress& address) override {
+    SocketEvent e(SocketEvent::udpReceived, sock);
+    e.data = data;
+    e.address = address;
+    add(std::move(e));
+  }
+  void udpSocketDidClose(GCDAsyncUdpSocket* sock, const OptionalError& error) override {
+    add({SocketEvent::udpClosed, sock}, error);
+  }
 
  private:
-  void add(SocketEvent::Kind kind, const void* sock, const std::function<void(SocketEvent&)>& fill);
+  void add(SocketEvent event, const OptionalError& error = std::nullopt) {
+    event.error = error;
+    std::lock_guard lock(mutex_);
+    events_.push_back(std::move(event));
+  }
   mutable std::mutex mutex_;
   std::vector<SocketEvent> events_;
   std::vector<double> answers_;
