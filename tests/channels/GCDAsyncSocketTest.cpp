@@ -313,6 +313,7 @@ TEST_F(GCDAsyncSocketTest, ExtendedWriteIsAskedAgainAndFinishesWhenThePeerReads)
 
 // ---- closing and changing hands
 
+// After it the socket may connect again.
 TEST_F(GCDAsyncSocketTest, DisconnectIsImmediateAndReportedOnceWithNoError) {
   auto c = connect();
   c.sock->readDataWithTimeout(-1, 1);
@@ -324,6 +325,16 @@ TEST_F(GCDAsyncSocketTest, DisconnectIsImmediateAndReportedOnceWithNoError) {
   EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::disconnected}));
   EXPECT_FALSE(recorder->first(SocketEvent::disconnected).error);
   EXPECT_TRUE(peer::seesEnd(c.peer));
+
+  LoopbackListener listener;
+  OptionalError error;
+  ASSERT_TRUE(c.sock->connectToHost("127.0.0.1", listener.port(), 5.0, error));
+  Fd other = listener.accept();
+  c.sock->writeData(bytesOf("again"), -1, 2);
+  EXPECT_EQ(peer::receive(other, 5), bytesOf("again"));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
+  EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::disconnected,
+                                      SocketEvent::connected, SocketEvent::wrote}));
 }
 
 TEST_F(GCDAsyncSocketTest, EventsAfterSetDelegateReachOnlyTheNewDelegate) {
@@ -358,20 +369,6 @@ TEST_F(GCDAsyncSocketTest, EventWaitingOnTheQueueGoesToTheDelegateOfThatMoment) 
     EXPECT_EQ(recorder->kinds(), Kinds{SocketEvent::connected}) << handOver;
     EXPECT_EQ(next->count(SocketEvent::disconnected), handOver ? 1u : 0u) << handOver;
   }
-}
-
-TEST_F(GCDAsyncSocketTest, SocketCanConnectAgainAfterADisconnect) {
-  auto c = connect();
-  c.sock->disconnect();
-  LoopbackListener listener;
-  OptionalError error;
-  ASSERT_TRUE(c.sock->connectToHost("127.0.0.1", listener.port(), 5.0, error));
-  Fd other = listener.accept();
-  c.sock->writeData(bytesOf("again"), -1, 2);
-  EXPECT_EQ(peer::receive(other, 5), bytesOf("again"));
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
-  EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::disconnected,
-                                      SocketEvent::connected, SocketEvent::wrote}));
 }
 
 // ---- accepting
