@@ -13,10 +13,9 @@
 namespace oxelo {
 namespace {
 
-class FakeVideoEncoder final : public LFVideoEncoding {
- public:
-  void encodeVideoData(std::shared_ptr<PixelBuffer>, uint64_t timeStamp) override {
-    encoded.push_back(timeStamp);
+struct FakeVideoEncoder final : LFVideoEncoding {
+  void encodeVideoData(std::shared_ptr<PixelBuffer>, uint64_t time) override {
+    encoded.push_back(time);
   }
   int64_t videoBitRate() const override { return rate; }
   void setVideoBitRate(int64_t videoBitRate) override { rate = videoBitRate; }
@@ -26,32 +25,28 @@ class FakeVideoEncoder final : public LFVideoEncoding {
   bool stopped = false;
 };
 
-class FakeAudioEncoder final : public LFAudioEncoding {
- public:
+struct FakeAudioEncoder final : LFAudioEncoding {
   void encodeAudioData(const Bytes& data, uint64_t) override { bytes += data.size(); }
   void stopEncoder() override { stopped = true; }
   size_t bytes = 0;
   bool stopped = false;
 };
 
-class FakeEncoders final : public EncoderFactory {
- public:
+// Makes fake encoders and keeps them for the test to look at.
+struct FakeEncoders final : EncoderFactory {
   std::shared_ptr<LFVideoEncoding> makeVideoEncoder(
       std::shared_ptr<LFLiveVideoConfiguration>) override {
-    videos.push_back(std::make_shared<FakeVideoEncoder>());
-    return videos.back();
+    return videos.emplace_back(std::make_shared<FakeVideoEncoder>());
   }
   std::shared_ptr<LFAudioEncoding> makeAudioEncoder(
       std::shared_ptr<LFLiveAudioConfiguration>) override {
-    audios.push_back(std::make_shared<FakeAudioEncoder>());
-    return audios.back();
+    return audios.emplace_back(std::make_shared<FakeAudioEncoder>());
   }
   std::vector<std::shared_ptr<FakeVideoEncoder>> videos;
   std::vector<std::shared_ptr<FakeAudioEncoder>> audios;
 };
 
-class RecordingView final : public OXLiveSessionDelegate {
- public:
+struct RecordingView final : OXLiveSessionDelegate {
   void liveSessionLiveStateDidChange(OXLiveSession*, LiveStreamState state) override {
     states.push_back(state);
   }
