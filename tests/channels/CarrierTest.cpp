@@ -5,9 +5,7 @@
 
 #include "channels/TcpCarrier.h"
 #include "channels/UsbCarrier.h"
-#include "tests/channels/support/PTChannelTestSupport.h"
 #include "tests/support/SocketTestSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace oxelo {
 namespace {
@@ -27,19 +25,6 @@ struct CarrierEvents : CarrierDelegate {
   void carrierDidEnd(Carrier*, const OptionalError&) override { ++ended; }
 };
 
-// Takes what a listening framed channel accepts into a carrier.
-struct UsbAcceptor : PTChannelDelegate {
-  std::shared_ptr<UsbCarrier> carrier;
-  void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>&, uint32_t, uint32_t,
-                                           std::shared_ptr<const PTPayload>) override {}
-  void ioFrameChannelDidAcceptConnection(const std::shared_ptr<PTChannel>&,
-                                         const std::shared_ptr<PTChannel>& newChannel,
-                                         const PTAddress&) override {
-    carrier = UsbCarrier::adopt(newChannel);
-  }
-  uint8_t ptChannelDelegateOptionalOps() const override { return kPTDelegateDidAcceptConnection; }
-};
-
 std::shared_ptr<const Bytes> shared(Bytes bytes) {
   return std::make_shared<const Bytes>(std::move(bytes));
 }
@@ -49,34 +34,26 @@ class CarrierTest : public testing::TestWithParam<Carrier::Kind> {
   // A carrier connected to `peer_`, with `events_` as its delegate.
   void connect() {
     if (GetParam() == Carrier::Kind::tcp) {
-      uint16_t port = 0;
-      auto listener = test::peer::listen(port);
+      test::LoopbackListener listener;
       OptionalError error;
-      carrier_ = TcpCarrier::connect("127.0.0.1", port, 5.0, events_, MainQueue::get(), error);
+      carrier_ =
+          TcpCarrier::connect("127.0.0.1", listener.port(), 5.0, events_, MainQueue::get(), error);
       ASSERT_TRUE(carrier_) << error->toString();
-      peer_ = test::peer::accept(listener);
-      ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return carrier_->isConnected(); }));
+      peer_ = listener.accept();
+      ASSERT_TRUE(test::pumpUntil(env_, [&] { return carrier_->isConnected(); }));
     } else {
-      listener_ = PTChannel::channelWithDelegate(acceptor_);
-      OptionalError failure;
-      listener_->listenOnPort(0, 0x7f000001, [&](OptionalError e) { failure = e; });
-      ASSERT_FALSE(failure);
-      peer_ = test::peer::connect(listener_->listeningPort());
-      ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return acceptor_->carrier != nullptr; }));
-      carrier_ = acceptor_->carrier;
+      usb_ = test::UsbLoopback::connect(env_.main());
+      ASSERT_TRUE(usb_->carrier);
+      carrier_ = usb_->carrier;
+      peer_ = std::move(usb_->host);
       carrier_->setDelegate(events_);
     }
     carrier_->startReading();
   }
 
-  void TearDown() override {
-    if (listener_) listener_->close();
-  }
-
   test::ManualMain env_;
   std::shared_ptr<CarrierEvents> events_ = std::make_shared<CarrierEvents>();
-  std::shared_ptr<UsbAcceptor> acceptor_ = std::make_shared<UsbAcceptor>();
-  std::shared_ptr<PTChannel> listener_;
+  std::shared_ptr<test::UsbLoopback> usb_;
   std::shared_ptr<Carrier> carrier_;
   test::Fd peer_;
 };
@@ -100,7 +77,7 @@ TEST_P(CarrierTest, RecordsLeaveWithTheirTailsAndReportOnlyWhenAsked) {
     EXPECT_EQ(test::peer::receive(peer_, 6, 5.0), (Bytes{1, 2, 3, 9, 9, 4}));
     EXPECT_TRUE(test::peer::receiveAvailable(peer_, 0.2).empty());
   } else {
-    auto frames = test::parseWireFrames(test::peer::receive(peer_, 4 * 16 + 3 + 2 + 1 + 2, 5.0));
+    auto frames = test::parseFrames(test::peer::receive(peer_, 4 * 16 + 3 + 2 + 1 + 2, 5.0));
     ASSERT_EQ(frames.size(), 4u);
     EXPECT_EQ(frames[0].type, 9u);
     EXPECT_EQ(frames[0].tag, 4242u);
@@ -113,7 +90,7 @@ TEST_P(CarrierTest, RecordsLeaveWithTheirTailsAndReportOnlyWhenAsked) {
   // The quiet record is never reported; the notice only where it was sent.
   std::vector<int64_t> reported{4242};
   if (GetParam() == Carrier::Kind::usb) reported.push_back(8814);
-  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return !events_->written.empty(); }));
+  ASSERT_TRUE(test::pumpUntil(env_, [&] { return !events_->written.empty(); }));
   test::pumpFor(env_.main(), 0.1);
   EXPECT_EQ(events_->written, reported);
 }
@@ -122,13 +99,13 @@ TEST_P(CarrierTest, ReadsArriveAsStreamPiecesOrWholeMessagesAndTheEndOnce) {
   connect();
   ASSERT_TRUE(carrier_);
   bool tcp = GetParam() == Carrier::Kind::tcp;
-  test::peer::sendAll(peer_, tcp ? Bytes{5, 6, 7} : test::peerFrame(88, 1, {5, 6, 7}));
-  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return events_->received.size() == 3; }));
+  test::peer::sendAll(peer_, tcp ? Bytes{5, 6, 7} : test::frame(88, 1, {5, 6, 7}));
+  ASSERT_TRUE(test::pumpUntil(env_, [&] { return events_->received.size() == 3; }));
   EXPECT_EQ(events_->received, (Bytes{5, 6, 7}));
   EXPECT_EQ(events_->endsMessage.front(), !tcp);
 
   peer_.reset();
-  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return events_->ended > 0; }));
+  ASSERT_TRUE(test::pumpUntil(env_, [&] { return events_->ended > 0; }));
   test::pumpFor(env_.main(), 0.1);
   EXPECT_EQ(events_->ended, 1);
 }
@@ -140,8 +117,7 @@ TEST_P(CarrierTest, HoldsItsDelegateWeakly) {
   events_.reset();
   EXPECT_TRUE(weak.expired());
   EXPECT_EQ(carrier_->delegate(), nullptr);
-  test::peer::sendAll(peer_,
-                      GetParam() == Carrier::Kind::tcp ? Bytes{1} : test::peerFrame(88, 1, {1}));
+  test::peer::sendAll(peer_, GetParam() == Carrier::Kind::tcp ? Bytes{1} : test::frame(88, 1, {1}));
   test::pumpFor(env_.main(), 0.1);  // delivered to nobody, without harm
   EXPECT_TRUE(carrier_->isConnected());
 }

@@ -72,13 +72,9 @@ TEST_F(PTChannelTest, SendWritesBigEndianHeaderAndPayloadAndCallsBackOnce) {
   channel->sendFrameOfType(88, 8810, {}, callback);      // no payload
   channel->sendFrameOfType(0xFFFFFFFF, 0, Bytes{0x00});  // no callback
 
-  const Bytes expected = {
-      0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x65, 0x01, 0x02, 0x03, 0x04,  //
-      0x00, 0x00, 0x00, 0x03, 0xAA, 0xBB, 0xCC,                                //
-      0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x58, 0x00, 0x00, 0x22, 0x6A,  //
-      0x00, 0x00, 0x00, 0x00,                                                  //
-      0x00, 0x00, 0x00, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00,  //
-      0x00, 0x00, 0x00, 0x01, 0x00};
+  const Bytes expected =
+      hex("00000001 00000065 01020304 00000003 AABBCC | 00000001 00000058 0000226A 00000000"
+          "| 00000001 FFFFFFFF 00000000 00000001 00");
   EXPECT_EQ(peer::receive(peer, expected.size()), expected);
   ASSERT_TRUE(pumpUntil([&] { return results.size() == 2; }));
   EXPECT_FALSE(results[0]);
@@ -102,8 +98,8 @@ TEST_P(PTChannelReceiveTest, DeliversEveryFrameWholeHoweverTheBytesArrive) {
   ASSERT_TRUE(channel);
   const Bytes big = patternBytes(20000, 4);
   const Bytes odd = patternBytes(300, 3);
-  Bytes wire = peerFrame(1, 10, bytesOf("hello")) + peerFrame(2, 20) +
-               peerFrame(3, 0xFFFFFFFF, odd) + peerFrame(0x7FFFFFFF, 4, big);
+  Bytes wire = cat({frame(1, 10, bytesOf("hello")), frame(2, 20), frame(3, 0xFFFFFFFF, odd),
+                    frame(0x7FFFFFFF, 4, big)});
   size_t chunk = GetParam().chunk;
   if (chunk == 0) {
     peer::sendAll(peer, wire);
@@ -156,7 +152,7 @@ TEST_P(PTChannelEndTest, EndsOnceWithTheRightErrorAndClosesTheStream) {
   Fd peer;
   auto channel = connectPeer(peer);
   ASSERT_TRUE(channel);
-  peer::sendAll(peer, peerFrame(7, 70, bytesOf("ok")));
+  peer::sendAll(peer, frame(7, 70, bytesOf("ok")));
   ASSERT_TRUE(pumpUntil([&] { return recorder->frames.size() == 1; }));
 
   if (!c.tail.empty()) peer::sendAll(peer, c.tail);
@@ -177,7 +173,7 @@ TEST_P(PTChannelEndTest, EndsOnceWithTheRightErrorAndClosesTheStream) {
   EXPECT_FALSE(channel->isConnected());
   EXPECT_EQ(channel->connState(), PTChannel::kStateNone);
   if (peer.valid()) {
-    auto rest = readToEnd(peer);
+    auto rest = peer::readToEnd(peer);
     ASSERT_TRUE(rest) << "the channel did not close its socket";
     EXPECT_TRUE(rest->empty());
   }
@@ -189,12 +185,12 @@ TEST_P(PTChannelEndTest, EndsOnceWithTheRightErrorAndClosesTheStream) {
 
 INSTANTIATE_TEST_SUITE_P(
     Endings, PTChannelEndTest,
-    testing::Values(EndCase{"FrameOfTypeZero", peerFrame(0, 0) + peerFrame(9, 9, bytesOf("after")),
+    testing::Values(EndCase{"FrameOfTypeZero", cat({frame(0, 0), frame(9, 9, bytesOf("after"))}),
                             PeerThen::keepsOpen, nullptr, 0},
                     EndCase{"EndBetweenFrames", {}, PeerThen::endsItsStream, nullptr, 0},
-                    EndCase{"EndInsidePayload", peerFrame(5, 5, bytesOf("abcd"), 1, 10),
+                    EndCase{"EndInsidePayload", frame(5, 5, bytesOf("abcd"), 1, 10),
                             PeerThen::endsItsStream, nullptr, 0},
-                    EndCase{"VersionTwo", peerFrame(5, 5, bytesOf("abc"), 2) + peerFrame(6, 6),
+                    EndCase{"VersionTwo", cat({frame(5, 5, bytesOf("abc"), 2), frame(6, 6)}),
                             PeerThen::keepsOpen, "PTProtocolError", 0},
                     EndCase{"EndInsideHeader", Bytes{0, 0, 0, 1, 0, 0, 0}, PeerThen::endsItsStream,
                             "PTProtocolError", 0},
@@ -223,7 +219,7 @@ TEST_P(PTChannelStopTest, SendAfterStopFailsWithPosixCodeOneAndSendsNothing) {
   ASSERT_TRUE(pumpUntil([&] { return results.size() == 1; }));
   EXPECT_TRUE(isError(results[0], "NSPOSIXErrorDomain", 1));
   EXPECT_TRUE(onMain);
-  auto wire = readToEnd(peer);
+  auto wire = peer::readToEnd(peer);
   ASSERT_TRUE(wire) << "the stream did not end";
   EXPECT_TRUE(wire->empty());
   ASSERT_TRUE(pumpUntil([&] { return recorder->endsOf(channel) == 1; }));
@@ -256,11 +252,11 @@ TEST_P(PTChannelStopTest, CancelFinishesPendingWritesWhileCloseDropsThem) {
   stop(*channel);
   EXPECT_FALSE(channel->isConnected());
 
-  auto wire = readToEnd(peer, 30.0);
+  auto wire = peer::readToEnd(peer, 30.0);
   ASSERT_TRUE(wire) << "the stream did not end";
   ASSERT_TRUE(pumpUntil([&] { return results.size() == kFrames; }));
   size_t rest = 0;
-  auto frames = parseWireFrames(*wire, &rest);
+  auto frames = parseFrames(*wire, &rest);
   for (uint32_t i = 0; i < frames.size(); ++i) {
     EXPECT_EQ(frames[i].version, 1u);
     EXPECT_EQ(frames[i].type, 100 + i);
@@ -291,7 +287,8 @@ TEST_P(PTChannelStopTest, CancelFinishesPendingWritesWhileCloseDropsThem) {
 INSTANTIATE_TEST_SUITE_P(CancelOrClose, PTChannelStopTest, testing::Bool(),
                          [](const auto& info) { return info.param ? "Cancel" : "Close"; });
 
-TEST_F(PTChannelTest, ListenerRefusesToSendOrRead) {
+// A listener takes neither a stream nor frames to send.
+TEST_F(PTChannelTest, StartReadingMakesAChannelOfAnyConnectedStreamButAListener) {
   std::vector<OptionalError> results;
   listener->sendFrameOfType(1, 1, bytesOf("x"),
                             [&](OptionalError error) { results.push_back(error); });
@@ -307,26 +304,16 @@ TEST_F(PTChannelTest, ListenerRefusesToSendOrRead) {
   EXPECT_FALSE(listener->startReadingFromConnectedChannel(stream, &error));
   EXPECT_TRUE(isError(error, "NSPOSIXErrorDomain", 1));
   EXPECT_TRUE(listener->isListening());
-  stream->close();
-}
 
-TEST_F(PTChannelTest, StartReadingMakesAChannelOfAnyConnectedStream) {
-  int pair[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
-  Fd far(pair[1]);
-  auto stream = PTIOStream::create(pair[0], MainQueue::get());
-  ASSERT_TRUE(stream);
   auto channel = PTChannel::create(nullptr, recorder);
   EXPECT_FALSE(channel->isConnected());
-  OptionalError error;
   ASSERT_TRUE(channel->startReadingFromConnectedChannel(stream, &error));
   EXPECT_TRUE(channel->isConnected());
-
-  peer::sendAll(far, peerFrame(4, 44, bytesOf("pair")));
+  peer::sendAll(far, frame(4, 44, bytesOf("pair")));
   ASSERT_TRUE(pumpUntil([&] { return recorder->frames.size() == 1; }));
   EXPECT_EQ(recorder->frames[0].payload, bytesOf("pair"));
   channel->sendFrameOfType(5, 55, bytesOf("back"));
-  EXPECT_EQ(peer::receive(far, 20), peerFrame(5, 55, bytesOf("back")));
+  EXPECT_EQ(peer::receive(far, 20), frame(5, 55, bytesOf("back")));
 
   far.reset();
   ASSERT_TRUE(pumpUntil([&] { return recorder->endsOf(channel) == 1; }));
@@ -341,14 +328,14 @@ TEST_F(PTChannelTest, FramesArrivingWithNoDelegateAreReadAndLost) {
   ASSERT_TRUE(channel);
   channel->setDelegate({});
   EXPECT_EQ(channel->delegateFlags(), 0);
-  peer::sendAll(peer, peerFrame(1, 1, patternBytes(5000, 1)) + peerFrame(2, 2));
+  peer::sendAll(peer, cat({frame(1, 1, patternBytes(5000, 1)), frame(2, 2)}));
   ASSERT_TRUE(peer::waitDelivered(peer));
   // Give the channel time to read both while it has no delegate: once the
   // bytes are in its socket, it needs a few hops between threads, no more.
   pumpFor(main.main(), 0.3);
 
   channel->setDelegate(recorder);
-  peer::sendAll(peer, peerFrame(3, 3, bytesOf("intact")));
+  peer::sendAll(peer, frame(3, 3, bytesOf("intact")));
   ASSERT_TRUE(pumpUntil([&] { return !recorder->frames.empty(); }));
   ASSERT_EQ(recorder->frames.size(), 1u);
   EXPECT_EQ(recorder->frames[0].type, 3u);
@@ -373,8 +360,8 @@ TEST_P(PTChannelShouldAcceptTest, RefusedFramesAreSkippedWholly) {
   Fd peer;
   auto channel = connectPeer(peer);  // made with the recorder's operations of now
   ASSERT_TRUE(channel);
-  peer::sendAll(peer, peerFrame(7, 1, patternBytes(c.refusedPayloadSize, 7)) +
-                          peerFrame(8, 2, bytesOf("next")));
+  peer::sendAll(peer, cat({frame(7, 1, patternBytes(c.refusedPayloadSize, 7)),
+                           frame(8, 2, bytesOf("next"))}));
   ASSERT_TRUE(pumpUntil([&] { return recorder->frames.size() == c.deliveredTypes.size(); }));
   std::vector<uint32_t> types;
   for (auto& frame : recorder->frames) types.push_back(frame.type);
@@ -395,19 +382,14 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(PTChannelTest, ListenerWhoseDelegateCannotTakeConnectionsClosesThem) {
-  recorder->ops = kPTDelegateDidEndWithError;
+  recorder->ops = 0xFF ^ kPTDelegateDidAcceptConnection;  // every bit but that one
   listener->setDelegate(recorder);
-  EXPECT_EQ(listener->delegateFlags(), kPTDelegateDidEndWithError);
+  EXPECT_EQ(listener->delegateFlags(), kPTDelegateShouldAcceptFrame | kPTDelegateDidEndWithError)
+      << "only the three optional operations count";
   Fd peer = peer::connect(listener->listeningPort());
   EXPECT_TRUE(pumpUntil([&] { return peer::seesEnd(peer, 0); }));
   EXPECT_TRUE(recorder->accepted.empty());
   EXPECT_TRUE(listener->isListening());
-}
-
-TEST_F(PTChannelTest, DelegateFlagsKeepOnlyTheThreeOptionalOperations) {
-  recorder->ops = 0xFF;
-  listener->setDelegate(recorder);
-  EXPECT_EQ(listener->delegateFlags(), 7);
   listener->setDelegate({});
   EXPECT_EQ(listener->delegateFlags(), 0);
   EXPECT_EQ(listener->delegate(), nullptr);

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "tests/support/WireTestBytes.h"
+#include "tests/support/TestBytes.h"
 
 // Byte vectors for the host's tests, written by hand from the packet tables:
 // hex digits, spaces ignored.
@@ -12,6 +12,7 @@ namespace oxelo::host::testbytes {
 using test::Bytes;
 using test::cat;
 using test::hex;
+using test::placed;
 
 inline Bytes zeros(size_t n) { return Bytes(n, 0); }
 
@@ -33,12 +34,6 @@ inline const Bytes kSettings720p =
     hex("88000000 13000000 00050000 d0020000 1e000000 00000000 01000000 00000000 01000000");
 
 // ---- The stream behind the greeting, phone to host ----
-
-// `bytes` laid over `out` at `offset`.
-inline Bytes placed(Bytes out, size_t offset, const Bytes& bytes) {
-  std::copy(bytes.begin(), bytes.end(), out.begin() + static_cast<long>(offset));
-  return out;
-}
 
 // Info packet, 444 bytes: 1280x720 at 30, 2 500 000 bit/s, H.264, 44 100 Hz
 // mono at 64 000 bit/s, named "Cam", sizes 1280x720 and 640x480, rates 30

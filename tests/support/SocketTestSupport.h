@@ -1,41 +1,29 @@
 #pragma once
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "channels/GCDAsyncSocket.h"
 #include "channels/GCDAsyncUdpSocket.h"
+#include "channels/UsbCarrier.h"
 #include "platform/dispatch/Queue.h"
+#include "tests/support/TestBytes.h"
+#include "tests/support/TestSupport.h"
 
 namespace oxelo::test {
-
-using Bytes = std::vector<uint8_t>;
-
-Bytes bytesOf(const std::string& text);
-// `size` bytes that depend on `seed` and on their position, so that a byte
-// out of place shows.
-Bytes patternBytes(size_t size, uint32_t seed);
-
-// Runs a driven queue until `done` holds or `seconds` of real time have
-// passed; returns done(). Waits in 1 ms steps for the socket worker.
-bool pumpUntil(Queue& queue, const std::function<bool()>& done, double seconds = 5.0);
-// Runs a driven queue for `seconds` of real time.
-void pumpFor(Queue& queue, double seconds);
-// Waits (no queue to run) until `done` holds or `seconds` have passed.
-bool waitUntil(const std::function<bool()>& done, double seconds = 5.0);
-
-// Stops a delegate queue at the end of a scope: events still waiting are
-// dropped, and with them the sockets that they name.
-struct StopOnExit {
-  std::shared_ptr<Queue> queue;
-  ~StopOnExit() {
-    if (queue) queue->stop();
-  }
-};
 
 // An owned file descriptor.
 class Fd {
@@ -50,32 +38,60 @@ class Fd {
   }
   int get() const { return fd_; }
   bool valid() const { return fd_ >= 0; }
-  int release() {
-    int fd = fd_;
-    fd_ = -1;
-    return fd;
+  int release() { return std::exchange(fd_, -1); }
+  void reset(int fd = -1) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = fd;
   }
-  void reset(int fd = -1);
 
  private:
   int fd_ = -1;
 };
 
-// Plain blocking sockets on 127.0.0.1 that play the peer. Failures throw
+// A TCP listener on 127.0.0.1 on a port of the system's choice. What it does
+// not accept waits in its backlog and stays up. Failures throw
 // std::runtime_error with the system's text, which fails the test.
+class LoopbackListener {
+ public:
+  explicit LoopbackListener(int backlog = 16)
+      : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof a;
+    if (!fd_.valid() || ::bind(fd_.get(), reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 ||
+        ::listen(fd_.get(), backlog) != 0 ||
+        ::getsockname(fd_.get(), reinterpret_cast<sockaddr*>(&a), &length) != 0)
+      throw std::runtime_error(std::string("loopback listener: ") + std::strerror(errno));
+    port_ = ntohs(a.sin_port);
+  }
+  uint16_t port() const { return port_; }
+  // The next connection, or an invalid Fd after `seconds`.
+  Fd accept(double seconds = 5.0) const;
+  void close() { fd_.reset(); }
+
+ private:
+  Fd fd_;
+  uint16_t port_ = 0;
+};
+
+// Plain blocking sockets on 127.0.0.1 that play the peer.
 namespace peer {
-// A TCP listener on 127.0.0.1 with a port of the system's choice.
-Fd listen(uint16_t& port, int backlog = 16);
-// The next connection on `listener`, or an invalid Fd after `seconds`.
-Fd accept(const Fd& listener, double seconds = 5.0);
 Fd connect(uint16_t port);
 void sendAll(const Fd& fd, const Bytes& bytes);
 // Exactly `size` bytes, or fewer when the stream ends or `seconds` pass.
 Bytes receive(const Fd& fd, size_t size, double seconds = 5.0);
 // Whatever arrives within `seconds` (nothing, when nothing does).
 Bytes receiveAvailable(const Fd& fd, double seconds);
-// True when the stream has ended (the socket reads end of stream) within `seconds`.
-bool seesEnd(const Fd& fd, double seconds = 5.0);
+// Everything until the stream ends (a reset ends it too); nullopt when it
+// has not ended within `seconds`.
+std::optional<Bytes> readToEnd(const Fd& fd, double seconds = 10.0);
+// True when the stream ends within `seconds`, whatever comes before.
+inline bool seesEnd(const Fd& fd, double seconds = 5.0) {
+  return readToEnd(fd, seconds).has_value();
+}
+// `count` whole frames of the framed channel, fewer when they do not come.
+std::vector<Frame> receiveFrames(const Fd& fd, size_t count, double seconds = 5.0);
 // True once the other end has acknowledged every byte sent on `fd`, so that
 // they wait in its receive buffer.
 bool waitDelivered(const Fd& fd, double seconds = 5.0);
@@ -97,9 +113,11 @@ struct SocketEvent {
     udpReceived,
     udpClosed
   };
-  Kind kind = connected;
-  const void* sock = nullptr;
-  int64_t tag = 0;
+  SocketEvent(Kind kind = connected, const void* sock = nullptr, int64_t tag = 0)
+      : kind(kind), sock(sock), tag(tag) {}
+  Kind kind;
+  const void* sock;
+  int64_t tag;
   Bytes data;
   OptionalError error;
   std::string host;
@@ -119,6 +137,7 @@ class Recorder : public GCDAsyncSocketDelegate, public GCDAsyncUdpSocketDelegate
   // The first event of `kind`; fails the test when there is none.
   SocketEvent first(SocketEvent::Kind kind) const;
   std::vector<SocketEvent::Kind> kinds() const;
+  std::vector<int64_t> tags(SocketEvent::Kind kind) const;
   // All bytes of the read events, in order.
   Bytes readBytes() const;
 
@@ -126,37 +145,69 @@ class Recorder : public GCDAsyncSocketDelegate, public GCDAsyncUdpSocketDelegate
   void answerWriteTimeouts(std::vector<double> answers);
   std::function<void(GCDAsyncSocket*, const std::shared_ptr<GCDAsyncSocket>&)> onAccept;
   std::function<void(GCDAsyncSocket*, const Bytes&, int64_t)> onRead;
-  std::function<void(GCDAsyncSocket*, int64_t)> onWrite;
-  std::function<void(GCDAsyncSocket*, int64_t)> onShouldTimeout;
 
   void socketDidConnectToHost(GCDAsyncSocket* sock, const std::string& host,
-                              uint16_t port) override;
+                              uint16_t port) override {
+    SocketEvent e(SocketEvent::connected, sock);
+    e.host = host;
+    e.port = port;
+    add(std::move(e));
+  }
   void socketDidAcceptNewSocket(GCDAsyncSocket* sock,
-                                const std::shared_ptr<GCDAsyncSocket>& newSocket) override;
+                                const std::shared_ptr<GCDAsyncSocket>& newSocket) override {
+    SocketEvent e(SocketEvent::accepted, sock);
+    e.newSocket = newSocket;
+    add(std::move(e));
+    if (onAccept) onAccept(sock, newSocket);
+  }
   void socketDidReadData(GCDAsyncSocket* sock, const std::vector<uint8_t>& data,
-                         int64_t tag) override;
-  void socketDidWriteDataWithTag(GCDAsyncSocket* sock, int64_t tag) override;
+                         int64_t tag) override {
+    SocketEvent e(SocketEvent::read, sock, tag);
+    e.data = data;
+    add(std::move(e));
+    if (onRead) onRead(sock, data, tag);
+  }
+  void socketDidWriteDataWithTag(GCDAsyncSocket* sock, int64_t tag) override {
+    add({SocketEvent::wrote, sock, tag});
+  }
   double socketShouldTimeoutWriteWithTag(GCDAsyncSocket* sock, int64_t tag, double elapsed,
                                          size_t bytesDone) override;
-  void socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) override;
+  void socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) override {
+    add({SocketEvent::disconnected, sock}, error);
+  }
 
-  void udpSocketDidSendDataWithTag(GCDAsyncUdpSocket* sock, int64_t tag) override;
+  void udpSocketDidSendDataWithTag(GCDAsyncUdpSocket* sock, int64_t tag) override {
+    add({SocketEvent::udpSent, sock, tag});
+  }
   void udpSocketDidNotSendDataWithTagDueToError(GCDAsyncUdpSocket* sock, int64_t tag,
-                                                const Error& error) override;
+                                                const Error& error) override {
+    add({SocketEvent::udpNotSent, sock, tag}, error);
+  }
   void udpSocketDidReceiveDataFromAddressWithFilterContext(GCDAsyncUdpSocket* sock,
                                                            const std::vector<uint8_t>& data,
-                                                           const SocketAddress& address) override;
-  void udpSocketDidClose(GCDAsyncUdpSocket* sock, const OptionalError& error) override;
+                                                           const SocketAddress& address) override {
+    SocketEvent e(SocketEvent::udpReceived, sock);
+    e.data = data;
+    e.address = address;
+    add(std::move(e));
+  }
+  void udpSocketDidClose(GCDAsyncUdpSocket* sock, const OptionalError& error) override {
+    add({SocketEvent::udpClosed, sock}, error);
+  }
 
  private:
-  void add(SocketEvent event);
+  void add(SocketEvent event, const OptionalError& error = std::nullopt) {
+    event.error = error;
+    std::lock_guard lock(mutex_);
+    events_.push_back(std::move(event));
+  }
   mutable std::mutex mutex_;
   std::vector<SocketEvent> events_;
   std::vector<double> answers_;
 };
 
 // A TCP connection between a GCDAsyncSocket (connected to 127.0.0.1 with
-// `delegate` on `queue`, a driven queue pumped here) and a plain peer socket.
+// `delegate` on `queue`) and a plain peer socket.
 struct Connection {
   std::shared_ptr<GCDAsyncSocket> sock;
   Fd peer;
@@ -164,5 +215,30 @@ struct Connection {
 // Fails the test (returns an empty sock) when the connection does not come up.
 Connection connectPair(const std::shared_ptr<Recorder>& delegate,
                        const std::shared_ptr<Queue>& queue);
+
+// A framed channel on loopback as the USB listener accepts it: the phone's
+// channel in its carrier, and the host's plain socket (the forwarder's end).
+// The listener's delegate queue is the main queue, which `main` runs.
+class UsbLoopback final : public PTChannelDelegate {
+ public:
+  ~UsbLoopback() override;
+  // Fails the test (leaves `carrier` empty) when the channel does not come up.
+  static std::shared_ptr<UsbLoopback> connect(Queue& main);
+
+  std::shared_ptr<UsbCarrier> carrier;
+  Fd host;
+
+  void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>&, uint32_t, uint32_t,
+                                           std::shared_ptr<const PTPayload>) override {}
+  void ioFrameChannelDidAcceptConnection(const std::shared_ptr<PTChannel>&,
+                                         const std::shared_ptr<PTChannel>& channel,
+                                         const PTAddress&) override {
+    carrier = UsbCarrier::adopt(channel);
+  }
+  uint8_t ptChannelDelegateOptionalOps() const override { return kPTDelegateDidAcceptConnection; }
+
+ private:
+  std::shared_ptr<PTChannel> listener_;
+};
 
 }  // namespace oxelo::test

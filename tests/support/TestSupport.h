@@ -3,10 +3,13 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/dispatch/Clock.h"
@@ -102,5 +105,31 @@ class ManualMain {
   std::shared_ptr<Queue> main_;
   std::unique_ptr<Queue::DrivingScope> driving_;
 };
+
+// Waits in 1 ms steps until `done` holds or `seconds` of real time have
+// passed, running `step` before each look; returns done(). For what real
+// sockets and threads do: the system's own delays run on the manual clock.
+inline bool waitUntil(const std::function<bool()>& done, double seconds = 5.0,
+                      const std::function<void()>& step = {}) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  for (;;) {
+    if (step) step();
+    if (done()) return true;
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+// The same, running the driven `queue` (or the test's main queue) meanwhile.
+inline bool pumpUntil(Queue& queue, const std::function<bool()>& done, double seconds = 5.0) {
+  return waitUntil(done, seconds, [&] { queue.runPending(); });
+}
+inline bool pumpUntil(ManualMain& env, const std::function<bool()>& done, double seconds = 5.0) {
+  return pumpUntil(env.main(), done, seconds);
+}
+// Runs a driven queue for `seconds` of real time.
+inline void pumpFor(Queue& queue, double seconds) {
+  pumpUntil(
+      queue, [] { return false; }, seconds);
+}
 
 }  // namespace oxelo::test

@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "tests/support/WireTestBytes.h"
-#include "wire/InfoPacket.h"
 #include "tests/support/PlainStatusSource.h"
+#include "tests/support/TestBytes.h"
+#include "wire/InfoPacket.h"
 
 // The records of the stream written by hand from the layout tables, with the
 // inputs that should produce them. Builders are checked against these bytes

@@ -13,10 +13,9 @@
 namespace oxelo {
 namespace {
 
-class FakeVideoEncoder final : public LFVideoEncoding {
- public:
-  void encodeVideoData(std::shared_ptr<PixelBuffer>, uint64_t timeStamp) override {
-    encoded.push_back(timeStamp);
+struct FakeVideoEncoder final : LFVideoEncoding {
+  void encodeVideoData(std::shared_ptr<PixelBuffer>, uint64_t time) override {
+    encoded.push_back(time);
   }
   int64_t videoBitRate() const override { return rate; }
   void setVideoBitRate(int64_t videoBitRate) override { rate = videoBitRate; }
@@ -26,32 +25,28 @@ class FakeVideoEncoder final : public LFVideoEncoding {
   bool stopped = false;
 };
 
-class FakeAudioEncoder final : public LFAudioEncoding {
- public:
+struct FakeAudioEncoder final : LFAudioEncoding {
   void encodeAudioData(const Bytes& data, uint64_t) override { bytes += data.size(); }
   void stopEncoder() override { stopped = true; }
   size_t bytes = 0;
   bool stopped = false;
 };
 
-class FakeEncoders final : public EncoderFactory {
- public:
+// Makes fake encoders and keeps them for the test to look at.
+struct FakeEncoders final : EncoderFactory {
   std::shared_ptr<LFVideoEncoding> makeVideoEncoder(
       std::shared_ptr<LFLiveVideoConfiguration>) override {
-    videos.push_back(std::make_shared<FakeVideoEncoder>());
-    return videos.back();
+    return videos.emplace_back(std::make_shared<FakeVideoEncoder>());
   }
   std::shared_ptr<LFAudioEncoding> makeAudioEncoder(
       std::shared_ptr<LFLiveAudioConfiguration>) override {
-    audios.push_back(std::make_shared<FakeAudioEncoder>());
-    return audios.back();
+    return audios.emplace_back(std::make_shared<FakeAudioEncoder>());
   }
   std::vector<std::shared_ptr<FakeVideoEncoder>> videos;
   std::vector<std::shared_ptr<FakeAudioEncoder>> audios;
 };
 
-class RecordingView final : public OXLiveSessionDelegate {
- public:
+struct RecordingView final : OXLiveSessionDelegate {
   void liveSessionLiveStateDidChange(OXLiveSession*, LiveStreamState state) override {
     states.push_back(state);
   }
@@ -214,6 +209,7 @@ TEST_F(LiveSessionTest, CaptureIsEncodedOnlyWhileUploading) {
 struct BitrateCase {
   const char* name;
   bool adaptive;
+  bool connected;
   int64_t rate;
   BufferVerdict verdict;
   int64_t expected;
@@ -229,7 +225,7 @@ TEST_P(AdaptiveBitrateTest, StepsStayWithinTheConfiguredBounds) {
   video->setVideoBitRate(1000000);
   video->setVideoMaxBitRate(1500000);
   video->setVideoMinBitRate(500000);
-  socketReports(LiveStreamState::Connected);
+  if (GetParam().connected) socketReports(LiveStreamState::Connected);
   encoders_->videos[0]->rate = GetParam().rate;
   session_->socketBufferStatus(nullptr, GetParam().verdict);
   EXPECT_EQ(encoders_->videos[0]->rate, GetParam().expected) << GetParam().name;
@@ -239,24 +235,20 @@ TEST_P(AdaptiveBitrateTest, StepsStayWithinTheConfiguredBounds) {
 INSTANTIATE_TEST_SUITE_P(
     Verdicts, AdaptiveBitrateTest,
     testing::Values(
-        BitrateCase{"RaiseByFivePercent", true, 1000000, BufferVerdict::RaiseBitrate, 1050000},
-        BitrateCase{"RaiseThatWouldPassTheMaximumIsRefused", true, 1450000,
+        BitrateCase{"RaiseByFivePercent", true, true, 1000000, BufferVerdict::RaiseBitrate,
+                    1050000},
+        BitrateCase{"RaiseThatWouldPassTheMaximumIsRefused", true, true, 1450000,
                     BufferVerdict::RaiseBitrate, 1450000},
-        BitrateCase{"RaiseToExactlyTheMaximum", true, 1428572, BufferVerdict::RaiseBitrate,
+        BitrateCase{"RaiseToExactlyTheMaximum", true, true, 1428572, BufferVerdict::RaiseBitrate,
                     1500000},
-        BitrateCase{"LowerByAFifth", true, 1000000, BufferVerdict::LowerBitrate, 800000},
-        BitrateCase{"LowerThatWouldPassTheMinimumIsRefused", true, 600000,
+        BitrateCase{"LowerByAFifth", true, true, 1000000, BufferVerdict::LowerBitrate, 800000},
+        BitrateCase{"LowerThatWouldPassTheMinimumIsRefused", true, true, 600000,
                     BufferVerdict::LowerBitrate, 600000},
-        BitrateCase{"NoChangeIsIgnored", true, 1000000, BufferVerdict::NoChange, 1000000},
-        BitrateCase{"OffMeansNoStep", false, 1000000, BufferVerdict::RaiseBitrate, 1000000}),
+        BitrateCase{"NoChangeIsIgnored", true, true, 1000000, BufferVerdict::NoChange, 1000000},
+        BitrateCase{"OffMeansNoStep", false, true, 1000000, BufferVerdict::RaiseBitrate, 1000000},
+        BitrateCase{"NoStepBeforeTheConnection", true, false, 1000000, BufferVerdict::LowerBitrate,
+                    1000000}),
     [](const auto& info) { return info.param.name; });
-
-TEST_F(LiveSessionTest, VerdictsBeforeTheConnectionHaveNoEffect) {
-  settings_.defaults->setBool(keys::adaptiveBitrate, true);
-  makeSession(kCaptureMaskVideo);
-  session_->socketBufferStatus(nullptr, BufferVerdict::LowerBitrate);
-  EXPECT_EQ(encoders_->videos[0]->rate, 1000000);
-}
 
 TEST_F(LiveSessionTest, PeerCloseStopsTheSessionBeforeTheViewHears) {
   makeSession(kCaptureMaskDefault);

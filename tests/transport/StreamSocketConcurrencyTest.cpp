@@ -57,19 +57,14 @@ class StreamSocketConcurrencyTest : public testing::Test {
 };
 
 TEST_F(StreamSocketConcurrencyTest, EncoderThreadsStreamWhileTheHostAsksForStatus) {
-  uint16_t port = 0;
-  test::Fd listener = test::peer::listen(port);
-  auto greeter = std::make_shared<test::Recorder>();
-  auto phone = GCDAsyncSocket::create(greeter, main_);
-  OptionalError error;
-  ASSERT_TRUE(phone->connectToHost("127.0.0.1", port, -1, error));
-  test::Fd host = test::peer::accept(listener);
-  ASSERT_TRUE(test::waitUntil([&] { return phone->isConnected(); }));
+  auto c = test::connectPair(std::make_shared<test::Recorder>(), main_);
+  ASSERT_TRUE(c.sock);
+  test::Fd& host = c.peer;
 
   auto session = std::make_shared<test::RecordingSession>(test::statusValues());
   auto socket = OXStreamSocket::create(test::makeStreamInfo());
   socket->setDelegate(session);
-  auto carrier = TcpCarrier::adopt(phone);
+  auto carrier = TcpCarrier::adopt(c.sock);
   main_->runSync([&] { socket->setCarrier(carrier); });
   socket->start();
   ASSERT_TRUE(test::waitUntil([&] { return socket->isConnected(); }));

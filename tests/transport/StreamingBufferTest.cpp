@@ -45,16 +45,13 @@ std::shared_ptr<LFFrame> videoFrame(uint64_t timestamp) {
   return f;
 }
 
-class RecordingDelegate : public LFStreamingBufferDelegate {
- public:
+struct RecordingDelegate : LFStreamingBufferDelegate {
   explicit RecordingDelegate(std::shared_ptr<std::vector<BufferVerdict>> out)
-      : out_(std::move(out)) {}
+      : out(std::move(out)) {}
   void streamingBufferBufferState(LFStreamingBuffer*, BufferVerdict v) override {
-    out_->push_back(v);
+    out->push_back(v);
   }
-
- private:
-  std::shared_ptr<std::vector<BufferVerdict>> out_;
+  std::shared_ptr<std::vector<BufferVerdict>> out;
 };
 
 class StreamingBufferTest : public testing::Test {
@@ -80,24 +77,16 @@ class StreamingBufferTest : public testing::Test {
   uint64_t next_ = 1;
 };
 
-TEST_F(StreamingBufferTest, PopsInOrderAndNothingWhenEmpty) {
+TEST_F(StreamingBufferTest, TakesEveryFrameWithoutBoundAndPopsInOrder) {
   EXPECT_EQ(buffer_->popFirstObject(), nullptr);
   auto audio = std::make_shared<LFAudioFrame>();
-  buffer_->appendObject(videoFrame(10));
   buffer_->appendObject(audio);
-  buffer_->appendObject(videoFrame(30));
-  EXPECT_EQ(buffer_->listCount(), 3u);
-  EXPECT_EQ(buffer_->popFirstObject()->timestamp, 10u);
+  for (uint64_t i = 0; i < 5000; ++i) buffer_->appendObject(videoFrame(i));
+  ASSERT_EQ(buffer_->listCount(), 5001u);
   EXPECT_EQ(buffer_->popFirstObject(), audio);
-  EXPECT_EQ(buffer_->popFirstObject()->timestamp, 30u);
+  for (uint64_t i = 0; i < 5000; ++i) ASSERT_EQ(buffer_->popFirstObject()->timestamp, i);
   EXPECT_EQ(buffer_->popFirstObject(), nullptr);
   EXPECT_EQ(buffer_->listCount(), 0u);
-}
-
-TEST_F(StreamingBufferTest, TakesEveryFrameWithoutBound) {
-  for (uint64_t i = 0; i < 5000; ++i) buffer_->appendObject(videoFrame(i));
-  ASSERT_EQ(buffer_->listCount(), 5000u);
-  for (uint64_t i = 0; i < 5000; ++i) ASSERT_EQ(buffer_->popFirstObject()->timestamp, i);
 }
 
 TEST_F(StreamingBufferTest, MissingFrameAddsNothingAndStartsNoTimer) {
@@ -121,44 +110,35 @@ TEST_F(StreamingBufferTest, RemoveAllEmptiesTheListAndSamplingGoesOn) {
   EXPECT_TRUE(timerPending());
 }
 
-TEST_F(StreamingBufferTest, GrowingAtEveryStepOfASecondCycleLowersTheBitrate) {
-  // First cycle: samples 0 (taken inside the first append), 1, 2, 3, 4: four rises.
-  growThenWait(1);
-  growThenWait(1);
-  growThenWait(1);
-  growThenWait(1);
-  EXPECT_TRUE(verdicts_->empty());
-  // Second cycle: 5, 6, 7, 8 ...
-  for (int i = 0; i < 4; ++i) growThenWait(1);
-  EXPECT_TRUE(verdicts_->empty());
-  // ... and 9 at the fifth sample.
-  growThenWait(1);
-  EXPECT_EQ(*verdicts_, std::vector<BufferVerdict>{BufferVerdict::LowerBitrate});
+struct CycleCase {
+  const char* name;
+  std::vector<int> growth;  // frames appended before each sampling second
+  size_t verdicts;
+};
+
+class SamplingCycleTest : public StreamingBufferTest,
+                          public testing::WithParamInterface<CycleCase> {};
+
+// Samples come each second, the first inside the first append; five make a
+// cycle, whose first sample counts as a rise against 0.
+TEST_P(SamplingCycleTest, ACycleThatGrowsAtEveryStepLowersTheBitrate) {
+  for (int n : GetParam().growth) growThenWait(n);
+  EXPECT_EQ(*verdicts_, std::vector(GetParam().verdicts, BufferVerdict::LowerBitrate));
 }
 
-TEST_F(StreamingBufferTest, NextCycleStartsFromEmptySamplesAndZero) {
-  for (int i = 0; i < 9; ++i) growThenWait(1);  // verdict at the sample of length 9
-  ASSERT_EQ(verdicts_->size(), 1u);
-  // Samples 9, 10, 11, 12, 13: five rises only when the first counts against 0.
-  main_.advance(1.0, 1.0);
-  for (int i = 0; i < 4; ++i) growThenWait(1);
-  EXPECT_EQ(verdicts_->size(), 2u);
-}
+INSTANTIATE_TEST_SUITE_P(
+    Cycles, SamplingCycleTest,
+    testing::Values(CycleCase{"FirstCycleHasFourRisesOnly", {1, 1, 1, 1, 1, 1, 1, 1}, 0},
+                    CycleCase{"SecondCycleRisesFiveTimes", {1, 1, 1, 1, 1, 1, 1, 1, 1}, 1},
+                    CycleCase{
+                        "NextCycleStartsFromZero", {1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 1, 1, 1, 1}, 2},
+                    CycleCase{"RisesOfAnEarlierCycleDoNotCount", {1, 1, 1, 1, 1, 0, 0, 0, 0}, 0}),
+    [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(StreamingBufferTest, RisesOfAnEarlierCycleDoNotCount) {
-  for (int i = 0; i < 5; ++i) growThenWait(1);  // 0 1 2 3 4, then 5
-  main_.advance(4.0, 1.0);                      // 5 5 5 5: one rise against 0
-  EXPECT_TRUE(verdicts_->empty());
-}
-
-TEST_F(StreamingBufferTest, SteadyLengthReportsNothing) {
-  for (int i = 0; i < 3; ++i) buffer_->appendObject(videoFrame(next_++));
-  main_.advance(30.0, 1.0);
-  EXPECT_TRUE(verdicts_->empty());
-}
-
-TEST_F(StreamingBufferTest, ShrinkingIsNeverReportedWithFiveSamples) {
+// Neither a steady length nor one that shrinks over five samples is reported.
+TEST_F(StreamingBufferTest, SteadyOrShrinkingReportsNothing) {
   for (int i = 0; i < 40; ++i) buffer_->appendObject(videoFrame(next_++));
+  main_.advance(30.0, 1.0);
   for (int s = 0; s < 30; ++s) {
     buffer_->popFirstObject();
     main_.advance(1.0, 1.0);

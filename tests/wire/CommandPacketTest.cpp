@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tests/support/WireTestBytes.h"
+#include "tests/support/TestBytes.h"
 #include "tests/support/WireVectors.h"
 
 namespace oxelo::wire {

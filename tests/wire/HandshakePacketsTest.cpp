@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "tests/support/WireTestBytes.h"
+#include "tests/support/TestBytes.h"
 
 namespace oxelo {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "tests/support/WireTestBytes.h"
+#include "tests/support/TestBytes.h"
 #include "tests/support/WireVectors.h"
 #include "wire/CarrierMapping.h"
 #include "wire/MediaPackets.h"

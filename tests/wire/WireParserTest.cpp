@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "tests/support/WireTestBytes.h"
+#include "tests/support/TestBytes.h"
 #include "tests/support/WireVectors.h"
 #include "wire/CommandPackets.h"
 #include "wire/InfoPacket.h"

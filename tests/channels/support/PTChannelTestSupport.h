@@ -1,9 +1,5 @@
 #pragma once
 
-#include <poll.h>
-#include <sys/socket.h>
-
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -15,56 +11,8 @@
 #include "channels/PTChannel.h"
 #include "platform/dispatch/MainQueue.h"
 #include "tests/support/SocketTestSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace oxelo::test {
-
-inline void appendBigEndian32(Bytes& out, uint32_t value) {
-  out.push_back(static_cast<uint8_t>(value >> 24));
-  out.push_back(static_cast<uint8_t>(value >> 16));
-  out.push_back(static_cast<uint8_t>(value >> 8));
-  out.push_back(static_cast<uint8_t>(value));
-}
-
-// A frame as the peer writes it: four big-endian words (version, type, tag,
-// payload size) and the payload. `size` overrides the payload size word.
-inline Bytes peerFrame(uint32_t type, uint32_t tag, const Bytes& payload = {}, uint32_t version = 1,
-                       std::optional<uint32_t> size = std::nullopt) {
-  Bytes out;
-  appendBigEndian32(out, version);
-  appendBigEndian32(out, type);
-  appendBigEndian32(out, tag);
-  appendBigEndian32(out, size ? *size : static_cast<uint32_t>(payload.size()));
-  out.insert(out.end(), payload.begin(), payload.end());
-  return out;
-}
-
-inline Bytes operator+(Bytes a, const Bytes& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
-// Everything the peer reads until the stream ends; nullopt when it has not
-// ended within `seconds`.
-inline std::optional<Bytes> readToEnd(const Fd& fd, double seconds = 10.0) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  Bytes bytes;
-  uint8_t chunk[65536];
-  for (;;) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) return std::nullopt;
-    pollfd p{fd.get(), POLLIN, 0};
-    if (::poll(&p, 1, static_cast<int>(left.count())) <= 0) continue;
-    ssize_t n = ::recv(fd.get(), chunk, sizeof chunk, MSG_DONTWAIT);
-    if (n == 0) return bytes;
-    if (n < 0) {
-      if (errno == EAGAIN || errno == EINTR) continue;
-      return bytes;  // a reset ends the stream too
-    }
-    bytes.insert(bytes.end(), chunk, chunk + n);
-  }
-}
 
 struct PTFrameEvent {
   std::shared_ptr<PTChannel> channel;
@@ -134,33 +82,6 @@ class PTRecorder : public PTChannelDelegate {
   void note() { allOnMainQueue = allOnMainQueue && MainQueue::isCurrent(); }
 };
 
-// One frame parsed from what the peer read.
-struct WireFrame {
-  uint32_t version, type, tag;
-  Bytes payload;
-};
-
-inline uint32_t bigEndian32At(const Bytes& bytes, size_t offset) {
-  return (uint32_t{bytes[offset]} << 24) | (uint32_t{bytes[offset + 1]} << 16) |
-         (uint32_t{bytes[offset + 2]} << 8) | uint32_t{bytes[offset + 3]};
-}
-
-// Splits `bytes` into whole frames; `rest` gets the bytes of an unfinished one.
-inline std::vector<WireFrame> parseWireFrames(const Bytes& bytes, size_t* rest = nullptr) {
-  std::vector<WireFrame> frames;
-  size_t at = 0;
-  while (bytes.size() - at >= 16) {
-    uint32_t size = bigEndian32At(bytes, at + 12);
-    if (bytes.size() - at - 16 < size) break;
-    frames.push_back(WireFrame{bigEndian32At(bytes, at), bigEndian32At(bytes, at + 4),
-                               bigEndian32At(bytes, at + 8),
-                               Bytes(bytes.begin() + at + 16, bytes.begin() + at + 16 + size)});
-    at += 16 + size;
-  }
-  if (rest) *rest = bytes.size() - at;
-  return frames;
-}
-
 inline constexpr uint32_t kLoopback = 0x7f000001;
 
 inline bool isError(const OptionalError& error, const std::string& domain, int64_t code) {
@@ -203,7 +124,7 @@ class PTListenerTest : public testing::Test {
   }
 
   bool pumpUntil(const std::function<bool()>& done, double seconds = 5.0) {
-    return test::pumpUntil(main.main(), done, seconds);
+    return test::pumpUntil(main, done, seconds);
   }
 
   ManualMain main;

@@ -6,13 +6,11 @@
 #include <vector>
 
 #include "channels/TcpCarrier.h"
-#include "channels/UsbCarrier.h"
 #include "media/LFLiveAudioConfiguration.h"
 #include "media/LFLiveVideoConfiguration.h"
 #include "platform/defaults/UserDefaults.h"
 #include "tests/support/PlainStatusSource.h"
 #include "tests/support/SocketTestSupport.h"
-#include "tests/support/TestSupport.h"
 #include "transport/OXStreamSocket.h"
 
 namespace oxelo::test {
@@ -23,33 +21,51 @@ class RecordingSession final : public LFStreamSocketDelegate {
  public:
   explicit RecordingSession(StreamStatusValues values = {}) : source_(std::move(values)) {}
 
-  void socketBufferStatus(LFStreamSocket*, BufferVerdict status) override;
-  void socketStatus(LFStreamSocket*, LiveStreamState status) override;
-  void socketDidError(LFStreamSocket*, LiveStreamError errorCode) override;
-  void socketDebug(LFStreamSocket*, const LFLiveDebug& info) override;
+  void socketBufferStatus(LFStreamSocket*, BufferVerdict status) override {
+    std::lock_guard lock(mutex_);
+    verdicts_.push_back(status);
+  }
+  void socketStatus(LFStreamSocket*, LiveStreamState status) override {
+    std::lock_guard lock(mutex_);
+    states_.push_back(status);
+    if (status == LiveStreamState::Connecting) connectingTimes_.push_back(mediaTime());
+  }
+  void socketDidError(LFStreamSocket*, LiveStreamError errorCode) override {
+    std::lock_guard lock(mutex_);
+    errors_.push_back(errorCode);
+  }
+  void socketDebug(LFStreamSocket*, const LFLiveDebug&) override { ++debugReports_; }
   bool deviceChanged() const override { return deviceChanged_; }
   void setDeviceChanged(bool changed) override { deviceChanged_ = changed; }
   const StreamStatusSource* statusSource() const override { return &source_; }
-  void socketClientCommand(LFStreamSocket*, const wire::HostCommandRecord& command) override;
+  void socketClientCommand(LFStreamSocket*, const wire::HostCommandRecord& command) override {
+    std::lock_guard lock(mutex_);
+    commands_.push_back(command.command);
+  }
 
-  std::vector<LiveStreamState> states() const;
-  std::vector<LiveStreamError> errors() const;
-  std::vector<BufferVerdict> verdicts() const;
-  std::vector<uint32_t> forwardedCommands() const;
-  size_t debugReports() const;
+  std::vector<LiveStreamState> states() const { return copy(states_); }
+  std::vector<LiveStreamError> errors() const { return copy(errors_); }
+  std::vector<BufferVerdict> verdicts() const { return copy(verdicts_); }
+  std::vector<uint32_t> forwardedCommands() const { return copy(commands_); }
+  size_t debugReports() const { return debugReports_; }
   // The clock's time of each report of state Connecting.
-  std::vector<double> connectingTimes() const;
+  std::vector<double> connectingTimes() const { return copy(connectingTimes_); }
 
  private:
+  template <class T>
+  std::vector<T> copy(const std::vector<T>& list) const {
+    std::lock_guard lock(mutex_);
+    return list;
+  }
   PlainStatusSource source_;
   std::atomic<bool> deviceChanged_{true};
+  std::atomic<size_t> debugReports_{0};
   mutable std::mutex mutex_;
   std::vector<LiveStreamState> states_;
   std::vector<double> connectingTimes_;
   std::vector<LiveStreamError> errors_;
   std::vector<BufferVerdict> verdicts_;
   std::vector<uint32_t> commands_;
-  size_t debugReports_ = 0;
 };
 
 // A stream info with a 1280x720 configuration at `fps`, and the settings
@@ -67,50 +83,20 @@ std::shared_ptr<LFLiveStreamInfo> makeStreamInfo(uint64_t fps = 30);
 // the main queue) in the carrier that the main screen hands over, and the
 // host's plain socket.
 struct LoopbackConnection {
-  std::shared_ptr<GCDAsyncSocket> phone;
   std::shared_ptr<TcpCarrier> carrier;
   Fd host;
-  std::shared_ptr<Recorder> greeter;  // the phone socket's delegate until it became a carrier
 };
-// Connects, running `main` until the phone side reports the connection.
+// Connects, running `main` until the phone side has heard of the connection.
 LoopbackConnection connectLoopback(Queue& main);
 
-// A framed channel on loopback as the USB listener accepts it: the phone's
-// channel in its carrier, and the host's plain socket (the forwarder's end).
-class UsbLoopback final : public PTChannelDelegate {
- public:
-  ~UsbLoopback() override;
-  // Listens on a free loopback port, connects the host and runs `main`
-  // until the phone side has the channel.
-  static std::shared_ptr<UsbLoopback> connect(Queue& main);
-
-  std::shared_ptr<UsbCarrier> carrier;
-  Fd host;
-
-  void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>&, uint32_t, uint32_t,
-                                           std::shared_ptr<const PTPayload>) override {}
-  void ioFrameChannelDidAcceptConnection(const std::shared_ptr<PTChannel>&,
-                                         const std::shared_ptr<PTChannel>& channel,
-                                         const PTAddress&) override;
-  uint8_t ptChannelDelegateOptionalOps() const override { return kPTDelegateDidAcceptConnection; }
-
- private:
-  std::shared_ptr<PTChannel> listener_;
-};
-
-// One frame of the framed channel as the host reads it.
-struct HostFrame {
-  uint32_t type = 0;
-  uint32_t tag = 0;
-  Bytes payload;
-};
-// Reads `count` whole frames (16-byte big-endian head, then the payload).
-std::vector<HostFrame> receiveFrames(const Fd& fd, size_t count, double seconds = 5.0);
-// A frame as the host writes it: version 1, type, tag, size, payload.
-Bytes hostFrame(uint32_t type, uint32_t tag, const Bytes& payload);
-
 // Runs both driven queues until `done` holds or `seconds` of real time pass.
-bool pumpBoth(Queue& main, Queue& send, const std::function<bool()>& done, double seconds = 5.0);
+inline bool pumpBoth(Queue& main, Queue& send, const std::function<bool()>& done,
+                     double seconds = 5.0) {
+  return waitUntil(done, seconds, [&] {
+    send.runPending();
+    main.runPending();
+  });
+}
 
 // A video frame with the test vectors' parameter sets (H.264).
 std::shared_ptr<LFVideoFrame> videoFrame(uint64_t timestamp, bool key, Bytes data);
