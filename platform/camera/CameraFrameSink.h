@@ -18,7 +18,8 @@ class CameraFrameSink {
   virtual ~CameraFrameSink() = default;
   virtual void cameraDidOutputFrame(const CameraFramePtr& frame) = 0;
   // The stream ended by itself (the camera vanished or failed): once, after
-  // the last frame. Not called for a stop that the owner asked for.
+  // the last frame. Not called for a stop that the owner asked for. (A
+  // restart for a new format that fails tells it on the changing thread.)
   virtual void cameraStreamDidEnd(const CameraError& error) { (void)error; }
 };
 

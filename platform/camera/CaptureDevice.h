@@ -30,8 +30,10 @@ namespace oxelo {
 // Frame delivery: startStreaming() sends pictures of the active format at
 // the active minimum frame duration into a sink, on the backend's delivery
 // thread (see CameraFrameSink). A change of the active format or frame
-// timing while streaming restarts the stream in the new one. The streaming
-// calls may come from any thread, but not from the sink's own calls.
+// timing while streaming restarts the stream in the new one; when the new
+// one cannot start, the sink's cameraStreamDidEnd() is told on the thread
+// that made the change. The streaming calls may come from any thread, but
+// not from the sink's own calls.
 class CaptureDevice {
  public:
   CaptureDevice(CaptureDeviceDescription description, std::unique_ptr<CaptureDeviceDriver> driver);
@@ -188,8 +190,11 @@ class CaptureDevice {
   // and no stream, when the camera cannot be had (in use, no permission) or
   // is already streaming.
   CameraError startStreaming(std::weak_ptr<CameraFrameSink> sink);
-  // Ends the stream; no sink call comes after it returns.
+  // Ends the stream; no sink call comes after it returns. Also needed after
+  // the stream ended by itself, to free what it held.
   void stopStreaming();
+  // From a successful start until stopStreaming(), also when the stream has
+  // ended by itself meanwhile (the sink was told).
   bool isStreaming() const;
 
  private:

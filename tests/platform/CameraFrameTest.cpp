@@ -157,16 +157,6 @@ TEST(CameraFrameTest, TheVirtualPictureHasItsFourCornerPatchesAnEighthInSize) {
   EXPECT_NE(at(*frame, 63, 27), white);
 }
 
-TEST(CameraFrameTest, TheVirtualPictureMovesAndRepeatsForTheSameFrameNumber) {
-  auto a = CameraFrame::make(64, 48), b = CameraFrame::make(64, 48), c = CameraFrame::make(64, 48);
-  renderVirtualPicture(*a, 3);
-  renderVirtualPicture(*b, 3);
-  renderVirtualPicture(*c, 4);
-  EXPECT_EQ(bytesOf(*a, 0), bytesOf(*b, 0));
-  EXPECT_EQ(bytesOf(*a, 1), bytesOf(*b, 1));
-  EXPECT_NE(bytesOf(*a, 0), bytesOf(*c, 0));
-}
-
 class CameraFrameVirtualStreamTest : public testing::Test {
  protected:
   std::shared_ptr<CaptureDevice> camera(const char* subtype, int width, int height, double fps) {
