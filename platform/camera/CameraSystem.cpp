@@ -2,10 +2,6 @@
 
 #include <mutex>
 
-#include "platform/camera/V4l2CameraBackend.h"
-#include "platform/camera/VirtualCameraBackend.h"
-#include "platform/log/Log.h"
-
 namespace oxelo {
 
 namespace {
@@ -22,18 +18,6 @@ bool matches(const CaptureDevice& d, const std::string& type, const std::string&
   return position == AVCaptureDevicePositionUnspecified || d.position() == position;
 }
 
-std::shared_ptr<CameraSystem> openVirtual(std::string& error) {
-  auto devices = openVirtualCameras(error);
-  if (!devices) return nullptr;
-  return std::make_shared<CameraSystem>("virtual", std::move(*devices));
-}
-
-std::string describeProblems(const std::vector<CameraProblem>& problems) {
-  std::string text;
-  for (const auto& p : problems) text += "; " + p.location + ": " + p.error;
-  return text;
-}
-
 }  // namespace
 
 CameraSystem::CameraSystem(std::string backend, std::vector<std::shared_ptr<CaptureDevice>> devices,
@@ -41,43 +25,6 @@ CameraSystem::CameraSystem(std::string backend, std::vector<std::shared_ptr<Capt
     : backend_(std::move(backend)),
       devices_(std::move(devices)),
       unavailable_(std::move(unavailable)) {}
-
-std::shared_ptr<CameraSystem> CameraSystem::open(const std::string& source, std::string& error) {
-  if (source == "virtual") return openVirtual(error);
-  if (source == "v4l2" || source.rfind("v4l2:", 0) == 0) {
-    std::string node = source.size() > 5 ? source.substr(5) : "";
-    if (source == "v4l2:") {
-      error = "--camera v4l2: needs a device, as in v4l2:/dev/video0";
-      return nullptr;
-    }
-    auto found = node.empty() ? enumerateV4l2Cameras() : enumerateV4l2Camera(node);
-    if (found.devices.empty()) {
-      if (!node.empty() && !found.problems.empty()) {
-        error = "cannot use the V4L2 camera " + found.problems.front().location + ": " +
-                found.problems.front().error;
-      } else {
-        error = "no usable V4L2 camera found under /dev" + describeProblems(found.problems);
-      }
-      return nullptr;
-    }
-    return std::make_shared<CameraSystem>("v4l2", std::move(found.devices),
-                                          std::move(found.problems));
-  }
-  if (source == "auto") {
-    auto found = enumerateV4l2Cameras();
-    if (!found.devices.empty()) {
-      return std::make_shared<CameraSystem>("v4l2", std::move(found.devices),
-                                            std::move(found.problems));
-    }
-    for (const auto& p : found.problems) {
-      oxlog("Camera - {} is not usable: {}", p.location, p.error);
-    }
-    oxlog("Camera - no V4L2 camera, using the virtual cameras");
-    return openVirtual(error);
-  }
-  error = "--camera takes auto, virtual, v4l2 or v4l2:DEVICE, not '" + source + "'";
-  return nullptr;
-}
 
 std::shared_ptr<CameraSystem> CameraSystem::current() {
   std::lock_guard lock(gCurrentMutex);

@@ -22,10 +22,17 @@ class CameraSystem {
   //   "v4l2"           every V4L2 capture device under /dev;
   //   "v4l2:/dev/videoN" that one device;
   //   "auto"           V4L2 if it finds a usable camera, else the virtual cameras.
-  // None, with a message for the user in `error`, when the named backend
-  // cannot be used (no V4L2 camera, a device that cannot be opened, a bad
-  // OXELO_VIRTUAL_CAMERAS file, an unknown text).
+  // None, with a one-line message for the user in `error`, when the named
+  // backend cannot be used (no V4L2 camera, a device that cannot be opened,
+  // a bad OXELO_VIRTUAL_CAMERAS file, an unknown text); the CameraError form
+  // adds the code (in use, no permission, no camera) that the exit status
+  // takes. V4L2 cameras decode MJPEG with libavcodec.
+  //
+  // open() lives in the library oxelo_platform_camera (platform/camera/codec),
+  // which brings the MJPEG decoder: what only looks cameras up links
+  // oxelo_platform alone, and with it no codec library.
   static std::shared_ptr<CameraSystem> open(const std::string& source, std::string& error);
+  static std::shared_ptr<CameraSystem> open(const std::string& source, CameraError& error);
 
   // The process-wide set. Until setCurrent() it has no cameras: the program
   // chooses its backend at start-up, tests install their own.

@@ -52,6 +52,7 @@ CaptureDevice::CaptureDevice(CaptureDeviceDescription description,
       deviceType_(std::move(description.deviceType)),
       position_(description.position),
       location_(std::move(description.location)),
+      mounting_(description.mounting),
       capabilities_(std::move(description.capabilities)),
       driver_(std::move(driver)) {
   for (auto& f : description.formats) {
@@ -77,7 +78,51 @@ CaptureDevice::CaptureDevice(CaptureDeviceDescription description,
   driver_->load(state_);
 }
 
-CaptureDevice::~CaptureDevice() = default;
+CaptureDevice::~CaptureDevice() { stopStreaming(); }
+
+CameraError CaptureDevice::startStreaming(std::weak_ptr<CameraFrameSink> sink) {
+  std::lock_guard streamLock(streamMutex_);
+  if (streaming_)
+    return {CameraErrorCode::failed, "the camera " + location_ + " is already streaming"};
+  sink_ = std::move(sink);
+  return startStreamingLocked();
+}
+
+CameraError CaptureDevice::startStreamingLocked() {
+  CaptureDeviceFormatPtr format;
+  CaptureTime duration;
+  {
+    std::lock_guard lock(mutex_);
+    format = state_.activeFormat;
+    duration = state_.activeVideoMinFrameDuration.isValid() ? state_.activeVideoMinFrameDuration
+                                                            : defaultFrameDuration();
+  }
+  if (!format) return {CameraErrorCode::unsupported, "the camera " + location_ + " has no format"};
+  auto error = driver_->startStreaming(*format, duration, sink_);
+  streaming_ = !error;
+  return error;
+}
+
+void CaptureDevice::stopStreaming() {
+  std::lock_guard streamLock(streamMutex_);
+  if (!streaming_) return;
+  driver_->stopStreaming();
+  streaming_ = false;
+}
+
+bool CaptureDevice::isStreaming() const {
+  std::lock_guard streamLock(streamMutex_);
+  return streaming_;
+}
+
+void CaptureDevice::restartStreaming() {
+  std::lock_guard streamLock(streamMutex_);
+  if (!streaming_) return;
+  driver_->stopStreaming();
+  if (auto error = startStreamingLocked()) {
+    if (auto sink = sink_.lock()) sink->cameraStreamDidEnd(error);
+  }
+}
 
 bool CaptureDevice::supportsAVCaptureSessionPreset(const std::string& preset) const {
   return formatForSessionPreset(preset) != nullptr;
@@ -111,20 +156,27 @@ CaptureDeviceFormatPtr CaptureDevice::activeFormat() const {
 }
 
 bool CaptureDevice::setActiveFormat(const CaptureDeviceFormatPtr& format) {
-  std::lock_guard lock(mutex_);
-  if (!lockedLocked() || !format) return false;
-  if (std::find(formats_.begin(), formats_.end(), format) == formats_.end()) return false;
-  CaptureDeviceState wanted = state_;
-  wanted.activeFormat = format;
-  wanted.activeVideoMinFrameDuration = CaptureTime::invalid();
-  wanted.activeVideoMaxFrameDuration = CaptureTime::invalid();
-  wanted.videoZoomFactor =
-      std::clamp(wanted.videoZoomFactor, 1.0, std::max(1.0, format->videoMaxZoomFactor));
-  wanted.exposureDuration =
-      clampTime(wanted.exposureDuration, format->minExposureDuration, format->maxExposureDuration);
-  if (format->maxISO > 0) wanted.ISO = std::clamp(wanted.ISO, format->minISO, format->maxISO);
-  if (!format->videoHDRSupported) wanted.videoHDREnabled = false;
-  return commit(std::move(wanted), DeviceSetting::activeFormat);
+  bool changed = false;
+  {
+    std::lock_guard lock(mutex_);
+    if (!lockedLocked() || !format) return false;
+    if (std::find(formats_.begin(), formats_.end(), format) == formats_.end()) return false;
+    CaptureDeviceState wanted = state_;
+    wanted.activeFormat = format;
+    wanted.activeVideoMinFrameDuration = CaptureTime::invalid();
+    wanted.activeVideoMaxFrameDuration = CaptureTime::invalid();
+    wanted.videoZoomFactor =
+        std::clamp(wanted.videoZoomFactor, 1.0, std::max(1.0, format->videoMaxZoomFactor));
+    wanted.exposureDuration = clampTime(wanted.exposureDuration, format->minExposureDuration,
+                                        format->maxExposureDuration);
+    if (format->maxISO > 0) wanted.ISO = std::clamp(wanted.ISO, format->minISO, format->maxISO);
+    if (!format->videoHDRSupported) wanted.videoHDREnabled = false;
+    CaptureTime before = state_.activeVideoMinFrameDuration;
+    changed = state_.activeFormat != format || before.isValid();
+    if (!commit(std::move(wanted), DeviceSetting::activeFormat)) return false;
+  }
+  if (changed) restartStreaming();
+  return true;
 }
 
 CaptureTime CaptureDevice::defaultFrameDuration() const {
@@ -159,12 +211,22 @@ CaptureTime CaptureDevice::activeVideoMaxFrameDuration() const {
 }
 
 bool CaptureDevice::setActiveVideoMinFrameDuration(CaptureTime duration) {
-  std::lock_guard lock(mutex_);
-  if (!lockedLocked()) return false;
-  if (duration.isValid() && !durationInActiveRanges(duration)) return false;
-  CaptureDeviceState wanted = state_;
-  wanted.activeVideoMinFrameDuration = duration;
-  return commit(std::move(wanted), DeviceSetting::frameDuration);
+  bool changed = false;
+  {
+    std::lock_guard lock(mutex_);
+    if (!lockedLocked()) return false;
+    if (duration.isValid() && !durationInActiveRanges(duration)) return false;
+    CaptureTime before = state_.activeVideoMinFrameDuration.isValid()
+                             ? state_.activeVideoMinFrameDuration
+                             : defaultFrameDuration();
+    CaptureDeviceState wanted = state_;
+    wanted.activeVideoMinFrameDuration = duration;
+    if (!commit(std::move(wanted), DeviceSetting::frameDuration)) return false;
+    CaptureTime after = duration.isValid() ? duration : defaultFrameDuration();
+    changed = !(before == after);
+  }
+  if (changed) restartStreaming();
+  return true;
 }
 
 bool CaptureDevice::setActiveVideoMaxFrameDuration(CaptureTime duration) {

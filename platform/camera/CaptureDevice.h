@@ -26,6 +26,14 @@ namespace oxelo {
 // after. The lock counts, so nested lock and unlock pairs are fine. A setter
 // returns false, and changes nothing, when the lock is not held, the camera
 // lacks the feature or the value is out of range; it never throws.
+//
+// Frame delivery: startStreaming() sends pictures of the active format at
+// the active minimum frame duration into a sink, on the backend's delivery
+// thread (see CameraFrameSink). A change of the active format or frame
+// timing while streaming restarts the stream in the new one; when the new
+// one cannot start, the sink's cameraStreamDidEnd() is told on the thread
+// that made the change. The streaming calls may come from any thread, but
+// not from the sink's own calls.
 class CaptureDevice {
  public:
   CaptureDevice(CaptureDeviceDescription description, std::unique_ptr<CaptureDeviceDriver> driver);
@@ -39,6 +47,7 @@ class CaptureDevice {
   const std::string& deviceType() const { return deviceType_; }
   AVCaptureDevicePosition position() const { return position_; }
   const std::string& location() const { return location_; }  // "/dev/video0", "virtual"
+  const CameraMounting& mounting() const { return mounting_; }
   bool hasMediaType(const std::string& mediaType) const { return mediaType == AVMediaTypeVideo; }
   // A camera made of several lenses (dual, dual wide, triple).
   bool isVirtualDevice() const { return !capabilities_.constituentDeviceTypes.empty(); }
@@ -177,6 +186,17 @@ class CaptureDevice {
   // A copy of the whole state (listings, tests).
   CaptureDeviceState state() const;
 
+  // Streams the active format into `sink` until stopStreaming(). An error,
+  // and no stream, when the camera cannot be had (in use, no permission) or
+  // is already streaming.
+  CameraError startStreaming(std::weak_ptr<CameraFrameSink> sink);
+  // Ends the stream; no sink call comes after it returns. Also needed after
+  // the stream ended by itself, to free what it held.
+  void stopStreaming();
+  // From a successful start until stopStreaming(), also when the stream has
+  // ended by itself meanwhile (the sink was told).
+  bool isStreaming() const;
+
  private:
   // Hands `wanted` to the driver and keeps it if the driver agrees; the
   // caller holds mutex_ and has checked the lock.
@@ -184,12 +204,17 @@ class CaptureDevice {
   bool lockedLocked() const { return lockCount_ > 0; }
   CaptureTime defaultFrameDuration() const;
   bool durationInActiveRanges(CaptureTime duration) const;
+  // After a change of format or timing: a running stream takes the new one.
+  // Called without mutex_.
+  void restartStreaming();
+  CameraError startStreamingLocked();  // streamMutex_ held
 
   const std::string uniqueID_;
   const std::string localizedName_;
   const std::string deviceType_;
   const AVCaptureDevicePosition position_;
   const std::string location_;
+  const CameraMounting mounting_;
   const CaptureDeviceCapabilities capabilities_;
   std::vector<CaptureDeviceFormatPtr> formats_;
 
@@ -197,6 +222,11 @@ class CaptureDevice {
   mutable CaptureDeviceState state_;  // refreshed from the driver on reads
   int lockCount_ = 0;
   std::unique_ptr<CaptureDeviceDriver> driver_;
+
+  // Orders the streaming calls; taken before mutex_, never inside it.
+  mutable std::mutex streamMutex_;
+  bool streaming_ = false;               // streamMutex_
+  std::weak_ptr<CameraFrameSink> sink_;  // streamMutex_
   std::atomic<uint64_t> subjectAreaChangeCount_{0};
   Observable<uint64_t> subjectAreaChanges_;
 };

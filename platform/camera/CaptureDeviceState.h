@@ -97,6 +97,22 @@ enum class DeviceSetting {
   videoHDR,
 };
 
+// Which way a camera looks: out of the back or the front of the device, or
+// from outside it (a USB webcam).
+enum class CameraFacing : uint8_t { back, front, external };
+
+// How a camera is mounted. `sensorRotation` is the rotation in degrees
+// counter-clockwise (0, 90, 180 or 270) that turns the sensor's picture
+// upright on the device held in its natural orientation, as V4L2 states it.
+// The phone cameras the rotation table was written for have 270 (their
+// pictures need a quarter turn to the right in portrait); an external
+// camera has 0.
+struct CameraMounting {
+  CameraFacing facing = CameraFacing::external;
+  int32_t sensorRotation = 0;
+  friend bool operator==(const CameraMounting&, const CameraMounting&) = default;
+};
+
 // Everything a backend says about one camera when it builds the model.
 struct CaptureDeviceDescription {
   std::string uniqueID;
@@ -104,6 +120,7 @@ struct CaptureDeviceDescription {
   std::string deviceType = AVCaptureDeviceTypeBuiltInWideAngleCamera;
   AVCaptureDevicePosition position = AVCaptureDevicePositionBack;
   std::string location;  // "/dev/video0"; "virtual" for a simulated camera
+  CameraMounting mounting;
   std::vector<CaptureDeviceFormat> formats;
   CaptureDeviceCapabilities capabilities;
   // The first active format, an index into `formats`; none: the model picks.

@@ -3,8 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/videodev2.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstring>
@@ -32,39 +30,47 @@ struct Found {
 };
 
 // Opens and describes one node: a capture device, skipped, or a problem.
-void probe(const std::string& path, bool reportOtherKinds, std::vector<Found>& found,
-           std::vector<CameraProblem>& problems) {
-  int fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+void probe(V4l2Syscalls& sys, const std::string& path, bool reportOtherKinds,
+           std::vector<Found>& found, std::vector<CameraProblem>& problems) {
+  int fd = sys.open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) {
-    problems.push_back({path, std::strerror(errno)});
+    int e = errno;
+    problems.push_back({path, std::strerror(e), CameraError::fromErrno(e, path, "open")});
     return;
   }
   V4l2DeviceInfo info;
   std::string error;
-  auto result = probeV4l2Fd(fd, path, info, error);
+  auto result = probeV4l2Fd(fd, path, info, error, sys);
   if (result == V4l2ProbeResult::failed) {
-    problems.push_back({path, error});
-    ::close(fd);
+    problems.push_back(
+        {path, error, {CameraErrorCode::failed, "the camera " + path + ": " + error}});
+    sys.close(fd);
     return;
   }
   if (result == V4l2ProbeResult::notCapture) {
-    if (reportOtherKinds) problems.push_back({path, "not a video capture device"});
-    ::close(fd);
+    if (reportOtherKinds)
+      problems.push_back({path,
+                          "not a video capture device",
+                          {CameraErrorCode::noCamera, path + " is not a video capture device"}});
+    sys.close(fd);
     return;
   }
   if (mapV4l2Formats(info).empty()) {
     std::string offered;
     for (const auto& f : info.formats)
       offered += (offered.empty() ? "" : ", ") + fourccText(f.fourcc);
-    problems.push_back({path, "delivers none of NV12, YUYV and MJPEG (it offers " +
-                                  (offered.empty() ? std::string("nothing") : offered) + ")"});
-    ::close(fd);
+    std::string why = "delivers none of NV12, YUYV and MJPEG (it offers " +
+                      (offered.empty() ? std::string("nothing") : offered) + ")";
+    problems.push_back(
+        {path, why, {CameraErrorCode::unsupported, "the camera " + path + " " + why}});
+    sys.close(fd);
     return;
   }
   found.push_back({fd, std::move(info)});
 }
 
-V4l2Enumeration build(std::vector<Found> found, std::vector<CameraProblem> problems) {
+V4l2Enumeration build(std::vector<Found> found, std::vector<CameraProblem> problems,
+                      const V4l2Backend& backend) {
   std::vector<AVCaptureDevicePosition> reported;
   for (const auto& f : found) reported.push_back(reportedV4l2Position(f.info));
   auto positions = assignV4l2Positions(reported);
@@ -77,7 +83,8 @@ V4l2Enumeration build(std::vector<Found> found, std::vector<CameraProblem> probl
       description.uniqueID += ":" + found[i].info.path;
       ids.insert(description.uniqueID);
     }
-    auto driver = std::make_unique<V4l2CaptureDriver>(found[i].fd, std::move(found[i].info));
+    auto driver =
+        std::make_unique<V4l2CaptureDriver>(found[i].fd, std::move(found[i].info), backend);
     result.devices.push_back(
         std::make_shared<CaptureDevice>(std::move(description), std::move(driver)));
   }
@@ -86,30 +93,50 @@ V4l2Enumeration build(std::vector<Found> found, std::vector<CameraProblem> probl
 
 }  // namespace
 
-V4l2Enumeration enumerateV4l2Cameras(const std::filesystem::path& dir) {
+V4l2Enumeration enumerateV4l2Cameras(const std::filesystem::path& dir, const V4l2Backend& backend) {
   std::vector<Found> found;
   std::vector<CameraProblem> problems;
-  for (const auto& node : listVideoNodes(dir)) probe(node, false, found, problems);
-  return build(std::move(found), std::move(problems));
+  for (const auto& node : listVideoNodes(dir))
+    probe(*backend.syscalls, node, false, found, problems);
+  return build(std::move(found), std::move(problems), backend);
 }
 
-V4l2Enumeration enumerateV4l2Camera(const std::string& node) {
+V4l2Enumeration enumerateV4l2Camera(const std::string& node, const V4l2Backend& backend) {
   std::vector<Found> found;
   std::vector<CameraProblem> problems;
-  probe(node, true, found, problems);
-  return build(std::move(found), std::move(problems));
+  probe(*backend.syscalls, node, true, found, problems);
+  return build(std::move(found), std::move(problems), backend);
 }
 
-V4l2CaptureDriver::V4l2CaptureDriver(int fd, V4l2DeviceInfo info)
-    : fd_(fd), info_(std::move(info)) {}
+V4l2CaptureDriver::V4l2CaptureDriver(int fd, V4l2DeviceInfo info, V4l2Backend backend)
+    : fd_(fd),
+      info_(std::move(info)),
+      backend_(std::move(backend)),
+      stream_(backend_.syscalls, fd_, info_.path, backend_.mjpeg) {}
 
 V4l2CaptureDriver::~V4l2CaptureDriver() {
-  if (fd_ >= 0) ::close(fd_);
+  stream_.stop();
+  if (fd_ >= 0) backend_.syscalls->close(fd_);
 }
+
+CameraError V4l2CaptureDriver::startStreaming(const CaptureDeviceFormat& format,
+                                              CaptureTime frameDuration,
+                                              std::weak_ptr<CameraFrameSink> sink) {
+  if (info_.multiplanar)
+    return {CameraErrorCode::unsupported,
+            "the camera " + info_.path + " has only the multi-planar API, which is not supported"};
+  uint32_t fourcc = v4l2FourccFor(info_, format);
+  if (fourcc == 0)
+    return {CameraErrorCode::unsupported,
+            "the camera " + info_.path + " cannot stream " + format.description()};
+  return stream_.start(fourcc, format.width, format.height, frameDuration, std::move(sink));
+}
+
+void V4l2CaptureDriver::stopStreaming() { stream_.stop(); }
 
 bool V4l2CaptureDriver::lockForConfiguration(std::string& error) {
   v4l2_capability cap{};
-  if (ioctl(fd_, VIDIOC_QUERYCAP, &cap) == 0) return true;
+  if (backend_.syscalls->xioctl(fd_, VIDIOC_QUERYCAP, &cap) == 0) return true;
   error = std::string("the camera cannot be reached: ") + std::strerror(errno);
   return false;
 }
@@ -120,11 +147,11 @@ const V4l2Control* V4l2CaptureDriver::writable(uint32_t id) const {
 }
 
 bool V4l2CaptureDriver::write(uint32_t id, int64_t value) {
-  return writeV4l2Control(fd_, id, value);
+  return writeV4l2Control(fd_, id, value, *backend_.syscalls);
 }
 
 bool V4l2CaptureDriver::read(uint32_t id, int64_t& value) const {
-  return info_.control(id) && readV4l2Control(fd_, id, value);
+  return info_.control(id) && readV4l2Control(fd_, id, value, *backend_.syscalls);
 }
 
 bool V4l2CaptureDriver::applyExposureMode(int64_t mode) {

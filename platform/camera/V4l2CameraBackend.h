@@ -8,7 +8,9 @@
 #include "platform/camera/CameraProblem.h"
 #include "platform/camera/CaptureDevice.h"
 #include "platform/camera/CaptureDeviceDriver.h"
+#include "platform/camera/MjpegDecoder.h"
 #include "platform/camera/V4l2Probe.h"
+#include "platform/camera/V4l2Stream.h"
 
 namespace oxelo {
 
@@ -20,19 +22,28 @@ struct V4l2Enumeration {
                                         // that deliver no format capture can convert
 };
 
+// What the V4L2 cameras are made with: the system calls (a test's fake
+// instead of the real ones) and the MJPEG decoder (none: MJPEG formats are
+// listed but fail to stream with a message saying so).
+struct V4l2Backend {
+  std::shared_ptr<V4l2Syscalls> syscalls = V4l2Syscalls::system();
+  MjpegDecoderFactory mjpeg;
+};
+
 // Every capture node under `dir` (video0, video1, ...). Nodes of other kinds
 // (metadata, codecs, outputs) are left out silently.
-V4l2Enumeration enumerateV4l2Cameras(const std::filesystem::path& dir = "/dev");
+V4l2Enumeration enumerateV4l2Cameras(const std::filesystem::path& dir = "/dev",
+                                     const V4l2Backend& backend = {});
 // One node; a node that is not a capture device is a problem here.
-V4l2Enumeration enumerateV4l2Camera(const std::string& node);
+V4l2Enumeration enumerateV4l2Camera(const std::string& node, const V4l2Backend& backend = {});
 
 // The driver of one V4L2 camera. Keeps the node open for its lifetime and
 // writes controls as the model changes; the active format and frame timing
-// are kept for the capture session, which sets them when it starts
-// streaming.
+// are set on the node when streaming starts (see V4l2Stream).
 class V4l2CaptureDriver final : public CaptureDeviceDriver {
  public:
-  V4l2CaptureDriver(int fd, V4l2DeviceInfo info);  // takes the descriptor
+  // Takes the descriptor, opened through `backend.syscalls`.
+  V4l2CaptureDriver(int fd, V4l2DeviceInfo info, V4l2Backend backend = {});
   ~V4l2CaptureDriver() override;
 
   bool lockForConfiguration(std::string& error) override;
@@ -40,6 +51,9 @@ class V4l2CaptureDriver final : public CaptureDeviceDriver {
   bool apply(const CaptureDeviceState& wanted, DeviceSetting setting) override;
   void load(CaptureDeviceState& state) override;
   void refresh(CaptureDeviceState& state) override;
+  CameraError startStreaming(const CaptureDeviceFormat& format, CaptureTime frameDuration,
+                             std::weak_ptr<CameraFrameSink> sink) override;
+  void stopStreaming() override;
 
   int fd() const { return fd_; }
   const V4l2DeviceInfo& info() const { return info_; }
@@ -54,6 +68,8 @@ class V4l2CaptureDriver final : public CaptureDeviceDriver {
 
   int fd_;
   V4l2DeviceInfo info_;
+  V4l2Backend backend_;
+  V4l2Stream stream_;
 };
 
 }  // namespace oxelo

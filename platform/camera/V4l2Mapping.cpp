@@ -214,7 +214,56 @@ CaptureDeviceDescription describeV4l2Device(const V4l2DeviceInfo& info,
   d.location = info.path;
   d.formats = mapV4l2Formats(info);
   d.capabilities = mapV4l2Capabilities(info);
+  d.mounting = v4l2Mounting(info);
   return d;
+}
+
+CameraMounting v4l2Mounting(const V4l2DeviceInfo& info) {
+  CameraMounting m;
+  m.facing = CameraFacing::external;
+  if (auto orientation = info.control(V4L2_CID_CAMERA_ORIENTATION)) {
+    if (orientation->value == V4L2_CAMERA_ORIENTATION_FRONT) m.facing = CameraFacing::front;
+    if (orientation->value == V4L2_CAMERA_ORIENTATION_BACK) m.facing = CameraFacing::back;
+  } else if (info.busInfo.rfind("usb-", 0) != 0) {
+    if (info.placement == "front") m.facing = CameraFacing::front;
+    if (info.placement == "back") m.facing = CameraFacing::back;
+  }
+  if (auto rotation = info.control(V4L2_CID_CAMERA_SENSOR_ROTATION)) {
+    int64_t degrees = ((rotation->value % 360) + 360) % 360;
+    m.sensorRotation = static_cast<int32_t>((degrees + 45) / 90 % 4 * 90);
+  }
+  return m;
+}
+
+V4l2FrameColour v4l2FrameColour(uint32_t colorspace, uint32_t ycbcrEncoding,
+                                uint32_t quantization) {
+  auto space = static_cast<v4l2_colorspace>(colorspace);
+  uint32_t encoding = ycbcrEncoding == V4L2_YCBCR_ENC_DEFAULT
+                          ? static_cast<uint32_t>(V4L2_MAP_YCBCR_ENC_DEFAULT(space))
+                          : ycbcrEncoding;
+  uint32_t quant =
+      quantization == V4L2_QUANTIZATION_DEFAULT
+          ? static_cast<uint32_t>(V4L2_MAP_QUANTIZATION_DEFAULT(false, space, encoding))
+          : quantization;
+  V4l2FrameColour c;
+  c.matrix = (encoding == V4L2_YCBCR_ENC_601 || encoding == V4L2_YCBCR_ENC_XV601)
+                 ? ColourMatrix::bt601
+                 : ColourMatrix::bt709;
+  c.range = quant == V4L2_QUANTIZATION_FULL_RANGE ? ColourRange::full : ColourRange::video;
+  return c;
+}
+
+uint32_t v4l2FourccFor(const V4l2DeviceInfo& info, const CaptureDeviceFormat& format) {
+  for (const auto& f : info.formats) {
+    auto native = nativeOf(f.fourcc);
+    if (!native || format.nativePixelFormat != native->name) continue;
+    for (const auto& size : f.sizes) {
+      if (static_cast<int32_t>(size.width) == format.width &&
+          static_cast<int32_t>(size.height) == format.height)
+        return f.fourcc;
+    }
+  }
+  return 0;
 }
 
 int64_t snapToControl(const V4l2Control& control, double value) {

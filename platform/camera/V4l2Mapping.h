@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/camera/CameraFrame.h"
 #include "platform/camera/CaptureDeviceState.h"
 #include "platform/camera/V4l2Probe.h"
 
@@ -52,8 +53,30 @@ AVCaptureDevicePosition reportedV4l2Position(const V4l2DeviceInfo& info);
 std::vector<AVCaptureDevicePosition> assignV4l2Positions(
     const std::vector<AVCaptureDevicePosition>& reported);
 
+// How the camera is mounted. Facing: V4L2_CID_CAMERA_ORIENTATION where the
+// driver has it; else the firmware's or udev's placement for a camera that
+// is not on USB; else external. Sensor rotation: V4L2_CID_CAMERA_SENSOR_ROTATION
+// to the nearest quarter turn, else 0. A USB webcam is thus external with
+// rotation 0.
+CameraMounting v4l2Mounting(const V4l2DeviceInfo& info);
+
+// The matrix and range of the frames the driver delivers, from the
+// colorspace, ycbcr_enc and quantization fields of its format (their
+// defaults resolved as V4L2 defines them). BT.601 and xvYCC 601 are 601;
+// every other encoding is tagged 709.
+struct V4l2FrameColour {
+  ColourMatrix matrix = ColourMatrix::bt601;
+  ColourRange range = ColourRange::video;
+};
+V4l2FrameColour v4l2FrameColour(uint32_t colorspace, uint32_t ycbcrEncoding, uint32_t quantization);
+
+// The V4L2 pixel format that delivers a model format: the first of the
+// device's formats with its native format and size; 0 when none does.
+uint32_t v4l2FourccFor(const V4l2DeviceInfo& info, const CaptureDeviceFormat& format);
+
 // The model's description: name from the card, unique id from the bus
-// (else the node), type wide angle, the formats and capabilities above.
+// (else the node), type wide angle, the formats, capabilities and mounting
+// above.
 CaptureDeviceDescription describeV4l2Device(const V4l2DeviceInfo& info,
                                             AVCaptureDevicePosition position);
 

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/videodev2.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -15,14 +14,6 @@
 namespace oxelo {
 
 namespace {
-
-int xioctl(int fd, unsigned long request, void* arg) {
-  int r;
-  do {
-    r = ioctl(fd, request, arg);
-  } while (r == -1 && errno == EINTR);
-  return r;
-}
 
 std::string text(const uint8_t* bytes, size_t size) {
   const char* c = reinterpret_cast<const char*>(bytes);
@@ -56,12 +47,12 @@ std::vector<V4l2FrameSize> sizesInRange(const v4l2_frmsize_stepwise& s) {
   return sizes;
 }
 
-void readIntervals(int fd, uint32_t fourcc, V4l2FrameSize& size) {
+void readIntervals(V4l2Syscalls& sys, int fd, uint32_t fourcc, V4l2FrameSize& size) {
   v4l2_frmivalenum iv{};
   iv.pixel_format = fourcc;
   iv.width = size.width;
   iv.height = size.height;
-  for (iv.index = 0; xioctl(fd, VIDIOC_ENUM_FRAMEINTERVALS, &iv) == 0; ++iv.index) {
+  for (iv.index = 0; sys.xioctl(fd, VIDIOC_ENUM_FRAMEINTERVALS, &iv) == 0; ++iv.index) {
     if (iv.type == V4L2_FRMIVAL_TYPE_DISCRETE) {
       const auto& d = iv.discrete;
       size.intervals.push_back({d.numerator, d.denominator, d.numerator, d.denominator});
@@ -75,25 +66,25 @@ void readIntervals(int fd, uint32_t fourcc, V4l2FrameSize& size) {
 }
 
 // A driver that lists no intervals still reports the interval in use.
-void readCurrentInterval(int fd, uint32_t bufferType, V4l2FrameSize& size) {
+void readCurrentInterval(V4l2Syscalls& sys, int fd, uint32_t bufferType, V4l2FrameSize& size) {
   v4l2_streamparm parm{};
   parm.type = bufferType;
-  if (xioctl(fd, VIDIOC_G_PARM, &parm) != 0) return;
+  if (sys.xioctl(fd, VIDIOC_G_PARM, &parm) != 0) return;
   const auto& t = parm.parm.capture.timeperframe;
   if (t.numerator == 0 || t.denominator == 0) return;
   size.intervals.push_back({t.numerator, t.denominator, t.numerator, t.denominator});
 }
 
-void readFormats(int fd, uint32_t bufferType, V4l2DeviceInfo& info) {
+void readFormats(V4l2Syscalls& sys, int fd, uint32_t bufferType, V4l2DeviceInfo& info) {
   v4l2_fmtdesc desc{};
   desc.type = bufferType;
-  for (desc.index = 0; xioctl(fd, VIDIOC_ENUM_FMT, &desc) == 0; ++desc.index) {
+  for (desc.index = 0; sys.xioctl(fd, VIDIOC_ENUM_FMT, &desc) == 0; ++desc.index) {
     V4l2PixelFormat format;
     format.fourcc = desc.pixelformat;
     format.description = text(desc.description, sizeof(desc.description));
     v4l2_frmsizeenum fs{};
     fs.pixel_format = desc.pixelformat;
-    for (fs.index = 0; xioctl(fd, VIDIOC_ENUM_FRAMESIZES, &fs) == 0; ++fs.index) {
+    for (fs.index = 0; sys.xioctl(fd, VIDIOC_ENUM_FRAMESIZES, &fs) == 0; ++fs.index) {
       if (fs.type == V4L2_FRMSIZE_TYPE_DISCRETE) {
         format.sizes.push_back({fs.discrete.width, fs.discrete.height, {}});
         continue;
@@ -102,17 +93,17 @@ void readFormats(int fd, uint32_t bufferType, V4l2DeviceInfo& info) {
       break;
     }
     for (auto& size : format.sizes) {
-      readIntervals(fd, format.fourcc, size);
-      if (size.intervals.empty()) readCurrentInterval(fd, bufferType, size);
+      readIntervals(sys, fd, format.fourcc, size);
+      if (size.intervals.empty()) readCurrentInterval(sys, fd, bufferType, size);
     }
     info.formats.push_back(std::move(format));
   }
 }
 
-void readControls(int fd, V4l2DeviceInfo& info) {
+void readControls(V4l2Syscalls& sys, int fd, V4l2DeviceInfo& info) {
   v4l2_queryctrl q{};
   q.id = V4L2_CTRL_FLAG_NEXT_CTRL;
-  while (xioctl(fd, VIDIOC_QUERYCTRL, &q) == 0) {
+  while (sys.xioctl(fd, VIDIOC_QUERYCTRL, &q) == 0) {
     uint32_t id = q.id;
     q.id = id | V4L2_CTRL_FLAG_NEXT_CTRL;
     if (q.type == V4L2_CTRL_TYPE_CTRL_CLASS || (q.flags & V4L2_CTRL_FLAG_DISABLED)) continue;
@@ -130,7 +121,7 @@ void readControls(int fd, V4l2DeviceInfo& info) {
         v4l2_querymenu m{};
         m.id = id;
         m.index = static_cast<uint32_t>(i);
-        if (xioctl(fd, VIDIOC_QUERYMENU, &m) != 0) continue;
+        if (sys.xioctl(fd, VIDIOC_QUERYMENU, &m) != 0) continue;
         V4l2MenuItem item;
         item.index = m.index;
         if (q.type == V4L2_CTRL_TYPE_INTEGER_MENU) {
@@ -143,7 +134,7 @@ void readControls(int fd, V4l2DeviceInfo& info) {
       }
     }
     if (q.type != V4L2_CTRL_TYPE_BUTTON && !(q.flags & V4L2_CTRL_FLAG_WRITE_ONLY)) {
-      readV4l2Control(fd, id, c.value);
+      readV4l2Control(fd, id, c.value, sys);
     }
     info.controls.push_back(std::move(c));
   }
@@ -157,9 +148,9 @@ std::string firstLine(const std::filesystem::path& file) {
 }
 
 // The panel the firmware places the camera on, or a udev property.
-std::string readPlacement(int fd) {
+std::string readPlacement(V4l2Syscalls& sys, int fd) {
   struct stat st {};
-  if (fstat(fd, &st) != 0 || !S_ISCHR(st.st_mode)) return "";
+  if (sys.fstat(fd, &st) != 0 || !S_ISCHR(st.st_mode)) return "";
   unsigned maj = major(st.st_rdev), min = minor(st.st_rdev);
   std::ifstream udev("/run/udev/data/c" + std::to_string(maj) + ":" + std::to_string(min));
   for (std::string line; std::getline(udev, line);) {
@@ -214,21 +205,22 @@ std::vector<std::string> listVideoNodes(const std::filesystem::path& dir) {
   return paths;
 }
 
-V4l2ProbeResult probeV4l2Node(const std::string& path, V4l2DeviceInfo& info, std::string& error) {
-  int fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+V4l2ProbeResult probeV4l2Node(const std::string& path, V4l2DeviceInfo& info, std::string& error,
+                              V4l2Syscalls& sys) {
+  int fd = sys.open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) {
     error = std::strerror(errno);
     return V4l2ProbeResult::failed;
   }
-  auto result = probeV4l2Fd(fd, path, info, error);
-  ::close(fd);
+  auto result = probeV4l2Fd(fd, path, info, error, sys);
+  sys.close(fd);
   return result;
 }
 
 V4l2ProbeResult probeV4l2Fd(int fd, const std::string& path, V4l2DeviceInfo& info,
-                            std::string& error) {
+                            std::string& error, V4l2Syscalls& sys) {
   v4l2_capability cap{};
-  if (xioctl(fd, VIDIOC_QUERYCAP, &cap) != 0) {
+  if (sys.xioctl(fd, VIDIOC_QUERYCAP, &cap) != 0) {
     error = std::string("not a V4L2 device: ") + std::strerror(errno);
     return V4l2ProbeResult::failed;
   }
@@ -243,27 +235,27 @@ V4l2ProbeResult probeV4l2Fd(int fd, const std::string& path, V4l2DeviceInfo& inf
   info.busInfo = text(cap.bus_info, sizeof(cap.bus_info));
   info.deviceCaps = caps;
   info.multiplanar = !(caps & V4L2_CAP_VIDEO_CAPTURE);
-  readFormats(fd,
+  readFormats(sys, fd,
               info.multiplanar ? V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE : V4L2_BUF_TYPE_VIDEO_CAPTURE,
               info);
-  readControls(fd, info);
-  info.placement = readPlacement(fd);
+  readControls(sys, fd, info);
+  info.placement = readPlacement(sys, fd);
   return V4l2ProbeResult::capture;
 }
 
-bool readV4l2Control(int fd, uint32_t id, int64_t& value) {
+bool readV4l2Control(int fd, uint32_t id, int64_t& value, V4l2Syscalls& sys) {
   v4l2_control c{};
   c.id = id;
-  if (xioctl(fd, VIDIOC_G_CTRL, &c) != 0) return false;
+  if (sys.xioctl(fd, VIDIOC_G_CTRL, &c) != 0) return false;
   value = c.value;
   return true;
 }
 
-bool writeV4l2Control(int fd, uint32_t id, int64_t value) {
+bool writeV4l2Control(int fd, uint32_t id, int64_t value, V4l2Syscalls& sys) {
   v4l2_control c{};
   c.id = id;
   c.value = static_cast<int32_t>(value);
-  return xioctl(fd, VIDIOC_S_CTRL, &c) == 0;
+  return sys.xioctl(fd, VIDIOC_S_CTRL, &c) == 0;
 }
 
 }  // namespace oxelo

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/camera/V4l2Syscalls.h"
+
 namespace oxelo {
 
 // What the V4L2 driver of one video node says about itself, read once with
@@ -74,16 +76,20 @@ enum class V4l2ProbeResult {
   failed,      // could not be opened or asked: `error` says why
 };
 
-// Opens `path`, describes it and closes it again.
-V4l2ProbeResult probeV4l2Node(const std::string& path, V4l2DeviceInfo& info, std::string& error);
+// Opens `path`, describes it and closes it again. Every call goes through
+// `sys` (the real system calls unless a test gives a fake).
+V4l2ProbeResult probeV4l2Node(const std::string& path, V4l2DeviceInfo& info, std::string& error,
+                              V4l2Syscalls& sys = *V4l2Syscalls::system());
 
 // Describes an open node.
 V4l2ProbeResult probeV4l2Fd(int fd, const std::string& path, V4l2DeviceInfo& info,
-                            std::string& error);
+                            std::string& error, V4l2Syscalls& sys = *V4l2Syscalls::system());
 
 // Reads the present value of a control; false when the driver refuses.
-bool readV4l2Control(int fd, uint32_t id, int64_t& value);
+bool readV4l2Control(int fd, uint32_t id, int64_t& value,
+                     V4l2Syscalls& sys = *V4l2Syscalls::system());
 // Writes a control; false, with errno kept, when the driver refuses.
-bool writeV4l2Control(int fd, uint32_t id, int64_t value);
+bool writeV4l2Control(int fd, uint32_t id, int64_t value,
+                      V4l2Syscalls& sys = *V4l2Syscalls::system());
 
 }  // namespace oxelo

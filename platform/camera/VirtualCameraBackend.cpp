@@ -2,10 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <set>
 #include <sstream>
+
+#include "platform/camera/VirtualPicture.h"
 
 namespace oxelo {
 
@@ -356,6 +359,81 @@ struct Reader {
 
 }  // namespace
 
+struct VirtualCaptureDriver::Stream : std::enable_shared_from_this<Stream> {
+  std::shared_ptr<Queue> queue;
+  std::weak_ptr<CameraFrameSink> sink;
+  int32_t width = 0, height = 0;
+  ColourMatrix matrix = ColourMatrix::bt709;
+  ColourRange range = ColourRange::full;
+  double start = 0;      // time of frame 0 on the queue's clock
+  double duration = 0;   // seconds per frame
+  uint64_t next = 0;     // the next frame number to deliver
+  bool stopped = false;  // queue only
+  TimerHandle timer;     // queue only
+
+  // Waits for the next frame's time.
+  void schedule() {
+    double due = start + static_cast<double>(next) * duration;
+    double wait = std::max(0.0, due - queue->clock().now());
+    timer = queue->postAfter(wait, [weak = weak_from_this()] {
+      if (auto self = weak.lock()) self->tick();
+    });
+  }
+
+  void tick() {
+    if (stopped) return;
+    // The latest frame whose time has come; earlier ones that were missed
+    // are skipped.
+    double now = queue->clock().now();
+    auto due = static_cast<uint64_t>(std::floor((now - start) / duration + 1e-9));
+    uint64_t n = std::max(next, due);
+    auto frame = CameraFrame::make(width, height);
+    frame->matrix = matrix;
+    frame->range = range;
+    frame->presentationTime = start + static_cast<double>(n) * duration;
+    renderVirtualPicture(*frame, n);
+    next = n + 1;
+    if (auto s = sink.lock()) s->cameraDidOutputFrame(frame);
+    if (!stopped) schedule();
+  }
+};
+
+VirtualCaptureDriver::~VirtualCaptureDriver() { stopStreaming(); }
+
+CameraError VirtualCaptureDriver::startStreaming(const CaptureDeviceFormat& format,
+                                                 CaptureTime frameDuration,
+                                                 std::weak_ptr<CameraFrameSink> sink) {
+  if (stream_) return {CameraErrorCode::failed, "the virtual camera is already streaming"};
+  if (format.width < 1 || format.height < 1 || !frameDuration.isValid() ||
+      frameDuration.seconds() <= 0)
+    return {CameraErrorCode::unsupported,
+            "the virtual camera cannot stream " + format.description()};
+  auto stream = std::make_shared<Stream>();
+  stream->queue = Queue::create("virtual camera", defaultClock());
+  stream->sink = std::move(sink);
+  stream->width = format.width;
+  stream->height = format.height;
+  stream->matrix = format.height >= 720 ? ColourMatrix::bt709 : ColourMatrix::bt601;
+  stream->range =
+      format.mediaSubType == kPixelFormat420VideoRange ? ColourRange::video : ColourRange::full;
+  stream->duration = frameDuration.seconds();
+  stream->start = stream->queue->clock().now();
+  stream->queue->post([stream] { stream->schedule(); });
+  stream_ = std::move(stream);
+  return {};
+}
+
+void VirtualCaptureDriver::stopStreaming() {
+  if (!stream_) return;
+  auto stream = std::move(stream_);
+  // Runs after any frame in delivery; none starts after it.
+  stream->queue->runSync([&stream] {
+    stream->stopped = true;
+    stream->timer.cancel();
+  });
+  stream->queue->stop();
+}
+
 bool VirtualCaptureDriver::lockForConfiguration(std::string& error) {
   if (!lockError_) return true;
   error = *lockError_;
@@ -503,6 +581,10 @@ std::optional<std::vector<std::shared_ptr<CaptureDevice>>> openVirtualCameras(st
 }
 
 std::shared_ptr<CaptureDevice> makeVirtualCamera(VirtualCameraSpec spec) {
+  auto& d = spec.description;
+  d.mounting.facing =
+      d.position == AVCaptureDevicePositionFront ? CameraFacing::front : CameraFacing::back;
+  d.mounting.sensorRotation = 270;
   auto driver = std::make_unique<VirtualCaptureDriver>(std::move(spec.lockError));
   return std::make_shared<CaptureDevice>(std::move(spec.description), std::move(driver));
 }

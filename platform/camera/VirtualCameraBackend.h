@@ -9,6 +9,7 @@
 
 #include "platform/camera/CaptureDevice.h"
 #include "platform/camera/CaptureDeviceDriver.h"
+#include "platform/dispatch/Queue.h"
 
 namespace oxelo {
 
@@ -50,6 +51,13 @@ namespace oxelo {
 //
 // Unknown keys and values of the wrong type are errors, reported with the
 // file and the place ("cameras[1].formats[0].width: ...").
+//
+// Every virtual camera is mounted as the phone the rotation table was
+// written for: facing its position, sensor rotation 270. Streaming, it
+// delivers the picture of VirtualPicture.h in real time at the active frame
+// duration, timed by the default clock (so a test that installs a
+// ManualClock drives it), tagged BT.709 from 1280x720 up and BT.601 below,
+// full range for "420f" formats and video range for "420v".
 struct VirtualCameraSpec {
   CaptureDeviceDescription description;
   std::optional<std::string> lockError;
@@ -72,19 +80,28 @@ std::optional<std::vector<std::shared_ptr<CaptureDevice>>> openVirtualCameras(st
 std::shared_ptr<CaptureDevice> makeVirtualCamera(VirtualCameraSpec spec);
 
 // The driver of a simulated camera: every change is taken as it comes; the
-// lock fails only with a configured reason.
+// lock fails only with a configured reason. Frames come from a serial queue
+// of the driver's own (the camera queue), frame n at start + n x duration;
+// a frame whose time passed while the sink was busy is skipped.
 class VirtualCaptureDriver final : public CaptureDeviceDriver {
  public:
   explicit VirtualCaptureDriver(std::optional<std::string> lockError = std::nullopt)
       : lockError_(std::move(lockError)) {}
+  ~VirtualCaptureDriver() override;
   bool lockForConfiguration(std::string& error) override;
   void unlockForConfiguration() override {}
   bool apply(const CaptureDeviceState&, DeviceSetting) override { return true; }
   void load(CaptureDeviceState&) override {}
   void refresh(CaptureDeviceState&) override {}
+  CameraError startStreaming(const CaptureDeviceFormat& format, CaptureTime frameDuration,
+                             std::weak_ptr<CameraFrameSink> sink) override;
+  void stopStreaming() override;
+
+  struct Stream;  // internal: the running stream, shared with its queue's tasks
 
  private:
   std::optional<std::string> lockError_;
+  std::shared_ptr<Stream> stream_;
 };
 
 }  // namespace oxelo

@@ -1,1 +1,1 @@
-set(extra_libs oxelo_platform_audio)
+set(extra_libs oxelo_platform_audio oxelo_platform_camera)

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/camera/CameraFrame.h"
+
+namespace oxelo {
+
+// What the V4L2 backend does to a captured buffer to make it the frame's
+// NV12. Each fills all of `frame` (whose size says what is expected) and
+// returns false, leaving it undefined, when `size` bytes are too few for it.
+// Chroma that is sampled more finely than 4:2:0 is averaged over each 2 x 2
+// block, rounding halves up.
+
+// NV12 as V4L2 lays it out in one buffer: the luma rows, then the chroma
+// rows, both `bytesPerLine` apart.
+bool copyNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame);
+
+// YUYV 4:2:2 (Y0 Cb Y1 Cr per pair of pixels), rows `bytesPerLine` apart.
+bool yuyvToNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame);
+
+// Three planes as a JPEG decoder gives them, chroma subsampled by
+// 2^shiftX across and 2^shiftY down (4:2:0: 1, 1; 4:2:2: 1, 0; 4:4:4: 0, 0).
+struct PlanarPicture {
+  const uint8_t* planes[3] = {};
+  int32_t strides[3] = {};
+  int shiftX = 1;
+  int shiftY = 1;
+};
+void planarToNv12(const PlanarPicture& picture, CameraFrame& frame);
+
+}  // namespace oxelo

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/camera/CameraError.h"
+#include "platform/camera/CameraFrameSink.h"
+#include "platform/camera/CaptureTypes.h"
+#include "platform/camera/MjpegDecoder.h"
+#include "platform/camera/V4l2Syscalls.h"
+
+namespace oxelo {
+
+// Memory-mapped streaming from one open V4L2 capture node (single-planar
+// API): sets the format and frame interval, maps the driver's buffers, and
+// on a thread of its own (the camera queue) waits in poll() for each filled
+// buffer, makes it an NV12 CameraFrame (NV12 copied, YUYV converted, MJPEG
+// decoded) and hands it to the sink. The buffer goes back to the driver
+// before the sink sees the frame.
+//
+// The frame's matrix and range come from the colorspace fields the driver
+// answers the format with (an MJPEG picture's from the decoder), and its
+// presentation time is the buffer's monotonic time stamp on the media
+// clock. A buffer the driver marks as damaged is skipped. When the node
+// fails while streaming (a camera unplugged: ENODEV, EIO, POLLERR), the
+// sink's cameraStreamDidEnd() gets the error and the thread ends.
+//
+// start() and stop() from one thread at a time, never from the sink's calls.
+class V4l2Stream {
+ public:
+  // `fd` stays the caller's; the stream does not close it.
+  V4l2Stream(std::shared_ptr<V4l2Syscalls> syscalls, int fd, std::string location,
+             MjpegDecoderFactory mjpeg);
+  ~V4l2Stream();
+  V4l2Stream(const V4l2Stream&) = delete;
+  V4l2Stream& operator=(const V4l2Stream&) = delete;
+
+  // Streams `fourcc` (V4L2_PIX_FMT_NV12, _YUYV, _MJPEG or _JPEG) at
+  // width x height, one frame per `frameDuration` where the driver can set
+  // it. An error, with nothing left started, when the driver refuses.
+  CameraError start(uint32_t fourcc, int32_t width, int32_t height, CaptureTime frameDuration,
+                    std::weak_ptr<CameraFrameSink> sink);
+  // Ends the stream, waits for the thread and gives the buffers back.
+  void stop();
+  bool isStarted() const { return started_; }
+
+  // Frames lost to damaged buffers or failed conversions.
+  uint64_t framesSkipped() const { return skipped_; }
+
+  static constexpr uint32_t kBufferCount = 4;
+
+ private:
+  struct Mapping {
+    void* address = nullptr;
+    size_t length = 0;
+  };
+  CameraError fail(int error, const std::string& what);
+  void release();  // unmaps and frees the buffers
+  void run();
+  // One filled buffer; false when the node failed (the error is set).
+  bool takeBuffer(CameraError& error);
+  bool convert(const uint8_t* data, size_t size, CameraFrame& frame, std::string& why);
+
+  const std::shared_ptr<V4l2Syscalls> sys_;
+  const int fd_;
+  const std::string location_;
+  MjpegDecoderFactory mjpegFactory_;
+
+  // Set by start(), read by the thread.
+  uint32_t fourcc_ = 0;
+  int32_t width_ = 0, height_ = 0;
+  int32_t bytesPerLine_ = 0;
+  ColourMatrix matrix_ = ColourMatrix::bt601;
+  ColourRange range_ = ColourRange::video;
+  std::vector<Mapping> buffers_;
+  std::unique_ptr<MjpegDecoder> mjpeg_;
+  std::weak_ptr<CameraFrameSink> sink_;
+  int wakeFd_ = -1;
+  bool started_ = false;
+  bool streamOn_ = false;
+  std::atomic<uint64_t> skipped_{0};
+  std::thread thread_;
+};
+
+}  // namespace oxelo

@@ -1,0 +1,71 @@
+#include "platform/camera/VirtualPicture.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace oxelo {
+
+namespace {
+
+struct Rgb {
+  uint8_t r, g, b;
+};
+
+// Paints luma columns [x0, x1) of a luma row, and the chroma pairs of the
+// same columns of a chroma row when `chroma` is given.
+void span(uint8_t* luma, uint8_t* chroma, int32_t width, int x0, int x1, YCbCr c) {
+  x0 = std::clamp(x0, 0, width);
+  x1 = std::clamp(x1, 0, width);
+  if (x1 <= x0) return;
+  std::memset(luma + x0, c.y, static_cast<size_t>(x1 - x0));
+  if (!chroma) return;
+  for (int cx = x0 / 2; cx < (x1 + 1) / 2; ++cx) {
+    chroma[2 * cx] = c.cb;
+    chroma[2 * cx + 1] = c.cr;
+  }
+}
+
+}  // namespace
+
+int32_t cornerPatchWidth(int32_t width) { return std::max(2, (width / 8) & ~1); }
+int32_t cornerPatchHeight(int32_t height) { return std::max(2, (height / 8) & ~1); }
+
+void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber) {
+  const int32_t w = frame.width();
+  const int32_t h = frame.height();
+  auto yuv = [&](Rgb c) { return ycbcrOf(c.r, c.g, c.b, frame.matrix, frame.range); };
+
+  const int barWidth = std::max(1, w / 16);
+  const int barX =
+      static_cast<int>((frameNumber * 8) % static_cast<uint64_t>(w + barWidth)) - barWidth;
+  const int side = std::max(1, h / 6);
+  const int squareX = w / 2 - side / 2;
+  const int squareY = static_cast<int>((frameNumber * 4) % static_cast<uint64_t>(h + side)) - side;
+  const auto shift = static_cast<uint8_t>(frameNumber);
+  const YCbCr bar = yuv({240, 240, 240});
+  const YCbCr square = yuv({220, 40, static_cast<uint8_t>(shift * 3)});
+
+  const int32_t pw = cornerPatchWidth(w), ph = cornerPatchHeight(h);
+  const YCbCr red = yuv({255, 0, 0}), green = yuv({0, 255, 0});
+  const YCbCr blue = yuv({0, 0, 255}), white = yuv({255, 255, 255});
+
+  for (int32_t y = 0; y < h; ++y) {
+    uint8_t* luma = frame.row(0, y);
+    // Chroma rows take the colours of the even luma rows.
+    uint8_t* chroma = (y % 2 == 0) ? frame.row(1, y / 2) : nullptr;
+    auto level = static_cast<uint8_t>(255 * y / h);
+    span(luma, chroma, w, 0, w,
+         yuv({level, static_cast<uint8_t>(96 + shift / 2), static_cast<uint8_t>(255 - level)}));
+    span(luma, chroma, w, barX, barX + barWidth, bar);
+    if (y >= squareY && y < squareY + side) span(luma, chroma, w, squareX, squareX + side, square);
+    if (y < ph) {
+      span(luma, chroma, w, 0, pw, red);
+      span(luma, chroma, w, w - pw, w, green);
+    } else if (y >= h - ph) {
+      span(luma, chroma, w, 0, pw, blue);
+      span(luma, chroma, w, w - pw, w, white);
+    }
+  }
+}
+
+}  // namespace oxelo

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/camera/CameraFrame.h"
+
+namespace oxelo {
+
+// The virtual cameras' picture, drawn straight into NV12 in the frame's
+// matrix and range: a vertical colour gradient with a bar that sweeps across
+// and a square that moves down, different in every frame and the same for
+// the same frame number, and on top four fixed corner patches, each an
+// eighth of the width and of the height (rounded down to even, at least 2):
+// red top left, green top right, blue bottom left, white bottom right, as the
+// sensor sees them, so that a turn or a mirror on the way is visible.
+void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber);
+
+// The size of one corner patch for a picture of that size.
+int32_t cornerPatchWidth(int32_t width);
+int32_t cornerPatchHeight(int32_t height);
+
+}  // namespace oxelo
