@@ -160,8 +160,8 @@ int main(int argc, char** argv) {
     const Figures f = measure(width, height, frames);
     const double ratio = f.gpuYuvMs / f.swscaleMs;
     fmt::print(
-        "{}x{}: chain {:.2f} ms/frame; NV12 out: GPU {:.2f} ms, read-back + swscale {:.2f} ms, "
-        "ratio GPU/swscale {:.2f} -> default: {}\n",
+        "result: filters {}x{}: chain {:.2f} ms/frame; NV12 out: GPU {:.2f} ms, read-back + "
+        "swscale {:.2f} ms, ratio GPU/swscale {:.2f} -> default: {}\n",
         width, height, f.chainMs, f.gpuYuvMs, f.swscaleMs, ratio,
         ratio < 1.0 ? "GPU-side YUV" : "BGRA read-back + CPU conversion");
   }
