@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "platform/camera/VirtualPicture.h"
 #include "platform/dispatch/Clock.h"
 
 namespace oxelo {
@@ -26,19 +27,13 @@ void renderMovingPicture(PixelBuffer& buffer, uint64_t frameNumber) {
   const int w = buffer.width();
   const int h = buffer.height();
   if (w <= 0 || h <= 0) return;
-  const int barWidth = std::max(1, w / 16);
-  const int barX =
-      static_cast<int>((frameNumber * 8) % static_cast<uint64_t>(w + barWidth)) - barWidth;
-  const int side = std::max(1, h / 6);
-  const int squareX = w / 2 - side / 2;
-  const int squareY = static_cast<int>((frameNumber * 4) % static_cast<uint64_t>(h + side)) - side;
-  const uint8_t shift = static_cast<uint8_t>(frameNumber);
+  const MovingPictureLayout m = movingPictureLayout(w, h, frameNumber);
   for (int y = 0; y < h; ++y) {
     uint8_t level = static_cast<uint8_t>(255 * y / h);
-    fillSpan(buffer, y, 0, w, bgra(level, static_cast<uint8_t>(96 + shift / 2), 255 - level));
-    fillSpan(buffer, y, barX, barX + barWidth, bgra(240, 240, 240));
-    if (y >= squareY && y < squareY + side)
-      fillSpan(buffer, y, squareX, squareX + side, bgra(220, 40, static_cast<uint8_t>(shift * 3)));
+    fillSpan(buffer, y, 0, w, bgra(level, m.backgroundGreen(), 255 - level));
+    fillSpan(buffer, y, m.barX, m.barX + m.barWidth, bgra(240, 240, 240));
+    if (y >= m.squareY && y < m.squareY + m.side)
+      fillSpan(buffer, y, m.squareX, m.squareX + m.side, bgra(220, 40, m.squareBlue()));
   }
 }
 

@@ -30,20 +30,26 @@ void span(uint8_t* luma, uint8_t* chroma, int32_t width, int x0, int x1, YCbCr c
 int32_t cornerPatchWidth(int32_t width) { return std::max(2, (width / 8) & ~1); }
 int32_t cornerPatchHeight(int32_t height) { return std::max(2, (height / 8) & ~1); }
 
+MovingPictureLayout movingPictureLayout(int width, int height, uint64_t frameNumber) {
+  MovingPictureLayout m{};
+  m.barWidth = std::max(1, width / 16);
+  m.barX =
+      static_cast<int>((frameNumber * 8) % static_cast<uint64_t>(width + m.barWidth)) - m.barWidth;
+  m.side = std::max(1, height / 6);
+  m.squareX = width / 2 - m.side / 2;
+  m.squareY = static_cast<int>((frameNumber * 4) % static_cast<uint64_t>(height + m.side)) - m.side;
+  m.shift = static_cast<uint8_t>(frameNumber);
+  return m;
+}
+
 void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber) {
   const int32_t w = frame.width();
   const int32_t h = frame.height();
   auto yuv = [&](Rgb c) { return ycbcrOf(c.r, c.g, c.b, frame.matrix, frame.range); };
 
-  const int barWidth = std::max(1, w / 16);
-  const int barX =
-      static_cast<int>((frameNumber * 8) % static_cast<uint64_t>(w + barWidth)) - barWidth;
-  const int side = std::max(1, h / 6);
-  const int squareX = w / 2 - side / 2;
-  const int squareY = static_cast<int>((frameNumber * 4) % static_cast<uint64_t>(h + side)) - side;
-  const auto shift = static_cast<uint8_t>(frameNumber);
+  const MovingPictureLayout m = movingPictureLayout(w, h, frameNumber);
   const YCbCr bar = yuv({240, 240, 240});
-  const YCbCr square = yuv({220, 40, static_cast<uint8_t>(shift * 3)});
+  const YCbCr square = yuv({220, 40, m.squareBlue()});
 
   const int32_t pw = cornerPatchWidth(w), ph = cornerPatchHeight(h);
   const YCbCr red = yuv({255, 0, 0}), green = yuv({0, 255, 0});
@@ -55,9 +61,10 @@ void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber) {
     uint8_t* chroma = (y % 2 == 0) ? frame.row(1, y / 2) : nullptr;
     auto level = static_cast<uint8_t>(255 * y / h);
     span(luma, chroma, w, 0, w,
-         yuv({level, static_cast<uint8_t>(96 + shift / 2), static_cast<uint8_t>(255 - level)}));
-    span(luma, chroma, w, barX, barX + barWidth, bar);
-    if (y >= squareY && y < squareY + side) span(luma, chroma, w, squareX, squareX + side, square);
+         yuv({level, m.backgroundGreen(), static_cast<uint8_t>(255 - level)}));
+    span(luma, chroma, w, m.barX, m.barX + m.barWidth, bar);
+    if (y >= m.squareY && y < m.squareY + m.side)
+      span(luma, chroma, w, m.squareX, m.squareX + m.side, square);
     if (y < ph) {
       span(luma, chroma, w, 0, pw, red);
       span(luma, chroma, w, w - pw, w, green);

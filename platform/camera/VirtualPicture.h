@@ -15,6 +15,17 @@ namespace oxelo {
 // sensor sees them, so that a turn or a mirror on the way is visible.
 void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber);
 
+// Where the moving parts of the picture stand in one frame; the virtual
+// cameras and the picture pushed by the headless screen draw the same one.
+struct MovingPictureLayout {
+  int barX, barWidth;          // the sweeping bar, full height
+  int squareX, squareY, side;  // the square moving down
+  uint8_t shift;               // colour step of the frame
+  uint8_t backgroundGreen() const { return static_cast<uint8_t>(96 + shift / 2); }
+  uint8_t squareBlue() const { return static_cast<uint8_t>(shift * 3); }
+};
+MovingPictureLayout movingPictureLayout(int width, int height, uint64_t frameNumber);
+
 // The size of one corner patch for a picture of that size.
 int32_t cornerPatchWidth(int32_t width);
 int32_t cornerPatchHeight(int32_t height);
