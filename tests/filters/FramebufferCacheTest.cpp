@@ -41,45 +41,47 @@ class FramebufferCacheEdgeTest : public testing::Test {
   }
   const GPUSize size_{37, 11};  // used by no other test
   const std::string key_ = GPUImageFramebufferCache::hashForSize(size_, {}, false);
+  std::shared_ptr<GPUImageFramebuffer> fetch() {
+    return cache().fetchFramebufferForSize(size_, false);
+  }
+  static void giveBack(const std::shared_ptr<GPUImageFramebuffer>& fb) {
+    onQueue([&] { fb->unlock(); });
+  }
 };
 
 TEST_F(FramebufferCacheEdgeTest, ASizeOnlyInUseMakesANewObjectAndTwoReturnsGiveTwoSlots) {
-  auto first = cache().fetchFramebufferForSize(size_, false);
-  auto second = cache().fetchFramebufferForSize(size_, false);
+  auto first = fetch(), second = fetch();
   EXPECT_NE(first, second);
   EXPECT_EQ(first->referenceCount(), 1u);
-  onQueue([&] { first->unlock(); });
-  onQueue([&] { second->unlock(); });
+  giveBack(first);
+  giveBack(second);
   EXPECT_EQ(idleCount(key_), 2);
   EXPECT_EQ(idleAt(key_, 0), first);
   EXPECT_EQ(idleAt(key_, 1), second);
   // A stack per key: the last one returned comes out first.
-  EXPECT_EQ(cache().fetchFramebufferForSize(size_, false), second);
+  EXPECT_EQ(fetch(), second);
   EXPECT_EQ(idleCount(key_), 1);
 }
 
 TEST_F(FramebufferCacheEdgeTest, AfterAPurgeAnObjectInUseComesBackAtSlotZero) {
-  auto inUse = cache().fetchFramebufferForSize(size_, false);
-  auto idle = cache().fetchFramebufferForSize(size_, false);
-  onQueue([&] { idle->unlock(); });
+  auto inUse = fetch(), idle = fetch();
+  giveBack(idle);
   ASSERT_EQ(idleCount(key_), 1);
   cache().purgeAllUnassignedFramebuffers();
   EXPECT_EQ(idleCount(key_), 0);
-  onQueue([&] { inUse->unlock(); });
+  giveBack(inUse);
   EXPECT_EQ(idleCount(key_), 1);
   EXPECT_EQ(idleAt(key_, 0), inUse);
-  EXPECT_EQ(cache().fetchFramebufferForSize(size_, false), inUse);
+  EXPECT_EQ(fetch(), inUse);
 }
 
 // Takes a lock on each frame handed to it and keeps it until told.
 struct HoldingTarget : GPUImageInput {
   std::shared_ptr<GPUImageFramebuffer> held;
   int framesSeen = 0;
-  bool heldBeforeFirstDraw = false;  // set by the test's completion block
   void newFrameReadyAtTime(double, int) override { ++framesSeen; }
   void setInputFramebuffer(std::shared_ptr<GPUImageFramebuffer> fb, int) override {
-    held = std::move(fb);
-    if (held) held->lock();
+    if ((held = std::move(fb))) held->lock();
   }
   int nextAvailableTextureIndex() const override { return 0; }
   void setInputSize(GPUSize, int) override {}
@@ -91,8 +93,7 @@ struct HoldingTarget : GPUImageInput {
 TEST_F(FramebufferCacheEdgeTest, TwoTargetsGiveAFramebufferBackOnlyAfterTheSecondUnlock) {
   auto filter = std::make_shared<GPUImageFilter>();
   filter->forceProcessingAtSize(size_);
-  auto a = std::make_shared<HoldingTarget>();
-  auto b = std::make_shared<HoldingTarget>();
+  auto a = std::make_shared<HoldingTarget>(), b = std::make_shared<HoldingTarget>();
   filter->addTarget(a);
   filter->addTarget(b);
   filter->addTarget(a);  // a target added twice stays one target
@@ -101,20 +102,18 @@ TEST_F(FramebufferCacheEdgeTest, TwoTargetsGiveAFramebufferBackOnlyAfterTheSecon
   filter->setFrameProcessingCompletionBlock([&](GPUImageOutput* output, double) {
     completionSawFrame = output->framebufferForOutput() != nullptr && a->framesSeen == 0;
   });
-  auto picture = test::patternPicture(8, 8);
   auto input = std::make_shared<GPUImagePixelBufferInput>();
   input->addTarget(filter);
-  input->processPixelBuffer(*picture, 1.0);
+  input->processPixelBuffer(*test::patternPicture(8, 8), 1.0);
   EXPECT_TRUE(completionSawFrame);
   ASSERT_TRUE(a->held);
   ASSERT_EQ(a->held, b->held);
-  EXPECT_EQ(a->framesSeen, 1);
-  EXPECT_EQ(b->framesSeen, 1);
+  EXPECT_EQ(std::pair(a->framesSeen, b->framesSeen), std::pair(1, 1));
   auto framebuffer = a->held;
   EXPECT_EQ(framebuffer->referenceCount(), 2u);  // the node's own count is already given up
-  onQueue([&] { a->held->unlock(); });
+  giveBack(a->held);
   EXPECT_EQ(idleCount(key_), 0);
-  onQueue([&] { b->held->unlock(); });
+  giveBack(b->held);
   EXPECT_EQ(idleCount(key_), 1);
   EXPECT_EQ(idleAt(key_, 0), framebuffer);
 }

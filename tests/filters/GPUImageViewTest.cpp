@@ -28,8 +28,7 @@ TEST_P(ViewFillTest, ScalesAndPaintsTheBackgroundAsTheModeSays) {
   view->setBackgroundColor(1, 0, 0, 1);
   view->setFillMode(c.fillMode);
   auto picture = test::patternPicture(64, 36);
-  for (int y = 0; y < 36; ++y)
-    for (int x = 0; x < 64; ++x) picture->row(y)[4 * x + 2] &= 0x7f;  // keep red below 255
+  for (int i = 0; i < 64 * 36; ++i) picture->row(i / 64)[4 * (i % 64) + 2] &= 0x7f;  // red < 255
   auto input = std::make_shared<GPUImagePixelBufferInput>();
   input->addTarget(view);
   input->processPixelBuffer(*picture, 0);
@@ -39,18 +38,13 @@ TEST_P(ViewFillTest, ScalesAndPaintsTheBackgroundAsTheModeSays) {
   EXPECT_FLOAT_EQ(vertices[7], c.heightScaling);
   auto image = view->presentedImage();
   ASSERT_TRUE(image);
-  ASSERT_EQ(image->width(), 64);
-  ASSERT_EQ(image->height(), 48);
-  for (int y = 0; y < 48; ++y) {
-    const bool inBand = y < c.band || y >= 48 - c.band;
-    EXPECT_EQ(pixelAt(*image, 5, y) == kBackground, inBand) << "row " << y;
-  }
-  if (c.fillMode == GPUImageView::kPreserveAspectRatio) {
-    // 1 to 1 between the bands, the picture's first row at the top.
-    for (int y = 0; y < 36; ++y)
-      for (int x = 0; x < 64; x += 7)
-        ASSERT_EQ(pixelAt(*image, x, y + c.band), pixelAt(*picture, x, y)) << x << "," << y;
-  }
+  ASSERT_EQ(std::pair(image->width(), image->height()), std::pair(64, 48));
+  for (int y = 0; y < 48; ++y)
+    EXPECT_EQ(pixelAt(*image, 5, y) == kBackground, y < c.band || y >= 48 - c.band) << "row " << y;
+  // In Fit, 1 to 1 between the bands, the picture's first row at the top.
+  for (int y = 0; c.fillMode == GPUImageView::kPreserveAspectRatio && y < 36; ++y)
+    for (int x = 0; x < 64; x += 7)
+      ASSERT_EQ(pixelAt(*image, x, y + c.band), pixelAt(*picture, x, y)) << x << "," << y;
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, ViewFillTest,

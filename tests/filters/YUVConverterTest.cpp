@@ -77,13 +77,8 @@ TEST_P(YUVConverterTest, MatchesSwscaleWithinOneStep) {
   ASSERT_EQ(yuv->bytes.size(), reference.size());
   int worst = 0;
   size_t worstAt = 0;
-  for (size_t i = 0; i < reference.size(); ++i) {
-    const int difference = std::abs(int(yuv->bytes[i]) - int(reference[i]));
-    if (difference > worst) {
-      worst = difference;
-      worstAt = i;
-    }
-  }
+  for (size_t i = 0; i < reference.size(); ++i)
+    if (int d = std::abs(int(yuv->bytes[i]) - int(reference[i])); d > worst) worst = d, worstAt = i;
   EXPECT_LE(worst, 1) << "at byte " << worstAt << " of " << reference.size() << ": "
                       << int(yuv->bytes[worstAt]) << " against " << int(reference[worstAt]);
 }
