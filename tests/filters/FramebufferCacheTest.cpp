@@ -120,12 +120,8 @@ TEST_F(FramebufferCacheEdgeTest, TwoTargetsGiveAFramebufferBackOnlyAfterTheSecon
 
 // Writes the red of input 0, the green of input 1 and the blue of input 2.
 const char* const kPickShader = R"(
-varying highp vec2 textureCoordinate;
-varying highp vec2 textureCoordinate2;
-varying highp vec2 textureCoordinate3;
-uniform sampler2D inputImageTexture;
-uniform sampler2D inputImageTexture2;
-uniform sampler2D inputImageTexture3;
+varying highp vec2 textureCoordinate, textureCoordinate2, textureCoordinate3;
+uniform sampler2D inputImageTexture, inputImageTexture2, inputImageTexture3;
 void main() {
   gl_FragColor = vec4(texture2D(inputImageTexture, textureCoordinate).r,
                       texture2D(inputImageTexture2, textureCoordinate2).g,
@@ -156,18 +152,18 @@ TEST(ThreeInputFilterTest, DrawsOnceAllThreeArrivedWithTheNewerFrameOfARepeatedI
   });
   auto older = solidFramebuffer(10), newer = solidFramebuffer(200);
   auto second = solidFramebuffer(60), third = solidFramebuffer(90);
+  auto arrive = [&](std::shared_ptr<GPUImageFramebuffer> framebuffer, int index, double time) {
+    filter->setInputFramebuffer(std::move(framebuffer), index);
+    filter->newFrameReadyAtTime(time, index);
+  };
   onQueue([&] {
     EXPECT_EQ(filter->nextAvailableTextureIndex(), 0);
-    filter->setInputFramebuffer(older, 0);
-    filter->newFrameReadyAtTime(1.0, 0);
-    filter->setInputFramebuffer(newer, 0);
-    filter->newFrameReadyAtTime(2.0, 0);
-    filter->setInputFramebuffer(second, 1);
-    filter->newFrameReadyAtTime(2.0, 1);
+    arrive(older, 0, 1.0);
+    arrive(newer, 0, 2.0);
+    arrive(second, 1, 2.0);
     EXPECT_EQ(filter->nextAvailableTextureIndex(), 2);
     EXPECT_EQ(draws, 0);
-    filter->setInputFramebuffer(third, 2);
-    filter->newFrameReadyAtTime(3.0, 2);
+    arrive(third, 2, 3.0);
   });
   EXPECT_EQ(draws, 1);
   EXPECT_EQ(drawnAt, 3.0);  // the arrival that completed the set
@@ -180,10 +176,8 @@ TEST(ThreeInputFilterTest, DrawsOnceAllThreeArrivedWithTheNewerFrameOfARepeatedI
 TEST(TwoInputFilterTest, AMovingInputOppositeAStillPictureDrawsAtOnce) {
   ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto filter = std::make_shared<GPUImageTwoInputFilter>(R"(
-varying highp vec2 textureCoordinate;
-uniform sampler2D inputImageTexture;
-void main() { gl_FragColor = texture2D(inputImageTexture, textureCoordinate); }
-)");
+varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture;
+void main() { gl_FragColor = texture2D(inputImageTexture, textureCoordinate); })");
   filter->forceProcessingAtSize({4, 4});
   std::vector<double> times;
   filter->setFrameProcessingCompletionBlock([&](GPUImageOutput*, double t) { times.push_back(t); });

@@ -50,8 +50,7 @@ RunResult runAgainstPhone(bool answer, const Bytes& afterAnswer) {
       const sockaddr_in host = loopback(port);
       if (connect(fd, reinterpret_cast<const sockaddr*>(&host), sizeof host) == 0) {
         // A few hundred bytes each way: one call moves them on loopback.
-        const Bytes hellos = cat({kHelloLong, kHelloShort});
-        send(fd, hellos.data(), hellos.size(), MSG_NOSIGNAL);
+        send(fd, kHellos.data(), kHellos.size(), MSG_NOSIGNAL);
         Bytes greeting(kHostInfoDesk5895.size() + kStart.size());
         const ssize_t got = recv(fd, greeting.data(), greeting.size(), MSG_WAITALL);
         const Bytes reply = cat({kAnswer720p, afterAnswer});
@@ -98,16 +97,17 @@ TEST_F(HostLoopbackTest, ARefusedCallIsReported) {
   socklen_t length = sizeof address;
   getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
   ::close(fd);
+  const uint16_t port = ntohs(address.sin_port);
   HostOptions options;
   options.mode = HostMode::call;
   options.address = "127.0.0.1";
-  options.port = ntohs(address.sin_port);
+  options.port = port;
   const RunResult result = runHost(options);
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_FALSE(result.report["connected"].get<bool>());
   EXPECT_EQ(result.report["ended_by"], "not_connected");
-  EXPECT_EQ(result.report["errors"], nlohmann::json::array({"connection refused by 127.0.0.1:" +
-                                                            std::to_string(options.port)}));
+  EXPECT_EQ(result.report["errors"],
+            nlohmann::json::array({"connection refused by 127.0.0.1:" + std::to_string(port)}));
 }
 
 }  // namespace

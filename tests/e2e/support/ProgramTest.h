@@ -59,6 +59,13 @@ class ProgramTest : public testing::Test {
     return Json::parse(in, nullptr, false);
   }
 
+  // The stored settings hold these values (960x540 is size 2 of the catalogue).
+  void expectSettings(const std::string& expected) const {
+    const Json settings = readJson("cfg/settings.json");
+    for (const auto& [key, value] : Json::parse(expected).items())
+      EXPECT_EQ(settings[key], value) << key << " in " << settings.dump(1);
+  }
+
   std::string readText(const std::string& name) const {
     std::ifstream in(path(name));
     return std::string((std::istreambuf_iterator<char>(in)), {});
