@@ -137,19 +137,13 @@ void main() { gl_FragColor = vec4(level, 0.0, 0.0, 1.0); })";
   EXPECT_EQ(low->filterProgram(), high->filterProgram());
   low->setFloat(0.25f, "level");
   high->setFloat(0.75f, "level");  // last set on the shared program
-  auto input = std::make_shared<GPUImagePixelBufferInput>();
-  input->addTarget(low);
-  input->addTarget(high);
-  std::shared_ptr<PixelBuffer> lowOut, highOut;
-  test::recordOutput(*low, &lowOut);
-  test::recordOutput(*high, &highOut);
   auto picture = test::patternPicture(8, 8);
-  for (int frame = 0; frame < 2; ++frame) {
-    input->processPixelBuffer(*picture, frame);
-    ASSERT_TRUE(lowOut && highOut);
-    EXPECT_EQ(pixelAt(*lowOut, 3, 3).r, 64) << "frame " << frame;
-    EXPECT_EQ(pixelAt(*highOut, 3, 3).r, 191) << "frame " << frame;
-  }
+  for (int frame = 0; frame < 2; ++frame)
+    for (auto [filter, level] : {std::pair(low, 64), std::pair(high, 191)}) {
+      auto out = test::runChain(*picture, filter, *filter);
+      ASSERT_TRUE(out);
+      EXPECT_EQ(pixelAt(*out, 3, 3).r, level) << "frame " << frame;
+    }
   EXPECT_EQ(GPUImageFilter("void main() { this is not GLSL }").filterProgram(), nullptr);
 }
 

@@ -142,13 +142,9 @@ TEST(ThreeInputFilterTest, DrawsOnceAllThreeArrivedWithTheNewerFrameOfARepeatedI
   auto filter = std::make_shared<GPUImageThreeInputFilter>(kPickShader);
   ASSERT_NE(filter->filterProgram(), nullptr);
   filter->forceProcessingAtSize({4, 4});
-  int draws = 0;
-  double drawnAt = 0;
-  test::Bgra drawn{};
+  std::vector<std::pair<double, test::Bgra>> draws;  // the time and a pixel of each
   filter->setFrameProcessingCompletionBlock([&](GPUImageOutput* output, double time) {
-    ++draws;
-    drawnAt = time;
-    drawn = test::pixelAt(*output->framebufferForOutput()->pixelBuffer(), 1, 1);
+    draws.emplace_back(time, test::pixelAt(*output->framebufferForOutput()->pixelBuffer(), 1, 1));
   });
   auto older = solidFramebuffer(10), newer = solidFramebuffer(200);
   auto second = solidFramebuffer(60), third = solidFramebuffer(90);
@@ -162,12 +158,11 @@ TEST(ThreeInputFilterTest, DrawsOnceAllThreeArrivedWithTheNewerFrameOfARepeatedI
     arrive(newer, 0, 2.0);
     arrive(second, 1, 2.0);
     EXPECT_EQ(filter->nextAvailableTextureIndex(), 2);
-    EXPECT_EQ(draws, 0);
+    EXPECT_TRUE(draws.empty());
     arrive(third, 2, 3.0);
   });
-  EXPECT_EQ(draws, 1);
-  EXPECT_EQ(drawnAt, 3.0);  // the arrival that completed the set
-  EXPECT_EQ(drawn, (test::Bgra{90, 60, 200, 255}));
+  // One draw, at the arrival that completed the set.
+  EXPECT_EQ(draws, (std::vector<std::pair<double, test::Bgra>>{{3.0, {90, 60, 200, 255}}}));
   // Every input gave its count back, the replaced one included.
   for (auto* framebuffer : {&older, &newer, &second, &third})
     EXPECT_EQ((*framebuffer)->referenceCount(), 1u);  // the fetch's own count here

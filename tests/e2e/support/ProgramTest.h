@@ -59,11 +59,14 @@ class ProgramTest : public testing::Test {
     return Json::parse(in, nullptr, false);
   }
 
-  // The stored settings hold these values (960x540 is size 2 of the catalogue).
-  void expectSettings(const std::string& expected) const {
-    const Json settings = readJson("cfg/settings.json");
-    for (const auto& [key, value] : Json::parse(expected).items())
-      EXPECT_EQ(settings[key], value) << key << " in " << settings.dump(1);
+  // Each JSON pointer of `expected` names a value of `document`.
+  static void expectAt(const Json& document, const std::string& expected) {
+    const Json wanted = Json::parse(expected);
+    for (const auto& [pointer, value] : wanted.items()) {
+      const Json::json_pointer at(pointer);
+      EXPECT_EQ(document.contains(at) ? document.at(at) : Json(), value)
+          << pointer << " in " << document.dump(1);
+    }
   }
 
   std::string readText(const std::string& name) const {
