@@ -41,45 +41,47 @@ class FramebufferCacheEdgeTest : public testing::Test {
   }
   const GPUSize size_{37, 11};  // used by no other test
   const std::string key_ = GPUImageFramebufferCache::hashForSize(size_, {}, false);
+  std::shared_ptr<GPUImageFramebuffer> fetch() {
+    return cache().fetchFramebufferForSize(size_, false);
+  }
+  static void giveBack(const std::shared_ptr<GPUImageFramebuffer>& fb) {
+    onQueue([&] { fb->unlock(); });
+  }
 };
 
 TEST_F(FramebufferCacheEdgeTest, ASizeOnlyInUseMakesANewObjectAndTwoReturnsGiveTwoSlots) {
-  auto first = cache().fetchFramebufferForSize(size_, false);
-  auto second = cache().fetchFramebufferForSize(size_, false);
+  auto first = fetch(), second = fetch();
   EXPECT_NE(first, second);
   EXPECT_EQ(first->referenceCount(), 1u);
-  onQueue([&] { first->unlock(); });
-  onQueue([&] { second->unlock(); });
+  giveBack(first);
+  giveBack(second);
   EXPECT_EQ(idleCount(key_), 2);
   EXPECT_EQ(idleAt(key_, 0), first);
   EXPECT_EQ(idleAt(key_, 1), second);
   // A stack per key: the last one returned comes out first.
-  EXPECT_EQ(cache().fetchFramebufferForSize(size_, false), second);
+  EXPECT_EQ(fetch(), second);
   EXPECT_EQ(idleCount(key_), 1);
 }
 
 TEST_F(FramebufferCacheEdgeTest, AfterAPurgeAnObjectInUseComesBackAtSlotZero) {
-  auto inUse = cache().fetchFramebufferForSize(size_, false);
-  auto idle = cache().fetchFramebufferForSize(size_, false);
-  onQueue([&] { idle->unlock(); });
+  auto inUse = fetch(), idle = fetch();
+  giveBack(idle);
   ASSERT_EQ(idleCount(key_), 1);
   cache().purgeAllUnassignedFramebuffers();
   EXPECT_EQ(idleCount(key_), 0);
-  onQueue([&] { inUse->unlock(); });
+  giveBack(inUse);
   EXPECT_EQ(idleCount(key_), 1);
   EXPECT_EQ(idleAt(key_, 0), inUse);
-  EXPECT_EQ(cache().fetchFramebufferForSize(size_, false), inUse);
+  EXPECT_EQ(fetch(), inUse);
 }
 
 // Takes a lock on each frame handed to it and keeps it until told.
 struct HoldingTarget : GPUImageInput {
   std::shared_ptr<GPUImageFramebuffer> held;
   int framesSeen = 0;
-  bool heldBeforeFirstDraw = false;  // set by the test's completion block
   void newFrameReadyAtTime(double, int) override { ++framesSeen; }
   void setInputFramebuffer(std::shared_ptr<GPUImageFramebuffer> fb, int) override {
-    held = std::move(fb);
-    if (held) held->lock();
+    if ((held = std::move(fb))) held->lock();
   }
   int nextAvailableTextureIndex() const override { return 0; }
   void setInputSize(GPUSize, int) override {}
@@ -91,8 +93,7 @@ struct HoldingTarget : GPUImageInput {
 TEST_F(FramebufferCacheEdgeTest, TwoTargetsGiveAFramebufferBackOnlyAfterTheSecondUnlock) {
   auto filter = std::make_shared<GPUImageFilter>();
   filter->forceProcessingAtSize(size_);
-  auto a = std::make_shared<HoldingTarget>();
-  auto b = std::make_shared<HoldingTarget>();
+  auto a = std::make_shared<HoldingTarget>(), b = std::make_shared<HoldingTarget>();
   filter->addTarget(a);
   filter->addTarget(b);
   filter->addTarget(a);  // a target added twice stays one target
@@ -101,32 +102,26 @@ TEST_F(FramebufferCacheEdgeTest, TwoTargetsGiveAFramebufferBackOnlyAfterTheSecon
   filter->setFrameProcessingCompletionBlock([&](GPUImageOutput* output, double) {
     completionSawFrame = output->framebufferForOutput() != nullptr && a->framesSeen == 0;
   });
-  auto picture = test::patternPicture(8, 8);
   auto input = std::make_shared<GPUImagePixelBufferInput>();
   input->addTarget(filter);
-  input->processPixelBuffer(*picture, 1.0);
+  input->processPixelBuffer(*test::patternPicture(8, 8), 1.0);
   EXPECT_TRUE(completionSawFrame);
   ASSERT_TRUE(a->held);
   ASSERT_EQ(a->held, b->held);
-  EXPECT_EQ(a->framesSeen, 1);
-  EXPECT_EQ(b->framesSeen, 1);
+  EXPECT_EQ(std::pair(a->framesSeen, b->framesSeen), std::pair(1, 1));
   auto framebuffer = a->held;
   EXPECT_EQ(framebuffer->referenceCount(), 2u);  // the node's own count is already given up
-  onQueue([&] { a->held->unlock(); });
+  giveBack(a->held);
   EXPECT_EQ(idleCount(key_), 0);
-  onQueue([&] { b->held->unlock(); });
+  giveBack(b->held);
   EXPECT_EQ(idleCount(key_), 1);
   EXPECT_EQ(idleAt(key_, 0), framebuffer);
 }
 
 // Writes the red of input 0, the green of input 1 and the blue of input 2.
 const char* const kPickShader = R"(
-varying highp vec2 textureCoordinate;
-varying highp vec2 textureCoordinate2;
-varying highp vec2 textureCoordinate3;
-uniform sampler2D inputImageTexture;
-uniform sampler2D inputImageTexture2;
-uniform sampler2D inputImageTexture3;
+varying highp vec2 textureCoordinate, textureCoordinate2, textureCoordinate3;
+uniform sampler2D inputImageTexture, inputImageTexture2, inputImageTexture3;
 void main() {
   gl_FragColor = vec4(texture2D(inputImageTexture, textureCoordinate).r,
                       texture2D(inputImageTexture2, textureCoordinate2).g,
@@ -147,32 +142,27 @@ TEST(ThreeInputFilterTest, DrawsOnceAllThreeArrivedWithTheNewerFrameOfARepeatedI
   auto filter = std::make_shared<GPUImageThreeInputFilter>(kPickShader);
   ASSERT_NE(filter->filterProgram(), nullptr);
   filter->forceProcessingAtSize({4, 4});
-  int draws = 0;
-  double drawnAt = 0;
-  test::Bgra drawn{};
+  std::vector<std::pair<double, test::Bgra>> draws;  // the time and a pixel of each
   filter->setFrameProcessingCompletionBlock([&](GPUImageOutput* output, double time) {
-    ++draws;
-    drawnAt = time;
-    drawn = test::pixelAt(*output->framebufferForOutput()->pixelBuffer(), 1, 1);
+    draws.emplace_back(time, test::pixelAt(*output->framebufferForOutput()->pixelBuffer(), 1, 1));
   });
   auto older = solidFramebuffer(10), newer = solidFramebuffer(200);
   auto second = solidFramebuffer(60), third = solidFramebuffer(90);
+  auto arrive = [&](std::shared_ptr<GPUImageFramebuffer> framebuffer, int index, double time) {
+    filter->setInputFramebuffer(std::move(framebuffer), index);
+    filter->newFrameReadyAtTime(time, index);
+  };
   onQueue([&] {
     EXPECT_EQ(filter->nextAvailableTextureIndex(), 0);
-    filter->setInputFramebuffer(older, 0);
-    filter->newFrameReadyAtTime(1.0, 0);
-    filter->setInputFramebuffer(newer, 0);
-    filter->newFrameReadyAtTime(2.0, 0);
-    filter->setInputFramebuffer(second, 1);
-    filter->newFrameReadyAtTime(2.0, 1);
+    arrive(older, 0, 1.0);
+    arrive(newer, 0, 2.0);
+    arrive(second, 1, 2.0);
     EXPECT_EQ(filter->nextAvailableTextureIndex(), 2);
-    EXPECT_EQ(draws, 0);
-    filter->setInputFramebuffer(third, 2);
-    filter->newFrameReadyAtTime(3.0, 2);
+    EXPECT_TRUE(draws.empty());
+    arrive(third, 2, 3.0);
   });
-  EXPECT_EQ(draws, 1);
-  EXPECT_EQ(drawnAt, 3.0);  // the arrival that completed the set
-  EXPECT_EQ(drawn, (test::Bgra{90, 60, 200, 255}));
+  // One draw, at the arrival that completed the set.
+  EXPECT_EQ(draws, (std::vector<std::pair<double, test::Bgra>>{{3.0, {90, 60, 200, 255}}}));
   // Every input gave its count back, the replaced one included.
   for (auto* framebuffer : {&older, &newer, &second, &third})
     EXPECT_EQ((*framebuffer)->referenceCount(), 1u);  // the fetch's own count here
@@ -181,10 +171,8 @@ TEST(ThreeInputFilterTest, DrawsOnceAllThreeArrivedWithTheNewerFrameOfARepeatedI
 TEST(TwoInputFilterTest, AMovingInputOppositeAStillPictureDrawsAtOnce) {
   ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto filter = std::make_shared<GPUImageTwoInputFilter>(R"(
-varying highp vec2 textureCoordinate;
-uniform sampler2D inputImageTexture;
-void main() { gl_FragColor = texture2D(inputImageTexture, textureCoordinate); }
-)");
+varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture;
+void main() { gl_FragColor = texture2D(inputImageTexture, textureCoordinate); })");
   filter->forceProcessingAtSize({4, 4});
   std::vector<double> times;
   filter->setFrameProcessingCompletionBlock([&](GPUImageOutput*, double t) { times.push_back(t); });

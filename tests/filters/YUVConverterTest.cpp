@@ -22,11 +22,8 @@ std::shared_ptr<PixelBuffer> gradient(int width, int height) {
   auto picture = PixelBuffer::create(width, height);
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x) {
-      uint8_t* p = picture->row(y) + 4 * x;
-      p[0] = static_cast<uint8_t>(255 - x / 2);
-      p[1] = static_cast<uint8_t>(y * 2);
-      p[2] = static_cast<uint8_t>(x);
-      p[3] = 255;
+      const uint8_t bgra[4] = {uint8_t(255 - x / 2), uint8_t(y * 2), uint8_t(x), 255};
+      std::memcpy(picture->row(y) + 4 * x, bgra, 4);
     }
   return picture;
 }
@@ -42,11 +39,11 @@ std::vector<uint8_t> swscaleReference(const PixelBuffer& picture, YuvLayout layo
   sws_setColorspaceDetails(context, coefficients, 1, coefficients, fullRange ? 1 : 0, 0, 1 << 16,
                            1 << 16);
   std::vector<uint8_t> out(static_cast<size_t>(w * h * 3 / 2));
-  const uint8_t* source[1] = {picture.data()};
-  const int sourceStride[1] = {static_cast<int>(picture.stride())};
+  const uint8_t* source = picture.data();
+  const int sourceStride = static_cast<int>(picture.stride());
   uint8_t* planes[3] = {out.data(), out.data() + w * h, out.data() + w * h * 5 / 4};
   int strides[3] = {w, layout == YuvLayout::nv12 ? w : w / 2, w / 2};
-  sws_scale(context, source, sourceStride, 0, h, planes, strides);
+  sws_scale(context, &source, &sourceStride, 0, h, planes, strides);
   sws_freeContext(context);
   return out;
 }
@@ -77,13 +74,8 @@ TEST_P(YUVConverterTest, MatchesSwscaleWithinOneStep) {
   ASSERT_EQ(yuv->bytes.size(), reference.size());
   int worst = 0;
   size_t worstAt = 0;
-  for (size_t i = 0; i < reference.size(); ++i) {
-    const int difference = std::abs(int(yuv->bytes[i]) - int(reference[i]));
-    if (difference > worst) {
-      worst = difference;
-      worstAt = i;
-    }
-  }
+  for (size_t i = 0; i < reference.size(); ++i)
+    if (int d = std::abs(int(yuv->bytes[i]) - int(reference[i])); d > worst) worst = d, worstAt = i;
   EXPECT_LE(worst, 1) << "at byte " << worstAt << " of " << reference.size() << ": "
                       << int(yuv->bytes[worstAt]) << " against " << int(reference[worstAt]);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "tests/support/TestBytes.h"
@@ -16,9 +17,17 @@ using test::placed;
 
 inline Bytes zeros(size_t n) { return Bytes(n, 0); }
 
+// Error lines as one text, for a search and a failure message.
+inline std::string joined(const std::vector<std::string>& lines) {
+  std::string out;
+  for (const auto& line : lines) out += line + "\n";
+  return out;
+}
+
 // Phone to host.
 inline const Bytes kHelloLong = hex("88000000 10000000 20000000 00000000");
 inline const Bytes kHelloShort = hex("88102000");
+inline const Bytes kHellos = cat({kHelloLong, kHelloShort});
 // Settings in force: 1280x720@30, landscape, quality 1, H.264, mono.
 inline const Bytes kAnswer720p = cat({hex("88000000 13000000 00050000 d0020000 1e000000"
                                           "00000000 01000000 00000000 01000000"),

@@ -10,7 +10,6 @@ struct BadArgs {
   std::vector<std::string> args;
   const char* errorPart;
 };
-void PrintTo(const BadArgs& a, std::ostream* os) { *os << a.name; }
 class CommandLineErrorTest : public testing::TestWithParam<BadArgs> {};
 
 TEST_P(CommandLineErrorTest, RefusesWithAClearMessage) {
@@ -40,7 +39,6 @@ struct GoodArgs {
   int instance;
   double duration;
 };
-void PrintTo(const GoodArgs& a, std::ostream* os) { *os << a.name; }
 class CommandLineValueTest : public testing::TestWithParam<GoodArgs> {};
 
 TEST_P(CommandLineValueTest, ReadsNumbers) {

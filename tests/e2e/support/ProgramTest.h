@@ -59,6 +59,16 @@ class ProgramTest : public testing::Test {
     return Json::parse(in, nullptr, false);
   }
 
+  // Each JSON pointer of `expected` names a value of `document`.
+  static void expectAt(const Json& document, const std::string& expected) {
+    const Json wanted = Json::parse(expected);
+    for (const auto& [pointer, value] : wanted.items()) {
+      const Json::json_pointer at(pointer);
+      EXPECT_EQ(document.contains(at) ? document.at(at) : Json(), value)
+          << pointer << " in " << document.dump(1);
+    }
+  }
+
   std::string readText(const std::string& name) const {
     std::ifstream in(path(name));
     return std::string((std::istreambuf_iterator<char>(in)), {});
