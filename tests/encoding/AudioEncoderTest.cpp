@@ -64,6 +64,19 @@ Bytes counting(size_t n, uint8_t first) {
   return bytes;
 }
 
+// An encoder on a recording converter, its frames kept.
+struct RecordedEncoder {
+  RecordedEncoder(uint64_t channels, uint64_t bitrate = 96000, int failures = 0)
+      : encoder(audioConfiguration(channels, 48000, bitrate), recordingFactory(log)) {
+    log.failuresLeft = failures;
+    encoder.setDelegate(recorder);
+  }
+  BlockLog log;
+  std::shared_ptr<AudioFrameRecorder> recorder = std::make_shared<AudioFrameRecorder>();
+  LFHardwareAudioEncoder encoder;
+  std::vector<std::shared_ptr<LFAudioFrame>>& frames() { return recorder->frames; }
+};
+
 struct RegroupCase {
   const char* name;
   uint64_t channels;
@@ -76,11 +89,8 @@ class AudioRegroupTest : public testing::TestWithParam<RegroupCase> {};
 
 TEST_P(AudioRegroupTest, RegroupsIntoWholeBlocks) {
   const auto& c = GetParam();
-  BlockLog log;
-  auto recorder = std::make_shared<AudioFrameRecorder>();
-  LFHardwareAudioEncoder encoder(audioConfiguration(c.channels, 48000, 96000),
-                                 recordingFactory(log));
-  encoder.setDelegate(recorder);
+  RecordedEncoder e(c.channels);
+  auto& [log, recorder, encoder] = e;
   Bytes all;
   for (size_t i = 0; i < c.calls.size(); ++i) {
     Bytes data = counting(c.calls[i], static_cast<uint8_t>(all.size()));
@@ -110,37 +120,28 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(AudioEncoderTest, BlocksOfOneCallShareItsTimestamp) {
-  BlockLog log;
-  auto recorder = std::make_shared<AudioFrameRecorder>();
-  LFHardwareAudioEncoder encoder(audioConfiguration(2, 48000, 128000), recordingFactory(log));
-  encoder.setDelegate(recorder);
-  encoder.encodeAudioData(Bytes(1000), 5);
-  encoder.encodeAudioData(Bytes(8000), 77);
-  ASSERT_EQ(recorder->frames.size(), 2u);
-  EXPECT_EQ(recorder->frames[0]->timestamp, 77u);
-  EXPECT_EQ(recorder->frames[1]->timestamp, 77u);
-  EXPECT_EQ(recorder->frames[1]->data, (Bytes{0xaa, 2}));
+  RecordedEncoder e(2, 128000);
+  e.encoder.encodeAudioData(Bytes(1000), 5);
+  e.encoder.encodeAudioData(Bytes(8000), 77);
+  ASSERT_EQ(e.frames().size(), 2u);
+  EXPECT_EQ(e.frames()[0]->timestamp, 77u);
+  EXPECT_EQ(e.frames()[1]->timestamp, 77u);
+  EXPECT_EQ(e.frames()[1]->data, (Bytes{0xaa, 2}));
 }
 
 TEST(AudioEncoderTest, StopKeepsHeldPcmForTheNextCall) {
-  BlockLog log;
-  auto recorder = std::make_shared<AudioFrameRecorder>();
-  LFHardwareAudioEncoder encoder(audioConfiguration(1, 48000, 96000), recordingFactory(log));
-  encoder.setDelegate(recorder);
-  encoder.encodeAudioData(counting(2000, 0), 1);
-  encoder.stopEncoder();
-  EXPECT_EQ(encoder.leftLength(), 2000);
-  encoder.encodeAudioData(counting(48, 208), 2);
-  ASSERT_EQ(log.blocks.size(), 1u);
-  EXPECT_EQ(log.blocks[0], counting(2048, 0));
+  RecordedEncoder e(1);
+  e.encoder.encodeAudioData(counting(2000, 0), 1);
+  e.encoder.stopEncoder();
+  EXPECT_EQ(e.encoder.leftLength(), 2000);
+  e.encoder.encodeAudioData(counting(48, 208), 2);
+  ASSERT_EQ(e.log.blocks.size(), 1u);
+  EXPECT_EQ(e.log.blocks[0], counting(2048, 0));
 }
 
 TEST(AudioEncoderTest, ConverterIsMadeWithTheFirstPcmAndRetriedAfterFailure) {
-  BlockLog log;
-  log.failuresLeft = 2;
-  auto recorder = std::make_shared<AudioFrameRecorder>();
-  LFHardwareAudioEncoder encoder(audioConfiguration(1, 48000, 96000), recordingFactory(log));
-  encoder.setDelegate(recorder);
+  RecordedEncoder e(1, 96000, /*failures=*/2);
+  auto& [log, recorder, encoder] = e;
   EXPECT_EQ(log.creations, 0) << "not at construction";
   encoder.encodeAudioData(Bytes(2048, 1), 1);  // lost
   encoder.encodeAudioData(Bytes(1000, 2), 2);  // lost
