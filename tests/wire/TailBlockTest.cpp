@@ -10,16 +10,10 @@
 namespace oxelo::wire {
 namespace {
 
-TEST(TailBlockTest, StatusBlockScalesAndPacksTheCurrentSettings) {
+TEST(TailBlockTest, StatusAndCapabilityBlocksOfTheHandWrittenValues) {
   EXPECT_EQ(buildStatusBlock(PlainStatusSource(test::statusValues())), test::statusBlock());
-}
-
-TEST(TailBlockTest, CapabilityBlockOfTheFrontCamera) {
   EXPECT_EQ(buildCapabilityBlock(PlainStatusSource(test::frontCameraValues())),
             test::frontCapabilityBlock());
-}
-
-TEST(TailBlockTest, CapabilityBlockOfTheTelephotoCamera) {
   EXPECT_EQ(buildCapabilityBlock(PlainStatusSource(test::telephotoCameraValues())),
             test::telephotoCapabilityBlock());
 }
@@ -42,6 +36,7 @@ struct ChoiceCase {
 };
 
 class TailChoiceTest : public testing::TestWithParam<ChoiceCase> {};
+using enum TailBlock;
 
 TEST_P(TailChoiceTest, PicksTheBlockAndLeavesTheFlags) {
   EXPECT_EQ(chooseTailBlock(GetParam().deviceChanged, GetParam().sendStatus), GetParam().expected);
@@ -49,16 +44,14 @@ TEST_P(TailChoiceTest, PicksTheBlockAndLeavesTheFlags) {
 
 INSTANTIATE_TEST_SUITE_P(
     Choices, TailChoiceTest,
-    testing::Values(
-        ChoiceCase{"ChangedDeviceTakesCapability", true, 0, {TailBlock::Capability, false, 0}},
-        ChoiceCase{
-            "CapabilityWinsAndOneShotRequestWaits", true, 2, {TailBlock::Capability, false, 2}},
-        ChoiceCase{"CapabilityWinsOverStanding", true, 1, {TailBlock::Capability, false, 1}},
-        ChoiceCase{"NoRequestNoBlock", false, 0, {TailBlock::None, false, 0}},
-        ChoiceCase{"OneShotRequestIsUsedUp", false, 2, {TailBlock::Status, false, 0}},
-        ChoiceCase{"StandingRequestStays", false, 1, {TailBlock::Status, false, 1}},
-        ChoiceCase{"ThreeActsAsStanding", false, 3, {TailBlock::Status, false, 3}},
-        ChoiceCase{"NegativeActsAsStanding", false, -1, {TailBlock::Status, false, -1}}),
+    testing::Values(ChoiceCase{"ChangedDeviceTakesCapability", true, 0, {Capability, false, 0}},
+                    ChoiceCase{"CapabilityWinsAndOneShotWaits", true, 2, {Capability, false, 2}},
+                    ChoiceCase{"CapabilityWinsOverStanding", true, 1, {Capability, false, 1}},
+                    ChoiceCase{"NoRequestNoBlock", false, 0, {None, false, 0}},
+                    ChoiceCase{"OneShotRequestIsUsedUp", false, 2, {Status, false, 0}},
+                    ChoiceCase{"StandingRequestStays", false, 1, {Status, false, 1}},
+                    ChoiceCase{"ThreeActsAsStanding", false, 3, {Status, false, 3}},
+                    ChoiceCase{"NegativeActsAsStanding", false, -1, {Status, false, -1}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 struct KindCase {
@@ -194,8 +187,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ZoomCase{"Zoom", device_type::kWideAngle, 1.5, true, 0x01, 0x0F},
                     ZoomCase{"Triple", device_type::kTriple, 20.0, true, 0x03, 0xC8},
                     ZoomCase{"DualWide", device_type::kDualWide, 10.0, true, 0x03, 0x64},
-                    ZoomCase{"TripleOnOlderPlatform", device_type::kTriple, 10.0, false, 0x01,
-                             0x64}),
+                    ZoomCase{"TripleOnOlder", device_type::kTriple, 10.0, false, 0x01, 0x64}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(TailBlockTest, ZoomRoundsHalvesAwayFromZero) {
