@@ -182,9 +182,7 @@ TEST_F(VideoEncoderTest, ReturnToForegroundReplacesTheSession) {
 }
 
 TEST_F(VideoEncoderTest, UnforcedKeyFrameAlsoGivesTheSets) {
-  log_.keyFramesCarrySets = true;
   auto encoder = makeEncoder(0);  // no interval: nothing is forced
-  log_.nextIsUnforcedKey = false;
   encode(*encoder, 1);
   EXPECT_EQ(recorder_->frames.at(0)->sps, nullptr);
   log_.nextIsUnforcedKey = true;
