@@ -61,12 +61,10 @@ TEST(HostHistoryTest, KnownHostMovesToTheTopUnderItsNewName) {
 TEST(HostHistoryTest, AnEntryOfTheWrongTypeOrAHistoryThatIsNoListStartsAnew) {
   Json bad =
       Json::array({entry("A", "10.0.0.1", 5895), "not a dictionary", entry("C", "10.0.0.3", 1)});
-  EXPECT_EQ(updatedHostHistory(bad, "N", "10.0.0.9", 5895),
-            Json::array({entry("N", "10.0.0.9", 5895)}));
-  EXPECT_EQ(updatedHostHistory(Json("text"), "N", "10.0.0.9", 5895),
-            Json::array({entry("N", "10.0.0.9", 5895)}));
-  EXPECT_EQ(updatedHostHistory(Json(), "N", "10.0.0.9", 5895),
-            Json::array({entry("N", "10.0.0.9", 5895)}));
+  for (const Json& history : {bad, Json("text"), Json()})
+    EXPECT_EQ(updatedHostHistory(history, "N", "10.0.0.9", 5895),
+              Json::array({entry("N", "10.0.0.9", 5895)}))
+        << history;
 }
 
 }  // namespace
