@@ -77,6 +77,9 @@ TEST_P(CatalogueRateListTest, OffersTheSteadyRatesUpToTheRowsRate) {
   c.reloadVideoSizes();
   ASSERT_EQ(c.videoSizes().size(), 4u);
   EXPECT_EQ(c.videoFrameRates(), GetParam().expected);
+  // Without a full 640x480 format the fixed row stays, unmeasured.
+  EXPECT_FALSE(c.videoSizes()[1].measured);
+  EXPECT_TRUE(c.toJson()["videoSizes"][1]["fps"].is_number_integer());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -146,17 +149,6 @@ TEST(VideoSizeCatalogueTest, AStoredIndexBeyondTheListUsesTheLastRowAndStays) {
   env.defaults().setInteger(keys::videoSize, 4);  // 1280x720 at 60
   c.reloadVideoFrameRates();
   EXPECT_EQ(c.videoFrameRates(), (Rates{"15", "24", "25", "30", "50", "60"}));
-}
-
-TEST(VideoSizeCatalogueTest, WithoutAFull640x480FormatTheFixedRowStays) {
-  test::CameraAndSettings env(
-      test::camerasFromJson(set({test::cameraJson("wide", "back", {{{1280, 720}, 60}})})));
-  VideoSizeCatalogue c;
-  c.reloadVideoSizes();
-  auto sizes = c.videoSizes();
-  ASSERT_EQ(sizes.size(), 4u);
-  EXPECT_FALSE(sizes[1].measured);
-  EXPECT_TRUE(c.toJson()["videoSizes"][1]["fps"].is_number_integer());
 }
 
 TEST(VideoSizeCatalogueTest, MaxSupportedFrameRateTakesOnlyFullRangeFormatsOfTheExactSize) {

@@ -118,45 +118,25 @@ INSTANTIATE_TEST_SUITE_P(
         FlagsCase{"LockLowFourBits", [](StreamStatusValues& v) { v.aeafLock = 0x15; }, 0x05000000}),
     [](const auto& info) { return std::string(info.param.name); });
 
-struct ControlCase {
-  const char* name;
-  void (*change)(StreamStatusValues&);
-  uint32_t exposure, whiteBalance, focus;
-};
-
-// Each case starts from all three controls automatic, unlocked, mode 2.
-class ControlFlagsTest : public testing::TestWithParam<ControlCase> {};
-
-TEST_P(ControlFlagsTest, PacksManualLockedCustomAndMode) {
+// Each step starts from all three controls automatic, unlocked, in mode 2.
+TEST(ControlFlagsTest, PacksManualLockedCustomAndMode) {
   StreamStatusValues v;
-  GetParam().change(v);
-  PlainStatusSource s(v);
-  EXPECT_EQ(exposureFlagsWord(s), GetParam().exposure);
-  EXPECT_EQ(whiteBalanceFlagsWord(s), GetParam().whiteBalance);
-  EXPECT_EQ(focusFlagsWord(s), GetParam().focus);
+  auto words = [&v] {
+    PlainStatusSource s(v);
+    std::vector<uint32_t> out{exposureFlagsWord(s), whiteBalanceFlagsWord(s), focusFlagsWord(s)};
+    v = {};
+    return out;
+  };
+  using W = std::vector<uint32_t>;
+  EXPECT_EQ(words(), (W{0x200, 0x200, 0x200}));
+  v.autoExposure = v.autoWhiteBalance = v.autoFocus = false;
+  EXPECT_EQ(words(), (W{0x201, 0x201, 0x201})) << "manual";
+  v.aeLock = v.awbLock = v.afLock = true;
+  v.exposureMode = v.whiteBalanceMode = v.focusMode = 0;
+  EXPECT_EQ(words(), (W{0x002, 0x002, 0x002})) << "locked in mode 0";
+  v.exposureMode = v.whiteBalanceMode = v.focusMode = 3;
+  EXPECT_EQ(words(), (W{0x304, 0x300, 0x300})) << "custom marks only the exposure";
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Controls, ControlFlagsTest,
-    testing::Values(ControlCase{"AllAutomatic", [](StreamStatusValues&) {}, 0x200, 0x200, 0x200},
-                    ControlCase{"AllManual",
-                                [](StreamStatusValues& v) {
-                                  v.autoExposure = v.autoWhiteBalance = v.autoFocus = false;
-                                },
-                                0x201, 0x201, 0x201},
-                    ControlCase{"AllLockedInModeZero",
-                                [](StreamStatusValues& v) {
-                                  v.aeLock = v.awbLock = v.afLock = true;
-                                  v.exposureMode = v.whiteBalanceMode = v.focusMode = 0;
-                                },
-                                0x002, 0x002, 0x002},
-                    ControlCase{"CustomExposureOnlyMarksExposure",
-                                [](StreamStatusValues& v) {
-                                  v.exposureMode = 3;
-                                  v.whiteBalanceMode = v.focusMode = 3;
-                                },
-                                0x304, 0x300, 0x300}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 struct ZoomCase {
   const char* name;
