@@ -89,15 +89,13 @@ class HandshakeRefusalTest : public testing::TestWithParam<Refusal> {};
 
 TEST_P(HandshakeRefusalTest, GivesNothing) { EXPECT_FALSE(GetParam().read(GetParam().bytes)); }
 
-const Reader kHostInfo = [](const Bytes& b) {
-  return handshake::readHostInfo(b.data(), b.size()).has_value();
-};
-const Reader kVideoSettings = [](const Bytes& b) {
-  return handshake::readVideoSettings(b.data(), b.size()).has_value();
-};
-const Reader kSettingsAnswer = [](const Bytes& b) {
-  return handshake::readSettingsAnswer(b.data(), b.size()).has_value();
-};
+template <auto read>
+bool reads(const Bytes& b) {
+  return read(b.data(), b.size()).has_value();
+}
+const Reader kHostInfo = reads<handshake::readHostInfo>;
+const Reader kVideoSettings = reads<handshake::readVideoSettings>;
+const Reader kSettingsAnswer = reads<handshake::readSettingsAnswer>;
 
 // `head` (type and command words) and `zeros` bytes of zeros.
 Bytes packet(const char* head, size_t zeros) { return cat({hex(head), repeat("00", zeros)}); }

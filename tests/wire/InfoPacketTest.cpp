@@ -10,32 +10,31 @@
 namespace oxelo::wire {
 namespace {
 
+using test::deskInfoFields;
+using test::deskInfoPacket;
 using test::hex;
 using test::place;
 using test::repeat;
 
-InfoPacketFields deskFields() { return test::deskInfoFields(); }
-Bytes deskPacket() { return test::deskInfoPacket(); }
-
 TEST(InfoPacketTest, LaysOutEveryFieldAtItsOffset) {
-  EXPECT_EQ(buildInfoPacket(deskFields()), deskPacket());
+  EXPECT_EQ(buildInfoPacket(deskInfoFields()), deskInfoPacket());
 }
 
 TEST(InfoPacketTest, AudioWordsAreZeroWithoutAudioAndTheRestStays) {
-  InfoPacketFields f = deskFields();
+  InfoPacketFields f = deskInfoFields();
   f.hasAudio = false;
   f.hevcDecodeSupported = false;
-  Bytes expected = deskPacket();
+  Bytes expected = deskInfoPacket();
   place(expected, 28, "00 00 00 00 | 00 00 00 00 | 00 00 00 00");
   place(expected, 408, "00 00 00 00");
   EXPECT_EQ(buildInfoPacket(f), expected);
 }
 
 TEST(InfoPacketTest, TablesHoldFifteenEntriesAtMost) {
-  InfoPacketFields f = deskFields();
+  InfoPacketFields f = deskInfoFields();
   f.videoSizes.assign(16, {1, 2, 30});
   f.videoFrameRates.assign(16, "5");
-  Bytes expected = deskPacket();
+  Bytes expected = deskInfoPacket();
   std::copy_n(repeat("01 00 02 00", 15).begin(), 60, expected.begin() + 288);
   std::copy_n(repeat("05 00 00 00", 15).begin(), 60, expected.begin() + 348);
   EXPECT_EQ(buildInfoPacket(f), expected);
@@ -50,9 +49,9 @@ struct NameCase {
 class InfoPacketNameTest : public testing::TestWithParam<NameCase> {};
 
 TEST_P(InfoPacketNameTest, WritesTheNameAsUtf16LittleEndianWithTheCutRules) {
-  InfoPacketFields f = deskFields();
+  InfoPacketFields f = deskInfoFields();
   f.deviceName = GetParam().deviceName;
-  Bytes expected = deskPacket();
+  Bytes expected = deskInfoPacket();
   std::fill_n(expected.begin() + 44, 240, 0);
   std::copy(GetParam().field.begin(), GetParam().field.end(), expected.begin() + 44);
   EXPECT_EQ(buildInfoPacket(f), expected);
