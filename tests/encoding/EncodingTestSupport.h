@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "media/LFLiveVideoConfiguration.h"
+#include "media/LFVideoEncoding.h"
 #include "media/PixelBuffer.h"
 #include "platform/defaults/UserDefaults.h"
 #include "tests/support/CameraTestSupport.h"
-#include "media/LFVideoEncoding.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
