@@ -6,6 +6,7 @@
 #include "media/VideoSizeCatalogue.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "tests/discovery/support/FlowFixture.h"
+#include "tests/support/TestBytes.h"
 #include "wire/HandshakePackets.h"
 
 namespace oxelo {
@@ -13,12 +14,7 @@ namespace {
 
 namespace hs = handshake;
 using Bytes = std::vector<uint8_t>;
-
-Bytes join(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
+using test::cat;
 
 Bytes head(const Bytes& bytes, size_t n) { return Bytes(bytes.begin(), bytes.begin() + n); }
 Bytes tail(const Bytes& bytes, size_t n) { return Bytes(bytes.begin() + n, bytes.end()); }
@@ -55,18 +51,10 @@ struct HelloCase {
 class HelloTest : public HandshakeTest, public testing::WithParamInterface<HelloCase> {};
 
 TEST_P(HelloTest, BothHelloFormsGoOutLongFirstThenTheHostIsRead) {
-  std::shared_ptr<test::FakeCarrier> carrier;
-  switch (GetParam().way) {
-    case Way::phoneCalls:
-      carrier = connected();
-      break;
-    case Way::hostCalls:
-      carrier = acceptTcp("127.0.0.9");
-      break;
-    case Way::usb:
-      carrier = acceptUsbPeer();  // the peer settles the search and is connected to
-      break;
-  }
+  // A USB peer settles the search and is connected to.
+  auto carrier = GetParam().way == Way::phoneCalls  ? connected()
+                 : GetParam().way == Way::hostCalls ? acceptTcp("127.0.0.9")
+                                                    : acceptUsbPeer();
   EXPECT_TRUE(flow_->hostConnected());
   ASSERT_EQ(carrier->sent.size(), 2u);
   EXPECT_EQ(*carrier->sent[0].bytes, hs::helloLong());  // their bytes: HandshakePacketsTest
@@ -87,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, HelloTest,
 
 TEST_F(HandshakeTest, HostInfoSettingsAndStartInOneBlockAreWorkedOffInOrderThenHandedOver) {
   auto carrier = connected();
-  carrier->receive(join(
+  carrier->receive(cat(
       {hs::hostInfo(5898, "Studio"), hs::videoSettings({640, 480, 24, 1, 2, 1, 2}), hs::start()}));
   EXPECT_EQ(flow_->hostName(), "Studio");
   EXPECT_EQ(flow_->hostPort(), 5898);
@@ -114,7 +102,7 @@ TEST_F(HandshakeTest, APacketSplitAcrossTwoReadsIsCompletedByTheSecond) {
   auto info = hs::hostInfo(5898, "Split");
   carrier->receive(head(info, 30));
   EXPECT_FALSE(flow_->hostDetected());
-  carrier->receive(join({tail(info, 30), hs::start()}));
+  carrier->receive(cat({tail(info, 30), hs::start()}));
   EXPECT_EQ(flow_->hostName(), "Split");
   EXPECT_EQ(presenter_->presented, 1);
 }
@@ -122,10 +110,10 @@ TEST_F(HandshakeTest, APacketSplitAcrossTwoReadsIsCompletedByTheSecond) {
 TEST_F(HandshakeTest, AnUnknownCommandOrAnotherTypeDropsTheRestOfItsBlock) {
   auto carrier = connected();
   carrier->receive(
-      join({Bytes{0x88, 0, 0, 0, 0x12, 0, 0, 0}, hs::hostInfo(5898, "Late"), hs::start()}));
+      cat({Bytes{0x88, 0, 0, 0, 0x12, 0, 0, 0}, hs::hostInfo(5898, "Late"), hs::start()}));
   EXPECT_FALSE(flow_->hostDetected());
   EXPECT_EQ(presenter_->presented, 0);
-  carrier->receive(join({Bytes{1, 0, 0, 0}, hs::start()}));
+  carrier->receive(cat({Bytes{1, 0, 0, 0}, hs::start()}));
   EXPECT_EQ(presenter_->presented, 0);
 }
 

@@ -14,23 +14,12 @@ TEST(HostRecordTest, SameHostIgnoresCaseOfTheNameButNotTheAddress) {
   EXPECT_FALSE(isSameHost(a, {"Desk2", "10.0.0.9", 5895, true}));
 }
 
-struct InstanceCase {
-  const char* name;
-  const char* text;
-  int port;
-};
-class InstancePortTest : public testing::TestWithParam<InstanceCase> {};
-TEST_P(InstancePortTest, PortFollowsTheInstanceRule) {
-  EXPECT_EQ(portForInstanceText(GetParam().text), GetParam().port);
+TEST(InstancePortTest, PortFollowsTheInstanceRule) {
+  const std::pair<const char*, int> cases[] = {{"1", 5895},   {"3", 5897}, {"16", 5910},
+                                               {"17", 5895},  {"0", 5895}, {"", 5895},
+                                               {"abc", 5895}, {"4x", 5898}};
+  for (auto [text, port] : cases) EXPECT_EQ(portForInstanceText(text), port) << '"' << text << '"';
 }
-INSTANTIATE_TEST_SUITE_P(
-    Instances, InstancePortTest,
-    testing::Values(InstanceCase{"One", "1", 5895}, InstanceCase{"Three", "3", 5897},
-                    InstanceCase{"Sixteen", "16", 5910}, InstanceCase{"Seventeen", "17", 5895},
-                    InstanceCase{"Zero", "0", 5895}, InstanceCase{"Empty", "", 5895},
-                    InstanceCase{"Letters", "abc", 5895},
-                    InstanceCase{"LeadingDigits", "4x", 5898}),
-    [](const auto& info) { return info.param.name; });
 
 Json entry(const std::string& name, const std::string& ip, int port) {
   return {{"name", name}, {"ip", ip}, {"port", port}};
@@ -61,12 +50,10 @@ TEST(HostHistoryTest, KnownHostMovesToTheTopUnderItsNewName) {
 TEST(HostHistoryTest, AnEntryOfTheWrongTypeOrAHistoryThatIsNoListStartsAnew) {
   Json bad =
       Json::array({entry("A", "10.0.0.1", 5895), "not a dictionary", entry("C", "10.0.0.3", 1)});
-  EXPECT_EQ(updatedHostHistory(bad, "N", "10.0.0.9", 5895),
-            Json::array({entry("N", "10.0.0.9", 5895)}));
-  EXPECT_EQ(updatedHostHistory(Json("text"), "N", "10.0.0.9", 5895),
-            Json::array({entry("N", "10.0.0.9", 5895)}));
-  EXPECT_EQ(updatedHostHistory(Json(), "N", "10.0.0.9", 5895),
-            Json::array({entry("N", "10.0.0.9", 5895)}));
+  for (const Json& history : {bad, Json("text"), Json()})
+    EXPECT_EQ(updatedHostHistory(history, "N", "10.0.0.9", 5895),
+              Json::array({entry("N", "10.0.0.9", 5895)}))
+        << history;
 }
 
 }  // namespace

@@ -23,13 +23,6 @@ class FlowTest : public test::FlowFixture {
   size_t attempts() const { return connections_.attempts.size(); }
 };
 
-TEST_F(FlowTest, NoSearchWithoutWiFiOrCable) {
-  flow_->discover();
-  EXPECT_FALSE(flow_->hostDiscovering());
-  EXPECT_EQ(screen_->discoverStates, (std::vector<bool>{false}));
-  EXPECT_FALSE(flow_->isListening());
-}
-
 TEST_F(FlowTest, OneHostDetectedSettlesAfterHalfASecondAndConnects) {
   flow_->on_host_detected(host("Desk", "127.0.0.1", 5897));
   EXPECT_TRUE(flow_->hostDetected());
@@ -44,17 +37,6 @@ TEST_F(FlowTest, OneHostDetectedSettlesAfterHalfASecondAndConnects) {
   EXPECT_TRUE(flow_->hasConnection());
 }
 
-TEST_F(FlowTest, BurstOfHostsEndsInOneSettleHalfASecondAfterTheLast) {
-  flow_->on_host_detected(host("A", "10.0.0.1"));
-  env_.advance(0.4);
-  flow_->on_host_detected(host("B", "10.0.0.2"));
-  env_.advance(0.4);
-  EXPECT_EQ(screen_->discoveredCount, 0);
-  env_.advance(0.15);
-  EXPECT_EQ(screen_->discoveredCount, 1);
-  EXPECT_EQ(screen_->choices.size(), 1u);  // two unknown hosts: the user chooses
-}
-
 TEST_F(FlowTest, LastHostMatchTakesTheNameWithItsCase) {
   defaults_->setString(keys::lastHostIP, "127.0.0.1");
   defaults_->setString(keys::lastHostName, "desk");
@@ -64,10 +46,16 @@ TEST_F(FlowTest, LastHostMatchTakesTheNameWithItsCase) {
   EXPECT_EQ(screen_->choices.size(), 1u);
 }
 
-TEST_F(FlowTest, CancelledChoiceStopsAutomaticConnectingUntilAutoStartIsSetAgain) {
+// A burst of hosts settles once, half a second after the last; two unknown
+// hosts let the user choose.
+TEST_F(FlowTest, BurstOfHostsAsksOnceAndACancelledChoiceStopsAutomaticConnecting) {
   flow_->on_host_detected(host("A", "10.0.0.1"));
+  env_.advance(0.4);
   flow_->on_host_detected(host("B", "10.0.0.2"));
-  env_.advance(0.6);
+  env_.advance(0.4);
+  EXPECT_EQ(screen_->discoveredCount, 0);
+  env_.advance(0.15);
+  EXPECT_EQ(screen_->discoveredCount, 1);
   ASSERT_EQ(screen_->choices.size(), 1u);
   screen_->choices[0].second(std::nullopt);
   EXPECT_FALSE(flow_->autoStart());
@@ -95,7 +83,6 @@ TEST_F(FlowTest, SameHostInOtherCaseOrFromTheOtherPathStaysOneEntryWithTheFirstR
   flow_->on_host_detected(host("DESK", "10.0.0.9", 5897, false));
   ASSERT_EQ(flow_->arr_hosts().size(), 1u);
   EXPECT_EQ(flow_->arr_hosts()[0], host("Desk", "10.0.0.9", 5895, true));
-  EXPECT_TRUE(log_.contains("Host DESK already exists!"));
 }
 
 TEST_F(FlowTest, HostLeavingRemovesOnlyTheIdenticalRecord) {
@@ -142,9 +129,11 @@ TEST_F(FlowTest, ManualConnectionWaitsATenthOfASecond) {
 }
 
 TEST_F(FlowTest, ViewDidAppearRules) {
-  // No host known: a search (here without Wi-Fi or cable it ends at once).
+  // No host known: a search, which without Wi-Fi or cable ends at once.
   flow_->viewDidAppear();
-  EXPECT_EQ(screen_->discoverStates.back(), false);
+  EXPECT_FALSE(flow_->hostDiscovering());
+  EXPECT_EQ(screen_->discoverStates, (std::vector<bool>{false}));
+  EXPECT_FALSE(flow_->isListening());
   // A host known and autoStart: connect.
   flow_->on_host_detected(host("A", "127.0.0.1", 5897));
   flow_->viewDidAppear();
@@ -184,7 +173,6 @@ TEST_F(FlowTest, CableEventsOpenAndCloseTheUsbListener) {
   env_.drain();
   EXPECT_FALSE(flow_->usbPlugged());
   EXPECT_FALSE(flow_->isUsbListening());
-  EXPECT_TRUE(log_.contains("停止 USB 侦听！"));
 }
 
 TEST_F(FlowTest, ShowLiveViewRemembersTheHostAndItsHistory) {

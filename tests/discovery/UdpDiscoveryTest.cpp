@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <random>
 
@@ -14,33 +13,24 @@
 namespace oxelo {
 namespace {
 
-// A UDP socket bound to `ip`:`port` (0 for a free one), non-blocking; -1 when
-// the port is taken.
-int boundUdp(const char* ip, uint16_t port) {
-  int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+// A non-blocking UDP socket bound to `ip`:`port` (0 for a free one); not
+// valid when the port is taken.
+test::Fd boundUdp(const char* ip, uint16_t port) {
+  test::Fd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   sockaddr_in a{};
   a.sin_family = AF_INET;
   a.sin_port = htons(port);
   inet_pton(AF_INET, ip, &a.sin_addr);
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
-    ::close(fd);
-    return -1;
-  }
+  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) fd.reset();
   return fd;
 }
 
-uint16_t localPort(int fd) {
+uint16_t freeUdpPort() {
+  test::Fd fd = boundUdp("0.0.0.0", 0);
   sockaddr_in a{};
   socklen_t len = sizeof a;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  ::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&a), &len);
   return ntohs(a.sin_port);
-}
-
-uint16_t freeUdpPort() {
-  int fd = boundUdp("0.0.0.0", 0);
-  uint16_t port = localPort(fd);
-  ::close(fd);
-  return port;
 }
 
 // Eight consecutive UDP ports, each bound on 127.0.0.1 and on 127.0.0.2: the
@@ -49,22 +39,17 @@ class ProbeReceivers {
  public:
   ProbeReceivers() {
     std::mt19937 random(std::random_device{}());
-    for (int attempt = 0; attempt < 50 && fds_.empty(); ++attempt) {
+    for (int attempt = 0; attempt < 50 && !ok(); ++attempt) {
       first_ = static_cast<uint16_t>(20000 + random() % 40000);
+      fds_.clear();
       for (uint16_t i = 0; i < 8; ++i) {
-        int limited = boundUdp("127.0.0.1", first_ + i);
-        int subnet = boundUdp("127.0.0.2", first_ + i);
-        if (limited < 0 || subnet < 0) {
-          closeAll();
-          if (limited >= 0) ::close(limited);
-          if (subnet >= 0) ::close(subnet);
-          break;
-        }
-        fds_.push_back({limited, subnet});
+        test::Fd limited = boundUdp("127.0.0.1", first_ + i);
+        test::Fd subnet = boundUdp("127.0.0.2", first_ + i);
+        if (!limited.valid() || !subnet.valid()) break;
+        fds_.emplace_back(std::move(limited), std::move(subnet));
       }
     }
   }
-  ~ProbeReceivers() { closeAll(); }
   bool ok() const { return fds_.size() == 8; }
   uint16_t firstPort() const { return first_; }
 
@@ -72,30 +57,18 @@ class ProbeReceivers {
   // that are not the probe.
   void collect() {
     char buffer[64];
-    for (auto [limited, subnet] : fds_) {
-      for (int fd : {limited, subnet}) {
-        ssize_t n;
-        while ((n = ::recv(fd, buffer, sizeof buffer, 0)) >= 0) {
-          if (std::string(buffer, n) != "Oxelo") {
-            ++others;
-          } else {
-            ++(fd == limited ? toLimited : toSubnet);
-          }
-        }
-      }
-    }
+    for (const auto& [limited, subnet] : fds_)
+      for (const test::Fd* fd : {&limited, &subnet})
+        for (ssize_t n; (n = ::recv(fd->get(), buffer, sizeof buffer, 0)) >= 0;)
+          ++(std::string(buffer, n) != "Oxelo" ? others : fd == &limited ? toLimited : toSubnet);
   }
   int total() const { return toLimited + toSubnet; }
 
   int toLimited = 0, toSubnet = 0, others = 0;
 
  private:
-  void closeAll() {
-    for (auto [a, b] : fds_) ::close(a), ::close(b);
-    fds_.clear();
-  }
   uint16_t first_ = 0;
-  std::vector<std::pair<int, int>> fds_;
+  std::vector<std::pair<test::Fd, test::Fd>> fds_;
 };
 
 // UDP discovery of the flow on real sockets, all on loopback: the "limited
@@ -115,27 +88,23 @@ class UdpDiscoveryTest : public test::FlowFixture {
   // Pumps until `count` probes have come (or `seconds` of real time have
   // passed), then a little longer to see that no more follow.
   int probesAfterPumping(int count, double seconds = 5.0) {
-    test::pumpUntil(
-        env_.main(),
-        [&] {
-          receivers_.collect();
-          return receivers_.total() >= count;
-        },
-        seconds);
-    test::pumpUntil(
-        env_.main(), [] { return false; }, 0.1);
+    auto counted = [&] {
+      receivers_.collect();
+      return receivers_.total() >= count;
+    };
+    test::pumpUntil(env_, counted, seconds);
+    test::pumpFor(env_.main(), 0.1);
     receivers_.collect();
     return receivers_.total();
   }
   // Sends `text` to the flow's UDP port from 127.0.0.1.
   void answer(const std::string& text) {
-    int fd = boundUdp("127.0.0.1", 0);
+    test::Fd fd = boundUdp("127.0.0.1", 0);
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(udpPort_);
     inet_pton(AF_INET, "127.0.0.1", &to.sin_addr);
-    ::sendto(fd, text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
-    ::close(fd);
+    ::sendto(fd.get(), text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
   }
 
   ProbeReceivers receivers_;
@@ -173,8 +142,8 @@ INSTANTIATE_TEST_SUITE_P(Ticks, ProbeTickTest,
 
 TEST_F(UdpDiscoveryTest, PortTakenEndsTheTickThenTheUnboundSocketIsDroppedAndBoundAnew) {
   ASSERT_TRUE(receivers_.ok());
-  int taken = boundUdp("0.0.0.0", udpPort_);
-  ASSERT_GE(taken, 0);
+  test::Fd taken = boundUdp("0.0.0.0", udpPort_);
+  ASSERT_TRUE(taken.valid());
   start("");
   EXPECT_EQ(probesAfterPumping(1, 0.2), 0);  // the failed bind ended the first tick
   EXPECT_EQ(log_.count("Error binding UDP port: "), 1u);
@@ -182,10 +151,10 @@ TEST_F(UdpDiscoveryTest, PortTakenEndsTheTickThenTheUnboundSocketIsDroppedAndBou
   // The next tick goes on with the socket as it stands: it cannot receive,
   // so it is closed and dropped.
   env_.advance(5.0);
-  test::pumpUntil(env_.main(), [&] { return log_.contains("Error UDP beginReceiving: "); });
+  test::pumpUntil(env_, [&] { return log_.contains("Error UDP beginReceiving: "); });
   EXPECT_EQ(log_.count("Error UDP beginReceiving: "), 1u);
   EXPECT_FALSE(log_.contains("MAIN - UDP listening on"));
-  ::close(taken);
+  taken.reset();
   // The tick after that makes a new socket, which binds.
   receivers_.collect();
   const int before = receivers_.total();
@@ -198,15 +167,15 @@ TEST_F(UdpDiscoveryTest, PortTakenEndsTheTickThenTheUnboundSocketIsDroppedAndBou
 TEST_F(UdpDiscoveryTest, AnswerWithLettersForPortGivesAHostOn5895UntilItsGoodbye) {
   ASSERT_TRUE(receivers_.ok());
   start("", /*autoConnect=*/false);
-  test::pumpUntil(env_.main(), [&] { return log_.contains("MAIN - UDP listening on"); });
+  test::pumpUntil(env_, [&] { return log_.contains("MAIN - UDP listening on"); });
   answer("port:5895");  // no name field: ignored
   answer("port:abc;Desk");
-  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return !flow_->arr_hosts().empty(); }));
+  ASSERT_TRUE(test::pumpUntil(env_, [&] { return !flow_->arr_hosts().empty(); }));
   EXPECT_EQ(flow_->arr_hosts(), (std::vector<HostRecord>{{"Desk", "127.0.0.1", 0, true}}));
   EXPECT_EQ(flow_->hostPort(), 5895);
   const int searches = screen_->discoverTrueCount();
   answer("port:abc;Desk;0");  // the goodbye
-  ASSERT_TRUE(test::pumpUntil(env_.main(), [&] { return flow_->arr_hosts().empty(); }));
+  ASSERT_TRUE(test::pumpUntil(env_, [&] { return flow_->arr_hosts().empty(); }));
   EXPECT_EQ(screen_->discoverTrueCount(), searches + 1);  // an empty list searches again
 }
 

@@ -64,6 +64,18 @@ Bytes counting(size_t n, uint8_t first) {
   return bytes;
 }
 
+// An encoder on a recording converter, its frames kept.
+struct RecordedEncoder {
+  RecordedEncoder(uint64_t channels, int failures = 0)
+      : encoder(audioConfiguration(channels, 48000, 96000), recordingFactory(log)) {
+    log.failuresLeft = failures;
+    encoder.setDelegate(recorder);
+  }
+  BlockLog log;
+  std::shared_ptr<AudioFrameRecorder> recorder = std::make_shared<AudioFrameRecorder>();
+  LFHardwareAudioEncoder encoder;
+};
+
 struct RegroupCase {
   const char* name;
   uint64_t channels;
@@ -76,17 +88,20 @@ class AudioRegroupTest : public testing::TestWithParam<RegroupCase> {};
 
 TEST_P(AudioRegroupTest, RegroupsIntoWholeBlocks) {
   const auto& c = GetParam();
-  BlockLog log;
-  auto recorder = std::make_shared<AudioFrameRecorder>();
-  LFHardwareAudioEncoder encoder(audioConfiguration(c.channels, 48000, 96000),
-                                 recordingFactory(log));
-  encoder.setDelegate(recorder);
+  RecordedEncoder e(c.channels);
+  auto& [log, recorder, encoder] = e;
   Bytes all;
   for (size_t i = 0; i < c.calls.size(); ++i) {
     Bytes data = counting(c.calls[i], static_cast<uint8_t>(all.size()));
     all.insert(all.end(), data.begin(), data.end());
+    const size_t before = recorder->frames.size();
     encoder.encodeAudioData(data, 100 + i);
-    EXPECT_EQ(recorder->frames.size(), c.framesPerCall[i]) << "after call " << i;
+    ASSERT_EQ(recorder->frames.size(), c.framesPerCall[i]) << "after call " << i;
+    // Each frame is its block's packet, with the time of the call that completed it.
+    for (size_t f = before; f < recorder->frames.size(); ++f) {
+      EXPECT_EQ(recorder->frames[f]->timestamp, 100 + i);
+      EXPECT_EQ(recorder->frames[f]->data, (Bytes{0xaa, static_cast<uint8_t>(f + 1)}));
+    }
   }
   EXPECT_EQ(encoder.leftLength(), c.leftLength);
   // The blocks are the PCM in order, cut every bufferLength bytes.
@@ -109,38 +124,19 @@ INSTANTIATE_TEST_SUITE_P(
                     RegroupCase{"MonoEmptyCall", 1, {0, 2048}, {0, 1}, 0}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(AudioEncoderTest, BlocksOfOneCallShareItsTimestamp) {
-  BlockLog log;
-  auto recorder = std::make_shared<AudioFrameRecorder>();
-  LFHardwareAudioEncoder encoder(audioConfiguration(2, 48000, 128000), recordingFactory(log));
-  encoder.setDelegate(recorder);
-  encoder.encodeAudioData(Bytes(1000), 5);
-  encoder.encodeAudioData(Bytes(8000), 77);
-  ASSERT_EQ(recorder->frames.size(), 2u);
-  EXPECT_EQ(recorder->frames[0]->timestamp, 77u);
-  EXPECT_EQ(recorder->frames[1]->timestamp, 77u);
-  EXPECT_EQ(recorder->frames[1]->data, (Bytes{0xaa, 2}));
-}
-
 TEST(AudioEncoderTest, StopKeepsHeldPcmForTheNextCall) {
-  BlockLog log;
-  auto recorder = std::make_shared<AudioFrameRecorder>();
-  LFHardwareAudioEncoder encoder(audioConfiguration(1, 48000, 96000), recordingFactory(log));
-  encoder.setDelegate(recorder);
-  encoder.encodeAudioData(counting(2000, 0), 1);
-  encoder.stopEncoder();
-  EXPECT_EQ(encoder.leftLength(), 2000);
-  encoder.encodeAudioData(counting(48, 208), 2);
-  ASSERT_EQ(log.blocks.size(), 1u);
-  EXPECT_EQ(log.blocks[0], counting(2048, 0));
+  RecordedEncoder e(1);
+  e.encoder.encodeAudioData(counting(2000, 0), 1);
+  e.encoder.stopEncoder();
+  EXPECT_EQ(e.encoder.leftLength(), 2000);
+  e.encoder.encodeAudioData(counting(48, 208), 2);
+  ASSERT_EQ(e.log.blocks.size(), 1u);
+  EXPECT_EQ(e.log.blocks[0], counting(2048, 0));
 }
 
 TEST(AudioEncoderTest, ConverterIsMadeWithTheFirstPcmAndRetriedAfterFailure) {
-  BlockLog log;
-  log.failuresLeft = 2;
-  auto recorder = std::make_shared<AudioFrameRecorder>();
-  LFHardwareAudioEncoder encoder(audioConfiguration(1, 48000, 96000), recordingFactory(log));
-  encoder.setDelegate(recorder);
+  RecordedEncoder e(1, /*failures=*/2);
+  auto& [log, recorder, encoder] = e;
   EXPECT_EQ(log.creations, 0) << "not at construction";
   encoder.encodeAudioData(Bytes(2048, 1), 1);  // lost
   encoder.encodeAudioData(Bytes(1000, 2), 2);  // lost

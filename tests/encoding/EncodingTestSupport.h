@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "media/LFLiveVideoConfiguration.h"
+#include "media/LFVideoEncoding.h"
 #include "media/PixelBuffer.h"
 #include "platform/defaults/UserDefaults.h"
-#include "tests/support/TestSupport.h"
-#include "media/LFVideoEncoding.h"
+#include "tests/support/CameraTestSupport.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -18,19 +18,10 @@ extern "C" {
 
 namespace oxelo::test {
 
-// A settings store of its own for one test.
-class ScopedDefaults {
- public:
-  ScopedDefaults() : defaults_(std::make_shared<UserDefaults>(dir_.path())) {
-    UserDefaults::setStandard(defaults_);
-  }
-  ~ScopedDefaults() { UserDefaults::setStandard(nullptr); }
-  UserDefaults& operator*() { return *defaults_; }
-  UserDefaults* operator->() { return defaults_.get(); }
-
- private:
-  TempDir dir_;
-  std::shared_ptr<UserDefaults> defaults_;
+// A settings store of its own for one test, and no cameras.
+struct ScopedDefaults : CameraAndSettings {
+  ScopedDefaults() : CameraAndSettings(nullptr) {}
+  UserDefaults* operator->() { return &defaults(); }
 };
 
 inline std::shared_ptr<LFLiveVideoConfiguration> smallVideoConfiguration(

@@ -1,6 +1,8 @@
 // The encoder on the real software codecs: what the host receives must decode.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "encoding/BgraConverter.h"
 #include "encoding/LFHardwareVideoEncoder.h"
 #include "encoding/LibavVideoCodecSession.h"
@@ -181,28 +183,20 @@ TEST(LibavSessionTest, NoEncoderOpensGivesNoSessionAndALogLine) {
 TEST(BgraConverterTest, ConvertsWithTheMatrixAsked) {
   auto red = PixelBuffer::create(16, 16);
   for (int y = 0; y < 16; ++y)
-    for (int x = 0; x < 16; ++x) {
-      uint8_t* p = red->row(y) + 4 * x;
-      p[0] = 0, p[1] = 0, p[2] = 255, p[3] = 255;
-    }
-  struct Expect {
-    YCbCrMatrix matrix;
-    int luma;
-    int cb;
-  };
+    for (int x = 0; x < 16; ++x) std::memcpy(red->row(y) + 4 * x, "\x00\x00\xff\xff", 4);
   // BT.601: Kr 0.299, Kb 0.114 -> Y 81.5, Cb 90.2;
   // BT.709: Kr 0.2126, Kb 0.0722 -> Y 62.6, Cb 102.3.
-  for (auto expect : {Expect{YCbCrMatrix::bt601, 81, 90}, Expect{YCbCrMatrix::bt709, 63, 102}}) {
-    BgraConverter converter(16, 16, AV_PIX_FMT_YUV420P, expect.matrix);
+  for (auto [matrix, luma, cb] :
+       {std::tuple{YCbCrMatrix::bt601, 81, 90}, std::tuple{YCbCrMatrix::bt709, 63, 102}}) {
+    BgraConverter converter(16, 16, AV_PIX_FMT_YUV420P, matrix);
     ASSERT_TRUE(converter.valid());
     AVFrame* frame = av_frame_alloc();
     frame->format = AV_PIX_FMT_YUV420P;
-    frame->width = 16;
-    frame->height = 16;
+    frame->width = frame->height = 16;
     ASSERT_EQ(av_frame_get_buffer(frame, 0), 0);
     ASSERT_TRUE(converter.convert(*red, frame));
-    EXPECT_NEAR(frame->data[0][8 * frame->linesize[0] + 8], expect.luma, 2);
-    EXPECT_NEAR(frame->data[1][4 * frame->linesize[1] + 4], expect.cb, 2);
+    EXPECT_NEAR(frame->data[0][8 * frame->linesize[0] + 8], luma, 2);
+    EXPECT_NEAR(frame->data[1][4 * frame->linesize[1] + 4], cb, 2);
     av_frame_free(&frame);
   }
 }

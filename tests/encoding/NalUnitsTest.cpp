@@ -2,17 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/TestBytes.h"
+
 namespace oxelo {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+using test::hex;
+const Bytes kNone;
 
 struct RewriteCase {
   const char* name;
   VideoCodec codec;
-  Bytes annexB;
-  Bytes data;
-  Bytes vps, sps, pps;
+  Bytes annexB, data, vps, sps, pps;
 };
 
 class RewriteAccessUnitTest : public testing::TestWithParam<RewriteCase> {};
@@ -26,63 +28,36 @@ TEST_P(RewriteAccessUnitTest, LengthPrefixesUnitsAndTakesOutParameterSets) {
   EXPECT_EQ(unit.parameterSets.pps, c.pps);
 }
 
+// H.264: delimiter, SPS, PPS and SEI (behind 3-byte start codes), IDR slice.
+const Bytes kH264Key = hex(
+    "00 00 00 01 09 f0 | 00 00 00 01 67 4d 40 1e | 00 00 01 68 ee 3c 80 | 00 00 01 06 05 01 80 |"
+    "00 00 00 01 65 88 84 00 21");
+// HEVC: delimiter (35), VPS (32), SPS (33), PPS (34), prefix SEI (39), IDR_W_RADL (19).
+const Bytes kHevcKey = hex(
+    "00 00 00 01 46 01 50 | 00 00 00 01 40 01 0c | 00 00 00 01 42 01 01 | 00 00 00 01 44 01 c1 |"
+    "00 00 00 01 4e 01 05 | 00 00 00 01 26 01 af 12");
+
 INSTANTIATE_TEST_SUITE_P(
     Units, RewriteAccessUnitTest,
     testing::Values(
-        RewriteCase{"H264KeyFrameWithSetsDelimiterAndSei",
-                    VideoCodec::h264,
-                    {0, 0, 0, 1,    0x09, 0xf0,                     // delimiter
-                     0, 0, 0, 1,    0x67, 0x4d, 0x40, 0x1e,         // SPS
-                     0, 0, 1, 0x68, 0xee, 0x3c, 0x80,               // PPS, 3-byte start code
-                     0, 0, 1, 0x06, 0x05, 0x01, 0x80,               // SEI
-                     0, 0, 0, 1,    0x65, 0x88, 0x84, 0x00, 0x21},  // IDR slice
-                    {0, 0, 0, 4, 0x06, 0x05, 0x01, 0x80, 0, 0, 0, 5, 0x65, 0x88, 0x84, 0x00, 0x21},
-                    {},
-                    {0x67, 0x4d, 0x40, 0x1e},
-                    {0x68, 0xee, 0x3c, 0x80}},
-        RewriteCase{"H264SliceWithZeroBytesBeforeNextStartCode",
-                    VideoCodec::h264,
-                    {0, 0, 0, 1, 0x41, 0x9a, 0x02, 0, 0, 0, 0, 1, 0x41, 0x9b},
-                    {0, 0, 0, 3, 0x41, 0x9a, 0x02, 0, 0, 0, 2, 0x41, 0x9b},
-                    {},
-                    {},
-                    {}},
-        RewriteCase{
-            "H264KeepsFirstOfRepeatedSets",
-            VideoCodec::h264,
-            {0, 0, 1, 0x67, 0x01, 0, 0, 1, 0x67, 0x02, 0, 0, 1, 0x68, 0x03, 0, 0, 1, 0x65, 0x04},
-            {0, 0, 0, 2, 0x65, 0x04},
-            {},
-            {0x67, 0x01},
-            {0x68, 0x03}},
-        RewriteCase{"HevcKeyFrameWithThreeSets",
-                    VideoCodec::hevc,
-                    {0, 0, 0, 1, 0x46, 0x01, 0x50,         // delimiter (35)
-                     0, 0, 0, 1, 0x40, 0x01, 0x0c,         // VPS (32)
-                     0, 0, 0, 1, 0x42, 0x01, 0x01,         // SPS (33)
-                     0, 0, 0, 1, 0x44, 0x01, 0xc1,         // PPS (34)
-                     0, 0, 0, 1, 0x4e, 0x01, 0x05,         // prefix SEI (39)
-                     0, 0, 0, 1, 0x26, 0x01, 0xaf, 0x12},  // IDR_W_RADL (19)
-                    {0, 0, 0, 3, 0x4e, 0x01, 0x05, 0, 0, 0, 4, 0x26, 0x01, 0xaf, 0x12},
-                    {0x40, 0x01, 0x0c},
-                    {0x42, 0x01, 0x01},
-                    {0x44, 0x01, 0xc1}},
-        RewriteCase{"HevcTrailingPicture",
-                    VideoCodec::hevc,
-                    {0, 0, 1, 0x02, 0x01, 0xd0, 0x09},
-                    {0, 0, 0, 4, 0x02, 0x01, 0xd0, 0x09},
-                    {},
-                    {},
-                    {}},
-        RewriteCase{"BytesBeforeFirstStartCodeIgnored",
-                    VideoCodec::h264,
-                    {0xff, 0x00, 0, 0, 1, 0x41, 0x01},
-                    {0, 0, 0, 2, 0x41, 0x01},
-                    {},
-                    {},
-                    {}},
-        RewriteCase{
-            "NoStartCodeGivesNothing", VideoCodec::h264, {0x41, 0x01, 0x02}, {}, {}, {}, {}}),
+        RewriteCase{"H264KeyFrameWithSetsDelimiterAndSei", VideoCodec::h264, kH264Key,
+                    hex("00 00 00 04 06 05 01 80 | 00 00 00 05 65 88 84 00 21"), kNone,
+                    hex("67 4d 40 1e"), hex("68 ee 3c 80")},
+        RewriteCase{"H264SliceWithZeroBytesBeforeNextStartCode", VideoCodec::h264,
+                    hex("00 00 00 01 41 9a 02 00 | 00 00 00 01 41 9b"),
+                    hex("00 00 00 03 41 9a 02 | 00 00 00 02 41 9b"), kNone, kNone, kNone},
+        RewriteCase{"H264KeepsFirstOfRepeatedSets", VideoCodec::h264,
+                    hex("000001 67 01 | 000001 67 02 | 000001 68 03 | 000001 65 04"),
+                    hex("00 00 00 02 65 04"), kNone, hex("67 01"), hex("68 03")},
+        RewriteCase{"HevcKeyFrameWithThreeSets", VideoCodec::hevc, kHevcKey,
+                    hex("00 00 00 03 4e 01 05 | 00 00 00 04 26 01 af 12"), hex("40 01 0c"),
+                    hex("42 01 01"), hex("44 01 c1")},
+        RewriteCase{"HevcTrailingPicture", VideoCodec::hevc, hex("00 00 01 02 01 d0 09"),
+                    hex("00 00 00 04 02 01 d0 09"), kNone, kNone, kNone},
+        RewriteCase{"BytesBeforeFirstStartCodeIgnored", VideoCodec::h264,
+                    hex("ff 00 | 00 00 01 41 01"), hex("00 00 00 02 41 01"), kNone, kNone, kNone},
+        RewriteCase{"NoStartCodeGivesNothing", VideoCodec::h264, hex("41 01 02"), kNone, kNone,
+                    kNone, kNone}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // The table above finds each codec's sets; a byte that names a set in one
@@ -91,7 +66,7 @@ TEST(NalKindTest, ReadsTheTypeFieldOfEachCodec) {
   EXPECT_EQ(nalKind(VideoCodec::h264, Bytes{0x40, 0x01}), NalKind::other);  // HEVC VPS
   EXPECT_EQ(nalKind(VideoCodec::hevc, Bytes{0x67}), NalKind::other);        // H.264 SPS: type 51
   EXPECT_EQ(nalKind(VideoCodec::h264, Bytes{0x65}), NalKind::other);
-  EXPECT_EQ(nalKind(VideoCodec::hevc, Bytes{}), NalKind::other);
+  EXPECT_EQ(nalKind(VideoCodec::hevc, kNone), NalKind::other);
 }
 
 }  // namespace

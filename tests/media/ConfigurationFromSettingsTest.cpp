@@ -7,24 +7,13 @@
 namespace oxelo {
 namespace {
 
-// The defaults the application registers, for the keys read here.
-void registerDefaults(UserDefaults& d) {
-  d.registerDefaults({{keys::videoPortrait, false},
-                      {keys::videoSize, 4},
-                      {keys::videoWidth, 1280},
-                      {keys::videoHeight, 720},
-                      {keys::videoFPS, 30},
-                      {keys::videoQuality, 1},
-                      {keys::videoEncoder, 0},
-                      {keys::audioFormat, 1},
-                      {keys::audioQuality, 1},
-                      {keys::backCameraType, 0}});
-}
-
 class ConfigurationFromSettingsTest : public testing::Test {
  protected:
   ConfigurationFromSettingsTest() : env_(test::defaultVirtualCameraSystem()) {
-    registerDefaults(env_.defaults());
+    // The defaults the application registers, for the keys read here.
+    env_.defaults().registerDefaults(nlohmann::json::parse(R"({"videoPortrait": false,
+        "videoSize": 4, "videoWidth": 1280, "videoHeight": 720, "videoFPS": 30, "videoQuality": 1,
+        "videoEncoder": 0, "audioFormat": 1, "audioQuality": 1, "backCameraType": 0})"));
   }
   UserDefaults& defaults() { return env_.defaults(); }
   test::CameraAndSettings env_;

@@ -35,6 +35,11 @@ TEST_P(VideoBitRateTest, FollowsSizeQualityCodecAndFrameRate) {
   EXPECT_EQ(v->videoBitRate(), c.bitRate);
   EXPECT_EQ(v->videoMinBitRate(), c.bitRate / 5);
   EXPECT_EQ(v->videoMaxBitRate(), c.bitRate * 6 / 5);
+  // The frame rates and the key frame interval follow the rate.
+  EXPECT_EQ(v->videoFrameRate(), uint64_t(c.fps));
+  EXPECT_EQ(v->videoMaxFrameRate(), uint64_t(c.fps));
+  EXPECT_EQ(v->videoMinFrameRate(), uint64_t(c.fps / 2));
+  EXPECT_EQ(v->videoMaxKeyframeInterval(), uint64_t(c.fps));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -55,15 +60,6 @@ INSTANTIATE_TEST_SUITE_P(
         RateCase{"EncoderTwoIsNotHevc", 4, 1, 25, 2, 4608000},
         RateCase{"QualityThreeLeavesZero", 4, 3, 25, 0, 0}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST(VideoConfigurationTest, FrameRatesFollowTheRate) {
-  test::CameraAndSettings env(test::defaultVirtualCameraSystem());
-  auto v = build(1, 4, 15);
-  EXPECT_EQ(v->videoFrameRate(), 15u);
-  EXPECT_EQ(v->videoMaxFrameRate(), 15u);
-  EXPECT_EQ(v->videoMinFrameRate(), 7u);
-  EXPECT_EQ(v->videoMaxKeyframeInterval(), 15u);
-}
 
 struct SizeCase {
   const char* name;
@@ -93,24 +89,19 @@ INSTANTIATE_TEST_SUITE_P(Orientations, VideoSizeOrientationTest,
                                          SizeCase{"UpsideDown", 4, 2, {720, 1280}, false},
                                          SizeCase{"LandscapePreset3", 3, 3, {800, 600}, true},
                                          SizeCase{"PortraitPreset6", 6, 1, {1080, 1920}, false},
-                                         SizeCase{
-                                             "BeyondTheTableIsPreset1", 11, 3, {640, 480}, true}),
+                                         SizeCase{"BeyondTableIsPreset1", 11, 3, {640, 480}, true}),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // A bound that would break min <= rate <= max is refused; one equal to the
 // rate is taken; moving the rate later does not move the bounds.
 TEST(VideoConfigurationTest, SettersKeepTheOrderOfRateAndBounds) {
-  auto fresh = [] {
-    LFLiveVideoConfiguration v;
-    v.setVideoBitRate(1000);
-    v.setVideoMaxBitRate(1200);
-    v.setVideoMinBitRate(200);
-    v.setVideoFrameRate(30);
-    v.setVideoMaxFrameRate(30);
-    v.setVideoMinFrameRate(15);
-    return v;
-  };
-  auto v = fresh();
+  LFLiveVideoConfiguration v;
+  v.setVideoBitRate(1000);
+  v.setVideoMaxBitRate(1200);
+  v.setVideoMinBitRate(200);
+  v.setVideoFrameRate(30);
+  v.setVideoMaxFrameRate(30);
+  v.setVideoMinFrameRate(15);
   v.setVideoMaxBitRate(999);
   v.setVideoMinBitRate(1001);
   v.setVideoMaxFrameRate(29);
@@ -119,13 +110,12 @@ TEST(VideoConfigurationTest, SettersKeepTheOrderOfRateAndBounds) {
   EXPECT_EQ(v.videoMinBitRate(), 200u);
   EXPECT_EQ(v.videoMaxFrameRate(), 30u);
   EXPECT_EQ(v.videoMinFrameRate(), 15u);
-  v.setVideoBitRate(5000);
-  EXPECT_EQ(v.videoMaxBitRate(), 1200u);
-  v = fresh();
   v.setVideoMaxBitRate(1000);
   v.setVideoMinBitRate(1000);
   EXPECT_EQ(v.videoMaxBitRate(), 1000u);
   EXPECT_EQ(v.videoMinBitRate(), 1000u);
+  v.setVideoBitRate(5000);
+  EXPECT_EQ(v.videoMaxBitRate(), 1000u);
 }
 
 // Presets fall back to what the back camera takes.
@@ -137,11 +127,13 @@ struct FallbackCase {
 };
 
 json camerasWith(std::initializer_list<json> cameras) { return {{"cameras", cameras}}; }
-
-json allButFourK(const char* type = "wide") {
-  return test::cameraJson(
-      type, "back", {{{640, 480}, 30}, {{960, 540}, 30}, {{1280, 720}, 60}, {{1920, 1080}, 60}});
+json back(std::initializer_list<std::pair<std::pair<int, int>, double>> formats,
+          const char* type = "wide") {
+  return test::cameraJson(type, "back", formats);
 }
+const json kAllButFourK = camerasWith(
+    {back({{{640, 480}, 30}, {{960, 540}, 30}, {{1280, 720}, 60}, {{1920, 1080}, 60}})});
+const json kTwoSizes = camerasWith({back({{{640, 480}, 30}, {{1280, 720}, 30}})});
 
 class VideoPresetFallbackTest : public testing::TestWithParam<FallbackCase> {};
 
@@ -160,51 +152,41 @@ INSTANTIATE_TEST_SUITE_P(
     Cameras, VideoPresetFallbackTest,
     testing::Values(
         // 8 and 7 share the refused 3840x2160: 6 is the first accepted.
-        FallbackCase{"NoFourKGoesFrom8To6", camerasWith({allButFourK()}), 0, 8, 6},
-        FallbackCase{"NoFourKGoesFrom7To6", camerasWith({allButFourK()}), 0, 7, 6},
-        FallbackCase{"SupportedPresetStays", camerasWith({allButFourK()}), 0, 5, 5},
-        FallbackCase{
-            "OnlyTwoSizes",
-            camerasWith({test::cameraJson("wide", "back", {{{640, 480}, 30}, {{1280, 720}, 30}})}),
-            0, 6, 4},
-        FallbackCase{
-            "OnlyTwoSizesSkips960",
-            camerasWith({test::cameraJson("wide", "back", {{{640, 480}, 30}, {{1280, 720}, 30}})}),
-            0, 2, 1},
+        FallbackCase{"NoFourKGoesFrom8To6", kAllButFourK, 0, 8, 6},
+        FallbackCase{"NoFourKGoesFrom7To6", kAllButFourK, 0, 7, 6},
+        FallbackCase{"SupportedPresetStays", kAllButFourK, 0, 5, 5},
+        FallbackCase{"OnlyTwoSizes", kTwoSizes, 0, 6, 4},
+        FallbackCase{"OnlyTwoSizesSkips960", kTwoSizes, 0, 2, 1},
         FallbackCase{"NoCameraGivesZero", camerasWith({}), 0, 6, 0},
         FallbackCase{"OnlyAFrontCameraGivesZero",
                      camerasWith({test::cameraJson("wide", "front", {{{1920, 1080}, 30}})}), 0, 6,
                      0},
         // The chosen type stands ahead of the wide-angle camera.
         FallbackCase{"DualCameraAsked",
-                     camerasWith({test::cameraJson("wide", "back", {{{3840, 2160}, 30}}),
-                                  test::cameraJson("dual", "back", {{{1280, 720}, 30}})}),
+                     camerasWith({back({{{3840, 2160}, 30}}), back({{{1280, 720}, 30}}, "dual")}),
                      1, 8, 4},
         // Without it, the wide-angle camera answers.
-        FallbackCase{"MissingTripleFallsToWide",
-                     camerasWith({test::cameraJson("wide", "back", {{{3840, 2160}, 30}})}), 3, 8,
+        FallbackCase{"MissingTripleFallsToWide", camerasWith({back({{{3840, 2160}, 30}})}), 3, 8,
                      8},
         // Type 4 names no camera: the wide-angle camera alone.
-        FallbackCase{"UnknownTypeIsWide",
-                     camerasWith({test::cameraJson("wide", "back", {{{1920, 1080}, 30}}),
-                                  test::cameraJson("triple", "back", {{{3840, 2160}, 30}})}),
-                     4, 8, 6}),
+        FallbackCase{
+            "UnknownTypeIsWide",
+            camerasWith({back({{{1920, 1080}, 30}}), back({{{3840, 2160}, 30}}, "triple")}), 4, 8,
+            6}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(VideoConfigurationTest, ThePresetFallbackSetsTheBitRateOfTheLowerSize) {
-  test::CameraAndSettings env(test::camerasFromJson(camerasWith({allButFourK()})));
+// The fallback also gives the bit rate of the lower size, and setting a
+// preset later probes it the same way.
+TEST(VideoConfigurationTest, ThePresetFallbackSetsTheBitRateOfTheLowerSizeAndSettersProbe) {
+  test::CameraAndSettings env(test::camerasFromJson(kAllButFourK));
   auto v = build(1, 8, 25, 3);
   EXPECT_EQ(v->sessionPreset(), 6u);
   EXPECT_EQ(v->videoSize(), (VideoSize{1920, 1080}));
   EXPECT_EQ(v->videoBitRate(), 5184000u);
-}
-
-TEST(VideoConfigurationTest, SetSessionPresetProbesTheValue) {
-  test::CameraAndSettings env(test::camerasFromJson(camerasWith({allButFourK()})));
-  LFLiveVideoConfiguration v;
-  v.setSessionPreset(8);
-  EXPECT_EQ(v.sessionPreset(), 6u);
-  EXPECT_EQ(v.supportSessionPreset(3), 3u);
+  LFLiveVideoConfiguration fresh;
+  fresh.setSessionPreset(8);
+  EXPECT_EQ(fresh.sessionPreset(), 6u);
+  EXPECT_EQ(fresh.supportSessionPreset(3), 3u);
 }
 
 struct AspectCase {
@@ -227,19 +209,16 @@ TEST_P(VideoAspectRatioTest, FitsTheCaptureProportionsIntoTheStoredSize) {
   EXPECT_EQ(v->videoSize(), c.expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Sizes, VideoAspectRatioTest,
-                         testing::Values(
-                             // 1280x720 into 1000x1000: 1000 x 562.5, up to 563, even 562.
-                             AspectCase{"WideIntoSquare", 4, 3, {1000, 1000}, {1000, 562}},
-                             // 720x1280 into 1000x1000: 562.5 x 1000.
-                             AspectCase{"TallIntoSquare", 4, 1, {1000, 1000}, {562, 1000}},
-                             // Same proportions: the size itself.
-                             AspectCase{"SameProportions", 6, 3, {1920, 1080}, {1920, 1080}},
-                             // 800x600 into 1279x720: 960 x 720.
-                             AspectCase{"FourByThreeIntoWide", 3, 3, {1279, 720}, {960, 720}},
-                             // 640x480 into 333x333: 333 x 249.75, up to 333 x 250, even 332 x 250.
-                             AspectCase{"OddSidesBecomeEven", 1, 3, {333, 333}, {332, 250}}),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Sizes, VideoAspectRatioTest,
+    // 1280x720 into 1000x1000 is 1000 x 562.5: up to 563, even 562;
+    // 640x480 into 333x333 is 333 x 249.75: 333 x 250, even 332 x 250.
+    testing::Values(AspectCase{"WideIntoSquare", 4, 3, {1000, 1000}, {1000, 562}},
+                    AspectCase{"TallIntoSquare", 4, 1, {1000, 1000}, {562, 1000}},
+                    AspectCase{"SameProportions", 6, 3, {1920, 1080}, {1920, 1080}},
+                    AspectCase{"FourByThreeIntoWide", 3, 3, {1279, 720}, {960, 720}},
+                    AspectCase{"OddSidesBecomeEven", 1, 3, {333, 333}, {332, 250}}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace oxelo

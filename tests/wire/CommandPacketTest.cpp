@@ -40,27 +40,26 @@ TEST_P(HostCommandBuildTest, CarriesAsManyWordsAsTheCommandReads) {
 
 INSTANTIATE_TEST_SUITE_P(
     Commands, HostCommandBuildTest,
-    testing::Values(HostBuildCase{"SetIso", 18, 2, 400,
-                                  hex("88 00 00 00 | 12 00 00 00 | 02 00 00 00 | 90 01 00 00")},
-                    HostBuildCase{"FocusPoint", 23, 255, 0,
-                                  hex("88 00 00 00 | 17 00 00 00 | FF 00 00 00 | 00 00 00 00")},
-                    HostBuildCase{"ZoomInHasNone", 21, 9, 9, hex("88 00 00 00 | 15 00 00 00")},
-                    HostBuildCase{"StatusRequestHasOne", 33, 2, 9,
-                                  hex("88 00 00 00 | 21 00 00 00 | 02 00 00 00")},
-                    HostBuildCase{"NegativeBias", 18, 3, -15,
-                                  hex("88 00 00 00 | 12 00 00 00 | 03 00 00 00 | F1 FF FF FF")},
-                    HostBuildCase{"DeletePreset", 44, 7, 0,
-                                  hex("88 00 00 00 | 2C 00 00 00 | 07 00 00 00")}),
+    testing::Values(
+        HostBuildCase{"SetIso", 18, 2, 400, hex("88000000 12000000 02000000 90010000")},
+        HostBuildCase{"FocusPoint", 23, 255, 0, hex("88000000 17000000 FF000000 00000000")},
+        HostBuildCase{"ZoomInHasNone", 21, 9, 9, hex("88000000 15000000")},
+        HostBuildCase{"StatusRequestHasOne", 33, 2, 9, hex("88000000 21000000 02000000")},
+        HostBuildCase{"NegativeBias", 18, 3, -15, hex("88000000 12000000 03000000 F1FFFFFF")},
+        HostBuildCase{"DeletePreset", 44, 7, 0, hex("88000000 2C000000 07000000")}),
     [](const auto& info) { return std::string(info.param.name); });
 
 struct HostParseCase {
   const char* name;
   Bytes bytes;
   std::optional<WireError> error;
-  HostCommandRecord record;
+  uint32_t command = 0;  // what is read when there is no error
+  int32_t p1 = 0, p2 = 0;
 };
 
 class HostCommandParseTest : public testing::TestWithParam<HostParseCase> {};
+using enum WireError;
+constexpr std::optional<WireError> kRead;  // no error
 
 TEST_P(HostCommandParseTest, ReadsTheStartOrRefusesIt) {
   const auto& c = GetParam();
@@ -70,41 +69,30 @@ TEST_P(HostCommandParseTest, ReadsTheStartOrRefusesIt) {
     EXPECT_EQ(parsed.error(), *c.error);
     return;
   }
-  EXPECT_EQ(parsed->command, c.record.command);
-  EXPECT_EQ(parsed->p1, c.record.p1);
-  EXPECT_EQ(parsed->p2, c.record.p2);
+  EXPECT_EQ(parsed->command, c.command);
+  EXPECT_EQ(parsed->p1, c.p1);
+  EXPECT_EQ(parsed->p2, c.p2);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Records, HostCommandParseTest,
     testing::Values(
-        HostParseCase{"ZoomIn", hex("88 00 00 00 15 00 00 00"), {}, {21, 0, 0}},
-        HostParseCase{
-            "SetIso", hex("88 00 00 00 12 00 00 00 02 00 00 00 90 01 00 00"), {}, {18, 2, 400}},
+        HostParseCase{"ZoomIn", hex("88 00 00 00 15 00 00 00"), kRead, 21, 0, 0},
+        HostParseCase{"SetIso", hex("88 00 00 00 12 00 00 00 02 00 00 00 90 01 00 00"), kRead, 18,
+                      2, 400},
         HostParseCase{"FocusPointReadsBothAsSigned",
-                      hex("88 00 00 00 17 00 00 00 FF FF FF FF 80 00 00 00"),
-                      {},
-                      {23, -1, 128}},
-        HostParseCase{"StatusRequest", hex("88 00 00 00 21 00 00 00 01 00 00 00"), {}, {33, 1, 0}},
-        HostParseCase{
-            "UnknownCommandNeedsNoParameter", hex("88 00 00 00 63 00 00 00"), {}, {99, 0, 0}},
+                      hex("88 00 00 00 17 00 00 00 FF FF FF FF 80 00 00 00"), kRead, 23, -1, 128},
+        HostParseCase{"StatusRequest", hex("88 00 00 00 21 00 00 00 01 00 00 00"), kRead, 33, 1, 0},
+        HostParseCase{"UnknownCommandNeedsNoParameter", hex("88 00 00 00 63 00 00 00"), kRead, 99,
+                      0, 0},
         HostParseCase{"SecondRecordInTheSameReadIsNotSeen",
-                      hex("88 00 00 00 15 00 00 00 | 88 00 00 00 16 00 00 00"),
-                      {},
-                      {21, 0, 0}},
-        HostParseCase{"SetIsoWithoutValue",
-                      hex("88 00 00 00 12 00 00 00 02 00 00 00"),
-                      WireError::Truncated,
-                      {}},
-        HostParseCase{"StatusRequestWithoutParameter",
-                      hex("88 00 00 00 21 00 00 00"),
-                      WireError::Truncated,
-                      {}},
-        HostParseCase{"FirstWordOnly", hex("88 00 00 00"), WireError::Truncated, {}},
-        HostParseCase{"Empty", {}, WireError::Truncated, {}},
-        HostParseCase{"NotACommand", hex("09 00 00 00 15 00 00 00"), WireError::WrongType, {}},
-        HostParseCase{
-            "CommandNumberInBigEndian", hex("00 00 00 88 00 00 00 15"), WireError::WrongType, {}}),
+                      hex("88 00 00 00 15 00 00 00 | 88 00 00 00 16 00 00 00"), kRead, 21, 0, 0},
+        HostParseCase{"SetIsoWithoutValue", hex("88 00 00 00 12 00 00 00 02 00 00 00"), Truncated},
+        HostParseCase{"StatusRequestWithoutParameter", hex("88 00 00 00 21 00 00 00"), Truncated},
+        HostParseCase{"FirstWordOnly", hex("88 00 00 00"), Truncated},
+        HostParseCase{"Empty", Bytes(), Truncated},
+        HostParseCase{"NotACommand", hex("09 00 00 00 15 00 00 00"), WrongType},
+        HostParseCase{"CommandNumberInBigEndian", hex("00 00 00 88 00 00 00 15"), WrongType}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -89,35 +89,30 @@ class HandshakeRefusalTest : public testing::TestWithParam<Refusal> {};
 
 TEST_P(HandshakeRefusalTest, GivesNothing) { EXPECT_FALSE(GetParam().read(GetParam().bytes)); }
 
-const Reader kHostInfo = [](const Bytes& b) {
-  return handshake::readHostInfo(b.data(), b.size()).has_value();
-};
-const Reader kVideoSettings = [](const Bytes& b) {
-  return handshake::readVideoSettings(b.data(), b.size()).has_value();
-};
-const Reader kSettingsAnswer = [](const Bytes& b) {
-  return handshake::readSettingsAnswer(b.data(), b.size()).has_value();
-};
+template <auto read>
+bool reads(const Bytes& b) {
+  return read(b.data(), b.size()).has_value();
+}
+const Reader kHostInfo = reads<handshake::readHostInfo>;
+const Reader kVideoSettings = reads<handshake::readVideoSettings>;
+const Reader kSettingsAnswer = reads<handshake::readSettingsAnswer>;
+
+// `head` (type and command words) and `zeros` bytes of zeros.
+Bytes packet(const char* head, size_t zeros) { return cat({hex(head), repeat("00", zeros)}); }
+const Bytes kSettingsShort(kVideoSettingsFromHost.begin(), kVideoSettingsFromHost.end() - 1);
 
 INSTANTIATE_TEST_SUITE_P(
     Readers, HandshakeRefusalTest,
     testing::Values(
         Refusal{"Empty", kHostInfo, {}},
-        Refusal{"HostInfoShortByOne", kHostInfo,
-                cat({hex("88 00 00 00 | 10 00 00 00 | 09 17 00 00"), repeat("00", 67)})},
-        Refusal{"HostInfoWithTheTypeOfAVideoPacket", kHostInfo,
-                cat({hex("09 00 00 00 | 10 00 00 00"), repeat("00", 72)})},
-        Refusal{"HostInfoWithTypeInTheLowByteOnly", kHostInfo,
-                cat({hex("88 00 00 01 | 10 00 00 00"), repeat("00", 72)})},
-        Refusal{"StartIsNotHostInfo", kHostInfo,
-                cat({hex("88 00 00 00 | 11 00 00 00"), repeat("00", 72)})},
-        Refusal{"VideoSettingsShortByOne", kVideoSettings,
-                Bytes(kVideoSettingsFromHost.begin(), kVideoSettingsFromHost.end() - 1)},
-        Refusal{"VideoSettingsOfAnotherCommand", kVideoSettings,
-                cat({hex("88 00 00 00 | 10 00 00 00"), repeat("00", 28)})},
+        Refusal{"HostInfoShortByOne", kHostInfo, packet("88000000 10000000 09170000", 67)},
+        Refusal{"HostInfoWithTheTypeOfAVideoPacket", kHostInfo, packet("09000000 10000000", 72)},
+        Refusal{"HostInfoWithTypeInTheLowByteOnly", kHostInfo, packet("88000001 10000000", 72)},
+        Refusal{"StartIsNotHostInfo", kHostInfo, packet("88000000 11000000", 72)},
+        Refusal{"VideoSettingsShortByOne", kVideoSettings, kSettingsShort},
+        Refusal{"VideoSettingsOfAnotherCommand", kVideoSettings, packet("88000000 10000000", 28)},
         Refusal{"SettingsAnswerIsLongerThanHostSettings", kSettingsAnswer, kVideoSettingsFromHost},
-        Refusal{"SettingsAnswerShortByOne", kSettingsAnswer,
-                cat({hex("88 00 00 00 | 13 00 00 00"), repeat("00", 39)})}),
+        Refusal{"SettingsAnswerShortByOne", kSettingsAnswer, packet("88000000 13000000", 39)}),
     [](const auto& info) { return info.param.name; });
 
 }  // namespace

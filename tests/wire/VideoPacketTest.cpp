@@ -14,17 +14,14 @@ namespace {
 using test::cat;
 using test::hex;
 
-TEST(VideoPacketTest, H264SequenceHeaderHasSpsThenPpsInItsOwnRun) {
+TEST(VideoPacketTest, SequenceHeaderHasEachSetInItsRun) {
   auto body = buildVideoSequenceHeaderBody(test::h264Sps(), test::h264Pps());
   ASSERT_TRUE(body.has_value());
   EXPECT_EQ(*body, test::h264SequenceHeaderBody());
   EXPECT_EQ(buildPacket(kPacketTypeVideo, 0, *body), test::h264SequenceHeaderPacket());
-}
-
-TEST(VideoPacketTest, HevcSequenceHeaderHasVpsThenSpsAndPpsInOneRun) {
-  auto body = buildVideoSequenceHeaderBody(test::hevcSps(), test::hevcPps(), test::hevcVps());
-  ASSERT_TRUE(body.has_value());
-  EXPECT_EQ(*body, test::hevcSequenceHeaderBody());
+  // HEVC: vps, then sps and pps, in one run.
+  EXPECT_EQ(buildVideoSequenceHeaderBody(test::hevcSps(), test::hevcPps(), test::hevcVps()),
+            test::hevcSequenceHeaderBody());
 }
 
 TEST(VideoPacketTest, SequenceHeaderFromAFrameUsesItsSharedParameterSets) {
@@ -151,6 +148,7 @@ struct RouteCase {
 };
 
 class CarrierRouteTest : public testing::TestWithParam<RouteCase> {};
+using enum WireContent;
 
 // The record that serves both carriers takes the TCP tag and time-out where
 // there is a TCP write, else the USB tag; the tail rides as frame 88, tag 8821.
@@ -167,19 +165,16 @@ TEST_P(CarrierRouteTest, GivesTagsTimeoutsAndFrameTypes) {
 INSTANTIATE_TEST_SUITE_P(
     Routes, CarrierRouteTest,
     testing::Values(
-        RouteCase{"Info", WireContent::Info, 0, 0, TcpRoute{1, -1.0}, UsbRoute{18, 1}},
-        RouteCase{"VideoAtZeroHasTagZero", WireContent::Video, 0, 0, TcpRoute{0, -1.0},
-                  UsbRoute{9, 0}},
-        RouteCase{"VideoTagIsItsTimestamp", WireContent::Video, 4321, 0, TcpRoute{4321, -1.0},
+        RouteCase{"Info", Info, 0, 0, TcpRoute{1, -1.0}, UsbRoute{18, 1}},
+        RouteCase{"VideoAtZeroHasTagZero", Video, 0, 0, TcpRoute{0, -1.0}, UsbRoute{9, 0}},
+        RouteCase{"VideoTagIsItsTimestamp", Video, 4321, 0, TcpRoute{4321, -1.0},
                   UsbRoute{9, 4321}},
-        RouteCase{"UsbTagIsTheLowHalf", WireContent::Video, 0x100000007ull, 0,
-                  TcpRoute{0x100000007l, -1.0}, UsbRoute{9, 7}},
-        RouteCase{"Audio", WireContent::Audio, 23, 0, TcpRoute{1, -1.0}, UsbRoute{8, 1}},
-        RouteCase{"RecordCommand", WireContent::Command, 0, 17, TcpRoute{8817, 5.0},
-                  UsbRoute{88, 8817}},
-        RouteCase{"SnapshotCommand", WireContent::Command, 0, 18, TcpRoute{8818, 5.0},
-                  UsbRoute{88, 8818}},
-        RouteCase{"StopNotice", WireContent::StopNotice, 0, 0, std::nullopt, UsbRoute{88, 8814}}),
+        RouteCase{"UsbTagIsTheLowHalf", Video, 0x100000007, 0, TcpRoute{0x100000007, -1.0},
+                  UsbRoute{9, 7}},
+        RouteCase{"Audio", Audio, 23, 0, TcpRoute{1, -1.0}, UsbRoute{8, 1}},
+        RouteCase{"RecordCommand", Command, 0, 17, TcpRoute{8817, 5.0}, UsbRoute{88, 8817}},
+        RouteCase{"SnapshotCommand", Command, 0, 18, TcpRoute{8818, 5.0}, UsbRoute{88, 8818}},
+        RouteCase{"StopNotice", StopNotice, 0, 0, std::nullopt, UsbRoute{88, 8814}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

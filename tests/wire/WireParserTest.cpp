@@ -170,17 +170,33 @@ TEST(WireParserTest, CutsTheTcpStreamIntoRecords) {
           {18, 444}, {9, 39}, {16, 88}, {9, 30}, {16, 56}, {8, 16}, {9, 34}, {8, 17}, {136, 12}}));
 }
 
-// Every hand-written record, cut short anywhere, asks for more bytes.
-struct CutCase {
-  const char* name;
-  Bytes whole;
-  std::function<std::optional<WireError>(ByteView)> parse;  // nothing when it parsed
-};
-
 template <typename T>
 std::optional<WireError> errorOf(const Parsed<T>& p) {
   return p.ok() ? std::nullopt : std::optional<WireError>(p.error());
 }
+using Parse = std::function<std::optional<WireError>(ByteView)>;  // nothing when it parsed
+const Parse parseInfo = [](ByteView b) { return errorOf(parseInfoPacket(b)); };
+const Parse parseH264 = [](ByteView b) {
+  return errorOf(parseVideoSequenceHeader(b, VideoCodec::H264));
+};
+const Parse parseHevc = [](ByteView b) {
+  return errorOf(parseVideoSequenceHeader(b, VideoCodec::HEVC));
+};
+const Parse parseFrame = [](ByteView b) { return errorOf(parseVideoFrameBody(b)); };
+const Parse parseStatus = [](ByteView b) { return errorOf(parseStatusBlock(b)); };
+const Parse parseCapability = [](ByteView b) { return errorOf(parseCapabilityBlock(b)); };
+const Parse parseCommand = [](ByteView b) { return errorOf(parsePhoneCommand(b)); };
+const Parse parseAudio = [](ByteView b) { return errorOf(parseAudioBody(b)); };
+const Parse parseUnits = [](ByteView b) { return errorOf(splitLengthPrefixedUnits(b)); };
+const Parse parseStream = [](ByteView b) { return errorOf(nextRecord(b)); };
+const Parse parseHeader = [](ByteView b) { return errorOf(parsePacketHeader(b)); };
+
+// Every hand-written record, cut short anywhere, asks for more bytes.
+struct CutCase {
+  const char* name;
+  Bytes whole;
+  Parse parse;
+};
 
 class TruncationTest : public testing::TestWithParam<CutCase> {};
 
@@ -193,38 +209,25 @@ TEST_P(TruncationTest, EveryShorterPrefixIsTruncated) {
 
 INSTANTIATE_TEST_SUITE_P(
     Records, TruncationTest,
-    testing::Values(
-        CutCase{"InfoPacket", test::deskInfoPacket(),
-                [](ByteView b) { return errorOf(parseInfoPacket(b)); }},
-        CutCase{"H264SequenceHeader", test::h264SequenceHeaderBody(),
-                [](ByteView b) { return errorOf(parseVideoSequenceHeader(b, VideoCodec::H264)); }},
-        CutCase{"HevcSequenceHeader", test::hevcSequenceHeaderBody(),
-                [](ByteView b) { return errorOf(parseVideoSequenceHeader(b, VideoCodec::HEVC)); }},
-        CutCase{"KeyFrameBody", test::keyFrameBody(),
-                [](ByteView b) { return errorOf(parseVideoFrameBody(b)); }},
-        CutCase{"StatusBlock", test::statusBlock(),
-                [](ByteView b) { return errorOf(parseStatusBlock(b)); }},
-        CutCase{"CapabilityBlock", test::telephotoCapabilityBlock(),
-                [](ByteView b) { return errorOf(parseCapabilityBlock(b)); }},
-        CutCase{"Request", test::recordStartCommand(),
-                [](ByteView b) { return errorOf(parsePhoneCommand(b)); }},
-        CutCase{"StopNotice", test::stopNotice(),
-                [](ByteView b) { return errorOf(parsePhoneCommand(b)); }},
-        CutCase{"StreamInfo", test::deskInfoPacket(),
-                [](ByteView b) { return errorOf(nextRecord(b)); }},
-        CutCase{"StreamKeyFrame", test::keyFramePacket(),
-                [](ByteView b) { return errorOf(nextRecord(b)); }},
-        CutCase{"StreamStatusBlock", test::statusBlock(),
-                [](ByteView b) { return errorOf(nextRecord(b)); }},
-        CutCase{"StreamRequest", test::snapshotCommand(),
-                [](ByteView b) { return errorOf(nextRecord(b)); }}),
+    testing::Values(CutCase{"InfoPacket", test::deskInfoPacket(), parseInfo},
+                    CutCase{"H264SequenceHeader", test::h264SequenceHeaderBody(), parseH264},
+                    CutCase{"HevcSequenceHeader", test::hevcSequenceHeaderBody(), parseHevc},
+                    CutCase{"KeyFrameBody", test::keyFrameBody(), parseFrame},
+                    CutCase{"StatusBlock", test::statusBlock(), parseStatus},
+                    CutCase{"CapabilityBlock", test::telephotoCapabilityBlock(), parseCapability},
+                    CutCase{"Request", test::recordStartCommand(), parseCommand},
+                    CutCase{"StopNotice", test::stopNotice(), parseCommand},
+                    CutCase{"StreamInfo", test::deskInfoPacket(), parseStream},
+                    CutCase{"StreamKeyFrame", test::keyFramePacket(), parseStream},
+                    CutCase{"StreamStatusBlock", test::statusBlock(), parseStream},
+                    CutCase{"StreamRequest", test::snapshotCommand(), parseStream}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // Hand-written records with one field spoiled.
 struct SpoiltCase {
   const char* name;
   Bytes bytes;
-  std::function<std::optional<WireError>(ByteView)> parse;
+  Parse parse;
   WireError error;
 };
 
@@ -239,74 +242,43 @@ TEST_P(MalformedTest, IsRefusedWithItsReason) {
   EXPECT_EQ(GetParam().parse(GetParam().bytes), GetParam().error);
 }
 
-auto parseInfo = [](ByteView b) { return errorOf(parseInfoPacket(b)); };
-auto parseH264 = [](ByteView b) { return errorOf(parseVideoSequenceHeader(b, VideoCodec::H264)); };
-auto parseHevc = [](ByteView b) { return errorOf(parseVideoSequenceHeader(b, VideoCodec::HEVC)); };
-auto parseFrame = [](ByteView b) { return errorOf(parseVideoFrameBody(b)); };
-auto parseStatus = [](ByteView b) { return errorOf(parseStatusBlock(b)); };
-auto parseCapability = [](ByteView b) { return errorOf(parseCapabilityBlock(b)); };
-auto parseAudio = [](ByteView b) { return errorOf(parseAudioBody(b)); };
-auto parseUnits = [](ByteView b) { return errorOf(splitLengthPrefixedUnits(b)); };
-auto parseStream = [](ByteView b) { return errorOf(nextRecord(b)); };
-auto parseHeader = [](ByteView b) { return errorOf(parsePacketHeader(b)); };
+using enum WireError;
+const Bytes desk = test::deskInfoPacket(), h264 = test::h264SequenceHeaderBody(),
+            hevc = test::hevcSequenceHeaderBody(), key = test::keyFrameBody(),
+            status = test::statusBlock(), front = test::frontCapabilityBlock();
 
 INSTANTIATE_TEST_SUITE_P(
     Records, MalformedTest,
     testing::Values(
-        SpoiltCase{"InfoWrongType", spoil(test::deskInfoPacket(), 0, "09"), parseInfo,
-                   WireError::WrongType},
-        SpoiltCase{"InfoFormatWord", spoil(test::deskInfoPacket(), 4, "02"), parseInfo,
-                   WireError::Malformed},
-        SpoiltCase{"InfoReservedTail", spoil(test::deskInfoPacket(), 443, "01"), parseInfo,
-                   WireError::Malformed},
-        SpoiltCase{"InfoGarbageBehindName", spoil(test::deskInfoPacket(), 60, "41 00"), parseInfo,
-                   WireError::Malformed},
-        SpoiltCase{"InfoLastNameUnitSet", spoil(test::deskInfoPacket(), 282, "41 00"), parseInfo,
-                   WireError::Malformed},
-        SpoiltCase{"InfoHevcFlagTwo", spoil(test::deskInfoPacket(), 408, "02"), parseInfo,
-                   WireError::Malformed},
-        SpoiltCase{"SequenceHeaderMark", spoil(test::h264SequenceHeaderBody(), 10, "E2"), parseH264,
-                   WireError::Malformed},
-        SpoiltCase{"SequenceHeaderProfile", spoil(test::h264SequenceHeaderBody(), 7, "01"),
-                   parseH264, WireError::Malformed},
-        SpoiltCase{"SequenceHeaderByteBehind", cat({test::h264SequenceHeaderBody(), hex("00")}),
-                   parseH264, WireError::BadLength},
-        SpoiltCase{"SequenceHeaderAsFrame", spoil(test::h264SequenceHeaderBody(), 1, "01"),
-                   parseH264, WireError::WrongKind},
-        SpoiltCase{"HevcRunWithoutStartCode",
-                   spoil(test::hevcSequenceHeaderBody(), 28, "00 00 00 02"), parseHevc,
-                   WireError::Malformed},
-        SpoiltCase{"FrameLengthShort", spoil(test::keyFrameBody(), 5, "00 00 00 08"), parseFrame,
-                   WireError::BadLength},
-        SpoiltCase{"FrameWithCompositionTime", spoil(test::keyFrameBody(), 4, "01"), parseFrame,
-                   WireError::Malformed},
-        SpoiltCase{"FrameUnknownTag", spoil(test::keyFrameBody(), 0, "18"), parseFrame,
-                   WireError::WrongKind},
-        SpoiltCase{"StatusReservedBit", spoil(test::statusBlock(), 12, "0D"), parseStatus,
-                   WireError::Malformed},
-        SpoiltCase{"StatusFocusCustomBit", spoil(test::statusBlock(), 36, "04"), parseStatus,
-                   WireError::Malformed},
-        SpoiltCase{"StatusSizeWord", spoil(test::statusBlock(), 8, "2D"), parseStatus,
-                   WireError::BadLength},
-        SpoiltCase{"StatusUnknownKind", spoil(test::statusBlock(), 4, "03"), parseStatus,
-                   WireError::WrongKind},
-        SpoiltCase{"CapabilityReadAsStatus", test::frontCapabilityBlock(), parseStatus,
-                   WireError::WrongKind},
-        SpoiltCase{"CapabilityTemperature", spoil(test::frontCapabilityBlock(), 28, "D1"),
-                   parseCapability, WireError::Malformed},
-        SpoiltCase{"CapabilityZoomMinimum", spoil(test::frontCapabilityBlock(), 76, "0B"),
-                   parseCapability, WireError::Malformed},
-        SpoiltCase{"AudioTag", hex("AE 01 21"), parseAudio, WireError::WrongKind},
-        SpoiltCase{"AudioKind", hex("AF 02 21"), parseAudio, WireError::WrongKind},
-        SpoiltCase{"UnitPastTheEnd", hex("00 00 00 05 | 65 88"), parseUnits, WireError::BadLength},
-        SpoiltCase{"EmptyUnit", hex("00 00 00 00"), parseUnits, WireError::BadLength},
-        SpoiltCase{"LengthWordCut", hex("00 00 00 01 | 65 | 00 00"), parseUnits,
-                   WireError::BadLength},
-        SpoiltCase{"StreamUnknownType", hex("07 00 00 00 00 00 00 00"), parseStream,
-                   WireError::WrongType},
-        SpoiltCase{"StreamHugeBody", hex("09 00 00 00 | 00 00 00 00 | 00 00 00 10"), parseStream,
-                   WireError::BadLength},
-        SpoiltCase{"HeaderOfTailBlock", test::statusBlock(), parseHeader, WireError::WrongType}),
+        SpoiltCase{"InfoWrongType", spoil(desk, 0, "09"), parseInfo, WrongType},
+        SpoiltCase{"InfoFormatWord", spoil(desk, 4, "02"), parseInfo, Malformed},
+        SpoiltCase{"InfoReservedTail", spoil(desk, 443, "01"), parseInfo, Malformed},
+        SpoiltCase{"InfoGarbageBehindName", spoil(desk, 60, "41 00"), parseInfo, Malformed},
+        SpoiltCase{"InfoLastNameUnitSet", spoil(desk, 282, "41 00"), parseInfo, Malformed},
+        SpoiltCase{"InfoHevcFlagTwo", spoil(desk, 408, "02"), parseInfo, Malformed},
+        SpoiltCase{"SequenceHeaderMark", spoil(h264, 10, "E2"), parseH264, Malformed},
+        SpoiltCase{"SequenceHeaderProfile", spoil(h264, 7, "01"), parseH264, Malformed},
+        SpoiltCase{"SequenceHeaderByteBehind", cat({h264, hex("00")}), parseH264, BadLength},
+        SpoiltCase{"SequenceHeaderAsFrame", spoil(h264, 1, "01"), parseH264, WrongKind},
+        SpoiltCase{"HevcRunWithoutStartCode", spoil(hevc, 28, "00 00 00 02"), parseHevc, Malformed},
+        SpoiltCase{"FrameLengthShort", spoil(key, 5, "00 00 00 08"), parseFrame, BadLength},
+        SpoiltCase{"FrameWithCompositionTime", spoil(key, 4, "01"), parseFrame, Malformed},
+        SpoiltCase{"FrameUnknownTag", spoil(key, 0, "18"), parseFrame, WrongKind},
+        SpoiltCase{"StatusReservedBit", spoil(status, 12, "0D"), parseStatus, Malformed},
+        SpoiltCase{"StatusFocusCustomBit", spoil(status, 36, "04"), parseStatus, Malformed},
+        SpoiltCase{"StatusSizeWord", spoil(status, 8, "2D"), parseStatus, BadLength},
+        SpoiltCase{"StatusUnknownKind", spoil(status, 4, "03"), parseStatus, WrongKind},
+        SpoiltCase{"CapabilityReadAsStatus", front, parseStatus, WrongKind},
+        SpoiltCase{"CapabilityTemperature", spoil(front, 28, "D1"), parseCapability, Malformed},
+        SpoiltCase{"CapabilityZoomMinimum", spoil(front, 76, "0B"), parseCapability, Malformed},
+        SpoiltCase{"AudioTag", hex("AE 01 21"), parseAudio, WrongKind},
+        SpoiltCase{"AudioKind", hex("AF 02 21"), parseAudio, WrongKind},
+        SpoiltCase{"UnitPastTheEnd", hex("00 00 00 05 | 65 88"), parseUnits, BadLength},
+        SpoiltCase{"EmptyUnit", hex("00 00 00 00"), parseUnits, BadLength},
+        SpoiltCase{"LengthWordCut", hex("00 00 00 01 | 65 | 00 00"), parseUnits, BadLength},
+        SpoiltCase{"StreamUnknownType", hex("07 00 00 00 00 00 00 00"), parseStream, WrongType},
+        SpoiltCase{"StreamHugeBody", hex("09000000 | 00000000 | 00000010"), parseStream, BadLength},
+        SpoiltCase{"HeaderOfTailBlock", status, parseHeader, WrongType}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -111,9 +112,7 @@ class FakeMainScreen : public MainScreen {
   bool isViewInWindow() const override { return true; }
 
   int discoverTrueCount() const {
-    int n = 0;
-    for (bool b : discoverStates) n += b;
-    return n;
+    return int(std::count(discoverStates.begin(), discoverStates.end(), true));
   }
 
   std::vector<bool> discoverStates;
@@ -166,9 +165,7 @@ class FakeConnector {
       return carrier;
     };
   }
-  std::shared_ptr<FakeCarrier> last() const {
-    return attempts.empty() ? nullptr : attempts.back().carrier;
-  }
+  std::shared_ptr<FakeCarrier> last() const { return attempts.at(attempts.size() - 1).carrier; }
   std::vector<Attempt> attempts;
 };
 
