@@ -1,0 +1,297 @@
+// The capture front: the choice of the camera's format, the crop of the
+// chain, and pictures through the chain to the delegate.
+#include <gtest/gtest.h>
+
+#include "capture/LFVideoCapture.h"
+#include "tests/capture/support/ScriptedCamera.h"
+#include "tests/filters/FilterTestSupport.h"
+#include "tests/support/CameraTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using test::Bgra;
+using test::pixelAt;
+using test::ScriptedFormat;
+
+std::vector<CaptureDeviceFormatPtr> formatsOf(const std::vector<ScriptedFormat>& list) {
+  auto device = test::scriptedCamera("walk", AVCaptureDeviceTypeBuiltInWideAngleCamera,
+                                     AVCaptureDevicePositionBack, test::kPhoneBack, list);
+  return device->formats();
+}
+
+struct WalkCase {
+  const char* name;
+  std::vector<ScriptedFormat> formats;
+  int32_t width, height;
+  double rate;
+  int chosen;  // index into formats, -1 for none
+  bool winner;
+  double best;
+  bool exact;
+};
+class FormatWalkTest : public testing::TestWithParam<WalkCase> {};
+
+TEST_P(FormatWalkTest, ChoosesAsTheWalkSays) {
+  const auto& c = GetParam();
+  const auto formats = formatsOf(c.formats);
+  const ActiveFormatChoice choice = chooseActiveFormat(formats, c.width, c.height, c.rate);
+  if (c.chosen < 0) {
+    EXPECT_EQ(choice.chosen(), nullptr);
+  } else {
+    ASSERT_NE(choice.chosen(), nullptr);
+    EXPECT_EQ(choice.chosen(), formats[static_cast<size_t>(c.chosen)])
+        << choice.chosen()->description();
+  }
+  EXPECT_EQ(choice.winner != nullptr, c.winner);
+  EXPECT_EQ(choice.best, c.best);
+  EXPECT_EQ(choice.exact, c.exact);
+}
+
+constexpr const char* k420v = kPixelFormat420VideoRange;
+INSTANTIATE_TEST_SUITE_P(
+    Lists, FormatWalkTest,
+    testing::Values(
+        // Wider than 1920: any larger format, whatever its shape.
+        WalkCase{"WideRequestTakesAnyShape",
+                 {{1920, 1080, 60}, {4032, 3024, 30}, {3840, 2160, 30}},
+                 2560,
+                 1440,
+                 30,
+                 1,
+                 true,
+                 0,
+                 false},
+        // 1280 x 720: a larger 4:3 format does not count, a larger 16:9 one does.
+        WalkCase{"OtherShapeSkipped",
+                 {{640, 480, 60}, {1440, 1080, 60}, {1920, 1080, 60}},
+                 1280,
+                 720,
+                 60,
+                 2,
+                 true,
+                 0,
+                 false},
+        WalkCase{"ExactSizeFirst",
+                 {{1280, 720, 60, k420v}, {1280, 720, 60}, {1920, 1080, 60}},
+                 1280,
+                 720,
+                 60,
+                 1,
+                 true,
+                 0,
+                 true},
+        // Capped at 30, asked for 60: the first candidate of the best rate.
+        WalkCase{"RateFallsToTheBest",
+                 {{1280, 720, 30}, {1920, 1080, 30}, {1920, 1080, 25}},
+                 1280,
+                 720,
+                 60,
+                 0,
+                 false,
+                 30,
+                 true},
+        WalkCase{"LargerFormatOfferingMoreWinsTheFallback",
+                 {{1280, 720, 24}, {1920, 1080, 30}},
+                 1280,
+                 720,
+                 60,
+                 1,
+                 false,
+                 30,
+                 true},
+        WalkCase{"NothingLargeEnough", {{640, 480, 30}}, 1280, 720, 30, -1, false, 0, false}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct CropCase {
+  const char* name;
+  LFLiveVideoSessionPreset preset;
+  VideoSize videoSize;
+  int32_t formatWidth, formatHeight;
+  bool landscape;
+  std::optional<CropRegion> region;
+};
+class CropRegionTest : public testing::TestWithParam<CropCase> {};
+
+TEST_P(CropRegionTest, CentralPartOfTheFormat) {
+  const auto& c = GetParam();
+  const auto region =
+      cropRegionForPreset(c.preset, c.videoSize, c.formatWidth, c.formatHeight, c.landscape);
+  ASSERT_EQ(region.has_value(), c.region.has_value());
+  if (!region) return;
+  EXPECT_NEAR(region->x, c.region->x, 1e-4);
+  EXPECT_NEAR(region->y, c.region->y, 1e-4);
+  EXPECT_NEAR(region->width, c.region->width, 1e-4);
+  EXPECT_NEAR(region->height, c.region->height, 1e-4);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Presets, CropRegionTest,
+    testing::Values(
+        CropCase{"Preset0", 0, {640, 360}, 640, 480, true, CropRegion{0, 0.125, 1, 0.75}},
+        CropCase{"Preset3",
+                 3,
+                 {800, 600},
+                 1280,
+                 720,
+                 true,
+                 CropRegion{0.1875, 0.083333, 0.625, 0.833333}},
+        CropCase{"Preset3Portrait",
+                 3,
+                 {600, 800},
+                 1280,
+                 720,
+                 false,
+                 CropRegion{0.083333, 0.1875, 0.833333, 0.625}},
+        CropCase{"Preset5",
+                 5,
+                 {1280, 960},
+                 1920,
+                 1080,
+                 true,
+                 CropRegion{0.166667, 0.055556, 0.666667, 0.888889}},
+        CropCase{"Preset7SameShape", 7, {2560, 1440}, 3840, 2160, true, std::nullopt},
+        CropCase{"Preset7OtherShape",
+                 7,
+                 {2560, 1440},
+                 4032,
+                 3024,
+                 true,
+                 CropRegion{0.182540, 0.261905, 0.634921, 0.476190}},
+        CropCase{"Preset4NeverCropped", 4, {1280, 720}, 1920, 1440, true, std::nullopt}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+class PictureRecorder : public LFVideoCaptureDelegate {
+ public:
+  void captureOutput(LFVideoCapture&, const std::shared_ptr<PixelBuffer>& buffer,
+                     const LFVideoColourTags*) override {
+    last = buffer;
+    ++count;
+  }
+  std::shared_ptr<PixelBuffer> last;
+  int count = 0;
+};
+
+// A USB webcam of 640 x 480 whose picture has a white band of 60 rows at the
+// top and the bottom, and red and green halves between them.
+CameraFramePtr bandedFrame(double time) {
+  auto frame = CameraFrame::make(640, 480);
+  frame->matrix = ColourMatrix::bt601;
+  frame->range = ColourRange::full;
+  frame->presentationTime = time;
+  auto colour = [](int x, int y) {
+    if (y < 60 || y >= 420) return ycbcrOf(255, 255, 255, ColourMatrix::bt601, ColourRange::full);
+    return x < 320 ? ycbcrOf(255, 0, 0, ColourMatrix::bt601, ColourRange::full)
+                   : ycbcrOf(0, 255, 0, ColourMatrix::bt601, ColourRange::full);
+  };
+  for (int y = 0; y < 480; ++y)
+    for (int x = 0; x < 640; ++x) frame->row(0, y)[x] = colour(x, y).y;
+  for (int y = 0; y < 240; ++y)
+    for (int x = 0; x < 320; ++x) {
+      frame->row(1, y)[2 * x] = colour(2 * x, 2 * y).cb;
+      frame->row(1, y)[2 * x + 1] = colour(2 * x, 2 * y).cr;
+    }
+  return frame;
+}
+
+TEST(VideoCaptureTest, Preset0CropsTheWebcamAndMirrorsByDefault) {
+  test::ScriptedDriver* driver = nullptr;
+  auto webcam = test::scriptedCamera("usb", AVCaptureDeviceTypeBuiltInWideAngleCamera,
+                                     AVCaptureDevicePositionBack, test::kUsbWebcam,
+                                     {{640, 480, 30}}, &driver);
+  test::CameraAndSettings env(std::make_shared<CameraSystem>("scripted", std::vector{webcam}));
+  test::expectGlContext();
+  auto configuration =
+      LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
+          1, 0, 30, 3);
+  ASSERT_EQ(configuration->videoSize(), (VideoSize{640, 360}));
+  auto capture = LFVideoCapture::create(configuration);
+  ASSERT_TRUE(capture->videoCamera());
+  auto recorder = std::make_shared<PictureRecorder>();
+  capture->setDelegate(recorder);
+  capture->setRunning(true);
+  ASSERT_TRUE(capture->cropFilter());
+
+  const auto deliver = [&](double time) {
+    driver->deliver(bandedFrame(time));
+    runSynchronouslyOnVideoProcessingQueue([] {});
+  };
+  deliver(1.0);
+  ASSERT_TRUE(recorder->last);
+  ASSERT_EQ(recorder->last->width(), 640);
+  ASSERT_EQ(recorder->last->height(), 360);
+  // No band left at the top or the bottom; the red half is on the right.
+  for (int y : {1, 180, 358}) {
+    const Bgra left = pixelAt(*recorder->last, 100, y), right = pixelAt(*recorder->last, 540, y);
+    EXPECT_GT(left.g, 240) << "row " << y << " " << left;
+    EXPECT_LT(left.r, 10) << "row " << y << " " << left;
+    EXPECT_GT(right.r, 240) << "row " << y << " " << right;
+    EXPECT_LT(right.b, 10) << "row " << y << " " << right;
+  }
+  capture->setMirror(false);
+  deliver(2.0);
+  EXPECT_GT(pixelAt(*recorder->last, 100, 180).r, 240);
+
+  // Inactive: frames are dropped at the camera input.
+  capture->willEnterBackground();
+  deliver(3.0);
+  EXPECT_EQ(recorder->count, 2);
+  capture->willEnterForeground();
+  deliver(4.0);
+  EXPECT_EQ(recorder->count, 3);
+  capture->setRunning(false);
+}
+
+TEST(VideoCaptureTest, CameraWithoutThePresetFallsBackAndTakesTheBestRate) {
+  auto camera = test::scriptedCamera("hd", AVCaptureDeviceTypeBuiltInWideAngleCamera,
+                                     AVCaptureDevicePositionBack, test::kPhoneBack,
+                                     {{1280, 720, 30}, {1920, 1080, 30}});
+  test::CameraAndSettings env(std::make_shared<CameraSystem>("scripted", std::vector{camera}));
+  test::expectGlContext();
+  auto configuration =
+      LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
+          1, 0, 60, 1);
+  ASSERT_EQ(configuration->avSessionPreset(), AVCaptureSessionPreset640x480);
+  auto capture = LFVideoCapture::create(configuration);
+  ASSERT_TRUE(capture->videoCamera());
+  EXPECT_EQ(capture->videoCamera()->captureSessionPreset(), AVCaptureSessionPresetHigh);
+  // High takes 1920 x 1080; asked for 60 there, the rate falls to 30.
+  EXPECT_EQ(capture->device()->activeFormat()->width, 1920);
+  EXPECT_EQ(capture->videoFrameRate(), 30);
+}
+
+struct TurnCase {
+  const char* name;
+  int64_t configured;
+  bool autoRotate;
+  int64_t statusBar;
+  int64_t result;
+};
+class OrientationRuleTest : public testing::TestWithParam<TurnCase> {};
+
+TEST_P(OrientationRuleTest, PictureStaysInTheFamilyOfTheConfiguration) {
+  const auto& c = GetParam();
+  test::CameraAndSettings env(test::defaultVirtualCameraSystem());
+  test::expectGlContext();
+  auto configuration =
+      LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
+          1, 4, 30, c.configured);
+  configuration->setAutorotate(true);
+  auto capture = LFVideoCapture::create(configuration);
+  ASSERT_TRUE(capture->videoCamera());
+  capture->setAutoRotate(c.autoRotate);
+  capture->statusBarChanged(c.statusBar);
+  EXPECT_EQ(capture->videoCamera()->outputImageOrientation(), c.result);
+  EXPECT_EQ(configuration->outputImageOrientation(), c.configured);
+}
+
+INSTANTIATE_TEST_SUITE_P(Turns, OrientationRuleTest,
+                         testing::Values(TurnCase{"LandscapeFollows", 3, true, 4, 4},
+                                         TurnCase{"LandscapeNeverPortrait", 3, true, 1, 3},
+                                         TurnCase{"PortraitTakesTheOther", 1, true, 1, 2},
+                                         TurnCase{"PortraitUpsideDown", 1, true, 2, 1},
+                                         TurnCase{"AutoRotateOff", 3, false, 4, 3}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace oxelo
