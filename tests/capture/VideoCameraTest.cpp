@@ -7,10 +7,11 @@
 #include <mutex>
 
 #include "capture/GPUImageVideoCamera.h"
+#include "filters/GPUImageFramebuffer.h"
 #include "filters/LFGPUImageEmptyFilter.h"
 #include "platform/defaults/SettingsKeys.h"
+#include "tests/capture/support/PictureChecks.h"
 #include "tests/capture/support/ScriptedCamera.h"
-#include "tests/filters/FilterTestSupport.h"
 #include "tests/support/CameraTestSupport.h"
 
 namespace oxelo {

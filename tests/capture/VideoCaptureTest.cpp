@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "capture/LFVideoCapture.h"
+#include "tests/capture/support/PictureChecks.h"
 #include "tests/capture/support/ScriptedCamera.h"
-#include "tests/filters/FilterTestSupport.h"
 #include "tests/support/CameraTestSupport.h"
 
 namespace oxelo {
