@@ -91,6 +91,21 @@ uint64_t phoneRotationMode(AVCaptureDevicePosition position, bool mirror, int64_
   return kRotationTable[row][orientation - 1];
 }
 
+// The two plane textures of the conversion, made once for the context and
+// kept with it like its programs: every camera input draws from them in
+// turn, on the video processing queue. (llvmpipe also loses memory when
+// luminance textures are deleted.)
+struct PlaneTextures {
+  GLuint luminance = 0;
+  GLuint chrominance = 0;
+  int32_t width = 0;
+  int32_t height = 0;
+};
+PlaneTextures& planeTextures() {
+  static PlaneTextures textures;
+  return textures;
+}
+
 constexpr int32_t kPhoneSensorRotation = 270;
 constexpr int64_t kLandscapeRight = 3;
 
@@ -200,21 +215,21 @@ bool GPUImageVideoCamera::setUp() {
 }
 
 GPUImageVideoCamera::~GPUImageVideoCamera() {
+  takingFrames_ = false;
   if (captureSession_) captureSession_->stopRunning();
-  const uint32_t textures[2] = {luminanceTexture_, chrominanceTexture_};
-  if (textures[0] || textures[1]) {
-    runSynchronouslyOnVideoProcessingQueue([&] {
-      if (GPUImageContext::useImageProcessingContext()) glDeleteTextures(2, textures);
-    });
-  }
 }
 
 void GPUImageVideoCamera::startCameraCapture() {
   if (captureSession_->isRunning()) return;
-  if (auto error = captureSession_->startRunning()) oxlog("Camera capture: {}", error.message);
+  if (auto error = captureSession_->startRunning()) {
+    oxlog("Camera capture: {}", error.message);
+    return;
+  }
+  takingFrames_ = true;
 }
 
 void GPUImageVideoCamera::stopCameraCapture() {
+  takingFrames_ = false;
   if (captureSession_->isRunning()) captureSession_->stopRunning();
 }
 
@@ -394,7 +409,9 @@ void GPUImageVideoCamera::addTarget(std::shared_ptr<GPUImageInput> target, int t
 }
 
 void GPUImageVideoCamera::cameraDidOutputFrame(const CameraFramePtr& frame) {
-  if (!captureSession_ || !captureSession_->isRunning()) return;
+  // Not the session's own state: its lock is held while it waits for this
+  // thread to finish a delivery (a stop, an exchange of cameras).
+  if (!takingFrames_) return;
   if (!frameRenderingSemaphore_.tryWait()) return;  // the last frame is still in work
   runAsynchronouslyOnVideoProcessingQueue([weak = weak_from_this(), frame] {
     auto self = weak.lock();
@@ -407,6 +424,7 @@ void GPUImageVideoCamera::cameraDidOutputFrame(const CameraFramePtr& frame) {
 }
 
 void GPUImageVideoCamera::cameraStreamDidEnd(const CameraError& error) {
+  takingFrames_ = false;
   oxlog("Camera capture ended: {}", error.message);
 }
 
@@ -435,19 +453,20 @@ void GPUImageVideoCamera::processVideoSampleBuffer(const CameraFrame& frame) {
 
 void GPUImageVideoCamera::uploadPlanes(const CameraFrame& frame) {
   const auto planes = frame.planes();
+  PlaneTextures& shared = planeTextures();
   const bool resize =
-      !luminanceTexture_ || textureWidth_ != frame.width() || textureHeight_ != frame.height();
-  if (!luminanceTexture_) {
+      !shared.luminance || shared.width != frame.width() || shared.height != frame.height();
+  if (!shared.luminance) {
     GLuint names[2];
     glGenTextures(2, names);
-    luminanceTexture_ = names[0];
-    chrominanceTexture_ = names[1];
+    shared.luminance = names[0];
+    shared.chrominance = names[1];
   }
-  textureWidth_ = frame.width();
-  textureHeight_ = frame.height();
+  shared.width = frame.width();
+  shared.height = frame.height();
   glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
   const GLuint units[2] = {GL_TEXTURE4, GL_TEXTURE5};
-  const GLuint textures[2] = {luminanceTexture_, chrominanceTexture_};
+  const GLuint textures[2] = {shared.luminance, shared.chrominance};
   for (int i = 0; i < 2; ++i) {
     const CameraFramePlane& plane = planes[static_cast<size_t>(i)];
     const GLenum format = plane.bytesPerTexel == 1 ? GL_LUMINANCE : GL_LUMINANCE_ALPHA;
@@ -497,10 +516,10 @@ void GPUImageVideoCamera::convertYUVToRGBOutput(GPUSize rotatedSize, bool fullRa
   glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
   glClear(GL_COLOR_BUFFER_BIT);
   glActiveTexture(GL_TEXTURE4);
-  glBindTexture(GL_TEXTURE_2D, luminanceTexture_);
+  glBindTexture(GL_TEXTURE_2D, planeTextures().luminance);
   glUniform1i(conversion.luminanceUniform, 4);
   glActiveTexture(GL_TEXTURE5);
-  glBindTexture(GL_TEXTURE_2D, chrominanceTexture_);
+  glBindTexture(GL_TEXTURE_2D, planeTextures().chrominance);
   glUniform1i(conversion.chrominanceUniform, 5);
   glUniformMatrix3fv(conversion.matrixUniform, 1, GL_FALSE, preferredConversion_->data());
   const auto position = static_cast<GLuint>(conversion.position);

@@ -139,6 +139,7 @@ class GPUImageVideoCamera : public GPUImageOutput,
   std::string captureSessionPreset_;
   std::weak_ptr<GPUImageVideoCameraDelegate> delegate_;  // set before frames flow
 
+  std::atomic<bool> takingFrames_{false};  // between a start and a stop of capture
   Semaphore frameRenderingSemaphore_{1};
   std::atomic<bool> capturePaused_{false};
   std::atomic<int32_t> frameRate_{0};
@@ -155,10 +156,6 @@ class GPUImageVideoCamera : public GPUImageOutput,
   bool isFullYUVRange_ = true;
   int32_t imageBufferWidth_ = 0;
   int32_t imageBufferHeight_ = 0;
-  uint32_t luminanceTexture_ = 0;
-  uint32_t chrominanceTexture_ = 0;
-  int32_t textureWidth_ = 0;
-  int32_t textureHeight_ = 0;
   bool unpackRowLength_ = false;
   std::vector<uint8_t> scratch_;
 };
