@@ -61,8 +61,7 @@ inline std::shared_ptr<CaptureDevice> scriptedCamera(const std::string& id, cons
                                                      const std::vector<ScriptedFormat>& formats,
                                                      ScriptedDriver** driverOut = nullptr) {
   CaptureDeviceDescription d;
-  d.uniqueID = id;
-  d.localizedName = id;
+  d.uniqueID = d.localizedName = id;
   d.deviceType = type;
   d.position = position;
   d.location = "scripted";
@@ -73,10 +72,6 @@ inline std::shared_ptr<CaptureDevice> scriptedCamera(const std::string& id, cons
     format.width = f.width;
     format.height = f.height;
     format.videoSupportedFrameRateRanges = {AVFrameRateRange::fromRates(1, f.maxRate)};
-    format.minISO = 25;
-    format.maxISO = 1600;
-    format.minExposureDuration = CaptureTime::make(1, 8000);
-    format.maxExposureDuration = CaptureTime::make(1, 4);
     d.formats.push_back(format);
   }
   d.activeFormatIndex = 0;
