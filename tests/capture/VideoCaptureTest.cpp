@@ -1,0 +1,196 @@
+// The capture front: the choice of the camera's format, the crop of the
+// chain, and pictures through the chain to the delegate.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "capture/LFVideoCapture.h"
+#include "tests/capture/support/PictureChecks.h"
+#include "tests/capture/support/ScriptedCamera.h"
+#include "tests/support/CameraTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using test::Bgra;
+using test::pixelAt;
+using test::ScriptedFormat;
+
+// "1280x720@60,1920x1080@30v": sizes with their highest rate; "v" marks a
+// video-range format.
+std::vector<CaptureDeviceFormatPtr> formatsOf(const std::string& list) {
+  std::vector<ScriptedFormat> formats;
+  for (size_t at = 0; at < list.size(); at = list.find(',', at) + 1) {
+    ScriptedFormat f{0, 0, 0};
+    char range = 0;
+    std::sscanf(list.c_str() + at, "%dx%d@%lf%c", &f.width, &f.height, &f.maxRate, &range);
+    if (range == 'v') f.subtype = kPixelFormat420VideoRange;
+    formats.push_back(f);
+    if (list.find(',', at) == std::string::npos) break;
+  }
+  return test::scriptedCamera("walk", AVCaptureDeviceTypeBuiltInWideAngleCamera,
+                              AVCaptureDevicePositionBack, test::kPhoneBack, formats)
+      ->formats();
+}
+
+struct WalkCase {
+  const char* name;
+  const char* formats;
+  int32_t width, height;
+  double rate;
+  int chosen;  // index into formats, -1 for none
+  bool winner;
+  double best;
+  bool exact;
+};
+class FormatWalkTest : public testing::TestWithParam<WalkCase> {};
+
+TEST_P(FormatWalkTest, ChoosesAsTheWalkSays) {
+  const auto& c = GetParam();
+  const auto formats = formatsOf(c.formats);
+  const ActiveFormatChoice choice = chooseActiveFormat(formats, c.width, c.height, c.rate);
+  EXPECT_EQ(choice.chosen(), c.chosen < 0 ? nullptr : formats[static_cast<size_t>(c.chosen)]);
+  EXPECT_EQ(choice.winner != nullptr, c.winner);
+  EXPECT_EQ(choice.best, c.best);
+  EXPECT_EQ(choice.exact, c.exact);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lists, FormatWalkTest,
+    testing::Values(
+        // Wider than 1920: any larger format, whatever its shape.
+        WalkCase{"WideRequestTakesAnyShape", "1920x1080@60,4032x3024@30,3840x2160@30", 2560, 1440,
+                 30, 1, true, 0, false},
+        // 1280 x 720: a larger 4:3 format does not count, a larger 16:9 one does.
+        WalkCase{"OtherShapeSkipped", "640x480@60,1440x1080@60,1920x1080@60", 1280, 720, 60, 2,
+                 true, 0, false},
+        WalkCase{"ExactFullRangeFirst", "1280x720@60v,1280x720@60,1920x1080@60", 1280, 720, 60, 1,
+                 true, 0, true},
+        // Capped at 30, asked for 60: the first candidate of the best rate.
+        WalkCase{"RateFallsToTheBest", "1280x720@30,1920x1080@30,1920x1080@25", 1280, 720, 60, 0,
+                 false, 30, true},
+        WalkCase{"LargerFormatOffersMore", "1280x720@24,1920x1080@30", 1280, 720, 60, 1, false, 30,
+                 true},
+        WalkCase{"NothingLargeEnough", "640x480@30", 1280, 720, 30, -1, false, 0, false}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct CropCase {
+  const char* name;
+  LFLiveVideoSessionPreset preset;
+  double width, height;  // the output's size
+  int32_t formatWidth, formatHeight;
+  bool landscape;
+  double x, y, w, h;  // all 0: no crop
+};
+class CropRegionTest : public testing::TestWithParam<CropCase> {};
+
+TEST_P(CropRegionTest, CentralPartOfTheFormat) {
+  const auto& c = GetParam();
+  const auto region = cropRegionForPreset(c.preset, {c.width, c.height}, c.formatWidth,
+                                          c.formatHeight, c.landscape);
+  ASSERT_EQ(region.has_value(), c.w > 0);
+  if (!region) return;
+  EXPECT_NEAR(region->x, c.x, 1e-4);
+  EXPECT_NEAR(region->y, c.y, 1e-4);
+  EXPECT_NEAR(region->width, c.w, 1e-4);
+  EXPECT_NEAR(region->height, c.h, 1e-4);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Presets, CropRegionTest,
+    testing::Values(
+        CropCase{"Preset0", 0, 640, 360, 640, 480, true, 0, 0.125, 1, 0.75},
+        CropCase{"Preset3", 3, 800, 600, 1280, 720, true, 0.1875, 0.083333, 0.625, 0.833333},
+        CropCase{"Preset3Portrait", 3, 600, 800, 1280, 720, false, 0.083333, 0.1875, 0.833333,
+                 0.625},
+        CropCase{"Preset5", 5, 1280, 960, 1920, 1080, true, 0.166667, 0.055556, 0.666667, 0.888889},
+        CropCase{"Preset7SameShape", 7, 2560, 1440, 3840, 2160, true, 0, 0, 0, 0},
+        CropCase{"Preset7OtherShape", 7, 2560, 1440, 4032, 3024, true, 0.182540, 0.261905, 0.634921,
+                 0.476190},
+        CropCase{"Preset4NeverCropped", 4, 1280, 720, 1920, 1440, true, 0, 0, 0, 0}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+class PictureRecorder : public LFVideoCaptureDelegate {
+ public:
+  void captureOutput(LFVideoCapture&, const std::shared_ptr<PixelBuffer>& buffer,
+                     const LFVideoColourTags*) override {
+    last = buffer;
+    ++count;
+  }
+  std::shared_ptr<PixelBuffer> last;
+  int count = 0;
+};
+
+TEST(VideoCaptureTest, Preset0CropsTheWebcamAndMirrorsByDefault) {
+  test::ScriptedDriver* driver = nullptr;
+  auto webcam = test::scriptedCamera("usb", AVCaptureDeviceTypeBuiltInWideAngleCamera,
+                                     AVCaptureDevicePositionBack, test::kUsbWebcam,
+                                     {{640, 480, 30}}, &driver);
+  test::CameraAndSettings env(std::make_shared<CameraSystem>("scripted", std::vector{webcam}));
+  test::expectGlContext();
+  auto configuration =
+      LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
+          1, 0, 30, 3);
+  ASSERT_EQ(configuration->videoSize(), (VideoSize{640, 360}));
+  auto capture = LFVideoCapture::create(configuration);
+  ASSERT_TRUE(capture->videoCamera());
+  auto recorder = std::make_shared<PictureRecorder>();
+  capture->setDelegate(recorder);
+  capture->setRunning(true);
+  ASSERT_TRUE(capture->cropFilter());
+
+  const auto deliver = [&](double time) {
+    // White bands of 60 rows at the top and the bottom, red and green halves.
+    driver->deliver(
+        test::nv12Frame(640, 480, ColourMatrix::bt601, ColourRange::full, time, [](int x, int y) {
+          if (y < 60 || y >= 420) return test::kWhite;
+          return x < 320 ? test::kRed : test::kGreen;
+        }));
+    runSynchronouslyOnVideoProcessingQueue([] {});
+  };
+  deliver(1.0);
+  ASSERT_TRUE(recorder->last);
+  ASSERT_EQ(recorder->last->width(), 640);
+  ASSERT_EQ(recorder->last->height(), 360);
+  // No band left at the top or the bottom; the red half is on the right.
+  for (int y : {1, 180, 358}) {
+    const Bgra left = pixelAt(*recorder->last, 100, y), right = pixelAt(*recorder->last, 540, y);
+    EXPECT_GT(left.g, 240) << "row " << y << " " << left;
+    EXPECT_LT(left.r, 10) << "row " << y << " " << left;
+    EXPECT_GT(right.r, 240) << "row " << y << " " << right;
+    EXPECT_LT(right.b, 10) << "row " << y << " " << right;
+  }
+  capture->setMirror(false);
+  deliver(2.0);
+  EXPECT_GT(pixelAt(*recorder->last, 100, 180).r, 240);
+
+  // Inactive: frames are dropped at the camera input.
+  capture->willEnterBackground();
+  deliver(3.0);
+  EXPECT_EQ(recorder->count, 2);
+  capture->willEnterForeground();
+  deliver(4.0);
+  EXPECT_EQ(recorder->count, 3);
+  capture->setRunning(false);
+}
+
+TEST(VideoCaptureTest, CameraWithoutThePresetFallsBackAndTakesTheBestRate) {
+  auto camera = test::scriptedCamera("hd", AVCaptureDeviceTypeBuiltInWideAngleCamera,
+                                     AVCaptureDevicePositionBack, test::kPhoneBack,
+                                     {{1280, 720, 30}, {1920, 1080, 30}});
+  test::CameraAndSettings env(std::make_shared<CameraSystem>("scripted", std::vector{camera}));
+  test::expectGlContext();
+  auto configuration =
+      LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
+          1, 0, 60, 1);
+  ASSERT_EQ(configuration->avSessionPreset(), AVCaptureSessionPreset640x480);
+  auto capture = LFVideoCapture::create(configuration);
+  ASSERT_TRUE(capture->videoCamera());
+  EXPECT_EQ(capture->videoCamera()->captureSessionPreset(), AVCaptureSessionPresetHigh);
+  // High takes 1920 x 1080; asked for 60 there, the rate falls to 30.
+  EXPECT_EQ(capture->device()->activeFormat()->width, 1920);
+  EXPECT_EQ(capture->videoFrameRate(), 30);
+}
+
+}  // namespace
+}  // namespace oxelo

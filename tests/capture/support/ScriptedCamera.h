@@ -1,0 +1,87 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/camera/CameraSystem.h"
+#include "platform/camera/CaptureDevice.h"
+#include "platform/camera/CaptureDeviceDriver.h"
+
+namespace oxelo::test {
+
+// A camera driver that streams only what the test hands it: deliver() calls
+// the sink on the test's thread, as the camera's delivery thread would.
+class ScriptedDriver final : public CaptureDeviceDriver {
+ public:
+  bool lockForConfiguration(std::string&) override { return true; }
+  void unlockForConfiguration() override {}
+  bool apply(const CaptureDeviceState&, DeviceSetting) override { return true; }
+  void load(CaptureDeviceState&) override {}
+  void refresh(CaptureDeviceState&) override {}
+  CameraError startStreaming(const CaptureDeviceFormat&, CaptureTime,
+                             std::weak_ptr<CameraFrameSink> sink) override {
+    std::lock_guard lock(mutex_);
+    sink_ = std::move(sink);
+    return {};
+  }
+  void stopStreaming() override {
+    std::lock_guard lock(mutex_);
+    sink_.reset();
+  }
+  // False when the camera is not streaming.
+  bool deliver(const CameraFramePtr& frame) {
+    std::shared_ptr<CameraFrameSink> sink;
+    {
+      std::lock_guard lock(mutex_);
+      sink = sink_.lock();
+    }
+    if (sink) sink->cameraDidOutputFrame(frame);
+    return sink != nullptr;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::weak_ptr<CameraFrameSink> sink_;
+};
+
+struct ScriptedFormat {
+  int32_t width;
+  int32_t height;
+  double maxRate;
+  const char* subtype = kPixelFormat420FullRange;
+};
+
+// One camera on a scripted driver, its formats 1 to maxRate frames per second.
+inline std::shared_ptr<CaptureDevice> scriptedCamera(const std::string& id, const std::string& type,
+                                                     AVCaptureDevicePosition position,
+                                                     CameraMounting mounting,
+                                                     const std::vector<ScriptedFormat>& formats,
+                                                     ScriptedDriver** driverOut = nullptr) {
+  CaptureDeviceDescription d;
+  d.uniqueID = d.localizedName = id;
+  d.deviceType = type;
+  d.position = position;
+  d.location = "scripted";
+  d.mounting = mounting;
+  for (const auto& f : formats) {
+    CaptureDeviceFormat format;
+    format.mediaSubType = f.subtype;
+    format.width = f.width;
+    format.height = f.height;
+    format.videoSupportedFrameRateRanges = {AVFrameRateRange::fromRates(1, f.maxRate)};
+    d.formats.push_back(format);
+  }
+  d.activeFormatIndex = 0;
+  auto driver = std::make_unique<ScriptedDriver>();
+  if (driverOut) *driverOut = driver.get();
+  return std::make_shared<CaptureDevice>(std::move(d), std::move(driver));
+}
+
+inline constexpr CameraMounting kPhoneBack{CameraFacing::back, 270};
+inline constexpr CameraMounting kPhoneFront{CameraFacing::front, 270};
+inline constexpr CameraMounting kUsbWebcam{CameraFacing::external, 0};
+
+}  // namespace oxelo::test
