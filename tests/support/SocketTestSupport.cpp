@@ -147,7 +147,7 @@ SocketEvent Recorder::first(SocketEvent::Kind kind) const {
   for (auto& e : events_)
     if (e.kind == kind) return e;
   ADD_FAILURE() << "no event of kind " << kind;
-  return SocketEvent(kind);
+  return SocketEvent();
 }
 
 std::vector<SocketEvent::Kind> Recorder::kinds() const {
@@ -173,19 +173,6 @@ Bytes Recorder::readBytes() const {
 void Recorder::answerWriteTimeouts(std::vector<double> answers) {
   std::lock_guard lock(mutex_);
   answers_ = std::move(answers);
-}
-
-double Recorder::socketShouldTimeoutWriteWithTag(GCDAsyncSocket* sock, int64_t tag, double elapsed,
-                                                 size_t bytesDone) {
-  SocketEvent e(SocketEvent::shouldTimeout, sock, tag);
-  e.elapsed = elapsed;
-  e.bytesDone = bytesDone;
-  add(std::move(e));
-  std::lock_guard lock(mutex_);
-  if (answers_.empty()) return 0;
-  double answer = answers_.front();
-  answers_.erase(answers_.begin());
-  return answer;
 }
 
 Connection connectPair(const std::shared_ptr<Recorder>& delegate,

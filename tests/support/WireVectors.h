@@ -90,28 +90,22 @@ inline Bytes audioFramePacket() {
 
 // Beauty on with method 1, mirrored, torch 3, lock state 2; custom exposure of
 // 1/64 s; white balance 5500.7 K locked; focus at 0.5, automatic; ISO 200.9;
-// bias -1.55; zoom 2.25; battery at 75 % and charging.
+// bias -1.55; zoom 2.25; battery at 75 % and charging; the rest as a fresh
+// record has them.
 inline StreamStatusValues statusValues() {
   StreamStatusValues v;
   v.beautyFace = true;
   v.beautyMethod = 1;
   v.mirror = true;
-  v.dim = false;
   v.torch = 3;
-  v.torchAvailable = true;
   v.aeafLock = 2;
   v.exposure = 1.0 / 64;
   v.autoExposure = false;
-  v.aeLock = false;
   v.exposureMode = 3;
   v.whiteBalanceTemperature = 5500.7;
-  v.autoWhiteBalance = true;
   v.awbLock = true;
   v.whiteBalanceMode = 0;
   v.lensPosition = 0.5;
-  v.autoFocus = true;
-  v.afLock = false;
-  v.focusMode = 2;
   v.iso = 200.9;
   v.exposureTargetBias = -1.55;
   v.zoomScale = 2.25;
@@ -137,19 +131,17 @@ inline Bytes statusBlock() {
 }
 
 // The front camera: exposure 0.00001 to 0.5 s, every exposure mode, custom
-// white balance gains, fixed focus, ISO 34 to 2176, bias -8 to 8, zoom to 4.
+// white balance gains, fixed focus, ISO 34 to 2176, bias -8 to 8, zoom to 4;
+// the rest as a fresh record has them.
 inline StreamStatusValues frontCameraValues() {
   StreamStatusValues v;
   v.captureDevicePosition = 2;
-  v.captureDeviceType = device_type::kWideAngle;
   v.minExposure = 0.00001;
   v.maxExposure = 0.5;
   v.exposureModes = 0b1111;
   v.exposurePointOfInterest = true;
   v.whiteBalanceCustomGains = true;
   v.whiteBalanceModes = 0b111;
-  v.focusCustomLensPosition = false;
-  v.focusPointOfInterest = false;
   v.minISO = 34;
   v.maxISO = 2176;
   v.minExposureTargetBias = -8;
@@ -186,7 +178,6 @@ inline StreamStatusValues telephotoCameraValues() {
   v.minExposure = 1.0 / 1024;
   v.maxExposure = 1.0;
   v.exposureModes = 0b0111;
-  v.exposurePointOfInterest = true;
   v.whiteBalanceCustomGains = false;
   v.whiteBalanceModes = 0b001;
   v.focusCustomLensPosition = true;
