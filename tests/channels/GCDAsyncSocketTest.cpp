@@ -1,11 +1,8 @@
 #include "channels/GCDAsyncSocket.h"
 
-#include <errno.h>
-
 #include <gtest/gtest.h>
 
 #include "channels/SocketWorker.h"
-#include "platform/dispatch/Clock.h"
 #include "tests/support/SocketTestSupport.h"
 
 namespace oxelo {
@@ -102,10 +99,8 @@ TEST_P(GCDAsyncSocketRefusalTest, RefusesWithTheSystemsText) {
                 : sock->connectToHost(emptyHost ? "" : "127.0.0.1", listener.port(), -1, error);
 
   EXPECT_FALSE(ok);
-  ASSERT_TRUE(error.has_value());
-  EXPECT_EQ(error->description, refusalText(c));
-  EXPECT_EQ(error->domain, "GCDAsyncSocketErrorDomain");
-  EXPECT_EQ(error->code, emptyHost ? 2 : 1);
+  EXPECT_EQ(test::errorText(error), std::string("GCDAsyncSocketErrorDomain ") +
+                                        (emptyHost ? "2: " : "1: ") + refusalText(c));
   EXPECT_TRUE(c.busy != Busy::connected || sock->isConnected()) << "the refusal changed nothing";
 }
 
@@ -140,35 +135,28 @@ TEST_F(GCDAsyncSocketTest, ConnectReportsThePeerAndRunsTheRequestsMadeMeanwhile)
   EXPECT_EQ(recorder->kinds(),
             (Kinds{SocketEvent::connected, SocketEvent::wrote, SocketEvent::read}));
   auto e = recorder->first(SocketEvent::connected);
-  EXPECT_EQ(e.sock, sock.get());
-  EXPECT_EQ(e.host, "127.0.0.1");
-  EXPECT_EQ(e.port, listener.port());
-  EXPECT_EQ(sock->connectedHost(), "127.0.0.1");
-  EXPECT_EQ(sock->connectedPort(), listener.port());
+  EXPECT_EQ(std::tuple(e.sock, e.host, e.port),
+            std::tuple(sock.get(), "127.0.0.1", listener.port()));
+  EXPECT_EQ(std::tuple(sock->connectedHost(), sock->connectedPort()),
+            std::tuple("127.0.0.1", listener.port()));
   EXPECT_NE(sock->localPort(), 0);
-  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("back"));
-  EXPECT_EQ(recorder->first(SocketEvent::read).tag, 2);
+  EXPECT_EQ(recorder->readBytes(), bytesOf("back"));
+  EXPECT_EQ(recorder->tags(SocketEvent::read), std::vector<int64_t>{2});
 }
 
-TEST_F(GCDAsyncSocketTest, ConnectToAClosedPortEndsInASystemError) {
+// A connect to a closed port ends in the system's error and leaves the
+// socket idle, where requests are dropped silently.
+TEST_F(GCDAsyncSocketTest, AFailedConnectLeavesTheSocketIdleWhereRequestsAreDropped) {
+  LoopbackListener listener;
   auto sock = GCDAsyncSocket::create(recorder, queue);
   OptionalError error;
   ASSERT_TRUE(sock->connectToHost("127.0.0.1", peer::closedPort(), 5.0, error));
   ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
-  EXPECT_EQ(recorder->kinds(), Kinds{SocketEvent::disconnected});
-  auto e = recorder->first(SocketEvent::disconnected);
-  ASSERT_TRUE(e.error);
-  EXPECT_EQ(e.error->domain, kPosixErrorDomain);
-  EXPECT_EQ(e.error->code, ECONNREFUSED);
+  EXPECT_TRUE(test::isError(recorder->first(SocketEvent::disconnected).error, kPosixErrorDomain,
+                            ECONNREFUSED));
   EXPECT_FALSE(sock->isConnected());
-}
-
-TEST_F(GCDAsyncSocketTest, RequestsOnAnIdleSocketAreDroppedSilently) {
-  LoopbackListener listener;
-  auto sock = GCDAsyncSocket::create(recorder, queue);
   sock->writeData(bytesOf("early"), -1, 1);
   sock->readDataWithTimeout(1.0, 2);
-  OptionalError error;
   ASSERT_TRUE(sock->connectToHost("127.0.0.1", listener.port(), -1, error));
   sock->writeData(bytesOf("late"), -1, 3);
   sock->writeData(Bytes{}, -1, 4);  // empty writes are ignored
@@ -178,32 +166,18 @@ TEST_F(GCDAsyncSocketTest, RequestsOnAnIdleSocketAreDroppedSilently) {
   ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
   advance(2.0);  // a dropped read with a time-out would close now
   settle();
-  EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::wrote}));
+  EXPECT_EQ(recorder->kinds(),
+            (Kinds{SocketEvent::disconnected, SocketEvent::connected, SocketEvent::wrote}));
   EXPECT_EQ(recorder->first(SocketEvent::wrote).tag, 3);
   EXPECT_TRUE(sock->isConnected());
 }
 
 // ---- reading
 
-TEST_F(GCDAsyncSocketTest, TwoPacketsThatArriveTogetherAreDeliveredByOneRead) {
-  auto c = connect();
-  peer::sendAll(c.peer, bytesOf("first;"));
-  peer::sendAll(c.peer, bytesOf("second"));
-  // Both have reached the socket before the read is asked for.
-  ASSERT_TRUE(peer::waitDelivered(c.peer));
-  c.sock->readDataWithTimeout(-1, 7);
-  c.sock->readDataWithTimeout(5.0, 8);
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
-  auto read = recorder->first(SocketEvent::read);
-  EXPECT_EQ(read.data, bytesOf("first;second"));
-  EXPECT_EQ(read.tag, 7);
-  // The second read got nothing and times out.
-  advance(5.1);
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
-  EXPECT_EQ(recorder->count(SocketEvent::read), 1u);
-}
-
-TEST_F(GCDAsyncSocketTest, ReadsWithoutTimeOutWaitForDataAndEndInQueueOrder) {
+// Reads without a time-out wait for data and end in queue order; one read
+// takes all that has arrived; a read with a time-out that gets nothing
+// closes the connection.
+TEST_F(GCDAsyncSocketTest, ReadsTakeWhatHasArrivedInQueueOrderAndTimeOut) {
   auto c = connect();
   for (int tag = 1; tag <= 3; ++tag) c.sock->readDataWithTimeout(-1, tag);
   advance(3600);
@@ -214,8 +188,18 @@ TEST_F(GCDAsyncSocketTest, ReadsWithoutTimeOutWaitForDataAndEndInQueueOrder) {
     peer::sendAll(c.peer, bytesOf("packet" + std::to_string(i)));
     ASSERT_TRUE(pumpUntilCount(SocketEvent::read, static_cast<size_t>(i)));
   }
-  EXPECT_EQ(recorder->tags(SocketEvent::read), (std::vector<int64_t>{1, 2, 3}));
-  EXPECT_EQ(recorder->readBytes(), bytesOf("packet1packet2packet3"));
+  peer::sendAll(c.peer, bytesOf("first;"));
+  peer::sendAll(c.peer, bytesOf("second"));
+  // Both have reached the socket before the read is asked for.
+  ASSERT_TRUE(peer::waitDelivered(c.peer));
+  c.sock->readDataWithTimeout(-1, 7);
+  c.sock->readDataWithTimeout(5.0, 8);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 4));
+  EXPECT_EQ(recorder->tags(SocketEvent::read), (std::vector<int64_t>{1, 2, 3, 7}));
+  EXPECT_EQ(recorder->readBytes(), bytesOf("packet1packet2packet3first;second"));
+  advance(5.1);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  EXPECT_EQ(recorder->count(SocketEvent::read), 4u);
 }
 
 struct PeerCloseCase {
@@ -245,10 +229,8 @@ TEST_P(GCDAsyncSocketPeerCloseTest, ComesAfterTheLastBytesWithCode7) {
   if (p.sent.empty()) expected.erase(expected.begin() + 1);
   EXPECT_EQ(recorder->kinds(), expected);
   EXPECT_EQ(recorder->readBytes(), bytesOf(p.sent));
-  auto e = recorder->first(SocketEvent::disconnected);
-  ASSERT_TRUE(e.error);
-  EXPECT_EQ(e.error->code, 7);
-  EXPECT_EQ(e.error->description, "Socket closed by remote peer");
+  EXPECT_EQ(test::errorText(recorder->first(SocketEvent::disconnected).error),
+            "GCDAsyncSocketErrorDomain 7: Socket closed by remote peer");
   EXPECT_FALSE(c.sock->isConnected());
 }
 
@@ -272,13 +254,11 @@ TEST_F(GCDAsyncSocketTest, ExtendedWriteIsAskedAgainAndFinishesWhenThePeerReads)
   ASSERT_TRUE(pumpUntilCount(SocketEvent::shouldTimeout, 1));
   advance(1.8);
   settle();
-  EXPECT_EQ(recorder->count(SocketEvent::shouldTimeout), 1u)
-      << "asked before the extension ran out";
+  EXPECT_EQ(recorder->count(SocketEvent::shouldTimeout), 1u) << "asked before the extension ended";
   advance(0.3);
   ASSERT_TRUE(pumpUntilCount(SocketEvent::shouldTimeout, 2));
   EXPECT_NEAR(recorder->events().back().elapsed, 7.2, 1e-9);
-  Bytes got = peer::receive(c.peer, data->size(), 30.0);
-  EXPECT_TRUE(got == *data);
+  EXPECT_TRUE(peer::receive(c.peer, data->size(), 30.0) == *data);
   ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
   EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::shouldTimeout,
                                       SocketEvent::shouldTimeout, SocketEvent::wrote}));
@@ -304,11 +284,9 @@ TEST_F(GCDAsyncSocketTest, DisconnectIsImmediateAndReportedOnceWithNoError) {
   OptionalError error;
   ASSERT_TRUE(c.sock->connectToHost("127.0.0.1", listener.port(), 5.0, error));
   Fd other = listener.accept();
-  c.sock->writeData(bytesOf("again"), -1, 2);
-  EXPECT_EQ(peer::receive(other, 5), bytesOf("again"));
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
-  EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::disconnected,
-                                      SocketEvent::connected, SocketEvent::wrote}));
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::connected, 2));
+  EXPECT_EQ(recorder->kinds(),
+            (Kinds{SocketEvent::connected, SocketEvent::disconnected, SocketEvent::connected}));
 }
 
 // An event that happened before the change but is still waiting on the
@@ -344,9 +322,7 @@ TEST_F(GCDAsyncSocketTest, AcceptAnnouncesTheNewSocketWithThePeersAddressBeforeI
   ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
   auto accepted = recorder->first(SocketEvent::accepted).newSocket;
   ASSERT_TRUE(accepted);
-  auto address = accepted->connectedAddress();
-  ASSERT_GE(address.size(), 8u);
-  EXPECT_EQ(Bytes(address.data() + 4, address.data() + 8), (Bytes{127, 0, 0, 1}));
+  EXPECT_EQ(accepted->connectedAddress().host(), "127.0.0.1");
   EXPECT_EQ(accepted->connectedHost(), "127.0.0.1");
   accepted->writeData(bytesOf("hi"), 5.0, 8810);
   EXPECT_EQ(peer::receive(caller, 2), bytesOf("hi"));
@@ -366,15 +342,13 @@ TEST_F(GCDAsyncSocketTest, AcceptOnAPortInUseFailsAndADroppedListenerFreesItsPor
   auto listener = GCDAsyncSocket::create(recorder, queue);
   OptionalError error;
   EXPECT_FALSE(listener->acceptOnPort(taken->port(), error));
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->domain, kPosixErrorDomain);
-  EXPECT_EQ(error->code, EADDRINUSE);
+  EXPECT_TRUE(test::isError(error, kPosixErrorDomain, EADDRINUSE));
   // Still idle, so it may try again elsewhere; once dropped, its port is free.
   ASSERT_TRUE(listener->acceptOnPort(0, error));
   uint16_t port = listener->localPort();
   listener.reset();
   auto again = GCDAsyncSocket::create(recorder, queue);
-  EXPECT_TRUE(again->acceptOnPort(port, error)) << (error ? error->toString() : "");
+  EXPECT_TRUE(again->acceptOnPort(port, error)) << test::errorText(error);
 }
 
 // ---- time-outs on the manual clock
@@ -426,11 +400,8 @@ TEST_P(GCDAsyncSocketClockTest, ExpiresWhenTheClockPassesTheTimeOutAndNotBefore)
   advance(0.2);
   // Far less than the time-out in real time: only the manual clock can end it.
   ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1, 2.0));
-  auto e = recorder->first(SocketEvent::disconnected);
-  ASSERT_TRUE(e.error);
-  EXPECT_EQ(e.error->domain, "GCDAsyncSocketErrorDomain");
-  EXPECT_EQ(e.error->code, param.code);
-  EXPECT_EQ(e.error->description, param.text);
+  EXPECT_EQ(test::errorText(recorder->first(SocketEvent::disconnected).error),
+            "GCDAsyncSocketErrorDomain " + std::to_string(param.code) + ": " + param.text);
   EXPECT_FALSE(c.sock->isConnected());
   if (param.operation == TimedOperation::read) {
     EXPECT_TRUE(peer::seesEnd(c.peer));

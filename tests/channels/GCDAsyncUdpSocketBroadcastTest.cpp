@@ -3,15 +3,12 @@
 // namespace with a veth pair at 10.213.0.1/24, and that copy sends to
 // 10.213.0.255. Nothing leaves the namespace.
 
-#include <errno.h>
 #include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <string>
 
 #include <gtest/gtest.h>
 

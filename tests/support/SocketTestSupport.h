@@ -205,6 +205,14 @@ class Recorder : public GCDAsyncSocketDelegate, public GCDAsyncUdpSocketDelegate
 };
 #pragma GCC diagnostic pop
 
+inline bool isError(const OptionalError& error, const std::string& domain, int64_t code) {
+  return error && error->domain == domain && error->code == code;
+}
+// "domain code: description", or "none".
+inline std::string errorText(const OptionalError& e) {
+  return e ? e->domain + " " + std::to_string(e->code) + ": " + e->description : "none";
+}
+
 // A TCP connection between a GCDAsyncSocket (connected to 127.0.0.1 with
 // `delegate` on `queue`) and a plain peer socket.
 struct Connection {

@@ -49,12 +49,7 @@ class LogCapture {
     std::lock_guard lock(mutex_);
     return lines_;
   }
-  bool contains(const std::string& text) const {
-    std::lock_guard lock(mutex_);
-    for (auto& l : lines_)
-      if (l.find(text) != std::string::npos) return true;
-    return false;
-  }
+  bool contains(const std::string& text) const { return count(text) > 0; }
   size_t count(const std::string& text) const {
     std::lock_guard lock(mutex_);
     size_t n = 0;

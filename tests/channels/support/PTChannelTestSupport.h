@@ -84,10 +84,6 @@ class PTRecorder : public PTChannelDelegate {
 
 inline constexpr uint32_t kLoopback = 0x7f000001;
 
-inline bool isError(const OptionalError& error, const std::string& domain, int64_t code) {
-  return error && error->domain == domain && error->code == code;
-}
-
 // A listening channel on 127.0.0.1, on the driven main queue of the test,
 // whose delegate is `recorder`; connectPeer() gives the channel it accepted
 // for a plain peer socket.

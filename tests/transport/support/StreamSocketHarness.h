@@ -22,25 +22,21 @@ class RecordingSession final : public LFStreamSocketDelegate {
   explicit RecordingSession(StreamStatusValues values = {}) : source_(std::move(values)) {}
 
   void socketBufferStatus(LFStreamSocket*, BufferVerdict status) override {
-    std::lock_guard lock(mutex_);
-    verdicts_.push_back(status);
+    add(verdicts_, status);
   }
   void socketStatus(LFStreamSocket*, LiveStreamState status) override {
-    std::lock_guard lock(mutex_);
-    states_.push_back(status);
-    if (status == LiveStreamState::Connecting) connectingTimes_.push_back(mediaTime());
+    add(states_, status);
+    if (status == LiveStreamState::Connecting) add(connectingTimes_, mediaTime());
   }
   void socketDidError(LFStreamSocket*, LiveStreamError errorCode) override {
-    std::lock_guard lock(mutex_);
-    errors_.push_back(errorCode);
+    add(errors_, errorCode);
   }
   void socketDebug(LFStreamSocket*, const LFLiveDebug&) override { ++debugReports_; }
   bool deviceChanged() const override { return deviceChanged_; }
   void setDeviceChanged(bool changed) override { deviceChanged_ = changed; }
   const StreamStatusSource* statusSource() const override { return &source_; }
   void socketClientCommand(LFStreamSocket*, const wire::HostCommandRecord& command) override {
-    std::lock_guard lock(mutex_);
-    commands_.push_back(command.command);
+    add(commands_, command.command);
   }
 
   std::vector<LiveStreamState> states() const { return copy(states_); }
@@ -56,6 +52,11 @@ class RecordingSession final : public LFStreamSocketDelegate {
   std::vector<T> copy(const std::vector<T>& list) const {
     std::lock_guard lock(mutex_);
     return list;
+  }
+  template <class T>
+  void add(std::vector<T>& list, T value) {
+    std::lock_guard lock(mutex_);
+    list.push_back(value);
   }
   PlainStatusSource source_;
   std::atomic<bool> deviceChanged_{true};
