@@ -16,10 +16,8 @@ using test::SocketEvent;
 namespace peer = test::peer;
 using Kinds = std::vector<SocketEvent::Kind>;
 
-// The delegate queue is a driven queue that the test runs by hand, so that
-// every delegate call happens on the test's own thread, when it says so. The
-// socket's time-outs read the default clock, a manual one here: the test
-// steps over a time-out at once, with no real time going by.
+// The delegate queue is driven by the test, so every delegate call happens on its thread when it
+// says so. Time-outs read the default clock, a manual one here: the test steps over them at once.
 class GCDAsyncSocketTest : public testing::Test {
  protected:
   GCDAsyncSocketTest() { setDefaultClock(clock); }
@@ -55,8 +53,6 @@ class GCDAsyncSocketTest : public testing::Test {
   std::shared_ptr<Queue> queue = Queue::createDriven("delegate", clock);
   std::shared_ptr<test::Recorder> recorder = std::make_shared<test::Recorder>();
 };
-
-// ---- requests refused at once
 
 // What the request lacks, and what the socket is doing when it comes. A
 // request that lacks nothing on an idle socket names the empty host.
@@ -117,8 +113,6 @@ INSTANTIATE_TEST_SUITE_P(
                     R{"AcceptWhileConnecting", "accept", {}, Busy::connecting}),
     [](const auto& info) { return info.param.name; });
 
-// ---- connecting
-
 // Requests made while connecting run once connected.
 TEST_F(GCDAsyncSocketTest, ConnectReportsThePeerAndRunsTheRequestsMadeMeanwhile) {
   LoopbackListener listener;
@@ -172,11 +166,8 @@ TEST_F(GCDAsyncSocketTest, AFailedConnectLeavesTheSocketIdleWhereRequestsAreDrop
   EXPECT_TRUE(sock->isConnected());
 }
 
-// ---- reading
-
-// Reads without a time-out wait for data and end in queue order; one read
-// takes all that has arrived; a read with a time-out that gets nothing
-// closes the connection.
+// Reads without a time-out wait for data and end in queue order; one read takes all that has
+// arrived; a read with a time-out that gets nothing closes the connection.
 TEST_F(GCDAsyncSocketTest, ReadsTakeWhatHasArrivedInQueueOrderAndTimeOut) {
   auto c = connect();
   for (int tag = 1; tag <= 3; ++tag) c.sock->readDataWithTimeout(-1, tag);
@@ -241,8 +232,6 @@ INSTANTIATE_TEST_SUITE_P(Closes, GCDAsyncSocketPeerCloseTest,
                                                        "unread", true}),
                          [](const auto& info) { return info.param.name; });
 
-// ---- writing
-
 // The peer does not read: the buffers fill and the write stalls. Each
 // extension runs from the question; the write finishes once the peer reads.
 TEST_F(GCDAsyncSocketTest, ExtendedWriteIsAskedAgainAndFinishesWhenThePeerReads) {
@@ -264,8 +253,6 @@ TEST_F(GCDAsyncSocketTest, ExtendedWriteIsAskedAgainAndFinishesWhenThePeerReads)
                                       SocketEvent::shouldTimeout, SocketEvent::wrote}));
   EXPECT_TRUE(c.sock->isConnected());
 }
-
-// ---- closing and changing hands
 
 // After it the socket may connect again.
 TEST_F(GCDAsyncSocketTest, DisconnectIsImmediateAndReportedOnceWithNoError) {
@@ -307,11 +294,14 @@ TEST_F(GCDAsyncSocketTest, EventWaitingOnTheQueueGoesToTheDelegateOfThatMoment) 
   }
 }
 
-// ---- accepting
-
+// A port in use fails the accept and leaves the socket idle, so it may try
+// again elsewhere; once dropped, a listener's port is free.
 TEST_F(GCDAsyncSocketTest, AcceptAnnouncesTheNewSocketWithThePeersAddressBeforeItsEvents) {
+  test::LoopbackListener taken;
   auto listener = GCDAsyncSocket::create(recorder, queue);
   OptionalError error;
+  EXPECT_FALSE(listener->acceptOnPort(taken.port(), error));
+  EXPECT_TRUE(test::isError(error, kPosixErrorDomain, EADDRINUSE));
   ASSERT_TRUE(listener->acceptOnPort(0, error));
   ASSERT_NE(listener->localPort(), 0);
   recorder->onAccept = [](GCDAsyncSocket*, const std::shared_ptr<GCDAsyncSocket>& s) {
@@ -335,23 +325,12 @@ TEST_F(GCDAsyncSocketTest, AcceptAnnouncesTheNewSocketWithThePeersAddressBeforeI
   auto events = recorder->events();
   EXPECT_EQ(events[0].sock, listener.get());
   for (size_t i = 1; i < 4; ++i) EXPECT_EQ(events[i].sock, accepted.get()) << i;
-}
 
-TEST_F(GCDAsyncSocketTest, AcceptOnAPortInUseFailsAndADroppedListenerFreesItsPort) {
-  auto taken = std::make_unique<LoopbackListener>();
-  auto listener = GCDAsyncSocket::create(recorder, queue);
-  OptionalError error;
-  EXPECT_FALSE(listener->acceptOnPort(taken->port(), error));
-  EXPECT_TRUE(test::isError(error, kPosixErrorDomain, EADDRINUSE));
-  // Still idle, so it may try again elsewhere; once dropped, its port is free.
-  ASSERT_TRUE(listener->acceptOnPort(0, error));
   uint16_t port = listener->localPort();
   listener.reset();
   auto again = GCDAsyncSocket::create(recorder, queue);
   EXPECT_TRUE(again->acceptOnPort(port, error)) << test::errorText(error);
 }
-
-// ---- time-outs on the manual clock
 
 enum class TimedOperation { connect, read, write };
 
@@ -419,14 +398,14 @@ TEST_P(GCDAsyncSocketClockTest, ExpiresWhenTheClockPassesTheTimeOutAndNotBefore)
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(TimeOuts, GCDAsyncSocketClockTest,
-                         testing::Values(ClockTimeoutCase{"Connect", TimedOperation::connect, 3,
-                                                          "Attempt to connect to host timed out"},
-                                         ClockTimeoutCase{"Read", TimedOperation::read, 4,
-                                                          "Read operation timed out"},
-                                         ClockTimeoutCase{"Write", TimedOperation::write, 5,
-                                                          "Write operation timed out"}),
-                         [](const auto& info) { return info.param.name; });
+using T = ClockTimeoutCase;
+INSTANTIATE_TEST_SUITE_P(
+    TimeOuts, GCDAsyncSocketClockTest,
+    testing::Values(T{"Connect", TimedOperation::connect, 3,
+                      "Attempt to connect to host timed out"},
+                    T{"Read", TimedOperation::read, 4, "Read operation timed out"},
+                    T{"Write", TimedOperation::write, 5, "Write operation timed out"}),
+    [](const auto& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace oxelo

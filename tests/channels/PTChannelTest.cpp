@@ -320,7 +320,7 @@ INSTANTIATE_TEST_SUITE_P(
                     AcceptCase{"DelegateWithoutTheQuestionGetsAll", false, 5, {7, 8}}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(PTChannelTest, ListenerWhoseDelegateCannotTakeConnectionsClosesThem) {
+TEST_F(PTChannelTest, ListenerClosesWhatItsDelegateCannotTakeAndHoldsItsPort) {
   recorder->ops = 0xFF ^ kPTDelegateDidAcceptConnection;  // every bit but that one
   listener->setDelegate(recorder);
   EXPECT_EQ(listener->delegateFlags(), kPTDelegateShouldAcceptFrame | kPTDelegateDidEndWithError)
@@ -332,9 +332,8 @@ TEST_F(PTChannelTest, ListenerWhoseDelegateCannotTakeConnectionsClosesThem) {
   listener->setDelegate({});
   EXPECT_EQ(listener->delegateFlags(), 0);
   EXPECT_EQ(listener->delegate(), nullptr);
-}
 
-TEST_F(PTChannelTest, ListeningOnAPortInUseReportsTheSystemError) {
+  // A second listener on its port reports the system error.
   auto second = PTChannel::channelWithDelegate(recorder);
   OptionalError result = Error{"not called", -1, "", ""};
   second->listenOnPort(listener->listeningPort(), kLoopback, [&](OptionalError e) { result = e; });

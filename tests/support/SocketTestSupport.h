@@ -48,9 +48,8 @@ class Fd {
   int fd_ = -1;
 };
 
-// A TCP listener on 127.0.0.1 on a port of the system's choice. What it does
-// not accept waits in its backlog and stays up. Failures throw
-// std::runtime_error with the system's text, which fails the test.
+// A TCP listener on 127.0.0.1 on a port of the system's choice; what it does not accept waits in
+// its backlog. Failures throw std::runtime_error with the system's text, which fails the test.
 class LoopbackListener {
  public:
   explicit LoopbackListener(int backlog = 16)
@@ -87,9 +86,7 @@ Bytes receiveAvailable(const Fd& fd, double seconds);
 // has not ended within `seconds`.
 std::optional<Bytes> readToEnd(const Fd& fd, double seconds = 10.0);
 // True when the stream ends within `seconds`, whatever comes before.
-inline bool seesEnd(const Fd& fd, double seconds = 5.0) {
-  return readToEnd(fd, seconds).has_value();
-}
+inline bool seesEnd(const Fd& fd, double s = 5.0) { return readToEnd(fd, s).has_value(); }
 // `count` whole frames of the framed channel, fewer when they do not come.
 std::vector<Frame> receiveFrames(const Fd& fd, size_t count, double seconds = 5.0);
 // True once the other end has acknowledged every byte sent on `fd`, so that
@@ -213,8 +210,7 @@ inline std::string errorText(const OptionalError& e) {
   return e ? e->domain + " " + std::to_string(e->code) + ": " + e->description : "none";
 }
 
-// A TCP connection between a GCDAsyncSocket (connected to 127.0.0.1 with
-// `delegate` on `queue`) and a plain peer socket.
+// A GCDAsyncSocket (with `delegate` on `queue`) connected to a plain peer socket on loopback.
 struct Connection {
   std::shared_ptr<GCDAsyncSocket> sock;
   Fd peer;
@@ -223,9 +219,8 @@ struct Connection {
 Connection connectPair(const std::shared_ptr<Recorder>& delegate,
                        const std::shared_ptr<Queue>& queue);
 
-// A framed channel on loopback as the USB listener accepts it: the phone's
-// channel in its carrier, and the host's plain socket (the forwarder's end).
-// The listener's delegate queue is the main queue, which `main` runs.
+// A framed channel on loopback as the USB listener accepts it: the phone's channel in its carrier,
+// and the host's plain socket. The listener's delegate queue is the main queue, run by `main`.
 class UsbLoopback final : public PTChannelDelegate {
  public:
   ~UsbLoopback() override;

@@ -14,9 +14,7 @@ namespace oxelo {
 namespace {
 
 struct FakeVideoEncoder final : LFVideoEncoding {
-  void encodeVideoData(std::shared_ptr<PixelBuffer>, uint64_t time) override {
-    encoded.push_back(time);
-  }
+  void encodeVideoData(std::shared_ptr<PixelBuffer>, uint64_t t) override { encoded.push_back(t); }
   int64_t videoBitRate() const override { return rate; }
   void setVideoBitRate(int64_t videoBitRate) override { rate = videoBitRate; }
   void stopEncoder() override { stopped = true; }
@@ -50,9 +48,7 @@ struct RecordingView final : OXLiveSessionDelegate {
   void liveSessionLiveStateDidChange(OXLiveSession*, LiveStreamState state) override {
     states.push_back(state);
   }
-  void liveSessionErrorCode(OXLiveSession*, LiveStreamError errorCode) override {
-    errors.push_back(errorCode);
-  }
+  void liveSessionErrorCode(OXLiveSession*, LiveStreamError e) override { errors.push_back(e); }
   void liveSessionDebugInfo(OXLiveSession*, const LFLiveDebug&) override { ++debugInfos; }
   void liveSessionClientSetFocusPoint(OXLiveSession*, double x, double y) override {
     focus = {x, y};
@@ -114,6 +110,30 @@ class LiveSessionTest : public testing::Test {
   std::shared_ptr<RecordingView> view_ = std::make_shared<RecordingView>();
   std::shared_ptr<OXLiveSession> session_;
 };
+
+// The capture type follows the audio setting.
+struct CaptureCase {
+  const char* name;
+  int64_t audioFormat;
+  int64_t mask;
+  bool audio, video;
+};
+
+class CaptureTypeTest : public testing::TestWithParam<CaptureCase> {};
+
+TEST_P(CaptureTypeTest, FollowsTheAudioSetting) {
+  int64_t mask = captureTypeForAudioFormat(GetParam().audioFormat);
+  EXPECT_EQ(mask, GetParam().mask);
+  EXPECT_EQ(captureTypeHasAudio(mask), GetParam().audio);
+  EXPECT_EQ(captureTypeHasVideo(mask), GetParam().video);
+}
+
+INSTANTIATE_TEST_SUITE_P(AudioFormats, CaptureTypeTest,
+                         testing::Values(CaptureCase{"NoAudio", 0, 2, false, true},
+                                         CaptureCase{"NegativeIsNoAudio", -1, 2, false, true},
+                                         CaptureCase{"Aac", 1, 3, true, true},
+                                         CaptureCase{"AnyHigher", 2, 3, true, true}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(LiveSessionTest, CreationNeedsTheConfigurationsItsCaptureTypeUses) {
   auto info = test::makeStreamInfo();

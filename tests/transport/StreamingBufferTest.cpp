@@ -45,21 +45,15 @@ std::shared_ptr<LFFrame> videoFrame(uint64_t timestamp) {
 }
 
 struct RecordingDelegate : LFStreamingBufferDelegate {
-  explicit RecordingDelegate(std::shared_ptr<std::vector<BufferVerdict>> out)
-      : out(std::move(out)) {}
   void streamingBufferBufferState(LFStreamingBuffer*, BufferVerdict v) override {
-    out->push_back(v);
+    got.push_back(v);
   }
-  std::shared_ptr<std::vector<BufferVerdict>> out;
+  std::vector<BufferVerdict> got;
 };
 
 class StreamingBufferTest : public testing::Test {
  protected:
-  void SetUp() override {
-    buffer_ = LFStreamingBuffer::create();
-    delegate_ = std::make_shared<RecordingDelegate>(verdicts_);
-    buffer_->setDelegate(delegate_);
-  }
+  void SetUp() override { buffer_->setDelegate(delegate_); }
   // Appends `n` frames, then lets one sampling second pass. Time moves in
   // whole seconds so that every sample falls due exactly.
   void growThenWait(int n) {
@@ -69,10 +63,8 @@ class StreamingBufferTest : public testing::Test {
   bool timerPending() { return main_.main().nextDeadline() >= 0; }
 
   test::ManualMain main_;
-  std::shared_ptr<LFStreamingBuffer> buffer_;
-  std::shared_ptr<std::vector<BufferVerdict>> verdicts_ =
-      std::make_shared<std::vector<BufferVerdict>>();
-  std::shared_ptr<RecordingDelegate> delegate_;
+  std::shared_ptr<LFStreamingBuffer> buffer_ = LFStreamingBuffer::create();
+  std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
   uint64_t next_ = 1;
 };
 
@@ -105,7 +97,7 @@ class SamplingCycleTest : public StreamingBufferTest,
 // cycle, whose first sample counts as a rise against 0.
 TEST_P(SamplingCycleTest, ACycleThatGrowsAtEveryStepLowersTheBitrate) {
   for (int n : GetParam().growth) growThenWait(n);
-  EXPECT_EQ(*verdicts_, std::vector(GetParam().verdicts, BufferVerdict::LowerBitrate));
+  EXPECT_EQ(delegate_->got, std::vector(GetParam().verdicts, BufferVerdict::LowerBitrate));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -118,9 +110,10 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(StreamingBufferTest, WithTheDelegateGoneTheEvaluationReportsNothing) {
+  std::weak_ptr<RecordingDelegate> weak = delegate_;
   delegate_.reset();
+  EXPECT_TRUE(weak.expired()) << "the buffer holds its delegate weakly";
   for (int i = 0; i < 10; ++i) growThenWait(1);
-  EXPECT_TRUE(verdicts_->empty());
   EXPECT_TRUE(timerPending());
 }
 

@@ -21,16 +21,12 @@ class RecordingSession final : public LFStreamSocketDelegate {
  public:
   explicit RecordingSession(StreamStatusValues values = {}) : source_(std::move(values)) {}
 
-  void socketBufferStatus(LFStreamSocket*, BufferVerdict status) override {
-    add(verdicts_, status);
-  }
+  void socketBufferStatus(LFStreamSocket*, BufferVerdict v) override { add(verdicts_, v); }
   void socketStatus(LFStreamSocket*, LiveStreamState status) override {
     add(states_, status);
     if (status == LiveStreamState::Connecting) add(connectingTimes_, mediaTime());
   }
-  void socketDidError(LFStreamSocket*, LiveStreamError errorCode) override {
-    add(errors_, errorCode);
-  }
+  void socketDidError(LFStreamSocket*, LiveStreamError e) override { add(errors_, e); }
   void socketDebug(LFStreamSocket*, const LFLiveDebug&) override { ++debugReports_; }
   bool deviceChanged() const override { return deviceChanged_; }
   void setDeviceChanged(bool changed) override { deviceChanged_ = changed; }
@@ -69,9 +65,8 @@ class RecordingSession final : public LFStreamSocketDelegate {
   std::vector<uint32_t> commands_;
 };
 
-// A stream info with a 1280x720 configuration at `fps`, and the settings
-// store the info packet reads (a fresh one in a temporary directory, with
-// `audioFormat` as given and H.264).
+// A stream info with a 1280x720 configuration at `fps`, and the settings store the info packet
+// reads (a fresh one in a temporary directory, with `audioFormat` as given and H.264).
 struct StreamFixtureSettings {
   TempDir dir;
   std::shared_ptr<UserDefaults> defaults;
@@ -80,9 +75,8 @@ struct StreamFixtureSettings {
 };
 std::shared_ptr<LFLiveStreamInfo> makeStreamInfo(uint64_t fps = 30);
 
-// A TCP connection on loopback: the phone's GCDAsyncSocket (delegate queue:
-// the main queue) in the carrier that the main screen hands over, and the
-// host's plain socket.
+// A TCP connection on loopback: the phone's GCDAsyncSocket (delegate queue: the main queue) in the
+// carrier that the main screen hands over, and the host's plain socket.
 struct LoopbackConnection {
   std::shared_ptr<TcpCarrier> carrier;
   Fd host;
