@@ -1,11 +1,8 @@
 #include "channels/GCDAsyncSocket.h"
 
-#include <errno.h>
-
 #include <gtest/gtest.h>
 
 #include "channels/SocketWorker.h"
-#include "platform/dispatch/Clock.h"
 #include "tests/support/SocketTestSupport.h"
 
 namespace oxelo {
@@ -19,10 +16,8 @@ using test::SocketEvent;
 namespace peer = test::peer;
 using Kinds = std::vector<SocketEvent::Kind>;
 
-// The delegate queue is a driven queue that the test runs by hand, so that
-// every delegate call happens on the test's own thread, when it says so. The
-// socket's time-outs read the default clock, a manual one here: the test
-// steps over a time-out at once, with no real time going by.
+// The delegate queue is driven by the test, so every delegate call happens on its thread when it
+// says so. Time-outs read the default clock, a manual one here: the test steps over them at once.
 class GCDAsyncSocketTest : public testing::Test {
  protected:
   GCDAsyncSocketTest() { setDefaultClock(clock); }
@@ -59,81 +54,64 @@ class GCDAsyncSocketTest : public testing::Test {
   std::shared_ptr<test::Recorder> recorder = std::make_shared<test::Recorder>();
 };
 
-// ---- requests refused at once
-
+// What the request lacks, and what the socket is doing when it comes. A
+// request that lacks nothing on an idle socket names the empty host.
+enum class Lack { nothing, delegate, queue };
 enum class Busy { no, connecting, connected };
 
 struct RefusalCase {
   const char* name;
-  bool withDelegate;
-  bool withQueue;
+  const char* request;  // "connect" or "accept"
+  Lack lack;
   Busy busy;
-  std::string host;
-  bool accept;
-  std::string text;
-  int64_t code;
 };
+
+std::string refusalText(const RefusalCase& c) {
+  std::string head = std::string("Attempting to ") + c.request;
+  if (c.lack != Lack::nothing) {
+    const char* queue = c.lack == Lack::queue ? " queue" : "";
+    return head + " without a delegate" + queue + ". Set a delegate" + queue + " first.";
+  }
+  if (c.busy != Busy::no)
+    return head + " while connected or accepting connections. Disconnect first.";
+  return "Invalid host parameter (nil or \"\"). Should be a domain name or IP address string.";
+}
 
 class GCDAsyncSocketRefusalTest : public GCDAsyncSocketTest,
                                   public testing::WithParamInterface<RefusalCase> {};
 
 TEST_P(GCDAsyncSocketRefusalTest, RefusesWithTheSystemsText) {
   const auto& c = GetParam();
-  auto sock =
-      GCDAsyncSocket::create(c.withDelegate ? recorder : nullptr, c.withQueue ? queue : nullptr);
+  auto sock = GCDAsyncSocket::create(c.lack == Lack::delegate ? nullptr : recorder,
+                                     c.lack == Lack::queue ? nullptr : queue);
   LoopbackListener listener;
   OptionalError error;
-  if (c.busy != Busy::no) {
-    ASSERT_TRUE(sock->connectToHost("127.0.0.1", listener.port(), -1, error));
-  }
-  if (c.busy == Busy::connected) {
-    ASSERT_TRUE(pumpUntilCount(SocketEvent::connected, 1));
-  }
+  ASSERT_TRUE(c.busy == Busy::no || sock->connectToHost("127.0.0.1", listener.port(), -1, error));
+  ASSERT_TRUE(c.busy != Busy::connected || pumpUntilCount(SocketEvent::connected, 1));
+  const bool emptyHost = c.lack == Lack::nothing && c.busy == Busy::no;
 
-  bool ok = c.accept ? sock->acceptOnPort(0, error)
-                     : sock->connectToHost(c.host, listener.port(), -1, error);
+  bool ok = std::string(c.request) == "accept"
+                ? sock->acceptOnPort(0, error)
+                : sock->connectToHost(emptyHost ? "" : "127.0.0.1", listener.port(), -1, error);
 
   EXPECT_FALSE(ok);
-  ASSERT_TRUE(error.has_value());
-  EXPECT_EQ(error->description, c.text);
-  EXPECT_EQ(error->domain, "GCDAsyncSocketErrorDomain");
-  EXPECT_EQ(error->code, c.code);
-  if (c.busy == Busy::connected) {
-    EXPECT_TRUE(sock->isConnected()) << "the refusal changed nothing";
-  }
+  EXPECT_EQ(test::errorText(error), std::string("GCDAsyncSocketErrorDomain ") +
+                                        (emptyHost ? "2: " : "1: ") + refusalText(c));
+  EXPECT_TRUE(c.busy != Busy::connected || sock->isConnected()) << "the refusal changed nothing";
 }
 
-const char* kBusyConnect =
-    "Attempting to connect while connected or accepting connections. Disconnect first.";
-const char* kBusyAccept =
-    "Attempting to accept while connected or accepting connections. Disconnect first.";
-
+using R = RefusalCase;
 INSTANTIATE_TEST_SUITE_P(
     Requests, GCDAsyncSocketRefusalTest,
-    testing::Values(
-        RefusalCase{"ConnectWithoutDelegate", false, true, Busy::no, "127.0.0.1", false,
-                    "Attempting to connect without a delegate. Set a delegate first.", 1},
-        RefusalCase{"ConnectWithoutQueue", true, false, Busy::no, "127.0.0.1", false,
-                    "Attempting to connect without a delegate queue. Set a delegate queue first.",
-                    1},
-        RefusalCase{"ConnectWhileConnecting", true, true, Busy::connecting, "127.0.0.1", false,
-                    kBusyConnect, 1},
-        RefusalCase{"ConnectWhileConnected", true, true, Busy::connected, "127.0.0.1", false,
-                    kBusyConnect, 1},
-        RefusalCase{"ConnectToEmptyHost", true, true, Busy::no, "", false,
-                    "Invalid host parameter (nil or \"\"). Should be a domain name or IP address "
-                    "string.",
-                    2},
-        RefusalCase{"AcceptWithoutDelegate", false, true, Busy::no, "", true,
-                    "Attempting to accept without a delegate. Set a delegate first.", 1},
-        RefusalCase{"AcceptWithoutQueue", true, false, Busy::no, "", true,
-                    "Attempting to accept without a delegate queue. Set a delegate queue first.",
-                    1},
-        RefusalCase{"AcceptWhileConnecting", true, true, Busy::connecting, "", true, kBusyAccept,
-                    1}),
-    [](const testing::TestParamInfo<RefusalCase>& info) { return info.param.name; });
-
-// ---- connecting
+    testing::Values(R{"ConnectWithoutDelegate", "connect", Lack::delegate, {}},
+                    R{"ConnectWithoutQueue", "connect", Lack::queue, {}},
+                    R{"ConnectWhileConnecting", "connect", {}, Busy::connecting},
+                    R{"ConnectWhileConnected", "connect", {}, Busy::connected},
+                    R{"ConnectToEmptyHost", "connect", {}, {}},
+                    R{"AcceptWithoutDelegate", "accept", Lack::delegate, {}},
+                    R{"AcceptWithoutQueue", "accept", Lack::queue, {}},
+                    R{"AcceptWhileConnecting", "accept", {}, Busy::connecting}),
+    [](const auto& info) { return info.param.name; });
 
 // Requests made while connecting run once connected.
 TEST_F(GCDAsyncSocketTest, ConnectReportsThePeerAndRunsTheRequestsMadeMeanwhile) {
@@ -151,68 +129,46 @@ TEST_F(GCDAsyncSocketTest, ConnectReportsThePeerAndRunsTheRequestsMadeMeanwhile)
   EXPECT_EQ(recorder->kinds(),
             (Kinds{SocketEvent::connected, SocketEvent::wrote, SocketEvent::read}));
   auto e = recorder->first(SocketEvent::connected);
-  EXPECT_EQ(e.sock, sock.get());
-  EXPECT_EQ(e.host, "127.0.0.1");
-  EXPECT_EQ(e.port, listener.port());
-  EXPECT_EQ(sock->connectedHost(), "127.0.0.1");
-  EXPECT_EQ(sock->connectedPort(), listener.port());
+  EXPECT_EQ(std::tuple(e.sock, e.host, e.port),
+            std::tuple(sock.get(), "127.0.0.1", listener.port()));
+  EXPECT_EQ(std::tuple(sock->connectedHost(), sock->connectedPort()),
+            std::tuple("127.0.0.1", listener.port()));
   EXPECT_NE(sock->localPort(), 0);
-  EXPECT_EQ(recorder->first(SocketEvent::read).data, bytesOf("back"));
-  EXPECT_EQ(recorder->first(SocketEvent::read).tag, 2);
+  EXPECT_EQ(recorder->readBytes(), bytesOf("back"));
+  EXPECT_EQ(recorder->tags(SocketEvent::read), std::vector<int64_t>{2});
 }
 
-TEST_F(GCDAsyncSocketTest, ConnectToAClosedPortEndsInASystemError) {
+// A connect to a closed port ends in the system's error and leaves the
+// socket idle, where requests are dropped silently.
+TEST_F(GCDAsyncSocketTest, AFailedConnectLeavesTheSocketIdleWhereRequestsAreDropped) {
+  LoopbackListener listener;
   auto sock = GCDAsyncSocket::create(recorder, queue);
   OptionalError error;
   ASSERT_TRUE(sock->connectToHost("127.0.0.1", peer::closedPort(), 5.0, error));
   ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
-  EXPECT_EQ(recorder->kinds(), Kinds{SocketEvent::disconnected});
-  auto e = recorder->first(SocketEvent::disconnected);
-  ASSERT_TRUE(e.error);
-  EXPECT_EQ(e.error->domain, kPosixErrorDomain);
-  EXPECT_EQ(e.error->code, ECONNREFUSED);
+  EXPECT_TRUE(test::isError(recorder->first(SocketEvent::disconnected).error, kPosixErrorDomain,
+                            ECONNREFUSED));
   EXPECT_FALSE(sock->isConnected());
-}
-
-TEST_F(GCDAsyncSocketTest, RequestsOnAnIdleSocketAreDroppedSilently) {
-  LoopbackListener listener;
-  auto sock = GCDAsyncSocket::create(recorder, queue);
   sock->writeData(bytesOf("early"), -1, 1);
   sock->readDataWithTimeout(1.0, 2);
-  OptionalError error;
   ASSERT_TRUE(sock->connectToHost("127.0.0.1", listener.port(), -1, error));
   sock->writeData(bytesOf("late"), -1, 3);
+  sock->writeData(Bytes{}, -1, 4);  // empty writes are ignored
+  sock->writeData(std::shared_ptr<const Bytes>(), -1, 5);
   Fd other = listener.accept();
   EXPECT_EQ(peer::receive(other, 4), bytesOf("late"));
   ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
   advance(2.0);  // a dropped read with a time-out would close now
   settle();
-  EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::wrote}));
+  EXPECT_EQ(recorder->kinds(),
+            (Kinds{SocketEvent::disconnected, SocketEvent::connected, SocketEvent::wrote}));
   EXPECT_EQ(recorder->first(SocketEvent::wrote).tag, 3);
   EXPECT_TRUE(sock->isConnected());
 }
 
-// ---- reading
-
-TEST_F(GCDAsyncSocketTest, TwoPacketsThatArriveTogetherAreDeliveredByOneRead) {
-  auto c = connect();
-  peer::sendAll(c.peer, bytesOf("first;"));
-  peer::sendAll(c.peer, bytesOf("second"));
-  // Both have reached the socket before the read is asked for.
-  ASSERT_TRUE(peer::waitDelivered(c.peer));
-  c.sock->readDataWithTimeout(-1, 7);
-  c.sock->readDataWithTimeout(5.0, 8);
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
-  auto read = recorder->first(SocketEvent::read);
-  EXPECT_EQ(read.data, bytesOf("first;second"));
-  EXPECT_EQ(read.tag, 7);
-  // The second read got nothing and times out.
-  advance(5.1);
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
-  EXPECT_EQ(recorder->count(SocketEvent::read), 1u);
-}
-
-TEST_F(GCDAsyncSocketTest, ReadsWithoutTimeOutWaitForDataAndEndInQueueOrder) {
+// Reads without a time-out wait for data and end in queue order; one read takes all that has
+// arrived; a read with a time-out that gets nothing closes the connection.
+TEST_F(GCDAsyncSocketTest, ReadsTakeWhatHasArrivedInQueueOrderAndTimeOut) {
   auto c = connect();
   for (int tag = 1; tag <= 3; ++tag) c.sock->readDataWithTimeout(-1, tag);
   advance(3600);
@@ -223,8 +179,18 @@ TEST_F(GCDAsyncSocketTest, ReadsWithoutTimeOutWaitForDataAndEndInQueueOrder) {
     peer::sendAll(c.peer, bytesOf("packet" + std::to_string(i)));
     ASSERT_TRUE(pumpUntilCount(SocketEvent::read, static_cast<size_t>(i)));
   }
-  EXPECT_EQ(recorder->tags(SocketEvent::read), (std::vector<int64_t>{1, 2, 3}));
-  EXPECT_EQ(recorder->readBytes(), bytesOf("packet1packet2packet3"));
+  peer::sendAll(c.peer, bytesOf("first;"));
+  peer::sendAll(c.peer, bytesOf("second"));
+  // Both have reached the socket before the read is asked for.
+  ASSERT_TRUE(peer::waitDelivered(c.peer));
+  c.sock->readDataWithTimeout(-1, 7);
+  c.sock->readDataWithTimeout(5.0, 8);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 4));
+  EXPECT_EQ(recorder->tags(SocketEvent::read), (std::vector<int64_t>{1, 2, 3, 7}));
+  EXPECT_EQ(recorder->readBytes(), bytesOf("packet1packet2packet3first;second"));
+  advance(5.1);
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  EXPECT_EQ(recorder->count(SocketEvent::read), 4u);
 }
 
 struct PeerCloseCase {
@@ -232,7 +198,6 @@ struct PeerCloseCase {
   int readsBefore;  // reads asked for before the peer closes
   std::string sent;
   bool readAfter;  // the bytes wait, and the close with them, until a read
-  Kinds kinds;
 };
 
 class GCDAsyncSocketPeerCloseTest : public GCDAsyncSocketTest,
@@ -251,41 +216,21 @@ TEST_P(GCDAsyncSocketPeerCloseTest, ComesAfterTheLastBytesWithCode7) {
     c.sock->readDataWithTimeout(-1, 3);
   }
   ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
-  EXPECT_EQ(recorder->kinds(), p.kinds);
+  Kinds expected{SocketEvent::connected, SocketEvent::read, SocketEvent::disconnected};
+  if (p.sent.empty()) expected.erase(expected.begin() + 1);
+  EXPECT_EQ(recorder->kinds(), expected);
   EXPECT_EQ(recorder->readBytes(), bytesOf(p.sent));
-  auto e = recorder->first(SocketEvent::disconnected);
-  ASSERT_TRUE(e.error);
-  EXPECT_EQ(e.error->code, 7);
-  EXPECT_EQ(e.error->description, "Socket closed by remote peer");
+  EXPECT_EQ(test::errorText(recorder->first(SocketEvent::disconnected).error),
+            "GCDAsyncSocketErrorDomain 7: Socket closed by remote peer");
   EXPECT_FALSE(c.sock->isConnected());
 }
 
-const Kinds kReadThenEnd{SocketEvent::connected, SocketEvent::read, SocketEvent::disconnected};
-
-INSTANTIATE_TEST_SUITE_P(
-    Closes, GCDAsyncSocketPeerCloseTest,
-    testing::Values(PeerCloseCase{"WhileReading", 2, "last words", false, kReadThenEnd},
-                    PeerCloseCase{"IdleIsNoticedWithoutARead",
-                                  0,
-                                  "",
-                                  false,
-                                  {SocketEvent::connected, SocketEvent::disconnected}},
-                    PeerCloseCase{"BytesLeftBehindWaitForTheNextRead", 0, "unread", true,
-                                  kReadThenEnd}),
-    [](const auto& info) { return info.param.name; });
-
-// ---- writing
-
-TEST_F(GCDAsyncSocketTest, EmptyWritesAreIgnored) {
-  auto c = connect();
-  c.sock->writeData(Bytes{}, -1, 1);
-  c.sock->writeData(std::shared_ptr<const Bytes>(), -1, 2);
-  c.sock->writeData(bytesOf("x"), -1, 3);
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
-  settle();
-  EXPECT_EQ(recorder->tags(SocketEvent::wrote), std::vector<int64_t>{3});
-  EXPECT_EQ(peer::receive(c.peer, 1), bytesOf("x"));
-}
+INSTANTIATE_TEST_SUITE_P(Closes, GCDAsyncSocketPeerCloseTest,
+                         testing::Values(PeerCloseCase{"WhileReading", 2, "last words", false},
+                                         PeerCloseCase{"IdleIsNoticedWithoutARead", 0, "", false},
+                                         PeerCloseCase{"BytesLeftBehindWaitForTheNextRead", 0,
+                                                       "unread", true}),
+                         [](const auto& info) { return info.param.name; });
 
 // The peer does not read: the buffers fill and the write stalls. Each
 // extension runs from the question; the write finishes once the peer reads.
@@ -298,20 +243,16 @@ TEST_F(GCDAsyncSocketTest, ExtendedWriteIsAskedAgainAndFinishesWhenThePeerReads)
   ASSERT_TRUE(pumpUntilCount(SocketEvent::shouldTimeout, 1));
   advance(1.8);
   settle();
-  EXPECT_EQ(recorder->count(SocketEvent::shouldTimeout), 1u)
-      << "asked before the extension ran out";
+  EXPECT_EQ(recorder->count(SocketEvent::shouldTimeout), 1u) << "asked before the extension ended";
   advance(0.3);
   ASSERT_TRUE(pumpUntilCount(SocketEvent::shouldTimeout, 2));
   EXPECT_NEAR(recorder->events().back().elapsed, 7.2, 1e-9);
-  Bytes got = peer::receive(c.peer, data->size(), 30.0);
-  EXPECT_TRUE(got == *data);
+  EXPECT_TRUE(peer::receive(c.peer, data->size(), 30.0) == *data);
   ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
   EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::shouldTimeout,
                                       SocketEvent::shouldTimeout, SocketEvent::wrote}));
   EXPECT_TRUE(c.sock->isConnected());
 }
-
-// ---- closing and changing hands
 
 // After it the socket may connect again.
 TEST_F(GCDAsyncSocketTest, DisconnectIsImmediateAndReportedOnceWithNoError) {
@@ -330,27 +271,9 @@ TEST_F(GCDAsyncSocketTest, DisconnectIsImmediateAndReportedOnceWithNoError) {
   OptionalError error;
   ASSERT_TRUE(c.sock->connectToHost("127.0.0.1", listener.port(), 5.0, error));
   Fd other = listener.accept();
-  c.sock->writeData(bytesOf("again"), -1, 2);
-  EXPECT_EQ(peer::receive(other, 5), bytesOf("again"));
-  ASSERT_TRUE(pumpUntilCount(SocketEvent::wrote, 1));
-  EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::disconnected,
-                                      SocketEvent::connected, SocketEvent::wrote}));
-}
-
-TEST_F(GCDAsyncSocketTest, EventsAfterSetDelegateReachOnlyTheNewDelegate) {
-  auto c = connect();
-  auto next = std::make_shared<test::Recorder>();
-  c.sock->setDelegate(next);
-  c.sock->readDataWithTimeout(-1, 8800);
-  c.sock->writeData(bytesOf("info"), -1, 0);
-  peer::sendAll(c.peer, bytesOf("cmd"));
-  ASSERT_TRUE(
-      pumpUntil([&] { return next->count(SocketEvent::read) && next->count(SocketEvent::wrote); }));
-  c.sock->disconnect();
-  ASSERT_TRUE(pumpUntil([&] { return next->count(SocketEvent::disconnected) == 1; }));
-  EXPECT_EQ(recorder->kinds(), Kinds{SocketEvent::connected});
-  EXPECT_EQ(next->first(SocketEvent::read).data, bytesOf("cmd"));
-  EXPECT_EQ(next->first(SocketEvent::read).sock, c.sock.get());
+  ASSERT_TRUE(pumpUntilCount(SocketEvent::connected, 2));
+  EXPECT_EQ(recorder->kinds(),
+            (Kinds{SocketEvent::connected, SocketEvent::disconnected, SocketEvent::connected}));
 }
 
 // An event that happened before the change but is still waiting on the
@@ -371,11 +294,14 @@ TEST_F(GCDAsyncSocketTest, EventWaitingOnTheQueueGoesToTheDelegateOfThatMoment) 
   }
 }
 
-// ---- accepting
-
+// A port in use fails the accept and leaves the socket idle, so it may try
+// again elsewhere; once dropped, a listener's port is free.
 TEST_F(GCDAsyncSocketTest, AcceptAnnouncesTheNewSocketWithThePeersAddressBeforeItsEvents) {
+  test::LoopbackListener taken;
   auto listener = GCDAsyncSocket::create(recorder, queue);
   OptionalError error;
+  EXPECT_FALSE(listener->acceptOnPort(taken.port(), error));
+  EXPECT_TRUE(test::isError(error, kPosixErrorDomain, EADDRINUSE));
   ASSERT_TRUE(listener->acceptOnPort(0, error));
   ASSERT_NE(listener->localPort(), 0);
   recorder->onAccept = [](GCDAsyncSocket*, const std::shared_ptr<GCDAsyncSocket>& s) {
@@ -386,44 +312,25 @@ TEST_F(GCDAsyncSocketTest, AcceptAnnouncesTheNewSocketWithThePeersAddressBeforeI
   ASSERT_TRUE(pumpUntilCount(SocketEvent::read, 1));
   auto accepted = recorder->first(SocketEvent::accepted).newSocket;
   ASSERT_TRUE(accepted);
-  EXPECT_EQ(accepted->delegate(), recorder);
-  EXPECT_EQ(accepted->delegateQueue(), queue);
-  auto address = accepted->connectedAddress();
-  ASSERT_GE(address.size(), 8u);
-  EXPECT_EQ(Bytes(address.data() + 4, address.data() + 8), (Bytes{127, 0, 0, 1}));
+  EXPECT_EQ(accepted->connectedAddress().host(), "127.0.0.1");
   EXPECT_EQ(accepted->connectedHost(), "127.0.0.1");
   accepted->writeData(bytesOf("hi"), 5.0, 8810);
   EXPECT_EQ(peer::receive(caller, 2), bytesOf("hi"));
   caller.reset();
   ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1));
+  // The listener's delegate and queue hear the accepted socket's events.
+  EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::accepted, SocketEvent::read, SocketEvent::wrote,
+                                      SocketEvent::disconnected}));
+  EXPECT_EQ(recorder->readBytes(), bytesOf("hello"));
   auto events = recorder->events();
-  ASSERT_EQ(events.size(), 4u);
-  EXPECT_EQ(events[0].kind, SocketEvent::accepted);
   EXPECT_EQ(events[0].sock, listener.get());
-  EXPECT_EQ(events[1].kind, SocketEvent::read);
-  EXPECT_EQ(events[1].data, bytesOf("hello"));
-  EXPECT_EQ(events[2].kind, SocketEvent::wrote);
-  EXPECT_EQ(events[3].kind, SocketEvent::disconnected);
   for (size_t i = 1; i < 4; ++i) EXPECT_EQ(events[i].sock, accepted.get()) << i;
-}
 
-TEST_F(GCDAsyncSocketTest, AcceptOnAPortInUseFailsAndADroppedListenerFreesItsPort) {
-  auto taken = std::make_unique<LoopbackListener>();
-  auto listener = GCDAsyncSocket::create(recorder, queue);
-  OptionalError error;
-  EXPECT_FALSE(listener->acceptOnPort(taken->port(), error));
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->domain, kPosixErrorDomain);
-  EXPECT_EQ(error->code, EADDRINUSE);
-  // Still idle, so it may try again elsewhere; once dropped, its port is free.
-  ASSERT_TRUE(listener->acceptOnPort(0, error));
   uint16_t port = listener->localPort();
   listener.reset();
   auto again = GCDAsyncSocket::create(recorder, queue);
-  EXPECT_TRUE(again->acceptOnPort(port, error)) << (error ? error->toString() : "");
+  EXPECT_TRUE(again->acceptOnPort(port, error)) << test::errorText(error);
 }
-
-// ---- time-outs on the manual clock
 
 enum class TimedOperation { connect, read, write };
 
@@ -472,11 +379,8 @@ TEST_P(GCDAsyncSocketClockTest, ExpiresWhenTheClockPassesTheTimeOutAndNotBefore)
   advance(0.2);
   // Far less than the time-out in real time: only the manual clock can end it.
   ASSERT_TRUE(pumpUntilCount(SocketEvent::disconnected, 1, 2.0));
-  auto e = recorder->first(SocketEvent::disconnected);
-  ASSERT_TRUE(e.error);
-  EXPECT_EQ(e.error->domain, "GCDAsyncSocketErrorDomain");
-  EXPECT_EQ(e.error->code, param.code);
-  EXPECT_EQ(e.error->description, param.text);
+  EXPECT_EQ(test::errorText(recorder->first(SocketEvent::disconnected).error),
+            "GCDAsyncSocketErrorDomain " + std::to_string(param.code) + ": " + param.text);
   EXPECT_FALSE(c.sock->isConnected());
   if (param.operation == TimedOperation::read) {
     EXPECT_TRUE(peer::seesEnd(c.peer));
@@ -494,14 +398,14 @@ TEST_P(GCDAsyncSocketClockTest, ExpiresWhenTheClockPassesTheTimeOutAndNotBefore)
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(TimeOuts, GCDAsyncSocketClockTest,
-                         testing::Values(ClockTimeoutCase{"Connect", TimedOperation::connect, 3,
-                                                          "Attempt to connect to host timed out"},
-                                         ClockTimeoutCase{"Read", TimedOperation::read, 4,
-                                                          "Read operation timed out"},
-                                         ClockTimeoutCase{"Write", TimedOperation::write, 5,
-                                                          "Write operation timed out"}),
-                         [](const auto& info) { return info.param.name; });
+using T = ClockTimeoutCase;
+INSTANTIATE_TEST_SUITE_P(
+    TimeOuts, GCDAsyncSocketClockTest,
+    testing::Values(T{"Connect", TimedOperation::connect, 3,
+                      "Attempt to connect to host timed out"},
+                    T{"Read", TimedOperation::read, 4, "Read operation timed out"},
+                    T{"Write", TimedOperation::write, 5, "Write operation timed out"}),
+    [](const auto& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace oxelo

@@ -20,9 +20,8 @@ inline std::shared_ptr<CameraSystem> camerasFromJson(const nlohmann::json& docum
   auto specs = parseVirtualCameras(document, error);
   EXPECT_TRUE(specs.has_value()) << error;
   std::vector<std::shared_ptr<CaptureDevice>> devices;
-  if (specs) {
+  if (specs)
     for (auto& s : *specs) devices.push_back(makeVirtualCamera(std::move(s)));
-  }
   return std::make_shared<CameraSystem>("virtual", std::move(devices));
 }
 
@@ -37,9 +36,8 @@ inline nlohmann::json cameraJson(
     const char* type, const char* position,
     std::initializer_list<std::pair<std::pair<int, int>, double>> sizes) {
   nlohmann::json formats = nlohmann::json::array();
-  for (const auto& [size, rate] : sizes) {
+  for (const auto& [size, rate] : sizes)
     formats.push_back({{"width", size.first}, {"height", size.second}, {"fps", rate}});
-  }
   return {{"type", type}, {"position", position}, {"formats", formats}};
 }
 

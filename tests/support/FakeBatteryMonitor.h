@@ -14,22 +14,10 @@ class FakeBatteryMonitor final : public BatteryMonitor {
   FakeBatteryMonitor(BatteryState state = BatteryState::unplugged, float level = 0.5f)
       : state_(state), level_(level) {}
 
-  void setBatteryMonitoringEnabled(bool enabled) override {
-    std::lock_guard lock(mutex_);
-    enabled_ = enabled;
-  }
-  bool isBatteryMonitoringEnabled() const override {
-    std::lock_guard lock(mutex_);
-    return enabled_;
-  }
-  BatteryState batteryState() const override {
-    std::lock_guard lock(mutex_);
-    return enabled_ ? state_ : BatteryState::unknown;
-  }
-  float batteryLevel() const override {
-    std::lock_guard lock(mutex_);
-    return enabled_ ? level_ : -1.0f;
-  }
+  void setBatteryMonitoringEnabled(bool enabled) override { change(enabled_, enabled); }
+  bool isBatteryMonitoringEnabled() const override { return read(enabled_, false); }
+  BatteryState batteryState() const override { return read(state_, BatteryState::unknown); }
+  float batteryLevel() const override { return read(level_, -1.0f); }
 
   // A cable in or out: charging or unplugged.
   void setCablePlugged(bool plugged) {
@@ -43,6 +31,12 @@ class FakeBatteryMonitor final : public BatteryMonitor {
   }
 
  private:
+  // The value while monitoring is on, else `off`.
+  template <typename T>
+  T read(const T& field, T off) const {
+    std::lock_guard lock(mutex_);
+    return enabled_ ? field : off;
+  }
   // Stores the value; true when it differs and monitoring is on.
   template <typename T>
   bool change(T& field, T value) {

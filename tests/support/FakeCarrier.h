@@ -21,9 +21,7 @@ class FakeCarrier final : public Carrier {
   Kind kind() const override { return kind_; }
   bool isConnected() const override { return connected_; }
   std::string peerHost() const override { return peer; }
-  void setDelegate(std::weak_ptr<CarrierDelegate> delegate) override {
-    delegate_ = std::move(delegate);
-  }
+  void setDelegate(std::weak_ptr<CarrierDelegate> d) override { delegate_ = std::move(d); }
   std::shared_ptr<CarrierDelegate> delegate() const override { return delegate_.lock(); }
   void startReading() override { ++readsStarted; }
   void sendRecord(CarrierRecord record) override {

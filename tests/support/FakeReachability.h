@@ -15,7 +15,6 @@ class FakeReachability final : public Reachability {
 
   NetworkStatus currentReachabilityStatus() const override { return status_; }
   bool startNotifier() override {
-    if (!startSucceeds_) return false;
     started_ = true;
     return true;
   }
@@ -28,14 +27,10 @@ class FakeReachability final : public Reachability {
   void setReachableViaWiFi(bool reachable) {
     setStatus(reachable ? NetworkStatus::reachableViaWiFi : NetworkStatus::notReachable);
   }
-  // Makes the next startNotifier() fail, as a system without netlink would.
-  void setStartSucceeds(bool succeeds) { startSucceeds_ = succeeds; }
-  bool isNotifierStarted() const { return started_; }
 
  private:
   std::atomic<NetworkStatus> status_;
   std::atomic<bool> started_{false};
-  std::atomic<bool> startSucceeds_{true};
 };
 
 }  // namespace oxelo

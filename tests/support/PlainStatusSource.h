@@ -13,42 +13,29 @@ namespace oxelo {
 struct StreamStatusValues {
   bool beautyFace = false;
   int64_t beautyMethod = 0;
-  bool mirror = false;
-  bool dim = false;
+  bool mirror = false, dim = false;
   int64_t torch = 0;
   bool torchAvailable = true;
-  int64_t aeafLock = 0;
-  int64_t captureDevicePosition = 1;
+  int64_t aeafLock = 0, captureDevicePosition = 1;
   std::string captureDeviceType = device_type::kWideAngle;
 
   double exposure = 0;
-  bool autoExposure = true;
-  bool aeLock = false;
+  bool autoExposure = true, aeLock = false;
   int64_t exposureMode = 2;
   double whiteBalanceTemperature = 5000;
-  bool autoWhiteBalance = true;
-  bool awbLock = false;
+  bool autoWhiteBalance = true, awbLock = false;
   int64_t whiteBalanceMode = 2;
   double lensPosition = 0;
-  bool autoFocus = true;
-  bool afLock = false;
+  bool autoFocus = true, afLock = false;
   int64_t focusMode = 2;
-  double iso = 100;
-  double exposureTargetBias = 0;
-  double zoomScale = 1;
+  double iso = 100, exposureTargetBias = 0, zoomScale = 1;
 
-  double minExposure = 0;
-  double maxExposure = 0;
+  double minExposure = 0, maxExposure = 0;
   uint32_t exposureModes = 0;      // bit n: exposure mode n is supported
   uint32_t whiteBalanceModes = 0;  // bit n: white balance mode n is supported
-  bool exposurePointOfInterest = false;
-  bool whiteBalanceCustomGains = false;
-  bool focusCustomLensPosition = false;
-  bool focusPointOfInterest = false;
-  double minISO = 0;
-  double maxISO = 0;
-  double minExposureTargetBias = 0;
-  double maxExposureTargetBias = 0;
+  bool exposurePointOfInterest = false, whiteBalanceCustomGains = false;
+  bool focusCustomLensPosition = false, focusPointOfInterest = false;
+  double minISO = 0, maxISO = 0, minExposureTargetBias = 0, maxExposureTargetBias = 0;
   double maxZoomScale = 1;
 
   double batteryLevel = 1;
@@ -88,9 +75,7 @@ class PlainStatusSource final : public StreamStatusSource {
   double zoomScale() const override { return v.zoomScale; }
   double minExposure() const override { return v.minExposure; }
   double maxExposure() const override { return v.maxExposure; }
-  bool isExposureModeSupported(int64_t mode) const override {
-    return hasBit(v.exposureModes, mode);
-  }
+  bool isExposureModeSupported(int64_t m) const override { return hasBit(v.exposureModes, m); }
   bool isExposurePointOfInterestSupported() const override { return v.exposurePointOfInterest; }
   bool isLockingWhiteBalanceWithCustomDeviceGainsSupported() const override {
     return v.whiteBalanceCustomGains;

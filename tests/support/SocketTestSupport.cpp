@@ -32,6 +32,21 @@ bool readable(int fd, Clock::time_point deadline) {
   return ::poll(&p, 1, std::max<int>(0, static_cast<int>(left.count()))) > 0;
 }
 
+// Reads until the stream ends (true; a reset ends it too) or `deadline`
+// passes (false).
+bool readUntilEnd(int fd, Clock::time_point deadline, Bytes& bytes) {
+  uint8_t chunk[65536];
+  for (;;) {
+    if (!readable(fd, deadline)) {
+      if (Clock::now() >= deadline) return false;
+      continue;
+    }
+    ssize_t n = ::recv(fd, chunk, sizeof chunk, MSG_DONTWAIT);
+    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) return true;
+    if (n > 0) bytes.insert(bytes.end(), chunk, chunk + n);
+  }
+}
+
 }  // namespace
 
 Fd LoopbackListener::accept(double seconds) const {
@@ -79,30 +94,15 @@ Bytes receive(const Fd& fd, size_t size, double seconds) {
 }
 
 Bytes receiveAvailable(const Fd& fd, double seconds) {
-  auto deadline = after(seconds);
   Bytes bytes;
-  uint8_t chunk[4096];
-  while (readable(fd.get(), deadline)) {
-    ssize_t n = ::recv(fd.get(), chunk, sizeof chunk, MSG_DONTWAIT);
-    if (n <= 0) break;
-    bytes.insert(bytes.end(), chunk, chunk + n);
-  }
+  readUntilEnd(fd.get(), after(seconds), bytes);
   return bytes;
 }
 
 std::optional<Bytes> readToEnd(const Fd& fd, double seconds) {
-  auto deadline = after(seconds);
   Bytes bytes;
-  uint8_t chunk[65536];
-  for (;;) {
-    if (!readable(fd.get(), deadline)) {
-      if (Clock::now() >= deadline) return std::nullopt;
-      continue;
-    }
-    ssize_t n = ::recv(fd.get(), chunk, sizeof chunk, MSG_DONTWAIT);
-    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) return bytes;
-    if (n > 0) bytes.insert(bytes.end(), chunk, chunk + n);
-  }
+  if (!readUntilEnd(fd.get(), after(seconds), bytes)) return std::nullopt;
+  return bytes;
 }
 
 std::vector<Frame> receiveFrames(const Fd& fd, size_t count, double seconds) {
@@ -147,7 +147,7 @@ SocketEvent Recorder::first(SocketEvent::Kind kind) const {
   for (auto& e : events_)
     if (e.kind == kind) return e;
   ADD_FAILURE() << "no event of kind " << kind;
-  return SocketEvent(kind);
+  return SocketEvent();
 }
 
 std::vector<SocketEvent::Kind> Recorder::kinds() const {
@@ -173,19 +173,6 @@ Bytes Recorder::readBytes() const {
 void Recorder::answerWriteTimeouts(std::vector<double> answers) {
   std::lock_guard lock(mutex_);
   answers_ = std::move(answers);
-}
-
-double Recorder::socketShouldTimeoutWriteWithTag(GCDAsyncSocket* sock, int64_t tag, double elapsed,
-                                                 size_t bytesDone) {
-  SocketEvent e(SocketEvent::shouldTimeout, sock, tag);
-  e.elapsed = elapsed;
-  e.bytesDone = bytesDone;
-  add(std::move(e));
-  std::lock_guard lock(mutex_);
-  if (answers_.empty()) return 0;
-  double answer = answers_.front();
-  answers_.erase(answers_.begin());
-  return answer;
 }
 
 Connection connectPair(const std::shared_ptr<Recorder>& delegate,

@@ -48,9 +48,8 @@ class Fd {
   int fd_ = -1;
 };
 
-// A TCP listener on 127.0.0.1 on a port of the system's choice. What it does
-// not accept waits in its backlog and stays up. Failures throw
-// std::runtime_error with the system's text, which fails the test.
+// A TCP listener on 127.0.0.1 on a port of the system's choice; what it does not accept waits in
+// its backlog. Failures throw std::runtime_error with the system's text, which fails the test.
 class LoopbackListener {
  public:
   explicit LoopbackListener(int backlog = 16)
@@ -87,9 +86,7 @@ Bytes receiveAvailable(const Fd& fd, double seconds);
 // has not ended within `seconds`.
 std::optional<Bytes> readToEnd(const Fd& fd, double seconds = 10.0);
 // True when the stream ends within `seconds`, whatever comes before.
-inline bool seesEnd(const Fd& fd, double seconds = 5.0) {
-  return readToEnd(fd, seconds).has_value();
-}
+inline bool seesEnd(const Fd& fd, double s = 5.0) { return readToEnd(fd, s).has_value(); }
 // `count` whole frames of the framed channel, fewer when they do not come.
 std::vector<Frame> receiveFrames(const Fd& fd, size_t count, double seconds = 5.0);
 // True once the other end has acknowledged every byte sent on `fd`, so that
@@ -113,13 +110,11 @@ struct SocketEvent {
     udpReceived,
     udpClosed
   };
-  SocketEvent(Kind kind = connected, const void* sock = nullptr, int64_t tag = 0)
-      : kind(kind), sock(sock), tag(tag) {}
-  Kind kind;
-  const void* sock;
-  int64_t tag;
-  Bytes data;
+  Kind kind = connected;
+  const void* sock = nullptr;
+  int64_t tag = 0;
   OptionalError error;
+  Bytes data;
   std::string host;
   uint16_t port = 0;
   double elapsed = 0;
@@ -128,6 +123,9 @@ struct SocketEvent {
   SocketAddress address;
 };
 
+// Each event names only the fields its call fills.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 // Records every call, from whichever thread the delegate queue runs on.
 // Optional hooks run inside the delegate call.
 class Recorder : public GCDAsyncSocketDelegate, public GCDAsyncUdpSocketDelegate {
@@ -146,58 +144,55 @@ class Recorder : public GCDAsyncSocketDelegate, public GCDAsyncUdpSocketDelegate
   std::function<void(GCDAsyncSocket*, const std::shared_ptr<GCDAsyncSocket>&)> onAccept;
   std::function<void(GCDAsyncSocket*, const Bytes&, int64_t)> onRead;
 
-  void socketDidConnectToHost(GCDAsyncSocket* sock, const std::string& host,
-                              uint16_t port) override {
-    SocketEvent e(SocketEvent::connected, sock);
-    e.host = host;
-    e.port = port;
-    add(std::move(e));
+  void socketDidConnectToHost(GCDAsyncSocket* s, const std::string& host, uint16_t port) override {
+    add({.kind = SocketEvent::connected, .sock = s, .host = host, .port = port});
   }
-  void socketDidAcceptNewSocket(GCDAsyncSocket* sock,
+  void socketDidAcceptNewSocket(GCDAsyncSocket* s,
                                 const std::shared_ptr<GCDAsyncSocket>& newSocket) override {
-    SocketEvent e(SocketEvent::accepted, sock);
-    e.newSocket = newSocket;
-    add(std::move(e));
-    if (onAccept) onAccept(sock, newSocket);
+    add({.kind = SocketEvent::accepted, .sock = s, .newSocket = newSocket});
+    if (onAccept) onAccept(s, newSocket);
   }
-  void socketDidReadData(GCDAsyncSocket* sock, const std::vector<uint8_t>& data,
+  void socketDidReadData(GCDAsyncSocket* s, const std::vector<uint8_t>& data,
                          int64_t tag) override {
-    SocketEvent e(SocketEvent::read, sock, tag);
-    e.data = data;
-    add(std::move(e));
-    if (onRead) onRead(sock, data, tag);
+    add({.kind = SocketEvent::read, .sock = s, .tag = tag, .data = data});
+    if (onRead) onRead(s, data, tag);
   }
-  void socketDidWriteDataWithTag(GCDAsyncSocket* sock, int64_t tag) override {
-    add({SocketEvent::wrote, sock, tag});
+  void socketDidWriteDataWithTag(GCDAsyncSocket* s, int64_t tag) override {
+    add({SocketEvent::wrote, s, tag});
   }
-  double socketShouldTimeoutWriteWithTag(GCDAsyncSocket* sock, int64_t tag, double elapsed,
-                                         size_t bytesDone) override;
-  void socketDidDisconnect(GCDAsyncSocket* sock, const OptionalError& error) override {
-    add({SocketEvent::disconnected, sock}, error);
+  double socketShouldTimeoutWriteWithTag(GCDAsyncSocket* s, int64_t tag, double elapsed,
+                                         size_t bytesDone) override {
+    add({.kind = SocketEvent::shouldTimeout,
+         .sock = s,
+         .tag = tag,
+         .elapsed = elapsed,
+         .bytesDone = bytesDone});
+    std::lock_guard lock(mutex_);
+    if (answers_.empty()) return 0;
+    return std::exchange(answers_, {answers_.begin() + 1, answers_.end()}).front();
+  }
+  void socketDidDisconnect(GCDAsyncSocket* s, const OptionalError& error) override {
+    add({SocketEvent::disconnected, s, 0, error});
   }
 
-  void udpSocketDidSendDataWithTag(GCDAsyncUdpSocket* sock, int64_t tag) override {
-    add({SocketEvent::udpSent, sock, tag});
+  void udpSocketDidSendDataWithTag(GCDAsyncUdpSocket* s, int64_t tag) override {
+    add({SocketEvent::udpSent, s, tag});
   }
-  void udpSocketDidNotSendDataWithTagDueToError(GCDAsyncUdpSocket* sock, int64_t tag,
+  void udpSocketDidNotSendDataWithTagDueToError(GCDAsyncUdpSocket* s, int64_t tag,
                                                 const Error& error) override {
-    add({SocketEvent::udpNotSent, sock, tag}, error);
+    add({SocketEvent::udpNotSent, s, tag, error});
   }
-  void udpSocketDidReceiveDataFromAddressWithFilterContext(GCDAsyncUdpSocket* sock,
+  void udpSocketDidReceiveDataFromAddressWithFilterContext(GCDAsyncUdpSocket* s,
                                                            const std::vector<uint8_t>& data,
                                                            const SocketAddress& address) override {
-    SocketEvent e(SocketEvent::udpReceived, sock);
-    e.data = data;
-    e.address = address;
-    add(std::move(e));
+    add({.kind = SocketEvent::udpReceived, .sock = s, .data = data, .address = address});
   }
-  void udpSocketDidClose(GCDAsyncUdpSocket* sock, const OptionalError& error) override {
-    add({SocketEvent::udpClosed, sock}, error);
+  void udpSocketDidClose(GCDAsyncUdpSocket* s, const OptionalError& error) override {
+    add({SocketEvent::udpClosed, s, 0, error});
   }
 
  private:
-  void add(SocketEvent event, const OptionalError& error = std::nullopt) {
-    event.error = error;
+  void add(SocketEvent event) {
     std::lock_guard lock(mutex_);
     events_.push_back(std::move(event));
   }
@@ -205,9 +200,17 @@ class Recorder : public GCDAsyncSocketDelegate, public GCDAsyncUdpSocketDelegate
   std::vector<SocketEvent> events_;
   std::vector<double> answers_;
 };
+#pragma GCC diagnostic pop
 
-// A TCP connection between a GCDAsyncSocket (connected to 127.0.0.1 with
-// `delegate` on `queue`) and a plain peer socket.
+inline bool isError(const OptionalError& error, const std::string& domain, int64_t code) {
+  return error && error->domain == domain && error->code == code;
+}
+// "domain code: description", or "none".
+inline std::string errorText(const OptionalError& e) {
+  return e ? e->domain + " " + std::to_string(e->code) + ": " + e->description : "none";
+}
+
+// A GCDAsyncSocket (with `delegate` on `queue`) connected to a plain peer socket on loopback.
 struct Connection {
   std::shared_ptr<GCDAsyncSocket> sock;
   Fd peer;
@@ -216,9 +219,8 @@ struct Connection {
 Connection connectPair(const std::shared_ptr<Recorder>& delegate,
                        const std::shared_ptr<Queue>& queue);
 
-// A framed channel on loopback as the USB listener accepts it: the phone's
-// channel in its carrier, and the host's plain socket (the forwarder's end).
-// The listener's delegate queue is the main queue, which `main` runs.
+// A framed channel on loopback as the USB listener accepts it: the phone's channel in its carrier,
+// and the host's plain socket. The listener's delegate queue is the main queue, run by `main`.
 class UsbLoopback final : public PTChannelDelegate {
  public:
   ~UsbLoopback() override;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -18,21 +19,12 @@ using Bytes = std::vector<uint8_t>;
 inline Bytes hex(std::string_view text) {
   Bytes out;
   int high = -1;
-  for (char c : text) {
-    int v = c >= '0' && c <= '9'   ? c - '0'
-            : c >= 'a' && c <= 'f' ? c - 'a' + 10
-            : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                   : -1;
-    if (v < 0) {
-      if (c != ' ' && c != '|' && c != '\n') throw std::invalid_argument("bad hex text");
-      continue;
-    }
-    if (high < 0) {
-      high = v;
-      continue;
-    }
-    out.push_back(uint8_t(high << 4 | v));
-    high = -1;
+  for (unsigned char c : text) {
+    if (c == ' ' || c == '|' || c == '\n') continue;
+    if (!std::isxdigit(c)) throw std::invalid_argument("bad hex text");
+    int v = std::isdigit(c) ? c - '0' : std::tolower(c) - 'a' + 10;
+    if (high >= 0) out.push_back(uint8_t(high << 4 | v));
+    high = high >= 0 ? -1 : v;
   }
   if (high >= 0) throw std::invalid_argument("odd hex digits");
   return out;

@@ -49,12 +49,7 @@ class LogCapture {
     std::lock_guard lock(mutex_);
     return lines_;
   }
-  bool contains(const std::string& text) const {
-    std::lock_guard lock(mutex_);
-    for (auto& l : lines_)
-      if (l.find(text) != std::string::npos) return true;
-    return false;
-  }
+  bool contains(const std::string& text) const { return count(text) > 0; }
   size_t count(const std::string& text) const {
     std::lock_guard lock(mutex_);
     size_t n = 0;
@@ -67,11 +62,9 @@ class LogCapture {
   std::vector<std::string> lines_;
 };
 
-// Installs a manual clock and a driven main queue for one test; restores the
-// system clock and a fresh main queue afterwards. Tests advance time with
-// advance() and run the main queue with drain(). The test's thread drives the
-// main queue, so it counts as being on it: it may call main-queue operations
-// directly.
+// A manual clock and a driven main queue for one test, undone afterwards: advance() moves time,
+// drain() runs the queue. The test's thread drives the main queue, so it counts as being on it
+// and may call main-queue operations directly.
 class ManualMain {
  public:
   ManualMain() : clock_(std::make_shared<ManualClock>()) {
@@ -106,9 +99,9 @@ class ManualMain {
   std::unique_ptr<Queue::DrivingScope> driving_;
 };
 
-// Waits in 1 ms steps until `done` holds or `seconds` of real time have
-// passed, running `step` before each look; returns done(). For what real
-// sockets and threads do: the system's own delays run on the manual clock.
+// Waits in 1 ms steps until `done` holds or `seconds` of real time pass, running `step` before
+// each look; returns done(). For real sockets and threads: the system's delays use the manual
+// clock.
 inline bool waitUntil(const std::function<bool()>& done, double seconds = 5.0,
                       const std::function<void()>& step = {}) {
   auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);

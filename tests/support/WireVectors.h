@@ -6,22 +6,14 @@
 #include "tests/support/TestBytes.h"
 #include "wire/InfoPacket.h"
 
-// The records of the stream written by hand from the layout tables, with the
-// inputs that should produce them. Builders are checked against these bytes
-// and parsers read them back.
+// The records of the stream written by hand from the layout tables, with the inputs that should
+// produce them. Builders are checked against these bytes and parsers read them back.
 namespace oxelo::test {
 
 inline wire::InfoPacketFields deskInfoFields() {
   wire::InfoPacketFields f;
-  f.width = 1920;
-  f.height = 1080;
-  f.frameRate = 30;
-  f.videoBitRate = 4000000;
-  f.videoEncoder = 1;
-  f.hasAudio = true;
-  f.audioSampleRate = 48000;
-  f.audioChannels = 2;
-  f.audioBitRate = 128000;
+  f.width = 1920, f.height = 1080, f.frameRate = 30, f.videoBitRate = 4000000, f.videoEncoder = 1;
+  f.hasAudio = true, f.audioSampleRate = 48000, f.audioChannels = 2, f.audioBitRate = 128000;
   f.deviceName = u"Desk";
   f.videoSizes = {{640, 360, 30}, {1280, 720, 60}, {1920, 1080, 60}};
   f.videoFrameRates = {"24", "29.97", "30", "60"};
@@ -88,35 +80,16 @@ inline Bytes audioFramePacket() {
   return hex("08 00 00 00 | 17 00 00 00 | 05 00 00 00 | AF | 01 | 21 10 05");
 }
 
-// Beauty on with method 1, mirrored, torch 3, lock state 2; custom exposure of
-// 1/64 s; white balance 5500.7 K locked; focus at 0.5, automatic; ISO 200.9;
-// bias -1.55; zoom 2.25; battery at 75 % and charging.
+// Beauty on with method 1, mirrored, torch 3, lock state 2; custom exposure of 1/64 s; white
+// balance 5500.7 K locked; focus at 0.5, automatic; ISO 200.9; bias -1.55; zoom 2.25; battery at
+// 75 % and charging; the rest as a fresh record has them.
 inline StreamStatusValues statusValues() {
   StreamStatusValues v;
-  v.beautyFace = true;
-  v.beautyMethod = 1;
-  v.mirror = true;
-  v.dim = false;
-  v.torch = 3;
-  v.torchAvailable = true;
-  v.aeafLock = 2;
-  v.exposure = 1.0 / 64;
-  v.autoExposure = false;
-  v.aeLock = false;
-  v.exposureMode = 3;
-  v.whiteBalanceTemperature = 5500.7;
-  v.autoWhiteBalance = true;
-  v.awbLock = true;
-  v.whiteBalanceMode = 0;
-  v.lensPosition = 0.5;
-  v.autoFocus = true;
-  v.afLock = false;
-  v.focusMode = 2;
-  v.iso = 200.9;
-  v.exposureTargetBias = -1.55;
-  v.zoomScale = 2.25;
-  v.batteryLevel = 0.75;
-  v.batteryState = 2;
+  v.beautyFace = true, v.beautyMethod = 1, v.mirror = true, v.torch = 3, v.aeafLock = 2;
+  v.exposure = 1.0 / 64, v.autoExposure = false, v.exposureMode = 3;
+  v.whiteBalanceTemperature = 5500.7, v.awbLock = true, v.whiteBalanceMode = 0;
+  v.lensPosition = 0.5, v.iso = 200.9, v.exposureTargetBias = -1.55, v.zoomScale = 2.25;
+  v.batteryLevel = 0.75, v.batteryState = 2;
   return v;
 }
 
@@ -137,23 +110,14 @@ inline Bytes statusBlock() {
 }
 
 // The front camera: exposure 0.00001 to 0.5 s, every exposure mode, custom
-// white balance gains, fixed focus, ISO 34 to 2176, bias -8 to 8, zoom to 4.
+// white balance gains, fixed focus, ISO 34 to 2176, bias -8 to 8, zoom to 4;
+// the rest as a fresh record has them.
 inline StreamStatusValues frontCameraValues() {
   StreamStatusValues v;
   v.captureDevicePosition = 2;
-  v.captureDeviceType = device_type::kWideAngle;
-  v.minExposure = 0.00001;
-  v.maxExposure = 0.5;
-  v.exposureModes = 0b1111;
-  v.exposurePointOfInterest = true;
-  v.whiteBalanceCustomGains = true;
-  v.whiteBalanceModes = 0b111;
-  v.focusCustomLensPosition = false;
-  v.focusPointOfInterest = false;
-  v.minISO = 34;
-  v.maxISO = 2176;
-  v.minExposureTargetBias = -8;
-  v.maxExposureTargetBias = 8;
+  v.minExposure = 0.00001, v.maxExposure = 0.5, v.exposureModes = 0b1111;
+  v.exposurePointOfInterest = true, v.whiteBalanceCustomGains = true, v.whiteBalanceModes = 0b111;
+  v.minISO = 34, v.maxISO = 2176, v.minExposureTargetBias = -8, v.maxExposureTargetBias = 8;
   v.maxZoomScale = 4;
   return v;
 }
@@ -181,19 +145,11 @@ inline Bytes frontCapabilityBlock() {
 // position and point of interest, ISO 40 to 1280, zoom to 15.25.
 inline StreamStatusValues telephotoCameraValues() {
   StreamStatusValues v = frontCameraValues();
-  v.captureDevicePosition = 1;
-  v.captureDeviceType = device_type::kTelephoto;
-  v.minExposure = 1.0 / 1024;
-  v.maxExposure = 1.0;
-  v.exposureModes = 0b0111;
-  v.exposurePointOfInterest = true;
-  v.whiteBalanceCustomGains = false;
-  v.whiteBalanceModes = 0b001;
-  v.focusCustomLensPosition = true;
-  v.focusPointOfInterest = true;
-  v.minISO = 40;
-  v.maxISO = 1280;
-  v.maxZoomScale = 15.25;
+  v.captureDevicePosition = 1, v.captureDeviceType = device_type::kTelephoto;
+  v.minExposure = 1.0 / 1024, v.maxExposure = 1.0, v.exposureModes = 0b0111;
+  v.whiteBalanceCustomGains = false, v.whiteBalanceModes = 0b001;
+  v.focusCustomLensPosition = true, v.focusPointOfInterest = true;
+  v.minISO = 40, v.maxISO = 1280, v.maxZoomScale = 15.25;
   return v;
 }
 

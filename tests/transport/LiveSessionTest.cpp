@@ -14,9 +14,7 @@ namespace oxelo {
 namespace {
 
 struct FakeVideoEncoder final : LFVideoEncoding {
-  void encodeVideoData(std::shared_ptr<PixelBuffer>, uint64_t time) override {
-    encoded.push_back(time);
-  }
+  void encodeVideoData(std::shared_ptr<PixelBuffer>, uint64_t t) override { encoded.push_back(t); }
   int64_t videoBitRate() const override { return rate; }
   void setVideoBitRate(int64_t videoBitRate) override { rate = videoBitRate; }
   void stopEncoder() override { stopped = true; }
@@ -50,9 +48,7 @@ struct RecordingView final : OXLiveSessionDelegate {
   void liveSessionLiveStateDidChange(OXLiveSession*, LiveStreamState state) override {
     states.push_back(state);
   }
-  void liveSessionErrorCode(OXLiveSession*, LiveStreamError errorCode) override {
-    errors.push_back(errorCode);
-  }
+  void liveSessionErrorCode(OXLiveSession*, LiveStreamError e) override { errors.push_back(e); }
   void liveSessionDebugInfo(OXLiveSession*, const LFLiveDebug&) override { ++debugInfos; }
   void liveSessionClientSetFocusPoint(OXLiveSession*, double x, double y) override {
     focus = {x, y};
@@ -65,7 +61,6 @@ struct RecordingView final : OXLiveSessionDelegate {
 
 class LiveSessionTest : public testing::Test {
  protected:
-  void SetUp() override { send_ = Queue::createDriven("send", main_.clockPtr()); }
   void TearDown() override {
     if (session_) session_->stopLive();
     send_->runPending();
@@ -110,11 +105,35 @@ class LiveSessionTest : public testing::Test {
 
   test::StreamFixtureSettings settings_;
   test::ManualMain main_;
-  std::shared_ptr<Queue> send_;
+  std::shared_ptr<Queue> send_ = Queue::createDriven("send", main_.clockPtr());
   std::shared_ptr<FakeEncoders> encoders_ = std::make_shared<FakeEncoders>();
   std::shared_ptr<RecordingView> view_ = std::make_shared<RecordingView>();
   std::shared_ptr<OXLiveSession> session_;
 };
+
+// The capture type follows the audio setting.
+struct CaptureCase {
+  const char* name;
+  int64_t audioFormat;
+  int64_t mask;
+  bool audio, video;
+};
+
+class CaptureTypeTest : public testing::TestWithParam<CaptureCase> {};
+
+TEST_P(CaptureTypeTest, FollowsTheAudioSetting) {
+  int64_t mask = captureTypeForAudioFormat(GetParam().audioFormat);
+  EXPECT_EQ(mask, GetParam().mask);
+  EXPECT_EQ(captureTypeHasAudio(mask), GetParam().audio);
+  EXPECT_EQ(captureTypeHasVideo(mask), GetParam().video);
+}
+
+INSTANTIATE_TEST_SUITE_P(AudioFormats, CaptureTypeTest,
+                         testing::Values(CaptureCase{"NoAudio", 0, 2, false, true},
+                                         CaptureCase{"NegativeIsNoAudio", -1, 2, false, true},
+                                         CaptureCase{"Aac", 1, 3, true, true},
+                                         CaptureCase{"AnyHigher", 2, 3, true, true}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(LiveSessionTest, CreationNeedsTheConfigurationsItsCaptureTypeUses) {
   auto info = test::makeStreamInfo();
@@ -128,14 +147,13 @@ TEST_F(LiveSessionTest, CreationNeedsTheConfigurationsItsCaptureTypeUses) {
     }
     return std::string("none");
   };
-  EXPECT_EQ(errorOf(nullptr, info->videoConfiguration, 3), "audioConfiguration is nil ");
-  EXPECT_EQ(errorOf(nullptr, info->videoConfiguration, kInputMaskAudio),
-            "audioConfiguration is nil ");
-  EXPECT_EQ(errorOf(info->audioConfiguration, nullptr, kInputMaskVideo),
-            "videoConfiguration is nil ");
-  EXPECT_EQ(errorOf(nullptr, info->videoConfiguration, kCaptureMaskVideo), "none");
-  EXPECT_TRUE(
-      OXLiveSession::create(info->audioConfiguration, nullptr, kCaptureMaskAudio)->deviceChanged());
+  auto audio = info->audioConfiguration;
+  auto video = info->videoConfiguration;
+  EXPECT_EQ(errorOf(nullptr, video, 3), "audioConfiguration is nil ");
+  EXPECT_EQ(errorOf(nullptr, video, kInputMaskAudio), "audioConfiguration is nil ");
+  EXPECT_EQ(errorOf(audio, nullptr, kInputMaskVideo), "videoConfiguration is nil ");
+  EXPECT_EQ(errorOf(nullptr, video, kCaptureMaskVideo), "none");
+  EXPECT_TRUE(OXLiveSession::create(audio, nullptr, kCaptureMaskAudio)->deviceChanged());
 }
 
 TEST_F(LiveSessionTest, WithAudioAndVideoNothingPassesBeforeAKeyFrameFollowsTheFirstAudio) {
@@ -168,19 +186,12 @@ TEST_F(LiveSessionTest, FramesMeetingAtTheFirstStampShareOneReference) {
 #endif
 }
 
-TEST_F(LiveSessionTest, WithVideoOnlyEveryFramePassesFromTheFirst) {
+// With video only every frame passes from the first, key frame or not.
+TEST_F(LiveSessionTest, WithVideoOnlyTimestampsStartAtZeroOnEachConnection) {
   makeSession(kCaptureMaskVideo);
   socketReports(LiveStreamState::Connected);
-  encoderGivesVideo(700, false);
-  encoderGivesVideo(733, true);
-  EXPECT_EQ(streamed(), (std::vector<int64_t>{0, 33}));
-}
-
-TEST_F(LiveSessionTest, TimestampsStartAgainAtZeroOnANewConnection) {
-  makeSession(kCaptureMaskVideo);
-  socketReports(LiveStreamState::Connected);
-  encoderGivesVideo(1000, true);
-  encoderGivesVideo(1100, false);
+  encoderGivesVideo(1000, false);
+  encoderGivesVideo(1100, true);
   socketReports(LiveStreamState::Stopped);
   EXPECT_FALSE(session_->uploading());
   encoderGivesVideo(3000, true);  // between connections: discarded
@@ -232,22 +243,19 @@ TEST_P(AdaptiveBitrateTest, StepsStayWithinTheConfiguredBounds) {
   EXPECT_EQ(video->videoBitRate(), 1000000u) << "the configured rate stays";
 }
 
+using B = BitrateCase;
+constexpr auto kRaise = BufferVerdict::RaiseBitrate;
+constexpr auto kLower = BufferVerdict::LowerBitrate;
 INSTANTIATE_TEST_SUITE_P(
     Verdicts, AdaptiveBitrateTest,
-    testing::Values(
-        BitrateCase{"RaiseByFivePercent", true, true, 1000000, BufferVerdict::RaiseBitrate,
-                    1050000},
-        BitrateCase{"RaiseThatWouldPassTheMaximumIsRefused", true, true, 1450000,
-                    BufferVerdict::RaiseBitrate, 1450000},
-        BitrateCase{"RaiseToExactlyTheMaximum", true, true, 1428572, BufferVerdict::RaiseBitrate,
-                    1500000},
-        BitrateCase{"LowerByAFifth", true, true, 1000000, BufferVerdict::LowerBitrate, 800000},
-        BitrateCase{"LowerThatWouldPassTheMinimumIsRefused", true, true, 600000,
-                    BufferVerdict::LowerBitrate, 600000},
-        BitrateCase{"NoChangeIsIgnored", true, true, 1000000, BufferVerdict::NoChange, 1000000},
-        BitrateCase{"OffMeansNoStep", false, true, 1000000, BufferVerdict::RaiseBitrate, 1000000},
-        BitrateCase{"NoStepBeforeTheConnection", true, false, 1000000, BufferVerdict::LowerBitrate,
-                    1000000}),
+    testing::Values(B{"RaiseByFivePercent", true, true, 1000000, kRaise, 1050000},
+                    B{"RaisePastTheMaximumIsRefused", true, true, 1450000, kRaise, 1450000},
+                    B{"RaiseToExactlyTheMaximum", true, true, 1428572, kRaise, 1500000},
+                    B{"LowerByAFifth", true, true, 1000000, kLower, 800000},
+                    B{"LowerPastTheMinimumIsRefused", true, true, 600000, kLower, 600000},
+                    B{"NoChangeIsIgnored", true, true, 1000000, BufferVerdict::NoChange, 1000000},
+                    B{"OffMeansNoStep", false, true, 1000000, kRaise, 1000000},
+                    B{"NoStepBeforeTheConnection", true, false, 1000000, kLower, 1000000}),
     [](const auto& info) { return info.param.name; });
 
 TEST_F(LiveSessionTest, PeerCloseStopsTheSessionBeforeTheViewHears) {
@@ -268,28 +276,21 @@ TEST_F(LiveSessionTest, PeerCloseStopsTheSessionBeforeTheViewHears) {
   EXPECT_EQ(encoders_->videos.size(), 2u) << "and new encoders";
 }
 
-TEST_F(LiveSessionTest, StatisticsReachTheViewOnlyWhenAsked) {
+// Statistics reach the view only when asked for.
+TEST_F(LiveSessionTest, StatisticsWhenAskedAndHostCommandsForTheSessionItself) {
   makeSession(kCaptureMaskVideo);
-  LFLiveDebug info;
-  info.totalFrame = 9;
-  session_->socketDebug(nullptr, info);
+  session_->socketDebug(nullptr, LFLiveDebug{});
   main_.drain();
   EXPECT_EQ(view_->debugInfos, 0);
-  EXPECT_EQ(session_->lastDebugInfo().totalFrame, 9);
   session_->setShowDebugInfo(true);
-  session_->socketDebug(nullptr, info);
-  main_.drain();
-  EXPECT_EQ(view_->debugInfos, 1);
-}
-
-TEST_F(LiveSessionTest, HostCommandsForTheSessionItself) {
-  makeSession(kCaptureMaskVideo);
+  session_->socketDebug(nullptr, LFLiveDebug{});
   bool dimSeen = false;
   auto watch = session_->dimProperty().observe([&](bool, bool now) { dimSeen = now; });
   session_->socketClientCommand(nullptr, {wire::kHostDim, 1, 0});
   session_->socketClientCommand(nullptr, {wire::kHostRecording, 7, 0});
   session_->socketClientCommand(nullptr, {wire::kHostFocusPoint, 255, 0});
   main_.drain();
+  EXPECT_EQ(view_->debugInfos, 1);
   EXPECT_TRUE(dimSeen);
   EXPECT_TRUE(session_->statusSource()->dim()) << "the status block tells the host";
   EXPECT_TRUE(session_->recording());

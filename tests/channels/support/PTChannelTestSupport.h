@@ -27,9 +27,8 @@ struct PTEndEvent {
   OptionalError error;
 };
 
-// Records every delegate call; the optional operations it has are `ops`,
-// changed by the test before it calls setDelegate. Used on the main queue
-// only, which the test itself runs.
+// Records every delegate call; its optional operations are `ops`, set before setDelegate. Used on
+// the main queue only, which the test itself runs.
 class PTRecorder : public PTChannelDelegate {
  public:
   explicit PTRecorder(uint8_t ops = kPTDelegateDidEndWithError | kPTDelegateDidAcceptConnection)
@@ -84,13 +83,8 @@ class PTRecorder : public PTChannelDelegate {
 
 inline constexpr uint32_t kLoopback = 0x7f000001;
 
-inline bool isError(const OptionalError& error, const std::string& domain, int64_t code) {
-  return error && error->domain == domain && error->code == code;
-}
-
-// A listening channel on 127.0.0.1, on the driven main queue of the test,
-// whose delegate is `recorder`; connectPeer() gives the channel it accepted
-// for a plain peer socket.
+// A channel listening on 127.0.0.1 on the test's driven main queue, with `recorder` as delegate;
+// connectPeer() gives the channel it accepted for a plain peer socket.
 class PTListenerTest : public testing::Test {
  protected:
   void SetUp() override {

@@ -21,26 +21,18 @@ class RecordingSession final : public LFStreamSocketDelegate {
  public:
   explicit RecordingSession(StreamStatusValues values = {}) : source_(std::move(values)) {}
 
-  void socketBufferStatus(LFStreamSocket*, BufferVerdict status) override {
-    std::lock_guard lock(mutex_);
-    verdicts_.push_back(status);
-  }
+  void socketBufferStatus(LFStreamSocket*, BufferVerdict v) override { add(verdicts_, v); }
   void socketStatus(LFStreamSocket*, LiveStreamState status) override {
-    std::lock_guard lock(mutex_);
-    states_.push_back(status);
-    if (status == LiveStreamState::Connecting) connectingTimes_.push_back(mediaTime());
+    add(states_, status);
+    if (status == LiveStreamState::Connecting) add(connectingTimes_, mediaTime());
   }
-  void socketDidError(LFStreamSocket*, LiveStreamError errorCode) override {
-    std::lock_guard lock(mutex_);
-    errors_.push_back(errorCode);
-  }
+  void socketDidError(LFStreamSocket*, LiveStreamError e) override { add(errors_, e); }
   void socketDebug(LFStreamSocket*, const LFLiveDebug&) override { ++debugReports_; }
   bool deviceChanged() const override { return deviceChanged_; }
   void setDeviceChanged(bool changed) override { deviceChanged_ = changed; }
   const StreamStatusSource* statusSource() const override { return &source_; }
   void socketClientCommand(LFStreamSocket*, const wire::HostCommandRecord& command) override {
-    std::lock_guard lock(mutex_);
-    commands_.push_back(command.command);
+    add(commands_, command.command);
   }
 
   std::vector<LiveStreamState> states() const { return copy(states_); }
@@ -57,6 +49,11 @@ class RecordingSession final : public LFStreamSocketDelegate {
     std::lock_guard lock(mutex_);
     return list;
   }
+  template <class T>
+  void add(std::vector<T>& list, T value) {
+    std::lock_guard lock(mutex_);
+    list.push_back(value);
+  }
   PlainStatusSource source_;
   std::atomic<bool> deviceChanged_{true};
   std::atomic<size_t> debugReports_{0};
@@ -68,9 +65,8 @@ class RecordingSession final : public LFStreamSocketDelegate {
   std::vector<uint32_t> commands_;
 };
 
-// A stream info with a 1280x720 configuration at `fps`, and the settings
-// store the info packet reads (a fresh one in a temporary directory, with
-// `audioFormat` as given and H.264).
+// A stream info with a 1280x720 configuration at `fps`, and the settings store the info packet
+// reads (a fresh one in a temporary directory, with `audioFormat` as given and H.264).
 struct StreamFixtureSettings {
   TempDir dir;
   std::shared_ptr<UserDefaults> defaults;
@@ -79,9 +75,8 @@ struct StreamFixtureSettings {
 };
 std::shared_ptr<LFLiveStreamInfo> makeStreamInfo(uint64_t fps = 30);
 
-// A TCP connection on loopback: the phone's GCDAsyncSocket (delegate queue:
-// the main queue) in the carrier that the main screen hands over, and the
-// host's plain socket.
+// A TCP connection on loopback: the phone's GCDAsyncSocket (delegate queue: the main queue) in the
+// carrier that the main screen hands over, and the host's plain socket.
 struct LoopbackConnection {
   std::shared_ptr<TcpCarrier> carrier;
   Fd host;
