@@ -228,5 +228,56 @@ INSTANTIATE_TEST_SUITE_P(
                     PositionCase("ThreeUnknown", {kNone, kNone, kNone}, {kBack, kFront, kFront})),
     [](const auto& info) { return std::string(info.param.name); });
 
+TEST(V4l2MappingTest, FacingAndRotationComeFromTheControlsElseAPlacementOffUsb) {
+  constexpr auto kExternal = CameraFacing::external, kBack = CameraFacing::back;
+  constexpr int kNo = -1;  // no such control
+  const struct {
+    const char *bus, *placement;
+    int orientation, rotation;
+    CameraMounting expected;
+  } rows[] = {
+      {"usb-0000:00:14.0-1", "", kNo, kNo, {kExternal, 0}},
+      {"platform:cam", "back", kNo, kNo, {kBack, 0}},
+      {"usb-1", "front", kNo, kNo, {kExternal, 0}},
+      {"platform:cam", "front", V4L2_CAMERA_ORIENTATION_BACK, 90, {kBack, 90}},
+      {"usb-2", "", V4L2_CAMERA_ORIENTATION_EXTERNAL, 180, {kExternal, 180}},
+      {"platform:cam", "", kNo, 100, {kExternal, 90}},  // to quarter turns
+  };
+  for (const auto& row : rows) {
+    V4l2DeviceInfo info;
+    info.busInfo = row.bus;
+    info.placement = row.placement;
+    if (row.orientation != kNo)
+      info.controls.push_back(integer(V4L2_CID_CAMERA_ORIENTATION, 0, 2, row.orientation));
+    if (row.rotation != kNo)
+      info.controls.push_back(integer(V4L2_CID_CAMERA_SENSOR_ROTATION, 0, 360, row.rotation));
+    EXPECT_EQ(v4l2Mounting(info), row.expected) << row.bus << " " << row.placement;
+  }
+}
+
+TEST(V4l2MappingTest, FrameColourFollowsTheFormatsColourFields) {
+  constexpr auto kBt601 = ColourMatrix::bt601, kBt709 = ColourMatrix::bt709;
+  constexpr auto kVideo = ColourRange::video, kFull = ColourRange::full;
+  constexpr uint32_t kEnc = V4L2_YCBCR_ENC_DEFAULT, kQuant = V4L2_QUANTIZATION_DEFAULT;
+  const struct {
+    uint32_t colorspace, encoding, quantization;
+    ColourMatrix matrix;
+    ColourRange range;
+  } rows[] = {
+      {V4L2_COLORSPACE_DEFAULT, kEnc, kQuant, kBt601, kVideo},
+      {V4L2_COLORSPACE_REC709, kEnc, kQuant, kBt709, kVideo},
+      {V4L2_COLORSPACE_SMPTE170M, kEnc, kQuant, kBt601, kVideo},
+      {V4L2_COLORSPACE_JPEG, kEnc, kQuant, kBt601, kFull},
+      {V4L2_COLORSPACE_SRGB, kEnc, kQuant, kBt601, kVideo},
+      {V4L2_COLORSPACE_REC709, V4L2_YCBCR_ENC_601, V4L2_QUANTIZATION_FULL_RANGE, kBt601, kFull},
+      {V4L2_COLORSPACE_BT2020, kEnc, V4L2_QUANTIZATION_LIM_RANGE, kBt709, kVideo},
+  };
+  for (const auto& row : rows) {
+    auto colour = v4l2FrameColour(row.colorspace, row.encoding, row.quantization);
+    EXPECT_EQ(colour.matrix, row.matrix) << row.colorspace << " " << row.encoding;
+    EXPECT_EQ(colour.range, row.range) << row.colorspace << " " << row.quantization;
+  }
+}
+
 }  // namespace
 }  // namespace oxelo
