@@ -4,7 +4,6 @@
 #include <linux/videodev2.h>
 #include <sys/mman.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -16,7 +15,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "platform/camera/CameraFrameSink.h"
@@ -24,7 +22,7 @@
 
 namespace oxelo::test {
 
-// The visible bytes of a frame's plane (0: luma, 1: chroma pairs), row padding left out.
+// The visible bytes of a frame's plane (0: luma, 1: chroma pairs), without row padding.
 inline std::vector<uint8_t> planeBytes(const CameraFrame& frame, int p) {
   auto view = frame.planes()[p];
   std::vector<uint8_t> bytes;
@@ -35,17 +33,22 @@ inline std::vector<uint8_t> planeBytes(const CameraFrame& frame, int p) {
   return bytes;
 }
 
-// A frame sink that keeps what it gets and lets a test wait for it (bounded,
-// in case it never comes).
+// A frame sink that keeps what it gets and lets a test wait for it (for at
+// most 5 s, in case it never comes).
 class CameraFrameRecorder final : public CameraFrameSink {
  public:
   void cameraDidOutputFrame(const CameraFramePtr& frame) override { keep(frames_, frame); }
   void cameraStreamDidEnd(const CameraError& error) override { keep(ends_, error); }
-  // The n-th frame (from 0), or the stream's end, once it has come; none after 5 s.
-  CameraFramePtr frame(size_t n) { return waitFor(frames_, n).value_or(nullptr); }
+  CameraFramePtr frame(size_t n) { return waitFor(frames_, n).value_or(nullptr); }  // n from 0
   std::optional<CameraError> end() { return waitFor(ends_, 0); }
-  size_t count() const { return sizeOf(frames_); }
-  size_t ends() const { return sizeOf(ends_); }
+  size_t count() {
+    std::lock_guard lock(mutex_);
+    return frames_.size();
+  }
+  size_t ends() {
+    std::lock_guard lock(mutex_);
+    return ends_.size();
+  }
 
  private:
   template <class T>
@@ -55,17 +58,12 @@ class CameraFrameRecorder final : public CameraFrameSink {
     changed_.notify_all();
   }
   template <class T>
-  size_t sizeOf(const std::vector<T>& list) const {
-    std::lock_guard lock(mutex_);
-    return list.size();
-  }
-  template <class T>
   std::optional<T> waitFor(const std::vector<T>& list, size_t n) {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, std::chrono::seconds(5), [&] { return list.size() > n; });
     return list.size() > n ? std::optional(list[n]) : std::nullopt;
   }
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<CameraFramePtr> frames_;
   std::vector<CameraError> ends_;
@@ -91,10 +89,9 @@ class FakeV4l2Camera final : public V4l2Syscalls {
   // Set before the camera is opened.
   std::string path = "/dev/video7";
   std::vector<Format> formats;
-  std::vector<std::pair<uint32_t, int32_t>> controls;  // read-only integers in id order
-  uint32_t padding = 0;                                // bytes after each row
+  std::map<uint32_t, int32_t> controls;  // read-only integer controls by id
+  uint32_t padding = 0;                  // bytes after each row
   int openError = 0;
-  double monotonic = 500.0;  // monotonicNow()
   std::map<unsigned long, Answer> answers;
   // What the stream asked for and holds.
   v4l2_fract interval{};
@@ -106,6 +103,7 @@ class FakeV4l2Camera final : public V4l2Syscalls {
         {VIDIOC_QUERYCAP, as<v4l2_capability>([](auto& c) {
            std::strcpy(reinterpret_cast<char*>(c.bus_info), "usb-1");
            c.capabilities = V4L2_CAP_VIDEO_CAPTURE;
+           return 0;
          })},
         {VIDIOC_ENUM_FMT, as<v4l2_fmtdesc>([this](auto& d) {
            if (d.index >= formats.size()) return EINVAL;
@@ -122,41 +120,40 @@ class FakeV4l2Camera final : public V4l2Syscalls {
            return EINVAL;
          })},
         {VIDIOC_QUERYCTRL, as<v4l2_queryctrl>([this](auto& q) {
-           uint32_t after = q.id & ~V4L2_CTRL_FLAG_NEXT_CTRL;
-           auto next = std::find_if(controls.begin(), controls.end(),
-                                    [&](auto& c) { return c.first > after; });
+           auto next = controls.upper_bound(q.id & ~V4L2_CTRL_FLAG_NEXT_CTRL);
            if (next == controls.end()) return EINVAL;
            q = {};
            q.id = next->first;
            q.type = V4L2_CTRL_TYPE_INTEGER;
-           q.maximum = 360;
            q.flags = V4L2_CTRL_FLAG_READ_ONLY;
            return 0;
          })},
         {VIDIOC_G_CTRL, as<v4l2_control>([this](auto& c) {
-           for (auto [id, value] : controls) {
-             if (id != c.id) continue;
-             c.value = value;
-             return 0;
-           }
-           return EINVAL;
+           if (!controls.count(c.id)) return EINVAL;
+           c.value = controls[c.id];
+           return 0;
          })},
         {VIDIOC_G_PARM, as<v4l2_streamparm>([](auto& p) {
            p.parm.capture.timeperframe = {1, 30};
+           return 0;
          })},
-        {VIDIOC_S_PARM,
-         as<v4l2_streamparm>([this](auto& p) { interval = p.parm.capture.timeperframe; })},
+        {VIDIOC_S_PARM, as<v4l2_streamparm>([this](auto& p) {
+           interval = p.parm.capture.timeperframe;
+           return 0;
+         })},
         {VIDIOC_S_FMT, as<v4l2_format>([this](auto& f) {
            auto& p = f.fmt.pix;
            p.bytesperline = p.width * (p.pixelformat == V4L2_PIX_FMT_YUYV ? 2 : 1) + padding;
            p.sizeimage = bufferSize_ = p.bytesperline * p.height * 2 + 4096;
            p.colorspace = V4L2_COLORSPACE_REC709;
+           return 0;
          })},
         {VIDIOC_REQBUFS, as<v4l2_requestbuffers>([this](auto& r) {
            r.count = std::min(r.count, 4u);
            buffers_.assign(r.count, std::vector<uint8_t>(bufferSize_));
            queued_.clear();
            done_.clear();
+           return 0;
          })},
         {VIDIOC_QUERYBUF, as<v4l2_buffer>([this](auto& b) {
            if (b.index >= buffers_.size()) return EINVAL;
@@ -164,15 +161,18 @@ class FakeV4l2Camera final : public V4l2Syscalls {
            b.m.offset = b.index << 20;
            return 0;
          })},
-        {VIDIOC_QBUF, as<v4l2_buffer>([this](auto& b) { queued_.push_back(b.index); })},
+        {VIDIOC_QBUF, as<v4l2_buffer>([this](auto& b) {
+           queued_.push_back(b.index);
+           return 0;
+         })},
         {VIDIOC_DQBUF, as<v4l2_buffer>([this](auto& b) {
            if (done_.empty()) return EAGAIN;
            b = done_.front();
            done_.pop_front();
            return 0;
          })},
-        {VIDIOC_STREAMON, as<int>([this](int&) { streaming = true; })},
-        {VIDIOC_STREAMOFF, as<int>([this](int&) { streaming = false; })},
+        {VIDIOC_STREAMON, setsStreaming(true)},
+        {VIDIOC_STREAMOFF, setsStreaming(false)},
     };
   }
 
@@ -193,40 +193,32 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     changed_.notify_all();
     return true;
   }
-  void vanish() {
-    std::lock_guard lock(mutex_);
-    gone_ = true;
-    changed_.notify_all();
-  }
+  // From now on poll() reports the node hung up and every ioctl fails with ENODEV.
+  void vanish() { signal(gone_); }
 
   int open(const char* p, int) override {
     errno = p != path ? ENOENT : openError;
     return errno ? -1 : kFd;
   }
   int close(int fd) override {
-    if (fd == kWakeFd) wakeClosed = true;
+    wakeClosed = wakeClosed || fd == kWakeFd;
     return 0;
   }
-  int fstat(int, struct stat*) override {
-    errno = ENOSYS;
-    return -1;
-  }
+  int fstat(int, struct stat*) override { return -1; }  // no sysfs placement
   int makeWakeFd() override {
     std::lock_guard lock(mutex_);
     woken_ = wakeClosed = false;
     return kWakeFd;
   }
-  void wake(int) override {
-    std::lock_guard lock(mutex_);
-    woken_ = true;
-    changed_.notify_all();
-  }
-  double monotonicNow() override { return monotonic; }
-  void* mmap(size_t length, int, int, int fd, off_t offset) override {
+  void wake(int) override { signal(woken_); }
+  double monotonicNow() override { return 500.0; }
+  void* mmap(size_t length, int, int, int, off_t offset) override {
     std::lock_guard lock(mutex_);
     size_t i = static_cast<size_t>(offset) >> 20;
-    if (fd != kFd || i >= buffers_.size() || length != buffers_[i].size())
-      return errno = EINVAL, MAP_FAILED;
+    if (i >= buffers_.size() || length != buffers_[i].size()) {
+      errno = EINVAL;
+      return MAP_FAILED;
+    }
     ++mapped;
     return buffers_[i].data();
   }
@@ -240,39 +232,39 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     changed_.wait_for(lock, std::chrono::seconds(10),
                       [&] { return woken_ || gone_ || !done_.empty(); });
     int ready = 0;
-    for (nfds_t i = 0; i < count; ++i) {
-      bool wake = fds[i].fd == kWakeFd && woken_, camera = fds[i].fd == kFd;
-      fds[i].revents = wake                       ? POLLIN
-                       : camera && gone_          ? POLLERR | POLLHUP
-                       : camera && !done_.empty() ? POLLIN
-                                                  : 0;
-      ready += fds[i].revents != 0;
+    for (auto* p = fds; p != fds + count; ++p) {
+      p->revents = p->fd == kWakeFd ? (woken_ ? POLLIN : 0)
+                   : gone_          ? POLLERR | POLLHUP
+                                    : (done_.empty() ? 0 : POLLIN);
+      ready += p->revents != 0;
     }
     return ready;
   }
   int ioctl(int fd, unsigned long request, void* arg) override {
     std::lock_guard lock(mutex_);
     auto answer = answers.find(request);
-    bool released = request == VIDIOC_STREAMOFF || request == VIDIOC_REQBUFS;
     errno = fd != kFd                 ? EBADF
-            : gone_ && !released      ? ENODEV
+            : gone_                   ? ENODEV
             : answer == answers.end() ? ENOTTY
                                       : answer->second(arg);
     return errno ? -1 : 0;
   }
 
  private:
-  // An answer on the request's own argument; one that cannot fail returns nothing.
   template <class T, class F>
-  static Answer as(F f) {
-    return [f](void* arg) {
-      if constexpr (std::is_void_v<decltype(f(*static_cast<T*>(arg)))>) {
-        f(*static_cast<T*>(arg));
-        return 0;
-      } else {
-        return f(*static_cast<T*>(arg));
-      }
+  static Answer as(F f) {  // an answer on the request's own argument
+    return [f](void* arg) { return f(*static_cast<T*>(arg)); };
+  }
+  Answer setsStreaming(bool on) {
+    return [this, on](void*) {
+      streaming = on;
+      return 0;
     };
+  }
+  void signal(bool& flag) {
+    std::lock_guard lock(mutex_);
+    flag = true;
+    changed_.notify_all();
   }
 
   std::mutex mutex_;

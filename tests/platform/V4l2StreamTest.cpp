@@ -56,7 +56,15 @@ class V4l2StreamTest : public testing::Test {
 };
 
 // Every test's open() finds its format and size among the camera's formats.
-TEST_F(V4l2StreamTest, TheCameraHasTheDriversSizesAndMounting) {
+TEST_F(V4l2StreamTest, TheCameraHasTheDriversSizesAndMountingWhenItMayBeOpened) {
+  fake_->openError = EACCES;
+  auto refused = enumerateV4l2Camera(fake_->path, V4l2Backend{fake_, nullptr});
+  EXPECT_TRUE(refused.devices.empty());
+  ASSERT_EQ(refused.problems.size(), 1u);
+  EXPECT_EQ(refused.problems[0].reason.code, CameraErrorCode::permissionDenied);
+  EXPECT_NE(refused.problems[0].reason.message.find("'video' group"), std::string::npos);
+
+  fake_->openError = 0;
   fake_->controls = {{V4L2_CID_CAMERA_ORIENTATION, V4L2_CAMERA_ORIENTATION_BACK},
                      {V4L2_CID_CAMERA_SENSOR_ROTATION, 90}};
   auto device = open();
@@ -230,15 +238,6 @@ INSTANTIATE_TEST_SUITE_P(
         RefusalCase{"StreamOnFails", VIDIOC_STREAMON, EIO, failed,
                     "failed to start streaming: Input/output error"}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(V4l2StreamTest, ACameraThatMayNotBeOpenedNamesTheVideoGroup) {
-  fake_->openError = EACCES;
-  auto found = enumerateV4l2Camera(fake_->path, V4l2Backend{fake_, nullptr});
-  EXPECT_TRUE(found.devices.empty());
-  ASSERT_EQ(found.problems.size(), 1u);
-  EXPECT_EQ(found.problems[0].reason.code, CameraErrorCode::permissionDenied);
-  EXPECT_NE(found.problems[0].reason.message.find("'video' group"), std::string::npos);
-}
 
 TEST_F(V4l2StreamTest, ACameraThatVanishesEndsTheSessionsStreamWithItsMessage) {
   auto device = open();
