@@ -95,6 +95,14 @@ TEST_P(CameraRefusalTest, RefusesAndKeepsEveryValue) {
 }
 
 using D = CaptureDevice;
+auto custom(CaptureTime duration, float iso) {
+  return [=](D& d) { return d.setExposureModeCustomWithDurationISO(duration, iso); };
+}
+auto gains(float red, float green, float blue) {
+  return [=](D& d) {
+    return d.setWhiteBalanceModeLockedWithDeviceWhiteBalanceGains({red, green, blue});
+  };
+}
 INSTANTIATE_TEST_SUITE_P(
     Changes, CameraRefusalTest,
     testing::Values(
@@ -107,27 +115,12 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal("BiasBeyondTheLimit", {{"exposureBias", {-2, 2}}},
                 [](D& d) { return d.setExposureTargetBias(2.5f); }),
         Refusal("ExposureBelowTheFormatsMinimum", {},
-                [](D& d) {
-                  return d.setExposureModeCustomWithDurationISO(CaptureTime::make(5, 100000),
-                                                                AVCaptureISOCurrent);
-                }),
-        Refusal("IsoAboveTheFormatsMaximum", {},
-                [](D& d) {
-                  return d.setExposureModeCustomWithDurationISO(AVCaptureExposureDurationCurrent,
-                                                                1601.0f);
-                }),
+                custom(CaptureTime::make(5, 100000), AVCaptureISOCurrent)),
+        Refusal("IsoAboveTheFormatsMaximum", {}, custom(AVCaptureExposureDurationCurrent, 1601)),
         Refusal("CustomExposureWithoutModeThree", {{"exposureModes", {0, 2}}},
-                [](D& d) {
-                  return d.setExposureModeCustomWithDurationISO(CaptureTime::make(1, 100), 100.0f);
-                }),
-        Refusal("GainBelowOne", {},
-                [](D& d) {
-                  return d.setWhiteBalanceModeLockedWithDeviceWhiteBalanceGains({0.9f, 1.0f, 1.0f});
-                }),
-        Refusal("GainAboveTheMaximum", {{"maxWhiteBalanceGain", 2}},
-                [](D& d) {
-                  return d.setWhiteBalanceModeLockedWithDeviceWhiteBalanceGains({1.0f, 2.5f, 1.0f});
-                }),
+                custom(CaptureTime::make(1, 100), 100)),
+        Refusal("GainBelowOne", {}, gains(0.9f, 1, 1)),
+        Refusal("GainAboveTheMaximum", {{"maxWhiteBalanceGain", 2}}, gains(1, 2.5f, 1)),
         Refusal("TorchLevelZero", {}, [](D& d) { return d.setTorchModeOnWithLevel(0.0f); }),
         Refusal("TorchLevelAboveOne", {}, [](D& d) { return d.setTorchModeOnWithLevel(1.2f); }),
         Refusal("TorchOnACameraWithout", {{"torch", false}},

@@ -62,70 +62,50 @@ TEST(CameraJsonLoaderTest, ReadsRangesSubtypesLimitsAndControls) {
                 {1280, "420v", 30}, {1280, "420f", 30}, {640, "420v", 60}, {640, "420f", 60}}));
 }
 
-struct BadDocument {
-  const char* name;
-  const char* text;
-  const char* errorPart;
-};
-
-class CameraJsonErrorTest : public testing::TestWithParam<BadDocument> {};
-
-TEST_P(CameraJsonErrorTest, NamesThePlaceAndTheFault) {
-  std::string error;
-  EXPECT_FALSE(parseVirtualCameras(json::parse(GetParam().text), error));
-  EXPECT_NE(error.find(GetParam().errorPart), std::string::npos) << error;
+// A text that starts with a key is the rest of a back wide camera.
+std::string documentOf(const std::string& text) {
+  if (text[0] != '"') return text;
+  return R"({"cameras":[{"type":"wide","position":"back",)" + text + "}]}";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Documents, CameraJsonErrorTest,
-    testing::Values(
-        BadDocument("NotAnObject", R"([1,2])", "document: must be an object"),
-        BadDocument("NoCameras", R"({})", "needs \"cameras\""),
-        BadDocument("UnknownTopKey", R"({"cameras":[],"camera":1})", "unknown key \"camera\""),
-        BadDocument("UnknownType",
-                    R"({"cameras":[{"type":"fisheye","position":"back","formats":[]}]})",
-                    "cameras[0].type: unknown camera type \"fisheye\""),
-        BadDocument("MissingPosition", R"({"cameras":[{"type":"wide","formats":[]}]})",
-                    "cameras[0]: needs \"position\""),
-        BadDocument("BadPosition", R"({"cameras":[{"type":"wide","position":3,"formats":[]}]})",
-                    "cameras[0].position: must be \"back\" or \"front\""),
-        BadDocument("TypoInAFormat",
-                    R"({"cameras":[{"type":"wide","position":"back",
-                        "formats":[{"width":640,"heigth":480,"fps":30}]}]})",
-                    "cameras[0].formats[0]: unknown key \"heigth\""),
-        BadDocument("ZeroWidth",
-                    R"({"cameras":[{"type":"wide","position":"back",
-                        "formats":[{"width":0,"height":480,"fps":30}]}]})",
-                    "cameras[0].formats[0].width: must be a whole number"),
-        BadDocument("TextRate",
-                    R"({"cameras":[{"type":"wide","position":"back",
-                        "formats":[{"width":640,"height":480,"fps":"30"}]}]})",
-                    "formats[0].fps: must be a rate or a list"),
-        BadDocument("RangeUpsideDown",
-                    R"({"cameras":[{"type":"wide","position":"back",
-                        "formats":[{"width":640,"height":480,"fps":[[60,30]]}]}]})",
-                    "formats[0].fps[0]: the first number must not be above the second"),
-        BadDocument("OddSubtype",
-                    R"({"cameras":[{"type":"wide","position":"back",
-                        "formats":[{"width":640,"height":480,"fps":30,"subtypes":["yuvs"]}]}]})",
-                    "subtypes: holds a subtype other than"),
-        BadDocument("ExposureModeFour",
-                    R"({"cameras":[{"type":"wide","position":"back","formats":[],
-                        "controls":{"exposureModes":[2,4]}}]})",
-                    "controls.exposureModes: holds a mode that is not 0 to 3"),
-        BadDocument("FlagAsNumber",
-                    R"({"cameras":[{"type":"wide","position":"back","formats":[],
-                        "controls":{"torch":1}}]})",
-                    "controls.torch: must be true or false"),
-        BadDocument("SwitchOverWithoutParts",
-                    R"({"cameras":[{"type":"triple","position":"back","formats":[],
-                        "switchOverZoomFactors":[2]}]})",
-                    "switchOverZoomFactors: needs \"constituents\""),
-        BadDocument("SameIdTwice",
-                    R"({"cameras":[{"type":"wide","position":"back","formats":[],"uniqueID":"a"},
-                                   {"type":"wide","position":"front","formats":[],"uniqueID":"a"}]})",
-                    "cameras[1].uniqueID: \"a\" is used twice")),
-    [](const auto& info) { return std::string(info.param.name); });
+TEST(CameraJsonLoaderTest, ErrorsNameThePlaceAndTheFault) {
+  const struct {
+    const char *text, *errorPart;
+  } documents[] = {
+      {"[1,2]", "document: must be an object"},
+      {"{}", "needs \"cameras\""},
+      {R"({"cameras":[],"camera":1})", "unknown key \"camera\""},
+      {R"({"cameras":[{"type":"fisheye","position":"back","formats":[]}]})",
+       "cameras[0].type: unknown camera type \"fisheye\""},
+      {R"({"cameras":[{"type":"wide","formats":[]}]})", "cameras[0]: needs \"position\""},
+      {R"({"cameras":[{"type":"wide","position":3,"formats":[]}]})",
+       "cameras[0].position: must be \"back\" or \"front\""},
+      {R"("formats":[{"width":640,"heigth":480,"fps":30}])",
+       "cameras[0].formats[0]: unknown key \"heigth\""},
+      {R"("formats":[{"width":0,"height":480,"fps":30}])",
+       "cameras[0].formats[0].width: must be a whole number"},
+      {R"("formats":[{"width":640,"height":480,"fps":"30"}])",
+       "formats[0].fps: must be a rate or a list"},
+      {R"("formats":[{"width":640,"height":480,"fps":[[60,30]]}])",
+       "formats[0].fps[0]: the first number must not be above the second"},
+      {R"("formats":[{"width":640,"height":480,"fps":30,"subtypes":["yuvs"]}])",
+       "subtypes: holds a subtype other than"},
+      {R"("formats":[],"controls":{"exposureModes":[2,4]})",
+       "controls.exposureModes: holds a mode that is not 0 to 3"},
+      {R"("formats":[],"controls":{"torch":1})", "controls.torch: must be true or false"},
+      {R"({"cameras":[{"type":"triple","position":"back","formats":[],
+          "switchOverZoomFactors":[2]}]})",
+       "switchOverZoomFactors: needs \"constituents\""},
+      {R"({"cameras":[{"type":"wide","position":"back","formats":[],"uniqueID":"a"},
+                      {"type":"wide","position":"front","formats":[],"uniqueID":"a"}]})",
+       "cameras[1].uniqueID: \"a\" is used twice"},
+  };
+  for (const auto& d : documents) {
+    std::string error;
+    EXPECT_FALSE(parseVirtualCameras(json::parse(documentOf(d.text)), error)) << d.text;
+    EXPECT_NE(error.find(d.errorPart), std::string::npos) << error;
+  }
+}
 
 TEST(CameraJsonLoaderTest, FileErrorsNameTheFile) {
   test::TempDir dir;
