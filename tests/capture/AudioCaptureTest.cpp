@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <thread>
 
 #include "tests/support/TestSupport.h"
 
@@ -90,7 +89,6 @@ class AudioCaptureTest : public testing::Test {
   }
   using Bytes = std::vector<uint8_t>;
 
-  test::LogCapture log_;
   std::shared_ptr<Probe> probe_ = std::make_shared<Probe>();
   std::shared_ptr<BlockRecorder> recorder_ = std::make_shared<BlockRecorder>();
   std::shared_ptr<LFAudioCapture> capture_;
@@ -102,7 +100,6 @@ TEST_F(AudioCaptureTest, DeliversEachBlockAtTheConfiguredFormatOrZerosWhileMuted
   EXPECT_FALSE(capture_->isRunning());
   startAndWait();
   EXPECT_TRUE(capture_->isRunning());
-  EXPECT_TRUE(log_.contains("MicrophoneSource: startRunning"));
   ASSERT_TRUE(probe_->deliver({1, 2, 3, 4, 5, 6, 7, 8}));
   capture_->setMuted(true);
   ASSERT_TRUE(probe_->deliver(Bytes(1234, 0x5a)));
@@ -125,10 +122,6 @@ TEST_F(AudioCaptureTest, StopTakesEffectWithTheNextBlockWhichIsNotDelivered) {
   ASSERT_TRUE(probe_->deliver(Bytes(8, 1)));
   EXPECT_TRUE(recorder_->blocks.empty());
   ASSERT_TRUE(probe_->waitFor([this] { return probe_->stops == 1; }));
-  // The line follows the stop on taskQueue, a moment later.
-  for (int i = 0; i < 500 && !log_.contains("MicrophoneSource: stopRunning"); ++i)
-    std::this_thread::sleep_for(10ms);
-  EXPECT_TRUE(log_.contains("MicrophoneSource: stopRunning"));
 
   // And it runs again afterwards, until the capture goes.
   startAndWait();
@@ -137,7 +130,6 @@ TEST_F(AudioCaptureTest, StopTakesEffectWithTheNextBlockWhichIsNotDelivered) {
   capture_.reset();  // waits for taskQueue: a needless start would have run by now
   EXPECT_EQ(probe_->starts, 2);
   EXPECT_EQ(probe_->stops, 2);
-  EXPECT_EQ(log_.count("MicrophoneSource: startRunning"), 2u);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "platform/camera/CameraFrameSink.h"
@@ -103,7 +104,6 @@ class FakeV4l2Camera final : public V4l2Syscalls {
         {VIDIOC_QUERYCAP, as<v4l2_capability>([](auto& c) {
            std::strcpy(reinterpret_cast<char*>(c.bus_info), "usb-1");
            c.capabilities = V4L2_CAP_VIDEO_CAPTURE;
-           return 0;
          })},
         {VIDIOC_ENUM_FMT, as<v4l2_fmtdesc>([this](auto& d) {
            if (d.index >= formats.size()) return EINVAL;
@@ -135,25 +135,20 @@ class FakeV4l2Camera final : public V4l2Syscalls {
          })},
         {VIDIOC_G_PARM, as<v4l2_streamparm>([](auto& p) {
            p.parm.capture.timeperframe = {1, 30};
-           return 0;
          })},
-        {VIDIOC_S_PARM, as<v4l2_streamparm>([this](auto& p) {
-           interval = p.parm.capture.timeperframe;
-           return 0;
-         })},
+        {VIDIOC_S_PARM,
+         as<v4l2_streamparm>([this](auto& p) { interval = p.parm.capture.timeperframe; })},
         {VIDIOC_S_FMT, as<v4l2_format>([this](auto& f) {
            auto& p = f.fmt.pix;
            p.bytesperline = p.width * (p.pixelformat == V4L2_PIX_FMT_YUYV ? 2 : 1) + padding;
            p.sizeimage = bufferSize_ = p.bytesperline * p.height * 2 + 4096;
            p.colorspace = V4L2_COLORSPACE_REC709;
-           return 0;
          })},
         {VIDIOC_REQBUFS, as<v4l2_requestbuffers>([this](auto& r) {
            r.count = std::min(r.count, 4u);
            buffers_.assign(r.count, std::vector<uint8_t>(bufferSize_));
            queued_.clear();
            done_.clear();
-           return 0;
          })},
         {VIDIOC_QUERYBUF, as<v4l2_buffer>([this](auto& b) {
            if (b.index >= buffers_.size()) return EINVAL;
@@ -161,18 +156,15 @@ class FakeV4l2Camera final : public V4l2Syscalls {
            b.m.offset = b.index << 20;
            return 0;
          })},
-        {VIDIOC_QBUF, as<v4l2_buffer>([this](auto& b) {
-           queued_.push_back(b.index);
-           return 0;
-         })},
+        {VIDIOC_QBUF, as<v4l2_buffer>([this](auto& b) { queued_.push_back(b.index); })},
         {VIDIOC_DQBUF, as<v4l2_buffer>([this](auto& b) {
            if (done_.empty()) return EAGAIN;
            b = done_.front();
            done_.pop_front();
            return 0;
          })},
-        {VIDIOC_STREAMON, setsStreaming(true)},
-        {VIDIOC_STREAMOFF, setsStreaming(false)},
+        {VIDIOC_STREAMON, as<int>([this](int&) { streaming = true; })},
+        {VIDIOC_STREAMOFF, as<int>([this](int&) { streaming = false; })},
     };
   }
 
@@ -251,14 +243,15 @@ class FakeV4l2Camera final : public V4l2Syscalls {
   }
 
  private:
+  // An answer on the request's own argument: an errno, or nothing when it cannot fail.
   template <class T, class F>
-  static Answer as(F f) {  // an answer on the request's own argument
-    return [f](void* arg) { return f(*static_cast<T*>(arg)); };
-  }
-  Answer setsStreaming(bool on) {
-    return [this, on](void*) {
-      streaming = on;
-      return 0;
+  static Answer as(F f) {
+    return [f](void* arg) {
+      T& a = *static_cast<T*>(arg);
+      if constexpr (std::is_void_v<decltype(f(a))>)
+        return f(a), 0;
+      else
+        return f(a);
     };
   }
   void signal(bool& flag) {

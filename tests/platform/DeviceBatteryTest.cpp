@@ -36,9 +36,12 @@ Attributes battery(const char* status, const char* capacity) {
 }
 const Attributes kAcOn = {{"type", "Mains"}, {"online", "1"}};
 const Attributes kAcOff = {{"type", "Mains"}, {"online", "0"}};
-const Attributes kMouse = {
-    {"type", "Battery"}, {"scope", "Device"}, {"status", "Charging"}, {"capacity", "90"}};
 using S = BatteryState;
+using Supply = std::pair<const std::string, Attributes>;
+Supply bat(int n, const char* status, const char* capacity) {
+  return {"BAT" + std::to_string(n), battery(status, capacity)};
+}
+const Supply kOn = {"AC", kAcOn}, kOff = {"AC", kAcOff};
 
 struct SupplyCase {
   const char* name;
@@ -60,34 +63,29 @@ TEST_P(PowerSupplyReadingTest, StateAndLevelFromTheSupplies) {
 // A charge threshold holds the battery although the cable is in: only
 // charging or full count as a cable. A peripheral's battery or an empty slot
 // is not the machine's.
+const Supply kMouse = {
+    "hid-mouse",
+    {{"type", "Battery"}, {"scope", "Device"}, {"status", "Charging"}, {"capacity", "90"}}};
+const Supply kEmptySlot = {"BAT1", {{"type", "Battery"}, {"present", "0"}, {"status", "Charging"}}};
 INSTANTIATE_TEST_SUITE_P(
     Supplies, PowerSupplyReadingTest,
     testing::Values(
-        SupplyCase("Charging", {{"BAT0", battery("Charging", "57")}, {"AC", kAcOn}}, S::charging,
-                   0.57f),
-        SupplyCase("Full", {{"BAT0", battery("Full", "100")}, {"AC", kAcOn}}, S::full, 1.0f),
-        SupplyCase("Discharging", {{"BAT0", battery("Discharging", "42")}, {"AC", kAcOff}},
-                   S::unplugged, 0.42f),
-        SupplyCase("NotChargingOnMains", {{"BAT0", battery("Not charging", "80")}, {"AC", kAcOn}},
-                   S::unplugged, 0.80f),
-        SupplyCase("UnknownStatus", {{"BAT0", battery("Unknown", "33")}}, S::unknown, 0.33f),
-        SupplyCase("NoBatteryOnMains", {{"AC", kAcOn}}, S::unplugged, -1.0f),
+        SupplyCase("Charging", {bat(0, "Charging", "57"), kOn}, S::charging, 0.57f),
+        SupplyCase("Full", {bat(0, "Full", "100"), kOn}, S::full, 1.0f),
+        SupplyCase("Discharging", {bat(0, "Discharging", "42"), kOff}, S::unplugged, 0.42f),
+        SupplyCase("NotChargingOnMains", {bat(0, "Not charging", "80"), kOn}, S::unplugged, 0.80f),
+        SupplyCase("UnknownStatus", {bat(0, "Unknown", "33")}, S::unknown, 0.33f),
+        SupplyCase("NoBatteryOnMains", {kOn}, S::unplugged, -1.0f),
         SupplyCase("NothingAtAll", {}, S::unplugged, -1.0f),
-        SupplyCase("PeripheralBatteryIgnored", {{"hid-mouse", kMouse}}, S::unplugged, -1.0f),
-        SupplyCase("EmptySlotIgnored",
-                   {{"BAT1", {{"type", "Battery"}, {"present", "0"}, {"status", "Charging"}}},
-                    {"BAT0", battery("Discharging", "50")}},
-                   S::unplugged, 0.5f),
-        SupplyCase("OneOfTwoCharging",
-                   {{"BAT0", battery("Discharging", "40")}, {"BAT1", battery("Charging", "60")}},
+        SupplyCase("PeripheralBatteryIgnored", {kMouse}, S::unplugged, -1.0f),
+        SupplyCase("EmptySlotIgnored", {kEmptySlot, bat(0, "Discharging", "50")}, S::unplugged,
+                   0.5f),
+        SupplyCase("OneOfTwoCharging", {bat(0, "Discharging", "40"), bat(1, "Charging", "60")},
                    S::charging, 0.5f),
-        SupplyCase("FullBeatsDischarging",
-                   {{"BAT0", battery("Discharging", "40")}, {"BAT1", battery("Full", "100")}},
+        SupplyCase("FullBeatsDischarging", {bat(0, "Discharging", "40"), bat(1, "Full", "100")},
                    S::full, 0.7f),
-        SupplyCase("UnreadableCapacity", {{"BAT0", battery("Charging", "n/a")}}, S::charging,
-                   -1.0f),
-        SupplyCase("CapacityAboveHundredClamped", {{"BAT0", battery("Full", "103")}}, S::full,
-                   1.0f)),
+        SupplyCase("UnreadableCapacity", {bat(0, "Charging", "n/a")}, S::charging, -1.0f),
+        SupplyCase("CapacityAboveHundredClamped", {bat(0, "Full", "103")}, S::full, 1.0f)),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(PowerSupplyReadingTest, MissingDirectoryReadsAsNoBattery) {

@@ -265,10 +265,7 @@ TEST(V4l2MappingTest, FrameColourFollowsTheFormatsColourFields) {
     ColourRange range;
   } rows[] = {
       {V4L2_COLORSPACE_DEFAULT, kEnc, kQuant, kBt601, kVideo},
-      {V4L2_COLORSPACE_REC709, kEnc, kQuant, kBt709, kVideo},
-      {V4L2_COLORSPACE_SMPTE170M, kEnc, kQuant, kBt601, kVideo},
       {V4L2_COLORSPACE_JPEG, kEnc, kQuant, kBt601, kFull},
-      {V4L2_COLORSPACE_SRGB, kEnc, kQuant, kBt601, kVideo},
       {V4L2_COLORSPACE_REC709, V4L2_YCBCR_ENC_601, V4L2_QUANTIZATION_FULL_RANGE, kBt601, kFull},
       {V4L2_COLORSPACE_BT2020, kEnc, V4L2_QUANTIZATION_LIM_RANGE, kBt709, kVideo},
   };

@@ -91,7 +91,7 @@ TEST_P(V4l2DeliveryTest, AFrameReachesTheSinkAsNv12WithTheDriversTagsAndTime) {
   auto device = open(GetParam().native);
   ASSERT_TRUE(device);
   ASSERT_FALSE(device->startStreaming(sink_));
-  EXPECT_EQ(fake_->interval.numerator * 30, fake_->interval.denominator);
+  EXPECT_EQ(std::pair(fake_->interval.numerator, fake_->interval.denominator), std::pair(1u, 30u));
   EXPECT_EQ(fake_->mapped, 4);
   ASSERT_TRUE(fake_->deliver(hex(GetParam().bytes), /*time=*/499.99));
   auto frame = sink_->frame(0);
