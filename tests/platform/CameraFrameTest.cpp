@@ -9,6 +9,7 @@
 #include "platform/camera/VirtualPicture.h"
 #include "tests/platform/CameraFakes.h"
 #include "tests/support/CameraTestSupport.h"
+#include "tests/support/TestBytes.h"
 
 namespace oxelo {
 namespace {
@@ -49,7 +50,7 @@ TEST(CameraFrameTest, ColoursBecomeTheYCbCrOfTheirMatrixAndRange) {
   }
 }
 
-TEST(CameraFrameTest, YuyvAndNv12AreTakenWhenLongEnough) {
+TEST(CameraFrameTest, YuyvAndNv12AreTakenWhenLongEnoughWithoutTheirRowPadding) {
   // 2x3 YUYV: the third row has no partner and gives its chroma alone.
   const std::vector<uint8_t> yuyv = {1, 10, 2, 20, 3, 11, 4, 21, 5, 30, 6, 40};
   auto odd = CameraFrame::make(2, 3);
@@ -63,7 +64,11 @@ TEST(CameraFrameTest, YuyvAndNv12AreTakenWhenLongEnough) {
   EXPECT_TRUE(yuyvToNv12(data.data(), 16, 8, *frame));
   EXPECT_FALSE(yuyvToNv12(data.data(), 64, 6, *frame));  // rows shorter than the picture
   EXPECT_FALSE(copyNv12(data.data(), 11, 4, *frame));    // needs 12
-  EXPECT_TRUE(copyNv12(data.data(), 12, 4, *frame));
+  // NV12 is taken as it is, without the padding of its 6-byte rows.
+  auto nv12 = test::hex("01020304 0000 05060708 0000 090a0b0c 0000");
+  ASSERT_TRUE(copyNv12(nv12.data(), nv12.size(), 6, *frame));
+  EXPECT_EQ(planeBytes(*frame, 0), test::hex("01 02 03 04 05 06 07 08"));
+  EXPECT_EQ(planeBytes(*frame, 1), test::hex("09 0a 0b 0c"));
 }
 
 // A 4x2 picture's Cb plane at each subsampling becomes the average of each 2x2 block.

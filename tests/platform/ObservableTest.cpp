@@ -128,21 +128,5 @@ TEST(ObserversLifetimeTest, NothingIsDeliveredToAQueueThatIsGone) {
   EXPECT_EQ(calls, 0);
 }
 
-TEST(ObserversLifetimeTest, MainQueueDeliveryGoesToTheMainQueueOfTheMoment) {
-  int calls = 0;
-  Observers<> list(Delivery::onMainQueue());
-  auto sub = list.add([&] { ++calls; });
-  {
-    test::ManualMain first;
-    list.notify();
-  }  // runs what is pending
-  EXPECT_EQ(calls, 1);
-  test::ManualMain second;
-  list.notify();
-  EXPECT_EQ(calls, 1);
-  second.drain();
-  EXPECT_EQ(calls, 2);
-}
-
 }  // namespace
 }  // namespace oxelo

@@ -5,7 +5,6 @@
 
 #include "platform/dispatch/MainQueue.h"
 #include "platform/dispatch/Queue.h"
-#include "platform/dispatch/QueueCheck.h"
 #include "platform/dispatch/Semaphore.h"
 #include "tests/support/TestSupport.h"
 
@@ -88,20 +87,6 @@ TEST(QueueTest, StoppedQueueDropsEverythingAndReleasesRunSync) {
   release.signal();
   waiter.join();
   EXPECT_EQ(ran, 0);
-}
-
-// A main-queue operation called from another thread stops the test build.
-void mainQueueOperation() { OX_ASSERT_ON_MAIN_QUEUE(); }
-
-TEST(QueueCheckDeathTest, MainQueueOperationOnAnotherThreadAborts) {
-  test::ManualMain env;
-  mainQueueOperation();  // the test's thread drives the main queue
-#ifdef OXELO_QUEUE_CHECKS
-  EXPECT_DEATH(std::thread(mainQueueOperation).join(),
-               "mainQueueOperation must run on the main queue");
-#else
-  GTEST_SKIP() << "queue checks are compiled out of this build";
-#endif
 }
 
 TEST(SemaphoreTest, BinarySemaphoreLetsOneHolderThrough) {
