@@ -1,18 +1,139 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <fstream>
 #include <map>
+#include <optional>
+#include <signal.h>
+#include <stdlib.h>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
+#include "platform/device/AppLifecycle.h"
+#include "platform/device/DeviceName.h"
 #include "platform/device/PowerSupply.h"
 #include "platform/device/PowerSupplyBattery.h"
 #include "tests/support/TestSupport.h"
 
 namespace oxelo {
 namespace {
+
+struct MachineInfoCase {
+  const char* name;
+  const char* text;
+  std::optional<std::string> pretty;
+};
+
+class PrettyHostNameTest : public testing::TestWithParam<MachineInfoCase> {};
+
+TEST_P(PrettyHostNameTest, ParsesTheMachineInfoText) {
+  EXPECT_EQ(parsePrettyHostName(GetParam().text), GetParam().pretty);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, PrettyHostNameTest,
+    testing::Values(
+        MachineInfoCase("DoubleQuoted", "PRETTY_HOSTNAME=\"Anna's Laptop\"\n", "Anna's Laptop"),
+        MachineInfoCase("SingleQuoted", "PRETTY_HOSTNAME='Kitchen \"Cam\"'\n", "Kitchen \"Cam\""),
+        MachineInfoCase("Bare", "PRETTY_HOSTNAME=Pinebook\n", "Pinebook"),
+        MachineInfoCase("BareWithEscapedSpaceAndTrailingBlanks", "PRETTY_HOSTNAME=Desk\\ Board  \n",
+                        "Desk Board"),
+        MachineInfoCase("EscapesInDoubleQuotes", "PRETTY_HOSTNAME=\"Say \\\"hi\\\" \\\\o/\"",
+                        "Say \"hi\" \\o/"),
+        MachineInfoCase("AmongOtherKeys",
+                        "# written by hostnamectl\nICON_NAME=computer-laptop\n"
+                        "CHASSIS=laptop\n  PRETTY_HOSTNAME=\"Lab Pi\"\nDEPLOYMENT=dev\n",
+                        "Lab Pi"),
+        MachineInfoCase("LastAssignmentWins", "PRETTY_HOSTNAME=First\nPRETTY_HOSTNAME=\"Second\"\n",
+                        "Second"),
+        MachineInfoCase("CommentedOut", "#PRETTY_HOSTNAME=Old\n;PRETTY_HOSTNAME=Older\n",
+                        std::nullopt),
+        MachineInfoCase("SimilarKeyIsNotIt", "PRETTY_HOSTNAME_X=No\nMY_PRETTY_HOSTNAME=No\n",
+                        std::nullopt),
+        MachineInfoCase("EmptyValue", "PRETTY_HOSTNAME=\"\"\n", std::nullopt)),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DeviceNameTest, PrettyHostNameFromTheFileElseTheHostName) {
+  test::TempDir dir;
+  auto file = dir.path() / "machine-info";
+  ASSERT_FALSE(hostName().empty());
+  EXPECT_EQ(deviceName(file), hostName());  // no file
+  std::ofstream(file) << "ICON_NAME=camera\n";
+  EXPECT_EQ(deviceName(file), hostName());  // no pretty name in it
+  std::ofstream(file) << "PRETTY_HOSTNAME=\"Oxelo Test Rig\"\n";
+  EXPECT_EQ(deviceName(file), "Oxelo Test Rig");
+}
+
+using Event = LifecycleEvent;
+using State = ApplicationState;
+
+struct Seen {
+  Event event;
+  State state;
+  bool operator==(const Seen&) const = default;
+};
+const std::vector<Seen> kToBackground = {{Event::willResignActive, State::inactive},
+                                         {Event::didEnterBackground, State::background}};
+const std::vector<Seen> kToForeground = {{Event::willEnterForeground, State::inactive},
+                                         {Event::didBecomeActive, State::active}};
+
+class LifecycleTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    AppLifecycle::setShared(lifecycle);
+    subscription = lifecycle->addListener([this](Event event) {
+      EXPECT_TRUE(MainQueue::isCurrent());
+      seen.push_back({event, lifecycle->applicationState()});
+    });
+  }
+  void TearDown() override { AppLifecycle::setShared(nullptr); }
+
+  std::vector<Seen> drained() {
+    env.drain();
+    return std::exchange(seen, {});
+  }
+
+  test::ManualMain env;
+  std::shared_ptr<AppLifecycle> lifecycle = std::make_shared<AppLifecycle>();
+  Subscription subscription;
+  std::vector<Seen> seen;
+};
+
+// Each listener reads the state that goes with its event; repeated or
+// untimely signals change nothing.
+TEST_F(LifecycleTest, SignalsSendTheApplicationToTheBackgroundAndBack) {
+  EXPECT_EQ(lifecycle->applicationState(), State::active);
+  EXPECT_TRUE(AppLifecycle::handleSignal(SIGUSR2));  // already active
+  EXPECT_TRUE(AppLifecycle::handleSignal(SIGUSR1));
+  EXPECT_TRUE(AppLifecycle::handleSignal(SIGUSR1));  // before the first pair has even run
+  EXPECT_TRUE(seen.empty());                         // delivered on the main queue only
+  EXPECT_EQ(lifecycle->applicationState(), State::active);
+  EXPECT_EQ(drained(), kToBackground);
+  EXPECT_FALSE(AppLifecycle::handleSignal(SIGHUP));
+  EXPECT_TRUE(drained().empty());
+  EXPECT_TRUE(AppLifecycle::handleSignal(SIGUSR2));
+  EXPECT_EQ(drained(), kToForeground);
+}
+
+TEST_F(LifecycleTest, BackAndForthBeforeTheQueueRunsKeepsTheOrder) {
+  lifecycle->enterBackground();
+  lifecycle->enterForeground();
+  auto both = kToBackground;
+  both.insert(both.end(), kToForeground.begin(), kToForeground.end());
+  EXPECT_EQ(drained(), both);
+}
+
+TEST(LifecycleLifetimeTest, NotificationsOfALifecycleThatIsGoneAreDropped) {
+  test::ManualMain env;
+  int calls = 0;
+  auto lifecycle = std::make_shared<AppLifecycle>();
+  auto subscription = lifecycle->addListener([&](LifecycleEvent) { ++calls; });
+  lifecycle->enterBackground();
+  lifecycle.reset();
+  env.drain();
+  EXPECT_EQ(calls, 0);
+}
 
 using Attributes = std::map<std::string, std::string>;
 
