@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <stdlib.h>
 #include <fstream>
 #include <map>
 #include <optional>
-#include <signal.h>
-#include <stdlib.h>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -114,14 +114,6 @@ TEST_F(LifecycleTest, SignalsSendTheApplicationToTheBackgroundAndBack) {
   EXPECT_TRUE(drained().empty());
   EXPECT_TRUE(AppLifecycle::handleSignal(SIGUSR2));
   EXPECT_EQ(drained(), kToForeground);
-}
-
-TEST_F(LifecycleTest, BackAndForthBeforeTheQueueRunsKeepsTheOrder) {
-  lifecycle->enterBackground();
-  lifecycle->enterForeground();
-  auto both = kToBackground;
-  both.insert(both.end(), kToForeground.begin(), kToForeground.end());
-  EXPECT_EQ(drained(), both);
 }
 
 TEST(LifecycleLifetimeTest, NotificationsOfALifecycleThatIsGoneAreDropped) {

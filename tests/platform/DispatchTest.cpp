@@ -103,8 +103,6 @@ TEST(SemaphoreTest, BinarySemaphoreLetsOneHolderThrough) {
   EXPECT_TRUE(s.wait(0.01));
 }
 
-
-
 TEST(RepeatingTimerTest, TicksEveryIntervalAndStopsWhenInvalidatedFromItsOwnAction) {
   test::ManualMain env;
   std::vector<double> ticks;

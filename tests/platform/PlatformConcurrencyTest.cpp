@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <atomic>
 #include <fstream>
 #include <future>
-#include <signal.h>
 #include <thread>
 #include <vector>
 

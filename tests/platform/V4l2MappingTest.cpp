@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <linux/videodev2.h>
+#include <fstream>
 
 #include "platform/camera/CameraSystem.h"
 #include "platform/camera/V4l2CameraBackend.h"
