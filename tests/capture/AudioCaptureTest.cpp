@@ -188,25 +188,16 @@ TEST(AudioCaptureWithoutInputTest, RunsAndDeliversNothing) {
     capture->setRunning(true);
     capture.reset();  // waits for taskQueue, so the start has run
     EXPECT_EQ(counter->blocks, 0);
-    EXPECT_EQ(log.count("cannot open ALSA capture device \"nonexistent\""),
-              std::string(text) == "none" ? 0u : 1u);
     EXPECT_EQ(log.count("ALSA lib"), 0u) << "ALSA's own messages stay out";
   }
 }
 
-// "auto" takes ALSA only where its default device opens; else no sound, said
-// once.
-TEST(AudioBackendAutoTest, FallsBackToNoneWithALine) {
-  test::LogCapture log;
+// "auto" takes ALSA only where its default device opens; else no sound.
+TEST(AudioBackendAutoTest, FallsBackToNone) {
   std::string error;
   auto backend = AudioBackend::open("auto", error);
   ASSERT_NE(backend, nullptr);
-  if (backend->name() == "alsa:default") {
-    EXPECT_EQ(log.count("no ALSA capture device"), 0u);
-    return;
-  }
-  EXPECT_EQ(backend->name(), "none");
-  EXPECT_EQ(log.count("MicrophoneSource: no ALSA capture device"), 1u);
+  EXPECT_TRUE(backend->name() == "alsa:default" || backend->name() == "none") << backend->name();
 }
 
 }  // namespace

@@ -42,14 +42,8 @@ class CameraFrameRecorder final : public CameraFrameSink {
   void cameraStreamDidEnd(const CameraError& error) override { keep(ends_, error); }
   CameraFramePtr frame(size_t n) { return waitFor(frames_, n).value_or(nullptr); }  // n from 0
   std::optional<CameraError> end() { return waitFor(ends_, 0); }
-  size_t count() {
-    std::lock_guard lock(mutex_);
-    return frames_.size();
-  }
-  size_t ends() {
-    std::lock_guard lock(mutex_);
-    return ends_.size();
-  }
+  size_t count() { return sizeOf(frames_); }
+  size_t ends() { return sizeOf(ends_); }
 
  private:
   template <class T>
@@ -57,6 +51,11 @@ class CameraFrameRecorder final : public CameraFrameSink {
     std::lock_guard lock(mutex_);
     list.push_back(item);
     changed_.notify_all();
+  }
+  template <class T>
+  size_t sizeOf(const std::vector<T>& list) {
+    std::lock_guard lock(mutex_);
+    return list.size();
   }
   template <class T>
   std::optional<T> waitFor(const std::vector<T>& list, size_t n) {

@@ -283,14 +283,6 @@ TEST_F(PostWeakTest, RunsWithTheOwnerOnItsQueueAndMovesTheDataIn) {
   EXPECT_EQ(owner->received.get(), address) << "moved, not copied";
 }
 
-TEST_F(PostWeakTest, TaskOfAnOwnerThatIsGoneIsDropped) {
-  bool ran = false;
-  postWeak(*queue, std::weak_ptr<Owner>(owner), [&](Owner&) { ran = true; });
-  owner.reset();
-  queue->runPending();
-  EXPECT_FALSE(ran);
-}
-
 struct AfterCase {
   const char* name;
   double advance;

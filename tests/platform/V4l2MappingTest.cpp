@@ -120,13 +120,6 @@ TEST(V4l2MappingTest, ConvertibleFormatsBecomeBothSubtypesInSizeOrder) {
   EXPECT_EQ(stepwise.maxFrameDuration, CaptureTime::make(1, 5));
 }
 
-TEST(V4l2MappingTest, ACameraOfOnlyOtherFormatsHasNoFormats) {
-  V4l2DeviceInfo info;
-  info.formats = {{V4L2_PIX_FMT_H264, "H.264", {{1920, 1080, {every(1, 30)}}}},
-                  {V4L2_PIX_FMT_SRGGB10, "Bayer", {{1920, 1080, {every(1, 30)}}}}};
-  EXPECT_TRUE(mapV4l2Formats(info).empty());
-}
-
 TEST(V4l2MappingTest, WritableControlsBecomeCapabilities) {
   auto c = mapV4l2Capabilities(webcam());
   EXPECT_EQ(c.focusModes, 0b101u);         // locked, continuous
