@@ -9,6 +9,7 @@
 #include "platform/dispatch/Observable.h"
 #include "platform/dispatch/PostWeak.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueCheck.h"
 #include "platform/dispatch/RepeatingTimer.h"
 #include "platform/dispatch/Semaphore.h"
 #include "tests/support/TestSupport.h"
@@ -94,13 +95,18 @@ TEST(QueueTest, StoppedQueueDropsEverythingAndReleasesRunSync) {
   EXPECT_EQ(ran, 0);
 }
 
-TEST(SemaphoreTest, BinarySemaphoreLetsOneHolderThrough) {
-  Semaphore s(1);
-  EXPECT_TRUE(s.tryWait());
-  EXPECT_FALSE(s.tryWait());
-  EXPECT_FALSE(s.wait(0.01));
-  s.signal();
-  EXPECT_TRUE(s.wait(0.01));
+// A main-queue operation called from another thread stops the test build.
+void mainQueueOperation() { OX_ASSERT_ON_MAIN_QUEUE(); }
+
+TEST(QueueCheckDeathTest, MainQueueOperationOnAnotherThreadAborts) {
+  test::ManualMain env;
+  mainQueueOperation();  // the test's thread drives the main queue
+#ifdef OXELO_QUEUE_CHECKS
+  EXPECT_DEATH(std::thread(mainQueueOperation).join(),
+               "mainQueueOperation must run on the main queue");
+#else
+  GTEST_SKIP() << "queue checks are compiled out of this build";
+#endif
 }
 
 TEST(RepeatingTimerTest, TicksEveryIntervalAndStopsWhenInvalidatedFromItsOwnAction) {
