@@ -1,18 +1,92 @@
 #include <gtest/gtest.h>
-#include <signal.h>
 
+#include <signal.h>
 #include <atomic>
 #include <fstream>
+#include <future>
 #include <thread>
 #include <vector>
 
+#include "platform/defaults/UserDefaults.h"
 #include "platform/device/AppLifecycle.h"
 #include "platform/device/NetlinkReachability.h"
 #include "platform/device/PowerSupplyBattery.h"
+#include "platform/dispatch/Queue.h"
 #include "tests/support/TestSupport.h"
 
 namespace oxelo {
 namespace {
+
+TEST(QueueConcurrencyTest, ThreadedQueueKeepsEachPostersOrderAndRunsOneAtATime) {
+  auto q = Queue::create("worker", std::make_shared<SystemClock>());
+  constexpr int kThreads = 4, kPerThread = 2000;
+  std::vector<std::vector<int>> seen(kThreads);
+  std::atomic<int> running{0};
+  std::atomic<bool> overlapped{false};
+  std::vector<std::thread> posters;
+  for (int t = 0; t < kThreads; ++t) {
+    posters.emplace_back([&, t] {
+      for (int i = 0; i < kPerThread; ++i) {
+        q->post([&, t, i] {
+          if (running.fetch_add(1) != 0) overlapped = true;
+          seen[t].push_back(i);  // unsynchronised on purpose: the queue is serial
+          running.fetch_sub(1);
+        });
+      }
+    });
+  }
+  for (auto& p : posters) p.join();
+  q->runSync([] {});
+  EXPECT_FALSE(overlapped);
+  for (auto& s : seen) {
+    ASSERT_EQ(s.size(), static_cast<size_t>(kPerThread));
+    for (int i = 0; i < kPerThread; ++i) ASSERT_EQ(s[i], i);
+  }
+}
+
+TEST(QueueConcurrencyTest, ThreadedQueueFiresTimersWhenAManualClockJumps) {
+  auto clock = std::make_shared<ManualClock>();
+  auto q = Queue::create("timers", clock);
+  std::promise<double> fired;
+  q->postAfter(600.0, [&] { fired.set_value(clock->now()); });
+  auto result = fired.get_future();
+  EXPECT_EQ(result.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  clock->advance(600.0);
+  ASSERT_EQ(result.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  EXPECT_DOUBLE_EQ(result.get(), 1600.0);
+}
+
+TEST(QueueConcurrencyTest, QueueReleasedByItsOwnTaskShutsDownSafely) {
+  auto q = Queue::create("self");
+  std::promise<void> done;
+  auto* holder = new std::shared_ptr<Queue>(q);
+  q.reset();
+  (*holder)->post([holder, &done] {
+    delete holder;  // the last reference goes inside the queue's own task
+    done.set_value();
+  });
+  EXPECT_EQ(done.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready);
+}
+
+TEST(UserDefaultsConcurrencyTest, ConcurrentReadersWritersAndSynchronizeKeepEveryKey) {
+  test::TempDir dir;
+  UserDefaults d(dir.path());
+  d.registerDefaults({{"videoFPS", 30}});
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 300; ++i) {
+        d.setInteger("k" + std::to_string(t), i);
+        EXPECT_EQ(d.integerForKey("videoFPS"), 30);
+        if (i % 50 == 0) d.synchronize();
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  ASSERT_TRUE(d.synchronize());
+  UserDefaults reread(dir.path());
+  for (int t = 0; t < 4; ++t) EXPECT_EQ(reread.integerForKey("k" + std::to_string(t)), 299);
+}
 
 // Signals taken on two threads at once, while the main queue runs: whatever
 // the interleaving, the notifications come in whole pairs that alternate.

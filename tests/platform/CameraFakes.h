@@ -1,0 +1,271 @@
+#pragma once
+
+#include <errno.h>
+#include <linux/videodev2.h>
+#include <sys/mman.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "platform/camera/CameraFrameSink.h"
+#include "platform/camera/V4l2Syscalls.h"
+
+namespace oxelo::test {
+
+// The visible bytes of a frame's plane (0: luma, 1: chroma pairs), without row padding.
+inline std::vector<uint8_t> planeBytes(const CameraFrame& frame, int p) {
+  auto view = frame.planes()[p];
+  std::vector<uint8_t> bytes;
+  for (int32_t y = 0; y < view.height; ++y) {
+    const uint8_t* row = view.data + static_cast<size_t>(y) * view.stride;
+    bytes.insert(bytes.end(), row, row + view.width * view.bytesPerTexel);
+  }
+  return bytes;
+}
+
+// A frame sink that keeps what it gets and lets a test wait for it (for at
+// most 5 s, in case it never comes).
+class CameraFrameRecorder final : public CameraFrameSink {
+ public:
+  void cameraDidOutputFrame(const CameraFramePtr& frame) override { keep(frames_, frame); }
+  void cameraStreamDidEnd(const CameraError& error) override { keep(ends_, error); }
+  CameraFramePtr frame(size_t n) { return waitFor(frames_, n).value_or(nullptr); }  // n from 0
+  std::optional<CameraError> end() { return waitFor(ends_, 0); }
+  size_t count() { return sizeOf(frames_); }
+  size_t ends() { return sizeOf(ends_); }
+
+ private:
+  template <class T>
+  void keep(std::vector<T>& list, const T& item) {
+    std::lock_guard lock(mutex_);
+    list.push_back(item);
+    changed_.notify_all();
+  }
+  template <class T>
+  size_t sizeOf(const std::vector<T>& list) {
+    std::lock_guard lock(mutex_);
+    return list.size();
+  }
+  template <class T>
+  std::optional<T> waitFor(const std::vector<T>& list, size_t n) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, std::chrono::seconds(5), [&] { return list.size() > n; });
+    return list.size() > n ? std::optional(list[n]) : std::nullopt;
+  }
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<CameraFramePtr> frames_;
+  std::vector<CameraError> ends_;
+};
+
+// A scripted V4L2 camera behind the system-call seam. Each ioctl is answered
+// by its entry in `answers` (0 or an errno; none: ENOTTY), built from the
+// formats and controls a test sets, so that a test makes a request fail by
+// replacing its answer. Buffers are memory that deliver() fills as a driver
+// would; vanish() unplugs the camera. Any thread; answers run under the lock.
+class FakeV4l2Camera final : public V4l2Syscalls {
+ public:
+  using Answer = std::function<int(void*)>;
+  struct Format {
+    uint32_t fourcc;
+    std::vector<v4l2_frmsize_discrete> sizes;
+  };
+  static constexpr int kFd = 7001, kWakeFd = 7002;
+  static Answer fails(int error) {
+    return [error](void*) { return error; };
+  }
+
+  // Set before the camera is opened.
+  std::string path = "/dev/video7";
+  std::vector<Format> formats;
+  std::map<uint32_t, int32_t> controls;  // read-only integer controls by id
+  uint32_t padding = 0;                  // bytes after each row
+  int openError = 0;
+  std::map<unsigned long, Answer> answers;
+  // What the stream asked for and holds.
+  v4l2_fract interval{};
+  std::atomic<int> mapped = 0;
+  std::atomic<bool> streaming = false, wakeClosed = false;
+
+  FakeV4l2Camera() {
+    answers = {
+        {VIDIOC_QUERYCAP, as<v4l2_capability>([](auto& c) {
+           std::strcpy(reinterpret_cast<char*>(c.bus_info), "usb-1");
+           c.capabilities = V4L2_CAP_VIDEO_CAPTURE;
+         })},
+        {VIDIOC_ENUM_FMT, as<v4l2_fmtdesc>([this](auto& d) {
+           if (d.index >= formats.size()) return EINVAL;
+           d.pixelformat = formats[d.index].fourcc;
+           return 0;
+         })},
+        {VIDIOC_ENUM_FRAMESIZES, as<v4l2_frmsizeenum>([this](auto& s) {
+           for (const auto& f : formats) {
+             if (f.fourcc != s.pixel_format || s.index >= f.sizes.size()) continue;
+             s.type = V4L2_FRMSIZE_TYPE_DISCRETE;
+             s.discrete = f.sizes[s.index];
+             return 0;
+           }
+           return EINVAL;
+         })},
+        {VIDIOC_QUERYCTRL, as<v4l2_queryctrl>([this](auto& q) {
+           auto next = controls.upper_bound(q.id & ~V4L2_CTRL_FLAG_NEXT_CTRL);
+           if (next == controls.end()) return EINVAL;
+           q = {};
+           q.id = next->first;
+           q.type = V4L2_CTRL_TYPE_INTEGER;
+           q.flags = V4L2_CTRL_FLAG_READ_ONLY;
+           return 0;
+         })},
+        {VIDIOC_G_CTRL, as<v4l2_control>([this](auto& c) {
+           if (!controls.count(c.id)) return EINVAL;
+           c.value = controls[c.id];
+           return 0;
+         })},
+        {VIDIOC_G_PARM, as<v4l2_streamparm>([](auto& p) {
+           p.parm.capture.timeperframe = {1, 30};
+         })},
+        {VIDIOC_S_PARM,
+         as<v4l2_streamparm>([this](auto& p) { interval = p.parm.capture.timeperframe; })},
+        {VIDIOC_S_FMT, as<v4l2_format>([this](auto& f) {
+           auto& p = f.fmt.pix;
+           p.bytesperline = p.width * (p.pixelformat == V4L2_PIX_FMT_YUYV ? 2 : 1) + padding;
+           p.sizeimage = bufferSize_ = p.bytesperline * p.height * 2 + 4096;
+           p.colorspace = V4L2_COLORSPACE_REC709;
+         })},
+        {VIDIOC_REQBUFS, as<v4l2_requestbuffers>([this](auto& r) {
+           r.count = std::min(r.count, 4u);
+           buffers_.assign(r.count, std::vector<uint8_t>(bufferSize_));
+           queued_.clear();
+           done_.clear();
+         })},
+        {VIDIOC_QUERYBUF, as<v4l2_buffer>([this](auto& b) {
+           if (b.index >= buffers_.size()) return EINVAL;
+           b.length = static_cast<uint32_t>(buffers_[b.index].size());
+           b.m.offset = b.index << 20;
+           return 0;
+         })},
+        {VIDIOC_QBUF, as<v4l2_buffer>([this](auto& b) { queued_.push_back(b.index); })},
+        {VIDIOC_DQBUF, as<v4l2_buffer>([this](auto& b) {
+           if (done_.empty()) return EAGAIN;
+           b = done_.front();
+           done_.pop_front();
+           return 0;
+         })},
+        {VIDIOC_STREAMON, as<int>([this](int&) { streaming = true; })},
+        {VIDIOC_STREAMOFF, as<int>([this](int&) { streaming = false; })},
+    };
+  }
+
+  // Fills the next queued buffer as the driver would; false when none is queued.
+  bool deliver(const std::vector<uint8_t>& bytes, double time = 0,
+               uint32_t flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC) {
+    std::lock_guard lock(mutex_);
+    if (queued_.empty()) return false;
+    v4l2_buffer b{};
+    b.index = queued_.front();
+    queued_.pop_front();
+    b.bytesused = static_cast<uint32_t>(std::min(bytes.size(), buffers_[b.index].size()));
+    std::memcpy(buffers_[b.index].data(), bytes.data(), b.bytesused);
+    b.flags = flags;
+    b.timestamp = {static_cast<time_t>(time),
+                   static_cast<suseconds_t>(std::lround((time - std::floor(time)) * 1e6))};
+    done_.push_back(b);
+    changed_.notify_all();
+    return true;
+  }
+  // From now on poll() reports the node hung up and every ioctl fails with ENODEV.
+  void vanish() { signal(gone_); }
+
+  int open(const char* p, int) override {
+    errno = p != path ? ENOENT : openError;
+    return errno ? -1 : kFd;
+  }
+  int close(int fd) override {
+    wakeClosed = wakeClosed || fd == kWakeFd;
+    return 0;
+  }
+  int fstat(int, struct stat*) override { return -1; }  // no sysfs placement
+  int makeWakeFd() override {
+    std::lock_guard lock(mutex_);
+    woken_ = wakeClosed = false;
+    return kWakeFd;
+  }
+  void wake(int) override { signal(woken_); }
+  double monotonicNow() override { return 500.0; }
+  void* mmap(size_t length, int, int, int, off_t offset) override {
+    std::lock_guard lock(mutex_);
+    size_t i = static_cast<size_t>(offset) >> 20;
+    if (i >= buffers_.size() || length != buffers_[i].size()) {
+      errno = EINVAL;
+      return MAP_FAILED;
+    }
+    ++mapped;
+    return buffers_[i].data();
+  }
+  int munmap(void*, size_t) override {
+    --mapped;
+    return 0;
+  }
+  int poll(pollfd* fds, nfds_t count, int) override {
+    std::unique_lock lock(mutex_);
+    // A generous bound, so that a broken stream fails its test, not the run.
+    changed_.wait_for(lock, std::chrono::seconds(10),
+                      [&] { return woken_ || gone_ || !done_.empty(); });
+    int ready = 0;
+    for (auto* p = fds; p != fds + count; ++p) {
+      p->revents = p->fd == kWakeFd ? (woken_ ? POLLIN : 0)
+                   : gone_          ? POLLERR | POLLHUP
+                                    : (done_.empty() ? 0 : POLLIN);
+      ready += p->revents != 0;
+    }
+    return ready;
+  }
+  int ioctl(int fd, unsigned long request, void* arg) override {
+    std::lock_guard lock(mutex_);
+    auto answer = answers.find(request);
+    errno = fd != kFd                 ? EBADF
+            : gone_                   ? ENODEV
+            : answer == answers.end() ? ENOTTY
+                                      : answer->second(arg);
+    return errno ? -1 : 0;
+  }
+
+ private:
+  // An answer on the request's own argument: an errno, or nothing when it cannot fail.
+  template <class T, class F>
+  static Answer as(F f) {
+    return [f](void* arg) {
+      T& a = *static_cast<T*>(arg);
+      if constexpr (std::is_void_v<decltype(f(a))>)
+        return f(a), 0;
+      else
+        return f(a);
+    };
+  }
+  void signal(bool& flag) {
+    std::lock_guard lock(mutex_);
+    flag = true;
+    changed_.notify_all();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::vector<uint8_t>> buffers_;
+  std::deque<uint32_t> queued_;
+  std::deque<v4l2_buffer> done_;
+  uint32_t bufferSize_ = 0;
+  bool woken_ = false, gone_ = false;
+};
+
+}  // namespace oxelo::test

@@ -1,0 +1,475 @@
+#include <gtest/gtest.h>
+
+#include <errno.h>
+#include <net/if.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "platform/device/AppLifecycle.h"
+#include "platform/device/DeviceName.h"
+#include "platform/device/NetlinkReachability.h"
+#include "platform/device/NetworkInterfaces.h"
+#include "platform/device/PowerSupply.h"
+#include "platform/device/PowerSupplyBattery.h"
+#include "platform/device/Reachability.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+struct MachineInfoCase {
+  const char* name;
+  const char* text;
+  std::optional<std::string> pretty;
+};
+
+class PrettyHostNameTest : public testing::TestWithParam<MachineInfoCase> {};
+
+TEST_P(PrettyHostNameTest, ParsesTheMachineInfoText) {
+  EXPECT_EQ(parsePrettyHostName(GetParam().text), GetParam().pretty);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, PrettyHostNameTest,
+    testing::Values(
+        MachineInfoCase("DoubleQuoted", "PRETTY_HOSTNAME=\"Anna's Laptop\"\n", "Anna's Laptop"),
+        MachineInfoCase("SingleQuoted", "PRETTY_HOSTNAME='Kitchen \"Cam\"'\n", "Kitchen \"Cam\""),
+        MachineInfoCase("Bare", "PRETTY_HOSTNAME=Pinebook\n", "Pinebook"),
+        MachineInfoCase("BareWithEscapedSpaceAndTrailingBlanks", "PRETTY_HOSTNAME=Desk\\ Board  \n",
+                        "Desk Board"),
+        MachineInfoCase("EscapesInDoubleQuotes", "PRETTY_HOSTNAME=\"Say \\\"hi\\\" \\\\o/\"",
+                        "Say \"hi\" \\o/"),
+        MachineInfoCase("AmongOtherKeys",
+                        "# written by hostnamectl\nICON_NAME=computer-laptop\n"
+                        "CHASSIS=laptop\n  PRETTY_HOSTNAME=\"Lab Pi\"\nDEPLOYMENT=dev\n",
+                        "Lab Pi"),
+        MachineInfoCase("LastAssignmentWins", "PRETTY_HOSTNAME=First\nPRETTY_HOSTNAME=\"Second\"\n",
+                        "Second"),
+        MachineInfoCase("CommentedOut", "#PRETTY_HOSTNAME=Old\n;PRETTY_HOSTNAME=Older\n",
+                        std::nullopt),
+        MachineInfoCase("SimilarKeyIsNotIt", "PRETTY_HOSTNAME_X=No\nMY_PRETTY_HOSTNAME=No\n",
+                        std::nullopt),
+        MachineInfoCase("EmptyValue", "PRETTY_HOSTNAME=\"\"\n", std::nullopt)),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DeviceNameTest, PrettyHostNameFromTheFileElseTheHostName) {
+  test::TempDir dir;
+  auto file = dir.path() / "machine-info";
+  ASSERT_FALSE(hostName().empty());
+  EXPECT_EQ(deviceName(file), hostName());  // no file
+  std::ofstream(file) << "ICON_NAME=camera\n";
+  EXPECT_EQ(deviceName(file), hostName());  // no pretty name in it
+  std::ofstream(file) << "PRETTY_HOSTNAME=\"Oxelo Test Rig\"\n";
+  EXPECT_EQ(deviceName(file), "Oxelo Test Rig");
+}
+
+using Event = LifecycleEvent;
+using State = ApplicationState;
+
+struct Seen {
+  Event event;
+  State state;
+  bool operator==(const Seen&) const = default;
+};
+const std::vector<Seen> kToBackground = {{Event::willResignActive, State::inactive},
+                                         {Event::didEnterBackground, State::background}};
+const std::vector<Seen> kToForeground = {{Event::willEnterForeground, State::inactive},
+                                         {Event::didBecomeActive, State::active}};
+
+class LifecycleTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    AppLifecycle::setShared(lifecycle);
+    subscription = lifecycle->addListener([this](Event event) {
+      EXPECT_TRUE(MainQueue::isCurrent());
+      seen.push_back({event, lifecycle->applicationState()});
+    });
+  }
+  void TearDown() override { AppLifecycle::setShared(nullptr); }
+
+  std::vector<Seen> drained() {
+    env.drain();
+    return std::exchange(seen, {});
+  }
+
+  test::ManualMain env;
+  std::shared_ptr<AppLifecycle> lifecycle = std::make_shared<AppLifecycle>();
+  Subscription subscription;
+  std::vector<Seen> seen;
+};
+
+// Each listener reads the state that goes with its event; repeated or
+// untimely signals change nothing.
+TEST_F(LifecycleTest, SignalsSendTheApplicationToTheBackgroundAndBack) {
+  EXPECT_EQ(lifecycle->applicationState(), State::active);
+  EXPECT_TRUE(AppLifecycle::handleSignal(SIGUSR2));  // already active
+  EXPECT_TRUE(AppLifecycle::handleSignal(SIGUSR1));
+  EXPECT_TRUE(AppLifecycle::handleSignal(SIGUSR1));  // before the first pair has even run
+  EXPECT_TRUE(seen.empty());                         // delivered on the main queue only
+  EXPECT_EQ(lifecycle->applicationState(), State::active);
+  EXPECT_EQ(drained(), kToBackground);
+  EXPECT_FALSE(AppLifecycle::handleSignal(SIGHUP));
+  EXPECT_TRUE(drained().empty());
+  EXPECT_TRUE(AppLifecycle::handleSignal(SIGUSR2));
+  EXPECT_EQ(drained(), kToForeground);
+}
+
+TEST(LifecycleLifetimeTest, NotificationsOfALifecycleThatIsGoneAreDropped) {
+  test::ManualMain env;
+  int calls = 0;
+  auto lifecycle = std::make_shared<AppLifecycle>();
+  auto subscription = lifecycle->addListener([&](LifecycleEvent) { ++calls; });
+  lifecycle->enterBackground();
+  lifecycle.reset();
+  env.drain();
+  EXPECT_EQ(calls, 0);
+}
+
+using Attributes = std::map<std::string, std::string>;
+
+// A staged power_supply folder: one sub-folder per supply, one file per
+// attribute, each text ending in a line feed as sysfs writes it.
+class StagedPower {
+ public:
+  void set(const std::string& supply, const Attributes& attributes) {
+    auto dir = dir_.path() / supply;
+    std::filesystem::create_directories(dir);
+    for (auto& [name, value] : attributes) std::ofstream(dir / name) << value << "\n";
+  }
+  const std::filesystem::path& path() const { return dir_.path(); }
+
+ private:
+  test::TempDir dir_;
+};
+
+Attributes battery(const char* status, const char* capacity) {
+  return {{"type", "Battery"}, {"status", status}, {"capacity", capacity}};
+}
+const Attributes kAcOn = {{"type", "Mains"}, {"online", "1"}};
+const Attributes kAcOff = {{"type", "Mains"}, {"online", "0"}};
+using S = BatteryState;
+using Supply = std::pair<const std::string, Attributes>;
+Supply bat(int n, const char* status, const char* capacity) {
+  return {"BAT" + std::to_string(n), battery(status, capacity)};
+}
+const Supply kOn = {"AC", kAcOn}, kOff = {"AC", kAcOff};
+
+struct SupplyCase {
+  const char* name;
+  std::map<std::string, Attributes> supplies;
+  BatteryState state;
+  float level;
+};
+
+class PowerSupplyReadingTest : public testing::TestWithParam<SupplyCase> {};
+
+TEST_P(PowerSupplyReadingTest, StateAndLevelFromTheSupplies) {
+  StagedPower power;
+  for (auto& [supply, attributes] : GetParam().supplies) power.set(supply, attributes);
+  auto reading = readPowerSupply(power.path());
+  EXPECT_EQ(reading.state, GetParam().state);
+  EXPECT_FLOAT_EQ(reading.level, GetParam().level);
+}
+
+// A charge threshold holds the battery although the cable is in: only
+// charging or full count as a cable. A peripheral's battery or an empty slot
+// is not the machine's.
+const Supply kMouse = {
+    "hid-mouse",
+    {{"type", "Battery"}, {"scope", "Device"}, {"status", "Charging"}, {"capacity", "90"}}};
+const Supply kEmptySlot = {"BAT1", {{"type", "Battery"}, {"present", "0"}, {"status", "Charging"}}};
+INSTANTIATE_TEST_SUITE_P(
+    Supplies, PowerSupplyReadingTest,
+    testing::Values(
+        SupplyCase("Charging", {bat(0, "Charging", "57"), kOn}, S::charging, 0.57f),
+        SupplyCase("Full", {bat(0, "Full", "100"), kOn}, S::full, 1.0f),
+        SupplyCase("Discharging", {bat(0, "Discharging", "42"), kOff}, S::unplugged, 0.42f),
+        SupplyCase("NotChargingOnMains", {bat(0, "Not charging", "80"), kOn}, S::unplugged, 0.80f),
+        SupplyCase("UnknownStatus", {bat(0, "Unknown", "33")}, S::unknown, 0.33f),
+        SupplyCase("NoBatteryOnMains", {kOn}, S::unplugged, -1.0f),
+        SupplyCase("NothingAtAll", {}, S::unplugged, -1.0f),
+        SupplyCase("PeripheralBatteryIgnored", {kMouse}, S::unplugged, -1.0f),
+        SupplyCase("EmptySlotIgnored", {kEmptySlot, bat(0, "Discharging", "50")}, S::unplugged,
+                   0.5f),
+        SupplyCase("OneOfTwoCharging", {bat(0, "Discharging", "40"), bat(1, "Charging", "60")},
+                   S::charging, 0.5f),
+        SupplyCase("FullBeatsDischarging", {bat(0, "Discharging", "40"), bat(1, "Full", "100")},
+                   S::full, 0.7f),
+        SupplyCase("UnreadableCapacity", {bat(0, "Charging", "n/a")}, S::charging, -1.0f),
+        SupplyCase("CapacityAboveHundredClamped", {bat(0, "Full", "103")}, S::full, 1.0f)),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(PowerSupplyReadingTest, MissingDirectoryReadsAsNoBattery) {
+  test::TempDir dir;
+  auto reading = readPowerSupply(dir.path() / "absent");
+  EXPECT_EQ(reading.state, S::unplugged);
+  EXPECT_FLOAT_EQ(reading.level, -1.0f);
+}
+
+// Steps of a whole binary fraction keep each look exactly on its interval.
+constexpr double kStep = 0.25;
+
+// Off until switched on, then read at once without an event and looked at
+// again every kPollInterval: a change of state sends the state event, a
+// change of level the level event, both in that order.
+TEST(PowerSupplyBatteryTest, LooksEveryIntervalWhileOnAndTellsEachChangeOnce) {
+  test::ManualMain env;
+  StagedPower power;
+  power.set("BAT0", battery("Discharging", "50"));
+  power.set("AC", kAcOff);
+  PowerSupplyBattery monitor(power.path());
+  std::vector<std::tuple<BatteryEvent, BatteryState, float>> events;  // with what they find
+  auto subscription = monitor.addListener([&](BatteryEvent event) {
+    EXPECT_TRUE(MainQueue::isCurrent());
+    events.emplace_back(event, monitor.batteryState(), monitor.batteryLevel());
+  });
+  EXPECT_EQ(monitor.batteryState(), S::unknown);
+  EXPECT_FLOAT_EQ(monitor.batteryLevel(), -1.0f);
+  monitor.setBatteryMonitoringEnabled(true);
+  EXPECT_EQ(monitor.batteryState(), S::unplugged);
+  EXPECT_FLOAT_EQ(monitor.batteryLevel(), 0.5f);
+  env.advance(PowerSupplyBattery::kPollInterval * 2, kStep);
+  EXPECT_TRUE(events.empty());
+
+  using E = BatteryEvent;
+  power.set("BAT0", battery("Discharging", "49"));
+  env.advance(PowerSupplyBattery::kPollInterval, kStep);
+  EXPECT_EQ(events, (decltype(events){{E::levelDidChange, S::unplugged, 0.49f}}));
+
+  env.advance(0.5, kStep);
+  power.set("AC", kAcOn);
+  power.set("BAT0", battery("Full", "100"));
+  env.advance(PowerSupplyBattery::kPollInterval - 0.75, kStep);
+  EXPECT_EQ(events.size(), 1u) << "noticed only at the next look";
+  env.advance(0.25, kStep);
+  power.set("BAT0", battery("Charging", "100"));
+  env.advance(PowerSupplyBattery::kPollInterval, kStep);
+  std::filesystem::remove_all(power.path() / "BAT0");
+  env.advance(PowerSupplyBattery::kPollInterval, kStep);
+  EXPECT_EQ(events, (decltype(events){{E::levelDidChange, S::unplugged, 0.49f},
+                                      {E::stateDidChange, S::full, 1.0f},
+                                      {E::levelDidChange, S::full, 1.0f},
+                                      {E::stateDidChange, S::charging, 1.0f},
+                                      {E::stateDidChange, S::unplugged, -1.0f},
+                                      {E::levelDidChange, S::unplugged, -1.0f}}));
+
+  // Switched off: reads unknown and looks no more.
+  events.clear();
+  monitor.setBatteryMonitoringEnabled(false);
+  EXPECT_EQ(monitor.batteryState(), S::unknown);
+  EXPECT_FLOAT_EQ(monitor.batteryLevel(), -1.0f);
+  power.set("BAT0", battery("Charging", "80"));
+  env.advance(PowerSupplyBattery::kPollInterval * 3, kStep);
+  EXPECT_TRUE(events.empty());
+  EXPECT_LT(env.main().nextDeadline(), 0);
+}
+
+constexpr unsigned kUp = IFF_UP | IFF_RUNNING | IFF_BROADCAST;
+
+InterfaceAddress v4(std::string name, std::string address, std::string broadcast,
+                    unsigned flags = kUp) {
+  return {std::move(name), AF_INET, flags, std::move(address), std::move(broadcast)};
+}
+InterfaceAddress link(std::string name, unsigned flags = kUp) {
+  return {std::move(name), AF_PACKET, flags, "", ""};
+}
+InterfaceAddress v6(std::string name, unsigned flags = kUp) {
+  return {std::move(name), AF_INET6, flags, "", ""};
+}
+
+struct ListCase {
+  const char* name;
+  std::vector<InterfaceAddress> list;
+  std::string address, broadcast;
+  bool reachable;
+};
+
+class WiFiInterfaceListTest : public testing::TestWithParam<ListCase> {};
+
+// The last IPv4 entry of the Wi-Fi interface gives the addresses; reachable
+// needs the interface up, with carrier and an IPv4 address.
+TEST_P(WiFiInterfaceListTest, AddressesAndReachabilityOfTheWiFiInterface) {
+  EXPECT_EQ(ipAddressOf(GetParam().list, "wlan0"), GetParam().address);
+  EXPECT_EQ(broadcastAddressOf(GetParam().list, "wlan0"), GetParam().broadcast);
+  EXPECT_EQ(isWiFiReachable(GetParam().list, "wlan0"), GetParam().reachable);
+  EXPECT_FALSE(isWiFiReachable(GetParam().list, "")) << "no Wi-Fi interface";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lists, WiFiInterfaceListTest,
+    testing::Values(
+        ListCase("Empty", {}, "", "", false),
+        ListCase("OneAddress",
+                 {link("wlan0"), v4("wlan0", "192.168.1.20", "192.168.1.255"), v6("wlan0")},
+                 "192.168.1.20", "192.168.1.255", true),
+        ListCase("LastOfSeveralWins",
+                 {v4("wlan0", "10.0.0.5", "10.0.0.255"), v6("wlan0"),
+                  v4("wlan0", "172.16.4.9", "172.16.7.255")},
+                 "172.16.4.9", "172.16.7.255", true),
+        ListCase("OtherInterfacesIgnored",
+                 {v4("eth0", "10.1.1.1", "10.1.1.255"), v4("wlan0", "10.2.2.2", "10.2.2.255"),
+                  v4("wlan1", "10.3.3.3", "10.3.3.255")},
+                 "10.2.2.2", "10.2.2.255", true),
+        ListCase("OnlyIPv6", {link("wlan0"), v6("wlan0")}, "", "", false),
+        ListCase("NameIsExact", {v4("wlan0:1", "10.4.4.4", "10.4.4.255")}, "", "", false),
+        ListCase("OnlyAnotherInterfaceHasAnAddress", {link("wlan0"), v4("eth0", "10.0.0.2", "")},
+                 "", "", false),
+        // The last entry has no broadcast address: its empty text wins too.
+        ListCase("LastEntryWithoutBroadcast",
+                 {v4("wlan0", "10.0.0.5", "10.0.0.255"),
+                  v4("wlan0", "10.9.9.9", "", IFF_UP | IFF_RUNNING | IFF_POINTOPOINT)},
+                 "10.9.9.9", "", true),
+        ListCase("AdministrativelyDown", {v4("wlan0", "10.0.0.2", "", IFF_BROADCAST)}, "10.0.0.2",
+                 "", false),
+        ListCase("UpWithoutCarrier", {v4("wlan0", "10.0.0.2", "", IFF_UP | IFF_BROADCAST)},
+                 "10.0.0.2", "", false)),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// A staged /sys/class/net: one folder per interface with "ifindex" and,
+// for wireless ones, "wireless" or "phy80211".
+class StagedNet {
+ public:
+  void add(const std::string& name, int index, const char* marker = nullptr) {
+    auto dir = dir_.path() / name;
+    std::filesystem::create_directories(dir);
+    std::ofstream(dir / "ifindex") << index << "\n";
+    if (marker) std::filesystem::create_directories(dir / marker);
+  }
+  const std::filesystem::path& path() const { return dir_.path(); }
+
+ private:
+  test::TempDir dir_;
+};
+
+TEST(WiFiInterfaceTest, FirstWirelessInterfaceByIndexUnlessNamed) {
+  StagedNet net;
+  net.add("lo", 1);
+  net.add("eth0", 2);
+  EXPECT_EQ(wifiInterfaceName(nullptr, net.path()), "");
+  net.add("wlp3s0", 5, "phy80211");
+  net.add("wlan1", 4, "wireless");
+  EXPECT_EQ(wifiInterfaceName(nullptr, net.path()), "wlan1");
+  EXPECT_EQ(wifiInterfaceName("", net.path()), "wlan1");
+  EXPECT_EQ(wifiInterfaceName("veth7", net.path()), "veth7");
+  EXPECT_EQ(wifiInterfaceName(nullptr, net.path() / "missing"), "");
+}
+
+// ---- Real interface events, inside a network namespace of our own ----
+
+bool writeFile(const char* path, const std::string& text) {
+  std::ofstream out(path);
+  out << text;
+  return static_cast<bool>(out.flush());
+}
+
+// A new network namespace for this process: directly when privileged, else
+// inside a new user namespace. Returns an error text, empty on success.
+std::string enterNewNetworkNamespace() {
+  if (unshare(CLONE_NEWNET) == 0) return {};
+  int first = errno;
+  uid_t uid = getuid();
+  gid_t gid = getgid();
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
+    return std::string("unshare(CLONE_NEWNET): ") + strerror(first) +
+           "; unshare(CLONE_NEWUSER | CLONE_NEWNET): " + strerror(errno);
+  writeFile("/proc/self/setgroups", "deny");
+  if (!writeFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1\n") ||
+      !writeFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1\n"))
+    return "cannot map the user into the new user namespace";
+  return {};
+}
+
+// Drains the main queue until `done` holds or 10 real seconds pass: the wait
+// is for the kernel's events, not for a delay of the system's own.
+bool waitFor(Queue& main, const std::function<bool()>& done) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (std::chrono::steady_clock::now() < deadline) {
+    main.runPending();
+    if (done()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
+// Appends to `report` everything it finds wrong, and stops where it cannot go on.
+void runInNamespace(std::string& report) {
+  if (report = enterNewNetworkNamespace(); !report.empty()) {
+    report = "this test needs a network namespace of its own and could not create one: " + report;
+    return;
+  }
+  // iproute2's `ip`, wherever the system keeps it.
+  auto ip = [&](const std::string& args) {
+    if (std::system(("PATH=$PATH:/usr/sbin:/sbin ip " + args).c_str()) == 0) return true;
+    report += "ip " + args + " failed\n";
+    return false;
+  };
+  if (!ip("link add oxwl0 type veth peer name oxwl1")) return;
+  setenv("OXELO_WIFI_INTERFACE", "oxwl0", 1);
+  auto main = Queue::createDriven("main", std::make_shared<SystemClock>());
+  MainQueue::set(main);
+  {
+    NetlinkReachability reachability;
+    std::vector<bool> seen;  // the status each notification finds
+    auto subscription =
+        reachability.addChangeListener([&] { seen.push_back(reachability.isReachableViaWiFi()); });
+    if (!reachability.startNotifier()) report += "startNotifier failed in the namespace\n";
+    if (reachability.isReachableViaWiFi()) report += "a fresh veth counts as reachable\n";
+    // After `commands`: exactly `count` notifications, the last finding `reachable`.
+    auto expect = [&](const std::vector<const char*>& commands, size_t count, bool reachable) {
+      for (const char* c : commands)
+        if (!ip(c)) return false;
+      if (!waitFor(*main, [&] { return seen.size() >= count; })) {
+        report += std::string("no change notification after ip ") + commands.back() + "\n";
+        return false;
+      }
+      if (seen.size() != count || seen.back() != reachable)
+        report += std::string("after ip ") + commands.back() + ": " + std::to_string(seen.size()) +
+                  " notifications, last status " +
+                  (seen.back() ? "reachable\n" : "not reachable\n");
+      return true;
+    };
+    // Link events alone change nothing; the address makes it reachable.
+    if (!expect({"link set oxwl1 up", "link set oxwl0 up", "addr add 10.77.0.1/24 brd + dev oxwl0"},
+                1, true))
+      return;
+    if (getIPAddress() != "10.77.0.1") report += "getIPAddress gave " + getIPAddress() + "\n";
+    if (getBroadcastIPAddress() != "10.77.0.255")
+      report += "getBroadcastIPAddress gave " + getBroadcastIPAddress() + "\n";
+    // A second address is an event that leaves the status as it was; losing
+    // the carrier (the peer goes down) ends reachability.
+    if (!expect({"addr add 10.77.1.1/24 dev oxwl0", "link set oxwl1 down"}, 2, false) ||
+        !expect({"link set oxwl1 up"}, 3, true) || !expect({"addr flush dev oxwl0"}, 4, false))
+      return;
+  }
+  MainQueue::set(nullptr);
+}
+
+// Runs in a child process of its own, which says on stderr what went wrong.
+TEST(NetlinkReachabilityTest, ReportsRealInterfaceChangesInAPrivateNamespace) {
+  auto child = [] {
+    alarm(60);  // a hung child must not hang the test
+    std::string report;
+    runInNamespace(report);
+    std::fputs(report.c_str(), stderr);
+    std::_Exit(report.empty() ? 0 : 1);
+  };
+  EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace oxelo
