@@ -11,30 +11,9 @@
 #include "filters/GPUImageFramebuffer.h"
 #include "filters/GPUImagePixelBufferInput.h"
 #include "media/PixelBuffer.h"
+#include "tests/support/GlTestSupport.h"
 
 namespace oxelo::test {
-
-// Fails the test, naming the reason, when this machine offers no GL context.
-inline void expectGlContext() {
-  bool ok = false;
-  runSynchronouslyOnVideoProcessingQueue(
-      [&] { ok = GPUImageContext::useImageProcessingContext(); });
-  ASSERT_TRUE(ok) << GPUImageContext::sharedImageProcessingContext().failureReason();
-}
-
-// BGRA bytes of one pixel.
-struct Bgra {
-  uint8_t b, g, r, a;
-  bool operator==(const Bgra&) const = default;
-};
-inline std::ostream& operator<<(std::ostream& out, const Bgra& p) {
-  return out << "bgra(" << int(p.b) << "," << int(p.g) << "," << int(p.r) << "," << int(p.a) << ")";
-}
-
-inline Bgra pixelAt(const PixelBuffer& picture, int x, int y) {
-  const uint8_t* p = picture.row(y) + 4 * x;
-  return {p[0], p[1], p[2], p[3]};
-}
 
 // A picture in which every pixel differs from its neighbours in every
 // channel, so that a shift, a flip or a blend of one pixel shows.

@@ -7,33 +7,11 @@
 #include <memory>
 #include <ostream>
 
-#include "filters/GPUImageContext.h"
 #include "media/PixelBuffer.h"
 #include "platform/camera/CameraFrame.h"
+#include "tests/support/GlTestSupport.h"
 
 namespace oxelo::test {
-
-// Fails the test, naming the reason, when this machine offers no GL context.
-inline void expectGlContext() {
-  bool ok = false;
-  runSynchronouslyOnVideoProcessingQueue(
-      [&] { ok = GPUImageContext::useImageProcessingContext(); });
-  ASSERT_TRUE(ok) << GPUImageContext::sharedImageProcessingContext().failureReason();
-}
-
-// BGRA bytes of one pixel.
-struct Bgra {
-  uint8_t b, g, r, a;
-  bool operator==(const Bgra&) const = default;
-};
-inline std::ostream& operator<<(std::ostream& out, const Bgra& p) {
-  return out << "bgra(" << int(p.b) << "," << int(p.g) << "," << int(p.r) << "," << int(p.a) << ")";
-}
-
-inline Bgra pixelAt(const PixelBuffer& picture, int x, int y) {
-  const uint8_t* p = picture.row(y) + 4 * x;
-  return {p[0], p[1], p[2], p[3]};
-}
 
 // An NV12 frame of `colour`'s picture (chroma of each 2 x 2 block's top
 // left pixel), stored as a camera of that matrix and range stores it.
