@@ -28,37 +28,16 @@ void GPUImageCropFilter::setInputSize(GPUSize size, int index) {
 }
 
 void GPUImageCropFilter::calculateCropTextureCoordinates() {
-  const auto x0 = static_cast<float>(cropRegion_.x);
-  const auto y0 = static_cast<float>(cropRegion_.y);
-  const auto x1 = static_cast<float>(cropRegion_.x + cropRegion_.width);
-  const auto y1 = static_cast<float>(cropRegion_.y + cropRegion_.height);
-  // The corners of the region, in the order of the vertices, for each
-  // rotation mode as the rotation table turns the full picture.
-  switch (inputRotation_) {
-    case kRotateLeft:
-      cropTextureCoordinates_ = {x1, y0, x1, y1, x0, y0, x0, y1};
-      break;
-    case kRotateRight:
-      cropTextureCoordinates_ = {x0, y1, x0, y0, x1, y1, x1, y0};
-      break;
-    case kFlipVertical:
-      cropTextureCoordinates_ = {x0, y1, x1, y1, x0, y0, x1, y0};
-      break;
-    case kFlipHorizontal:
-      cropTextureCoordinates_ = {x1, y0, x0, y0, x1, y1, x0, y1};
-      break;
-    case kRotateRightFlipVertical:
-      cropTextureCoordinates_ = {x0, y0, x0, y1, x1, y0, x1, y1};
-      break;
-    case kRotateRightFlipHorizontal:
-      cropTextureCoordinates_ = {x1, y1, x1, y0, x0, y1, x0, y0};
-      break;
-    case kRotate180:
-      cropTextureCoordinates_ = {x1, y1, x0, y1, x1, y0, x0, y0};
-      break;
-    default:
-      cropTextureCoordinates_ = {x0, y0, x1, y0, x0, y1, x1, y1};
-      break;
+  // The rotation table's corners of the full picture, each 0 or 1, moved to
+  // the corners of the region: the region turns as the whole picture would.
+  const float xs[2] = {static_cast<float>(cropRegion_.x),
+                       static_cast<float>(cropRegion_.x + cropRegion_.width)};
+  const float ys[2] = {static_cast<float>(cropRegion_.y),
+                       static_cast<float>(cropRegion_.y + cropRegion_.height)};
+  const float* full = textureCoordinatesForRotation(inputRotation_);
+  for (int i = 0; i < 8; i += 2) {
+    cropTextureCoordinates_[i] = xs[full[i] > 0.5f ? 1 : 0];
+    cropTextureCoordinates_[i + 1] = ys[full[i + 1] > 0.5f ? 1 : 0];
   }
 }
 
