@@ -20,7 +20,10 @@ enum class YCbCrMatrix { unset, bt601, bt709 };
 //
 // The conversion matrix is the one the BGRA pictures are turned to YCbCr
 // with; where it is not set the tag's matrix is used, and with no tag at all
-// BT.601, the matrix that untagged video is read with.
+// BT.601, the matrix that untagged video is read with. That matrix
+// (effectiveConversionMatrix()) and limited range are what is coded: a YCbCr
+// picture made with another matrix or in full range is converted to them
+// rather than coded under tags that would not describe it.
 struct ColourTags {
   YCbCrMatrix conversionMatrix = YCbCrMatrix::unset;
   YCbCrMatrix matrixTag = YCbCrMatrix::unset;

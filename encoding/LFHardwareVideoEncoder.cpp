@@ -92,7 +92,7 @@ void LFHardwareVideoEncoder::encodeVideoData(std::shared_ptr<PixelBuffer> pixelB
     const bool forceKeyFrame = interval > 0 && frameCount_ % interval == 1;
     collecting_ = &frames;
     const bool taken =
-        compressionSession_->encodeFrame(*pixelBuffer, frameCount_, forceKeyFrame, timeStamp);
+        compressionSession_->encodeFrame(pixelBuffer, frameCount_, forceKeyFrame, timeStamp);
     collecting_ = nullptr;
     if (!taken) oxlog("VideoEncoder Dropped one frame {}", timeStamp);
   }
@@ -178,6 +178,11 @@ void LFHardwareVideoEncoder::willEnterForeground() {
   }
   isBackGround_ = false;
   deliver(frames);
+}
+
+PixelFormat LFHardwareVideoEncoder::preferredPixelFormat() const {
+  std::lock_guard lock(mutex_);
+  return compressionSession_ ? compressionSession_->preferredPixelFormat() : PixelFormat::bgra;
 }
 
 bool LFHardwareVideoEncoder::useH265() const {

@@ -6,16 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "media/LFLiveVideoConfiguration.h"
 #include "encoding/VideoCodecSession.h"
-#include "platform/device/AppLifecycle.h"
+#include "media/LFLiveVideoConfiguration.h"
 #include "media/LFVideoEncoding.h"
+#include "platform/device/AppLifecycle.h"
 
 namespace oxelo {
 
-// Turns the BGRA pixel buffers of video capture into H.264 or HEVC frames
-// through a codec session (libavcodec by default; see LibavVideoCodecSession),
-// and offers the running bit rate for adaptation.
+// Turns the pixel buffers of video capture (BGRA, NV12 or I420) into H.264
+// or HEVC frames through a codec session (libavcodec by default; see
+// LibavVideoCodecSession, which says when a picture is converted), and offers
+// the running bit rate for adaptation.
 //
 // The session is created with the encoder and again when the application
 // becomes active after it resigned; it reads the settings `videoEncoder`
@@ -49,6 +50,8 @@ class LFHardwareVideoEncoder final : public LFVideoEncoding,
   void setDelegate(std::weak_ptr<LFVideoEncodingDelegate> delegate) override;
   void stopEncoder() override;
   int64_t videoBitRate() const override { return currentVideoBitRate_.load(); }
+  // The layout the current session's codec takes; BGRA without a session.
+  PixelFormat preferredPixelFormat() const override;
   // Sets the average rate and a limit of five times the average byte rate in
   // any second (value x 5 / 8 bytes per 1 second). Refused while in the
   // background. The configuration's videoBitRate is not touched.

@@ -48,6 +48,36 @@ std::string joined(const std::vector<std::string>& names) {
   return text;
 }
 
+void releasePicture(void* opaque, uint8_t* /*data*/) {
+  delete static_cast<std::shared_ptr<PixelBuffer>*>(opaque);
+}
+
+// A frame whose buffers reference the picture's planes, read-only: the
+// codec copies before it would write, and each buffer holds the picture.
+AVFrame* wrapPicture(const std::shared_ptr<PixelBuffer>& picture, int format) {
+  AVFrame* frame = av_frame_alloc();
+  if (!frame) return nullptr;
+  frame->format = format;
+  frame->width = picture->width();
+  frame->height = picture->height();
+  for (int i = 0; i < picture->planeCount(); ++i) {
+    const size_t stride = picture->planeStride(i);
+    const size_t size =
+        stride * static_cast<size_t>(picture->planeHeight(i) - 1) + picture->planeRowBytes(i);
+    auto* holder = new std::shared_ptr<PixelBuffer>(picture);
+    frame->buf[i] =
+        av_buffer_create(picture->plane(i), size, releasePicture, holder, AV_BUFFER_FLAG_READONLY);
+    if (!frame->buf[i]) {
+      delete holder;
+      av_frame_free(&frame);
+      return nullptr;
+    }
+    frame->data[i] = picture->plane(i);
+    frame->linesize[i] = static_cast<int>(stride);
+  }
+  return frame;
+}
+
 }  // namespace
 
 std::vector<std::string> LibavVideoCodecSession::encoderNamesFor(VideoCodec codec) {
@@ -91,22 +121,20 @@ LibavVideoCodecSession::LibavVideoCodecSession(const VideoCodecSettings& setting
 
 LibavVideoCodecSession::~LibavVideoCodecSession() { closeEncoder(); }
 
-void LibavVideoCodecSession::applyRate(AVCodecContext* context, const std::string& name) const {
-  const int64_t average = settings_.averageBitRate;
+void LibavVideoCodecSession::applyRate(AVCodecContext* context) const {
+  const double average = static_cast<double>(settings_.averageBitRate);
   const double seconds = settings_.dataRateLimitSeconds > 0 ? settings_.dataRateLimitSeconds : 1.0;
-  const int64_t limitBits = settings_.dataRateLimitBytes * 8;
-  context->bit_rate = average;
-  if (name == "libx264") {
-    // A buffer drained at the average rate: any window of `seconds` holds
-    // at most buffer + average x seconds = the limit, and in the long run
-    // no more than the average goes out.
-    const auto window = static_cast<int64_t>(static_cast<double>(average) * seconds);
-    context->rc_max_rate = average;
-    context->rc_buffer_size = static_cast<int>(std::max(limitBits - window, average));
-    return;
-  }
-  context->rc_max_rate = static_cast<int64_t>(static_cast<double>(limitBits) / seconds);
-  context->rc_buffer_size = static_cast<int>(limitBits);
+  const double fps =
+      static_cast<double>(settings_.expectedFrameRate > 0 ? settings_.expectedFrameRate : 1);
+  // No limit given: twice the average over the window.
+  const double limitBits = settings_.dataRateLimitBytes > 0
+                               ? static_cast<double>(settings_.dataRateLimitBytes) * 8
+                               : 2 * average * seconds;
+  // Any window of `seconds` carries at most buffer + average x seconds = the limit.
+  const double buffer = std::max(limitBits - average * seconds, average / fps);
+  context->bit_rate = settings_.averageBitRate;
+  context->rc_max_rate = settings_.averageBitRate;
+  context->rc_buffer_size = static_cast<int>(buffer);
 }
 
 void LibavVideoCodecSession::configure(AVCodecContext* context, const std::string& name) const {
@@ -124,7 +152,7 @@ void LibavVideoCodecSession::configure(AVCodecContext* context, const std::strin
   const auto byDuration = static_cast<int64_t>(settings_.maxKeyFrameIntervalDuration * fps);
   if (byDuration > 0 && (interval <= 0 || byDuration < interval)) interval = byDuration;
   if (interval > 0) context->gop_size = static_cast<int>(interval);
-  applyRate(context, name);
+  applyRate(context);
 
   const ColourTags& colour = settings_.colour;
   if (colour.matrixTag != YCbCrMatrix::unset) {
@@ -140,7 +168,6 @@ void LibavVideoCodecSession::configure(AVCodecContext* context, const std::strin
   if (name == "libx264") {
     setOption(context, "preset", "veryfast");
     setOption(context, "tune", "zerolatency");
-    setOption(context, "crf", "20");  // quality first, capped by the rate below
     setOption(context, "profile", "main");
     setOption(context, "coder", "cabac");
     setOption(context, "forced-idr", "1");
@@ -214,8 +241,9 @@ bool LibavVideoCodecSession::openEncoder(const std::string& name) {
   }
   keyFrameInterval_ = context_->gop_size;
   framesSinceKeyFrame_ = keyFrameInterval_;  // the first picture is a key frame
-  converter_ = std::make_unique<BgraConverter>(settings_.width, settings_.height, softwareFormat_,
-                                               settings_.colour.effectiveConversionMatrix());
+  converter_ =
+      std::make_unique<PictureConverter>(settings_.width, settings_.height, softwareFormat_,
+                                         settings_.colour.effectiveConversionMatrix());
   frame_ = av_frame_alloc();
   packet_ = av_packet_alloc();
   if (!converter_->valid() || !frame_ || !packet_) {
@@ -258,21 +286,38 @@ void LibavVideoCodecSession::reopen() {
   oxlog("VideoEncoder: {} opened again at {} b/s", name, settings_.averageBitRate);
 }
 
-bool LibavVideoCodecSession::encodeFrame(const PixelBuffer& picture, int64_t presentationFrames,
-                                         bool forceKeyFrame, uint64_t userValue) {
+PixelFormat LibavVideoCodecSession::preferredPixelFormat() const {
+  return softwareFormat_ == AV_PIX_FMT_NV12 ? PixelFormat::nv12 : PixelFormat::i420;
+}
+
+AVFrame* LibavVideoCodecSession::frameFor(const std::shared_ptr<PixelBuffer>& picture,
+                                          AVFrame*& wrapped) {
+  if (converter_->passesThrough(*picture)) {
+    wrapped = wrapPicture(picture, softwareFormat_);
+    return wrapped;
+  }
+  if (av_frame_make_writable(frame_) < 0 || !converter_->convert(*picture, frame_)) return nullptr;
+  return frame_;
+}
+
+bool LibavVideoCodecSession::encodeFrame(const std::shared_ptr<PixelBuffer>& picture,
+                                         int64_t presentationFrames, bool forceKeyFrame,
+                                         uint64_t userValue) {
   // Where the codec puts a key frame anyway: forced, or at its own interval.
   const bool keyFrameDue =
       forceKeyFrame || (keyFrameInterval_ > 0 && framesSinceKeyFrame_ >= keyFrameInterval_);
   if (reopenPending_ || (ratePending_ && keyFrameDue)) reopen();
-  if (!context_) return false;
-  if (av_frame_make_writable(frame_) < 0 || !converter_->convert(picture, frame_)) return false;
-  AVFrame* sent = frame_;
+  if (!context_ || !picture) return false;
+  AVFrame* wrapped = nullptr;
+  AVFrame* sent = frameFor(picture, wrapped);
+  if (!sent) return false;
   AVFrame* uploaded = nullptr;
   if (hardwareFrames_) {
     uploaded = av_frame_alloc();
     if (!uploaded || av_hwframe_get_buffer(context_->hw_frames_ctx, uploaded, 0) < 0 ||
-        av_hwframe_transfer_data(uploaded, frame_, 0) < 0) {
+        av_hwframe_transfer_data(uploaded, sent, 0) < 0) {
       av_frame_free(&uploaded);
+      av_frame_free(&wrapped);
       return false;
     }
     sent = uploaded;
@@ -286,6 +331,7 @@ bool LibavVideoCodecSession::encodeFrame(const PixelBuffer& picture, int64_t pre
     result = avcodec_send_frame(context_, sent);
   }
   av_frame_free(&uploaded);
+  av_frame_free(&wrapped);  // the codec holds its own references where it keeps the picture
   if (result < 0) {
     userValues_.erase(presentationFrames);
     return false;
@@ -351,7 +397,7 @@ void LibavVideoCodecSession::setBitRate(int64_t averageBitRate, int64_t dataRate
   settings_.dataRateLimitSeconds = dataRateLimitSeconds;
   if (!context_) return;
   if (changesRateInPlace()) {
-    applyRate(context_, name_);  // libx264 reconfigures itself with the next picture
+    applyRate(context_);  // libx264 reconfigures itself with the next picture
     return;
   }
   // Opening again makes a key frame: wait for one that is due anyway.

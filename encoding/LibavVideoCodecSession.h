@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "encoding/BgraConverter.h"
+#include "encoding/PictureConverter.h"
 #include "encoding/VideoCodecSession.h"
 
 struct AVBufferRef;
@@ -30,18 +30,34 @@ namespace oxelo {
 // libavcodec encoder names, replaces the default order (e.g. "libx264" to
 // keep a board's hardware encoder out).
 //
-// Rate control. libx264 keeps its average bit rate fixed once open, so it
-// runs at a constant quality (CRF 20) capped by its buffer model: the buffer
-// drains at the average rate and holds the byte limit less one window's
-// worth at that rate, so that no window of the limit's length carries more
-// than the limit and the long-run rate stays at or below the average. It
-// takes a new cap in place with the next picture; a lowered rate shows once
-// the credit of the old buffer is spent (a few seconds at most). The other
-// encoders get the average as their target and the limit as peak rate and
-// buffer; they cannot change their rate while open, so they are closed and
-// opened again with the new rate, and as that makes a key frame, it waits
-// for the next picture that is a key frame anyway (forced, or at the
-// interval): no key frame is added, and the old rate holds until then.
+// Pictures. The codec takes I420 (libx264, libx265, and other encoders that
+// list it first) or NV12 (VA-API, which uploads it to the device; encoders
+// that list NV12 first). A BGRA picture is converted with the matrix of the
+// colour tags (ColourTags::effectiveConversionMatrix()). An NV12 or I420
+// picture in the codec's layout, in limited range and in that matrix goes to
+// the codec without a conversion and without a copy: the frame's buffers
+// reference the picture's planes, read-only, and keep the picture alive
+// until the codec lets them go. Any other YCbCr picture is converted to what
+// the tags say (layout and range in one step; another matrix through RGB),
+// so that the tags always describe the samples that are coded.
+//
+// Rate control. Every encoder targets the average bit rate (libx264 and
+// libx265 in their average bit rate mode) under a buffer model derived from
+// the byte limit: a buffer of B bits refilled at the average rate A lets at
+// most B + A x T bits out in any window of T seconds, so B = L - A x T for a
+// limit of L bits in T seconds (at least one picture's worth at the
+// average). The buffer takes the bursts, key frames first; in the long run
+// no more than the average goes out. With the usual limit of five times the
+// average byte rate per second the buffer holds four seconds at the average.
+// The peak rate is the average itself because libx264 takes a new average in
+// place only then: it changes rate between two pictures, with no key frame.
+// A lowered rate shows within about a second (the buffer's credit is cut with
+// it); a raised one is reached gradually, over several seconds, as libx264's
+// rate control also weighs the pictures coded before. The other encoders cannot change their
+// rate while open, so they are closed and opened again with the new rate,
+// and as that makes a key frame, it waits for the next picture that is a key
+// frame anyway (forced, or at the interval): no key frame is added, and the
+// old rate holds until then.
 //
 // Not thread-safe: LFHardwareVideoEncoder serialises every call. The codec
 // works synchronously on the caller's thread, and the output function runs
@@ -61,8 +77,9 @@ class LibavVideoCodecSession final : public VideoCodecSession {
   ~LibavVideoCodecSession() override;
 
   const std::string& encoderName() const override { return name_; }
-  bool encodeFrame(const PixelBuffer& picture, int64_t presentationFrames, bool forceKeyFrame,
-                   uint64_t userValue) override;
+  PixelFormat preferredPixelFormat() const override;
+  bool encodeFrame(const std::shared_ptr<PixelBuffer>& picture, int64_t presentationFrames,
+                   bool forceKeyFrame, uint64_t userValue) override;
   void completeFrames() override;
   void setBitRate(int64_t averageBitRate, int64_t dataRateLimitBytes,
                   double dataRateLimitSeconds) override;
@@ -74,7 +91,11 @@ class LibavVideoCodecSession final : public VideoCodecSession {
   void closeEncoder();
   void reopen();
   void configure(AVCodecContext* context, const std::string& name) const;
-  void applyRate(AVCodecContext* context, const std::string& name) const;
+  void applyRate(AVCodecContext* context) const;
+  // The frame that carries `picture` to the codec: one referencing its
+  // planes (`wrapped`, freed by the caller), or frame_ filled by the
+  // converter. Null when neither works.
+  AVFrame* frameFor(const std::shared_ptr<PixelBuffer>& picture, AVFrame*& wrapped);
   bool changesRateInPlace() const { return name_ == "libx264"; }
   // Drains what the codec has ready (everything, after the end marker).
   void receivePackets();
@@ -89,7 +110,7 @@ class LibavVideoCodecSession final : public VideoCodecSession {
   AVBufferRef* hardwareDevice_ = nullptr;
   AVFrame* frame_ = nullptr;
   AVPacket* packet_ = nullptr;
-  std::unique_ptr<BgraConverter> converter_;
+  std::unique_ptr<PictureConverter> converter_;
   std::map<int64_t, uint64_t> userValues_;  // by presentation time, until the picture is out
   int64_t inFlight_ = 0;                    // pictures taken and not yet out
   bool reopenPending_ = false;

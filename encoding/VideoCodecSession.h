@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "media/PixelBuffer.h"
 #include "encoding/ColourTags.h"
 #include "encoding/NalUnits.h"
+#include "media/PixelBuffer.h"
 
 namespace oxelo {
 
@@ -55,9 +55,14 @@ class VideoCodecSession {
 
   // The encoder in use, as libavcodec names it ("libx264", "h264_vaapi").
   virtual const std::string& encoderName() const = 0;
-  // Queues one picture at `presentationFrames` / expectedFrameRate seconds.
+  // The layout the codec takes: pictures in it (and in the session's matrix,
+  // limited range) go in without a conversion.
+  virtual PixelFormat preferredPixelFormat() const = 0;
+  // Queues one picture, of any PixelFormat, at `presentationFrames` /
+  // expectedFrameRate seconds. The session may keep a reference to the
+  // picture until the codec is done with it, and never writes into it.
   // Returns false when the picture was dropped before the codec took it.
-  virtual bool encodeFrame(const PixelBuffer& picture, int64_t presentationFrames,
+  virtual bool encodeFrame(const std::shared_ptr<PixelBuffer>& picture, int64_t presentationFrames,
                            bool forceKeyFrame, uint64_t userValue) = 0;
   // Hands out every picture still in flight; the session stays usable.
   virtual void completeFrames() = 0;

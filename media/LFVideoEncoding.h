@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <memory>
 
-#include "media/LFLiveVideoConfiguration.h"
-#include "media/PixelBuffer.h"
 #include "media/LFAudioEncoding.h"
 #include "media/LFFrame.h"
+#include "media/LFLiveVideoConfiguration.h"
+#include "media/PixelBuffer.h"
 
 namespace oxelo {
 
@@ -23,13 +23,17 @@ class LFVideoEncodingDelegate {
                                       std::shared_ptr<LFVideoFrame> /*frame*/) {}
 };
 
-// Turns BGRA pixel buffers into H.264 or HEVC frames and offers the running
-// bit rate for adaptation. Created by the session (through an EncoderFactory)
+// Turns pixel buffers (BGRA, NV12 or I420) into H.264 or HEVC frames and
+// offers the running bit rate for adaptation. Created by the session (through an EncoderFactory)
 // on first use.
 class LFVideoEncoding {
  public:
   virtual ~LFVideoEncoding() = default;
 
+  // Any thread: the layout the encoder takes pictures in without a
+  // conversion, so that capture can end its draws in it. Pictures of the
+  // other layouts are still taken.
+  virtual PixelFormat preferredPixelFormat() const { return PixelFormat::bgra; }
   // Video processing queue. Queues one picture; `timeStamp` (milliseconds,
   // media clock) comes back as the frame's timestamp.
   virtual void encodeVideoData(std::shared_ptr<PixelBuffer> pixelBuffer, uint64_t timeStamp) = 0;

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "encoding/VideoCodecSession.h"
 #include "media/LFLiveVideoConfiguration.h"
 #include "media/LFVideoEncoding.h"
 #include "media/PixelBuffer.h"
@@ -88,8 +90,10 @@ class TestDecoder {
     av_packet_free(&packet_);
     av_frame_free(&frame_);
   }
-  // Returns the size of every picture that came out.
-  std::vector<std::pair<int, int>> decode(const std::vector<uint8_t>& annexB) {
+  // Returns the size of every picture that came out, each of which is
+  // also shown to `look` where given.
+  std::vector<std::pair<int, int>> decode(const std::vector<uint8_t>& annexB,
+                                          const std::function<void(const AVFrame&)>& look = {}) {
     std::vector<std::pair<int, int>> sizes;
     av_new_packet(packet_, static_cast<int>(annexB.size()));
     std::copy(annexB.begin(), annexB.end(), packet_->data);
@@ -97,9 +101,21 @@ class TestDecoder {
     av_packet_unref(packet_);
     while (avcodec_receive_frame(context_, frame_) == 0) {
       sizes.emplace_back(frame_->width, frame_->height);
+      if (look) look(*frame_);
       av_frame_unref(frame_);
     }
     return sizes;
+  }
+  // A coded sample as the host gets it: its parameter sets, then its units.
+  std::vector<std::pair<int, int>> decode(const CodedSample& sample,
+                                          const std::function<void(const AVFrame&)>& look = {}) {
+    std::vector<uint8_t> stream;
+    for (const auto* set :
+         {&sample.parameterSets.vps, &sample.parameterSets.sps, &sample.parameterSets.pps})
+      if (!set->empty()) appendAnnexB(stream, *set);
+    if (auto units = lengthPrefixedUnits(sample.data))
+      for (const auto& unit : *units) appendAnnexB(stream, unit);
+    return decode(stream, look);
   }
   int errors() const { return errors_; }
 

@@ -1,11 +1,13 @@
 // The encoder on the real software codecs: what the host receives must decode.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <numeric>
 
-#include "encoding/BgraConverter.h"
 #include "encoding/LFHardwareVideoEncoder.h"
 #include "encoding/LibavVideoCodecSession.h"
+#include "encoding/PictureConverter.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "tests/encoding/EncodingTestSupport.h"
 
@@ -116,10 +118,9 @@ TEST_P(LibavVideoEncoderTest, RateChangeAddsNoKeyFrame) {
   encode(*encoder, 20, 1);
   const RateControl now = encoder->rateControl();
   EXPECT_EQ(now.averageBitRate, 800000) << "in force from frame 21";
-  if (inPlace) {  // drained at the average: any second holds at most 500000 bytes
-    EXPECT_EQ(now.maxBitRate, 800000);
-    EXPECT_EQ((now.bufferBits + now.maxBitRate) / 8, 500000);
-  }
+  // Drained at the average: any second holds at most 500000 bytes.
+  EXPECT_EQ(now.maxBitRate, 800000);
+  EXPECT_EQ((now.bufferBits + now.maxBitRate) / 8, 500000);
   encode(*encoder, 21, 14);
   encoder->stopEncoder();
   ASSERT_EQ(recorder_->frames.size(), 35u);
@@ -135,35 +136,70 @@ INSTANTIATE_TEST_SUITE_P(Codecs, LibavVideoEncoderTest,
                                          CodecCase{"Hevc", "libx265", true}),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// The rate change reaches the running libx264 in place: its settings at once,
-// and the bytes it produces once the credit of the old buffer is spent.
-TEST(LibavBitRateTest, ChangeReachesTheRunningEncoder) {
-  test::ScopedDefaults defaults;
-  auto configuration = test::smallVideoConfiguration(kWidth, kHeight, 30, 1200000);
-  auto recorder = std::make_shared<test::VideoFrameRecorder>();
-  auto encoder = LFHardwareVideoEncoder::create(
-      configuration, LibavVideoCodecSession::factory({"libx264"}), nullptr);
-  encoder->setDelegate(recorder);
-  auto encode = [&](int from, int to) {
-    for (int i = from; i < to; ++i)
-      encoder->encodeVideoData(test::movingPicture(kWidth, kHeight, i), static_cast<uint64_t>(i));
-  };
+struct RateCase {
+  const char* name;
+  const char* encoder;
+  int64_t firstRate, secondRate;  // bits per second; the second one lower
+  int limitTimesAverage;          // the byte limit per second, in average byte rates
+};
+
+class LibavRateTest : public testing::TestWithParam<RateCase> {};
+
+// A moving picture coded for 4 seconds at one average, then lowered in the
+// middle of a key frame interval and coded for 4 more: the first stretch
+// comes out near its average, the last two seconds near the new one, no
+// second of the stream exceeds the limit in force, and the change brings no
+// key frame of its own.
+TEST_P(LibavRateTest, FollowsTheAverageWithinTheLimit) {
+  const auto& c = GetParam();
+  constexpr int kFps = 30;
+  VideoCodecSettings settings;
+  settings.codec = std::string(c.encoder) == "libx265" ? VideoCodec::hevc : VideoCodec::h264;
+  settings.width = kWidth;
+  settings.height = kHeight;
+  settings.expectedFrameRate = kFps;
+  settings.maxKeyFrameInterval = kFps;
+  settings.averageBitRate = c.firstRate;
+  settings.dataRateLimitBytes = c.firstRate * c.limitTimesAverage / 8;
+  settings.dataRateLimitSeconds = 1;
+  std::vector<CodedSample> samples;
+  auto session = LibavVideoCodecSession::open(
+      settings, [&](CodedSample&& s) { samples.push_back(std::move(s)); }, {c.encoder});
+  ASSERT_TRUE(session);
+  for (int i = 0; i < 8 * kFps; ++i) {
+    if (i == 4 * kFps + kFps / 2) {
+      session->setBitRate(c.secondRate, c.secondRate * c.limitTimesAverage / 8, 1.0);
+    }
+    session->encodeFrame(test::movingPicture(kWidth, kHeight, i), i + 1, i % kFps == 0,
+                         static_cast<uint64_t>(i));
+  }
+  session->completeFrames();
+  ASSERT_EQ(samples.size(), size_t{8 * kFps});
+
+  std::vector<size_t> bytes;
+  for (size_t i = 0; i < samples.size(); ++i) {
+    bytes.push_back(samples[i].data.size());
+    EXPECT_EQ(samples[i].isSync, i % kFps == 0) << "picture " << i;
+  }
   auto bytesOf = [&](size_t from, size_t to) {
-    size_t total = 0;
-    for (size_t i = from; i < to; ++i) total += recorder->frames[i]->data.size();
-    return total;
+    return static_cast<double>(std::accumulate(bytes.begin() + static_cast<std::ptrdiff_t>(from),
+                                               bytes.begin() + static_cast<std::ptrdiff_t>(to),
+                                               size_t{0}));
   };
-  encode(0, 30);
-  encoder->setVideoBitRate(200000);
-  encode(30, 150);
-  ASSERT_EQ(recorder->frames.size(), 150u);
-  // Each second holds one forced key frame; the fifth second is well past
-  // the old buffer's credit and must come near the new rate.
-  const size_t first = bytesOf(0, 30);
-  const size_t fifth = bytesOf(120, 150);
-  EXPECT_LT(fifth * 2, first) << "first second " << first << ", fifth " << fifth;
-  EXPECT_LT(fifth * 8, 200000u * 3 / 2) << "fifth second " << fifth;
+  EXPECT_NEAR(bytesOf(0, 4 * kFps) * 8 / 4, c.firstRate, c.firstRate * 0.25);
+  EXPECT_NEAR(bytesOf(6 * kFps, 8 * kFps) * 8 / 2, c.secondRate, c.secondRate * 0.25);
+  for (size_t i = 0; i + kFps <= bytes.size(); ++i) {
+    const int64_t rate = i < 4 * kFps + kFps / 2 ? c.firstRate : c.secondRate;
+    EXPECT_LE(bytesOf(i, i + kFps), static_cast<double>(rate * c.limitTimesAverage / 8))
+        << "the second from picture " << i;
+  }
 }
+
+INSTANTIATE_TEST_SUITE_P(Rates, LibavRateTest,
+                         testing::Values(RateCase{"H264", "libx264", 900000, 300000, 5},
+                                         RateCase{"H264TightLimit", "libx264", 300000, 150000, 2},
+                                         RateCase{"Hevc", "libx265", 800000, 300000, 5}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(LibavSessionTest, NoEncoderOpensGivesNoSessionAndALogLine) {
   test::LogCapture log;
@@ -180,7 +216,7 @@ TEST(LibavSessionTest, NoEncoderOpensGivesNoSessionAndALogLine) {
 
 // Pure red through each matrix, limited range: Y = 16 + 219 Kr,
 // Cb = 128 - 112 Kr / (1 - Kb).
-TEST(BgraConverterTest, ConvertsWithTheMatrixAsked) {
+TEST(PictureConverterTest, ConvertsWithTheMatrixAsked) {
   auto red = PixelBuffer::create(16, 16);
   for (int y = 0; y < 16; ++y)
     for (int x = 0; x < 16; ++x) std::memcpy(red->row(y) + 4 * x, "\x00\x00\xff\xff", 4);
@@ -188,7 +224,7 @@ TEST(BgraConverterTest, ConvertsWithTheMatrixAsked) {
   // BT.709: Kr 0.2126, Kb 0.0722 -> Y 62.6, Cb 102.3.
   for (auto [matrix, luma, cb] :
        {std::tuple{YCbCrMatrix::bt601, 81, 90}, std::tuple{YCbCrMatrix::bt709, 63, 102}}) {
-    BgraConverter converter(16, 16, AV_PIX_FMT_YUV420P, matrix);
+    PictureConverter converter(16, 16, AV_PIX_FMT_YUV420P, matrix);
     ASSERT_TRUE(converter.valid());
     AVFrame* frame = av_frame_alloc();
     frame->format = AV_PIX_FMT_YUV420P;

@@ -36,7 +36,9 @@ class FakeSession final : public VideoCodecSession {
   FakeSession(FakeSessionLog& log, const VideoCodecSettings& settings, Output output)
       : log_(log), settings_(settings), output_(std::move(output)) {}
   const std::string& encoderName() const override { return name_; }
-  bool encodeFrame(const PixelBuffer&, int64_t pts, bool force, uint64_t userValue) override {
+  PixelFormat preferredPixelFormat() const override { return PixelFormat::nv12; }
+  bool encodeFrame(const std::shared_ptr<PixelBuffer>&, int64_t pts, bool force,
+                   uint64_t userValue) override {
     log_.calls.push_back({pts, force, userValue});
     CodedSample sample;
     sample.isSync = force || std::exchange(log_.nextIsUnforcedKey, false);
