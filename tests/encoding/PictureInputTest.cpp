@@ -140,7 +140,7 @@ INSTANTIATE_TEST_SUITE_P(
         InputCase{"Nv12", F::nv12, false, M::bt709, YCbCrMatrix::bt709},
         InputCase{"I420FullRange", F::i420, true, M::bt601, YCbCrMatrix::bt601},
         InputCase{"Nv12FullRange", F::nv12, true, M::bt709, YCbCrMatrix::bt709},
-        InputCase{"Nv12Bt601UnderBt709Tags", F::nv12, false, M::bt601, YCbCrMatrix::bt709},
+        InputCase{"I420Bt601UnderBt709Tags", F::i420, false, M::bt601, YCbCrMatrix::bt709},
         InputCase{"I420FullRangeBt709UnderBt601Tags", F::i420, true, M::bt709, YCbCrMatrix::bt601}),
     [](const auto& info) { return std::string(info.param.name); });
 

@@ -109,7 +109,7 @@ TEST_F(VideoEncoderTest, ForcesKeyFramesByFrameCount) {
 }
 
 TEST_F(VideoEncoderTest, CreatesTheSessionFromTheConfiguration) {
-  makeEncoder(30);
+  EXPECT_EQ(makeEncoder(30)->preferredPixelFormat(), PixelFormat::nv12) << "the session's";
   ASSERT_EQ(log_.created.size(), 1u);
   const auto& s = log_.created[0];
   EXPECT_EQ(s.codec, VideoCodec::h264);
@@ -192,6 +192,7 @@ TEST_F(VideoEncoderTest, WithoutASessionPicturesVanishUntilTheNextReturn) {
   log_.failCreation = true;
   auto encoder = makeEncoder();
   EXPECT_FALSE(encoder->hasCompressionSession());
+  EXPECT_EQ(encoder->preferredPixelFormat(), PixelFormat::bgra);
   encode(*encoder, 3);
   EXPECT_TRUE(recorder_->frames.empty());
   log_.failCreation = false;
