@@ -6,11 +6,12 @@ namespace oxelo::bench {
 
 namespace {
 
-std::vector<std::string> inputArguments(const ReferenceEncode& e) {
+std::vector<std::string> inputArguments(const ReferenceEncode& e,
+                                        const std::string& pixelFormat = "bgra") {
   return {"-hide_banner", "-nostats",
           "-loglevel",    "error",
           "-f",           "rawvideo",
-          "-pix_fmt",     "bgra",
+          "-pix_fmt",     pixelFormat,
           "-s",           fmt::format("{}x{}", e.width, e.height),
           "-r",           std::to_string(e.fps),
           "-i",           "pipe:0"};
@@ -24,16 +25,9 @@ void append(std::vector<std::string>& to, std::initializer_list<std::string> mor
   to.insert(to.end(), more.begin(), more.end());
 }
 
-}  // namespace
-
-std::vector<std::string> ffmpegEncodeArguments(const ReferenceEncode& e,
-                                               const std::string& outputPath) {
-  auto args = inputArguments(e);
-  // BgraConverter: bilinear, full-range RGB to limited-range 4:2:0.
-  append(args,
-         {"-vf", fmt::format("scale=flags=bilinear:out_color_matrix={}:out_range=tv,format=yuv420p",
-                             matrixOption(e.colour.effectiveConversionMatrix()))});
-  // LibavVideoCodecSession::configure() for libx264.
+// LibavVideoCodecSession::configure() for libx264, and the output.
+void appendEncoderArguments(std::vector<std::string>& args, const ReferenceEncode& e,
+                            const std::string& outputPath) {
   append(args, {"-c:v",         "libx264",
                 "-preset",      "veryfast",
                 "-tune",        "zerolatency",
@@ -59,6 +53,27 @@ std::vector<std::string> ffmpegEncodeArguments(const ReferenceEncode& e,
   }
   if (e.colour.anySet()) append(args, {"-color_range", "tv"});
   append(args, {"-f", "h264", "-y", outputPath});
+}
+
+}  // namespace
+
+std::vector<std::string> ffmpegEncodeArguments(const ReferenceEncode& e,
+                                               const std::string& outputPath) {
+  auto args = inputArguments(e);
+  // BgraConverter: bilinear, full-range RGB to limited-range 4:2:0.
+  append(args,
+         {"-vf", fmt::format("scale=flags=bilinear:out_color_matrix={}:out_range=tv,format=yuv420p",
+                             matrixOption(e.colour.effectiveConversionMatrix()))});
+  appendEncoderArguments(args, e, outputPath);
+  return args;
+}
+
+std::vector<std::string> ffmpegNv12EncodeArguments(const ReferenceEncode& e,
+                                                   const std::string& outputPath) {
+  auto args = inputArguments(e, "nv12");
+  // libx264 takes NV12 as it is: no conversion on the way.
+  append(args, {"-pix_fmt", "nv12"});
+  appendEncoderArguments(args, e, outputPath);
   return args;
 }
 

@@ -31,6 +31,11 @@ struct ReferenceEncode {
 std::vector<std::string> ffmpegEncodeArguments(const ReferenceEncode& encode,
                                                const std::string& outputPath);
 
+// The same encode of raw NV12 pictures, as the cameras deliver them: no
+// conversion, libx264 takes them as they are.
+std::vector<std::string> ffmpegNv12EncodeArguments(const ReferenceEncode& encode,
+                                                   const std::string& outputPath);
+
 // The arguments of the run whose time is taken off the encode's: the same
 // input read and unpacked into pictures, which go to the null output as
 // they are (no conversion, no encoder). What is left is the conversion and

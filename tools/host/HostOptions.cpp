@@ -51,6 +51,9 @@ Options:
   --report FILE        write the JSON report to FILE (default: standard output)
   --output FILE        record the stream into FILE, Matroska (.mkv) or MP4 (.mp4),
                        as it comes: no re-encoding
+  --arrivals FILE      write one line per video or audio frame as it arrives whole:
+                       "video|audio TIMESTAMP_MS KEY ARRIVAL_NS", ARRIVAL_NS on
+                       CLOCK_MONOTONIC (the phone's media clock on the same machine)
   --help               this text
 
 Exit status: 0 when the exchange was complete and no error was seen, 1 when
@@ -346,6 +349,10 @@ void addCommonOptions(CLI::App& app, Collected& c) {
     if (!Remuxer::supportsPath(v))
       refuse("--output", "takes a file ending in .mkv or .mp4, not '" + v + "'");
     c.o.outputPath = v;
+  });
+  app.add_option_function<std::string>("--arrivals", [&c](const std::string& v) {
+    if (v.empty()) refuse("--arrivals", "the file name must not be empty");
+    c.o.arrivalsPath = v;
   });
 }
 

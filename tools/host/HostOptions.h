@@ -61,6 +61,7 @@ struct HostOptions {
   bool publish = false;
   std::string reportPath;              // empty: the report goes to standard output
   std::string outputPath;              // empty: the stream is not recorded
+  std::string arrivalsPath;            // empty: arrival times are not written
   std::vector<TimedCommand> commands;  // in the order given
   EndAction end = EndAction::close;    // needs a duration unless close
 };

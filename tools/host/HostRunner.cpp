@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "platform/log/Log.h"
+#include "tools/host/ArrivalLog.h"
 #include "tools/host/CarrierTcp.h"
 #include "tools/host/CarrierUsb.h"
 #include "tools/host/CommandSchedule.h"
@@ -187,6 +188,12 @@ RunResult runHost(const HostOptions& options, const RunHooks& hooks) {
     recorder = std::make_unique<Remuxer>(options.outputPath);
     session.setMediaSink(recorder.get());
   }
+  std::unique_ptr<ArrivalLog> arrivals;
+  if (!options.arrivalsPath.empty()) {
+    arrivals = std::make_unique<ArrivalLog>(options.arrivalsPath, recorder.get());
+    if (!arrivals->ok()) session.addError("cannot write the arrivals to " + options.arrivalsPath);
+    session.setMediaSink(arrivals.get());
+  }
   Exchange exchange(options, *connected.carrier, session);
   input.connected = true;
   input.end = exchange.run();
@@ -194,8 +201,9 @@ RunResult runHost(const HostOptions& options, const RunHooks& hooks) {
   input.endCommand = exchange.endCommand();
   connected.answerer.reset();  // the goodbyes go before the report
   connected.publisher.reset();
+  session.setMediaSink(nullptr);
+  arrivals.reset();
   if (recorder) {
-    session.setMediaSink(nullptr);
     input.recording = recorder->finish();
     oxlog("host - recorded {} video and {} audio frames into {}", input.recording->videoFrames,
           input.recording->audioFrames, input.recording->path);
