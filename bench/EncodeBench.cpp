@@ -215,7 +215,7 @@ int main(int argc, char** argv) {
   const auto baselineArgs = ffmpegBaselineArguments(reference);
 
   std::printf(
-      "encode: %dx%d@%d, libx264 veryfast zerolatency crf 20, %lld b/s, %d frames, %d "
+      "encode: %dx%d@%d, libx264 veryfast zerolatency, average %lld b/s, %d frames, %d "
       "rounds, wall time\n",
       o.width, o.height, o.fps, static_cast<long long>(reference.rate.averageBitRate), o.frames,
       o.rounds);

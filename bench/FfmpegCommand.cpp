@@ -31,7 +31,6 @@ void appendEncoderArguments(std::vector<std::string>& args, const ReferenceEncod
   append(args, {"-c:v",         "libx264",
                 "-preset",      "veryfast",
                 "-tune",        "zerolatency",
-                "-crf",         "20",
                 "-profile:v",   "main",
                 "-coder",       "cabac",
                 "-forced-idr",  "1",
@@ -60,7 +59,7 @@ void appendEncoderArguments(std::vector<std::string>& args, const ReferenceEncod
 std::vector<std::string> ffmpegEncodeArguments(const ReferenceEncode& e,
                                                const std::string& outputPath) {
   auto args = inputArguments(e);
-  // BgraConverter: bilinear, full-range RGB to limited-range 4:2:0.
+  // PictureConverter: bilinear, full-range RGB to limited-range 4:2:0.
   append(args,
          {"-vf", fmt::format("scale=flags=bilinear:out_color_matrix={}:out_range=tv,format=yuv420p",
                              matrixOption(e.colour.effectiveConversionMatrix()))});
