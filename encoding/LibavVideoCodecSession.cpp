@@ -29,13 +29,17 @@ bool endsWith(const std::string& text, const std::string& tail) {
 
 const char* codecLabel(VideoCodec codec) { return codec == VideoCodec::hevc ? "HEVC" : "H.264"; }
 
-// The first of the formats we can convert to that the encoder takes.
+// What the encoder takes: NV12 where it can (the camera's own layout, so
+// its frames need no conversion; libx264 keeps its chroma interleaved
+// anyway), else I420.
 int softwareFormatFor(const AVCodec* codec) {
   if (!codec->pix_fmts) return AV_PIX_FMT_YUV420P;
+  int found = AV_PIX_FMT_NONE;
   for (const AVPixelFormat* f = codec->pix_fmts; *f != AV_PIX_FMT_NONE; ++f) {
-    if (*f == AV_PIX_FMT_YUV420P || *f == AV_PIX_FMT_NV12) return *f;
+    if (*f == AV_PIX_FMT_NV12) return *f;
+    if (*f == AV_PIX_FMT_YUV420P) found = *f;
   }
-  return AV_PIX_FMT_NONE;
+  return found;
 }
 
 void setOption(AVCodecContext* context, const char* key, const char* value) {

@@ -30,16 +30,16 @@ namespace oxelo {
 // libavcodec encoder names, replaces the default order (e.g. "libx264" to
 // keep a board's hardware encoder out).
 //
-// Pictures. The codec takes I420 (libx264, libx265, and other encoders that
-// list it first) or NV12 (VA-API, which uploads it to the device; encoders
-// that list NV12 first). A BGRA picture is converted with the matrix of the
-// colour tags (ColourTags::effectiveConversionMatrix()). An NV12 or I420
-// picture in the codec's layout, in limited range and in that matrix goes to
-// the codec without a conversion and without a copy: the frame's buffers
-// reference the picture's planes, read-only, and keep the picture alive
-// until the codec lets them go. Any other YCbCr picture is converted to what
-// the tags say (layout and range in one step; another matrix through RGB),
-// so that the tags always describe the samples that are coded.
+// Pictures. The codec takes NV12 where the encoder offers it (libx264; VA-API,
+// which uploads it to the device), else I420 (libx265). A BGRA picture is
+// converted with the matrix of the colour tags
+// (ColourTags::effectiveConversionMatrix()). An NV12 or I420 picture in the
+// codec's layout, in limited range and in that matrix goes to the codec without
+// a conversion and without a copy: the frame's buffers reference the picture's
+// planes, read-only, and keep the picture alive until the codec lets them go.
+// Any other YCbCr picture is converted to what the tags say (layout and range
+// in one step; another matrix through RGB), so that the tags always describe
+// the samples that are coded.
 //
 // Rate control. Every encoder targets the average bit rate (libx264 and
 // libx265 in their average bit rate mode) under a buffer model derived from

@@ -1,5 +1,7 @@
 #include "encoding/PictureConverter.h"
 
+#include <cstring>
+
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -65,26 +67,44 @@ struct RangeTables {
   }
 };
 
-void mapPlane(uint8_t* plane, int stride, int rowBytes, int rows,
-              const std::array<uint8_t, 256>& table) {
+// Rows of `rowBytes` samples from `from` to `to` (which may be the same
+// memory) through `table`, or copied as they are without one.
+void mapRows(const uint8_t* from, size_t fromStride, uint8_t* to, size_t toStride, size_t rowBytes,
+             int rows, const std::array<uint8_t, 256>* table) {
   for (int y = 0; y < rows; ++y) {
-    uint8_t* row = plane + static_cast<ptrdiff_t>(y) * stride;
-    for (int x = 0; x < rowBytes; ++x) row[x] = table[row[x]];
+    const uint8_t* in = from + static_cast<size_t>(y) * fromStride;
+    uint8_t* out = to + static_cast<size_t>(y) * toStride;
+    if (!table) {
+      std::memcpy(out, in, rowBytes);
+      continue;
+    }
+    for (size_t x = 0; x < rowBytes; ++x) out[x] = (*table)[in[x]];
   }
 }
 
 }  // namespace
 
-void PictureConverter::limitRange(AVFrame* frame) const {
+void PictureConverter::mapPlanes(const uint8_t* const* from, const size_t* fromStrides,
+                                 AVFrame* frame, bool fullRange) const {
   static const RangeTables tables;
-  mapPlane(frame->data[0], frame->linesize[0], width_, height_, tables.luma);
-  const int rows = (height_ + 1) / 2;
-  if (pixelFormat_ == AV_PIX_FMT_NV12) {
-    mapPlane(frame->data[1], frame->linesize[1], (width_ + 1) / 2 * 2, rows, tables.chroma);
-    return;
+  const size_t chromaRow =
+      pixelFormat_ == AV_PIX_FMT_NV12 ? (width_ + 1) / 2 * 2 : static_cast<size_t>(width_ + 1) / 2;
+  const int planes = pixelFormat_ == AV_PIX_FMT_NV12 ? 2 : 3;
+  for (int i = 0; i < planes; ++i) {
+    mapRows(from[i], fromStrides[i], frame->data[i], static_cast<size_t>(frame->linesize[i]),
+            i == 0 ? static_cast<size_t>(width_) : chromaRow, i == 0 ? height_ : (height_ + 1) / 2,
+            fullRange ? (i == 0 ? &tables.luma : &tables.chroma) : nullptr);
   }
-  for (int i = 1; i <= 2; ++i)
-    mapPlane(frame->data[i], frame->linesize[i], (width_ + 1) / 2, rows, tables.chroma);
+}
+
+void PictureConverter::limitRange(AVFrame* frame) const {
+  const uint8_t* planes[PixelBuffer::kMaxPlanes] = {};
+  size_t strides[PixelBuffer::kMaxPlanes] = {};
+  for (int i = 0; i < PixelBuffer::kMaxPlanes; ++i) {
+    planes[i] = frame->data[i];
+    strides[i] = static_cast<size_t>(frame->linesize[i]);
+  }
+  mapPlanes(planes, strides, frame, /*fullRange=*/true);
 }
 
 PictureConverter::PictureConverter(int width, int height, int pixelFormat, YCbCrMatrix matrix)
@@ -137,6 +157,17 @@ bool PictureConverter::scaleBgra(const PixelBuffer& picture, AVFrame* frame) {
 bool PictureConverter::convert(const PixelBuffer& picture, AVFrame* frame) {
   if (picture.width() != width_ || picture.height() != height_) return false;
   if (!picture.isYuv()) return scaleBgra(picture, frame);
+  if (sameMatrix(picture.matrix()) && avFormat(picture.format()) == pixelFormat_) {
+    // The codec's layout already: a copy that brings the range down on the way.
+    const uint8_t* planes[PixelBuffer::kMaxPlanes] = {};
+    size_t strides[PixelBuffer::kMaxPlanes] = {};
+    for (int i = 0; i < picture.planeCount(); ++i) {
+      planes[i] = picture.plane(i);
+      strides[i] = picture.planeStride(i);
+    }
+    mapPlanes(planes, strides, frame, picture.fullRange());
+    return true;
+  }
   SwsContext* step = yuvStep(picture);
   if (!step) return false;
   if (sameMatrix(picture.matrix())) {

@@ -52,6 +52,10 @@ class PictureConverter {
   SwsContext* yuvStep(const PixelBuffer& picture);
   bool scaleBgra(const PixelBuffer& picture, AVFrame* frame);
   void limitRange(AVFrame* frame) const;  // frame: full-range samples in the output layout
+  // Planes in the output layout into `frame`, brought to limited range when
+  // `fullRange`.
+  void mapPlanes(const uint8_t* const* from, const size_t* fromStrides, AVFrame* frame,
+                 bool fullRange) const;
 
   const int width_;
   const int height_;

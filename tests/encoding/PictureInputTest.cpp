@@ -93,7 +93,7 @@ TEST_P(PictureInputTest, DecodesToTheColoursUnderTheStreamsTags) {
   auto session = LibavVideoCodecSession::open(
       settings, [&](CodedSample&& s) { samples.push_back(std::move(s)); }, {"libx264"});
   ASSERT_TRUE(session);
-  EXPECT_EQ(session->preferredPixelFormat(), PixelFormat::i420);
+  EXPECT_EQ(session->preferredPixelFormat(), PixelFormat::nv12);
 
   auto picture = patchPicture(c.format, c.pictureMatrix, c.fullRange);
   std::vector<std::vector<uint8_t>> before;
@@ -136,8 +136,8 @@ using M = YuvMatrix;
 INSTANTIATE_TEST_SUITE_P(
     Pictures, PictureInputTest,
     testing::Values(
-        InputCase{"I420AsTheCodecTakesIt", F::i420, false, M::bt709, YCbCrMatrix::bt709},
-        InputCase{"Nv12", F::nv12, false, M::bt709, YCbCrMatrix::bt709},
+        InputCase{"Nv12AsTheCodecTakesIt", F::nv12, false, M::bt709, YCbCrMatrix::bt709},
+        InputCase{"I420", F::i420, false, M::bt709, YCbCrMatrix::bt709},
         InputCase{"I420FullRange", F::i420, true, M::bt601, YCbCrMatrix::bt601},
         InputCase{"Nv12FullRange", F::nv12, true, M::bt709, YCbCrMatrix::bt709},
         InputCase{"I420Bt601UnderBt709Tags", F::i420, false, M::bt601, YCbCrMatrix::bt709},
