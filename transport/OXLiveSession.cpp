@@ -155,6 +155,13 @@ std::shared_ptr<LFVideoCapture> OXLiveSession::videoCapture() {
     std::lock_guard lock(mutex_);
     videoCaptureSource_ = capture;
   }
+  // The properties start from the source's values: a first write that
+  // changes one is told.
+  positionNotice_.setSilently(capture->captureDevicePosition());
+  mirrorNotice_.setSilently(capture->mirror());
+  beautyFaceNotice_.setSilently(capture->beautyFace());
+  beautyMethodNotice_.setSilently(capture->beautyMethod());
+  autoRotateNotice_.setSilently(capture->autoRotate());
   if (cameraStatus_) {
     cameraStatus_->followCapture(capture);
     cameraStatus_->setMirror(capture->mirror());
