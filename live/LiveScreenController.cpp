@@ -1,6 +1,8 @@
 #include "live/LiveScreenController.h"
 
 #include "channels/Carrier.h"
+#include "platform/defaults/SettingsKeys.h"
+#include "platform/defaults/UserDefaults.h"
 #include "platform/dispatch/MainQueue.h"
 #include "platform/dispatch/PostWeak.h"
 #include "platform/dispatch/QueueCheck.h"
@@ -38,12 +40,10 @@ void LiveScreenController::startLive() {
   OX_ASSERT_ON_MAIN_QUEUE();
   if (closed_ || session_) return;
   auto configuration = configurationFromSettings(sources_.orientation);
-  // No camera capture stands behind the screens yet: pictures are pushed in
-  // (bit 3), sound comes from the microphone capture (bit 0).
-  int64_t captureType = static_cast<int64_t>(configuration.captureType) & kCaptureMaskAudio;
-  if (sources_.picturesPushed) captureType |= kInputMaskVideo;
-  session_ = OXLiveSession::create(configuration.audio, configuration.video, captureType,
-                                   sources_.environment);
+  session_ =
+      OXLiveSession::create(configuration.audio, configuration.video,
+                            static_cast<int64_t>(configuration.captureType), sources_.environment);
+  loadCameraState();
   session_->setDelegate(weak_from_this());
   session_->setShowDebugInfo(true);
 
@@ -58,6 +58,15 @@ void LiveScreenController::startLive() {
   session_->setRunning(true);
   session_->startLive();
   if (auto view = view_.lock()) view->liveScreenDidStart(*session_, configuration);
+}
+
+void LiveScreenController::loadCameraState() {
+  auto defaults = UserDefaults::standard();
+  if (!defaults) return;
+  session_->setBeautyMethod(defaults->integerForKey(keys::beautyMethod));
+  session_->setBeautyFace(defaults->boolForKey(keys::faceBeautify));
+  session_->setMirror(defaults->boolForKey(keys::horizontalFlip));
+  session_->setUseBackMic(session_->captureDevicePosition() != AVCaptureDevicePositionFront);
 }
 
 void LiveScreenController::stopStreaming() {

@@ -17,11 +17,11 @@ class Carrier;
 class LiveScreenView {
  public:
   virtual ~LiveScreenView() = default;
-  // The session is built, has the connection and runs: pictures may be
-  // pushed from here on.
+  // The session is built, has the connection and runs: the camera and the
+  // microphone deliver from here on.
   virtual void liveScreenDidStart(OXLiveSession& /*session*/,
                                   const LiveSessionConfiguration& /*configuration*/) {}
-  // The session is about to stop: the picture source stops here.
+  // The session is about to stop.
   virtual void liveScreenWillStop(OXLiveSession& /*session*/) {}
   virtual void liveScreenStateDidChange(LiveStreamState /*state*/) {}
   virtual void liveScreenDebugInfo(const LFLiveDebug& /*info*/) {}
@@ -29,7 +29,9 @@ class LiveScreenView {
 
 // The live screen's behaviour, whatever draws it. It takes the greeted
 // connection over from the main screen, builds the live session from the
-// settings, hands it the host's address and the carrier and starts it; then
+// settings (the camera always, the microphone as `audioFormat` says), applies
+// the stored camera state, sets it running, hands it the host's address and
+// the carrier and starts it; then
 // it answers the session's errors: 205 tells the main screen that the
 // connection was lost, 206 (the session has stopped itself) that the host
 // closed, 207 stops the session and 250 ms later asks for a restart. Each
@@ -48,9 +50,6 @@ class LiveScreenController final : public LiveViewChannelTarget,
   struct Sources {
     // Encoders, the socket's environment, status values, microphone.
     LiveSessionEnvironment environment;
-    // The view pushes pictures into the session (pushVideo); without them
-    // the stream carries no video.
-    bool picturesPushed = true;
     // The status bar orientation the configuration is built for.
     int64_t orientation = 3;
   };
@@ -89,6 +88,9 @@ class LiveScreenController final : public LiveViewChannelTarget,
  private:
   LiveScreenController(Sources sources, std::weak_ptr<LiveScreenView> view)
       : sources_(std::move(sources)), view_(std::move(view)) {}
+  // The camera state the user left: beauty, mirror, and the microphone
+  // that goes with the camera. Before any delegate is attached.
+  void loadCameraState();
   void stopStreaming();
   // Stops the session, tells the main screen how it ended, and lets the
   // main screen appear again. Once.

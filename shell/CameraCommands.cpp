@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "media/VideoSizeCatalogue.h"
+#include "platform/camera/CameraError.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/log/Log.h"
 #include "shell/AppDelegate.h"
@@ -101,13 +102,18 @@ Json describeCameras(const CameraSystem& cameras) {
   return {{"backend", cameras.backend()}, {"cameras", list}, {"unavailable", unavailable}};
 }
 
+namespace {
+// The exit status of a backend that cannot be used, its message written.
+int cameraFailure(const CameraError& error, std::ostream& err) {
+  err << "oxelo: " << error.message << "\n";
+  return exitStatusOf(error);
+}
+}  // namespace
+
 int runCameraCommand(const CommandLine& commandLine, std::ostream& out, std::ostream& err) {
-  std::string error;
+  CameraError error;
   auto cameras = CameraSystem::open(commandLine.camera, error);
-  if (!cameras) {
-    err << "oxelo: " << error << "\n";
-    return 2;
-  }
+  if (!cameras) return cameraFailure(error, err);
   if (commandLine.listCameras) out << describeCameras(*cameras).dump(2) << "\n";
   if (commandLine.catalogue) {
     auto defaults = std::make_shared<UserDefaults>(
@@ -124,12 +130,13 @@ int runCameraCommand(const CommandLine& commandLine, std::ostream& out, std::ost
   return 0;
 }
 
-bool startCameras(const std::string& source, std::string& error) {
+int startCameras(const std::string& source, std::ostream& err) {
+  CameraError error;
   auto cameras = CameraSystem::open(source, error);
-  if (!cameras) return false;
+  if (!cameras) return cameraFailure(error, err);
   oxlog("MAIN - cameras: {} ({} found)", cameras->backend(), cameras->devices().size());
   CameraSystem::setCurrent(std::move(cameras));
-  return true;
+  return 0;
 }
 
 void loadCatalogueAtStartup() { VideoSizeCatalogue::shared().applyStartupSizeRule(); }

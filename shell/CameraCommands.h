@@ -15,15 +15,18 @@ namespace oxelo {
 nlohmann::ordered_json describeCameras(const CameraSystem& cameras);
 
 // --list-cameras and --catalogue: opens the backend --camera names, writes
-// the JSON to `out` and returns 0; writes a message to `err` and returns 2
-// when the backend cannot be used. The catalogue reads the settings in the
+// the JSON to `out` and returns 0; when the backend cannot be used, writes
+// "oxelo: <message>" to `err` and returns the exit status of the camera
+// error (20 to 25, platform/camera/CameraError.h). The catalogue reads the settings in the
 // configuration directory with the registered defaults under them, and
 // writes nothing.
 int runCameraCommand(const CommandLine& commandLine, std::ostream& out, std::ostream& err);
 
 // Start-up: opens the backend --camera names and makes it the process-wide
-// camera set. False, with the reason, when it cannot be used.
-bool startCameras(const std::string& source, std::string& error);
+// camera set, and returns 0. When it cannot be used, writes
+// "oxelo: <message>" to `err` and returns the exit status of the camera
+// error, which the program exits with.
+int startCameras(const std::string& source, std::ostream& err);
 
 // Start-up, on the main queue after the defaults are registered: builds the
 // application's catalogue and applies its rule for devices with fewer than

@@ -95,7 +95,17 @@ std::unique_ptr<CLI::App> makeApp(CommandLine& cl) {
                 "connection lost for good");
   app->add_flag("--version", cl.version, "print the version and exit");
   app->add_flag("-h,--help", cl.help, "print this text and exit");
-  app->footer("SIGINT and SIGTERM stop the program cleanly.");
+  app->footer(
+      "SIGINT and SIGTERM stop the program cleanly.\n\n"
+      "Exit status:\n"
+      "  0   done\n"
+      "  2   a bad command line, or an audio source that cannot be used\n"
+      "  20  the camera failed (the message says how)\n"
+      "  21  the camera is in use by another program\n"
+      "  22  no permission to use the camera (join the video group)\n"
+      "  23  the camera vanished (unplugged)\n"
+      "  24  no usable camera on this machine\n"
+      "  25  the camera offers no format the program can take");
   return app;
 }
 

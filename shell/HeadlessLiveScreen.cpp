@@ -48,15 +48,12 @@ std::shared_ptr<HeadlessLiveScreen> HeadlessLiveScreen::create(Sources sources) 
   return std::shared_ptr<HeadlessLiveScreen>(new HeadlessLiveScreen(std::move(sources)));
 }
 
-HeadlessLiveScreen::~HeadlessLiveScreen() {
-  if (feeder_) feeder_->stop();
-}
+HeadlessLiveScreen::~HeadlessLiveScreen() = default;
 
 void HeadlessLiveScreen::open(std::shared_ptr<LiveScreenOwner> owner) {
   LiveScreenController::Sources sources;
   sources.environment.encoders = sources_.encoders;
   sources.environment.socket.hevcDecodeSupported = sources_.hevcDecodeSupported;
-  sources.picturesPushed = sources_.picture == LivePictureSource::virtualCamera;
   sources.orientation = kHeadlessOrientation;
   controller_ = LiveScreenController::create(std::move(sources), weak_from_this());
   if (sources_.hostEnded) {
@@ -68,7 +65,6 @@ void HeadlessLiveScreen::open(std::shared_ptr<LiveScreenOwner> owner) {
 
 void HeadlessLiveScreen::shutdown() {
   if (controller_) controller_->shutdown();
-  stopFeeder();
 }
 
 void HeadlessLiveScreen::liveScreenDidStart(OXLiveSession& session,
@@ -77,28 +73,22 @@ void HeadlessLiveScreen::liveScreenDidStart(OXLiveSession& session,
   oxlog("Live - streaming {}x{} at {} fps, {} b/s{}", size.width, size.height,
         configuration.video->videoFrameRate(), configuration.video->videoBitRate(),
         captureTypeHasAudio(session.captureType()) ? " with sound" : "");
-  if (sources_.picture != LivePictureSource::virtualCamera) {
-    oxlog("Live - no picture source: the stream carries no video");
+  auto capture = session.videoCapture();
+  auto camera = capture ? capture->device() : nullptr;
+  if (!camera) {
+    oxlog("Live - no camera input: the stream carries sound only");
     return;
   }
-  std::weak_ptr<OXLiveSession> weakSession = session.shared_from_this();
-  feeder_ = std::make_unique<MovingPictureFeeder>(
-      static_cast<int>(size.width), static_cast<int>(size.height),
-      static_cast<double>(configuration.video->videoFrameRate()),
-      [weakSession](std::shared_ptr<PixelBuffer> picture) {
-        if (auto live = weakSession.lock()) live->pushVideo(std::move(picture));
-      });
-  feeder_->start();
+  auto format = camera->activeFormat();
+  oxlog("Live - camera \"{}\" ({}), {}x{} at {} fps", camera->localizedName(), camera->uniqueID(),
+        format ? format->width : 0, format ? format->height : 0, session.videoFrameRate());
 }
 
-void HeadlessLiveScreen::stopFeeder() {
-  if (!feeder_) return;
-  feeder_->stop();
-  oxlog("Live - {} pictures pushed, {} skipped", feeder_->delivered(), feeder_->skipped());
-  feeder_.reset();
+void HeadlessLiveScreen::liveScreenWillStop(OXLiveSession& session) {
+  if (!session.videoCapture()) return;
+  oxlog("Live - {} pictures captured, {} encoded", session.capturedPictureCount(),
+        session.encodedPictureCount());
 }
-
-void HeadlessLiveScreen::liveScreenWillStop(OXLiveSession&) { stopFeeder(); }
 
 void HeadlessLiveScreen::liveScreenStateDidChange(LiveStreamState state) {
   oxlog("Live - state {}", liveStreamStateText(state));

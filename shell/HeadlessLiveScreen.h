@@ -3,31 +3,23 @@
 #include <functional>
 #include <memory>
 
-#include "capture/MovingPicture.h"
 #include "discovery/LiveScreen.h"
 #include "live/LiveScreenController.h"
 
 namespace oxelo {
 
-// Where the headless live screen takes its pictures from.
-enum class LivePictureSource {
-  virtualCamera,  // the virtual camera's moving picture, pushed at the configured rate
-  none,           // no video: the stream carries sound only
-};
-
 // The live screen with no display: a thin user of LiveScreenController,
-// which holds the behaviour. What is its own is the picture feeder, started
-// when the session runs and stopped before it stops, and the log lines of
-// the session's state and statistics.
+// which holds the behaviour. What is its own are the log lines: what the
+// session streams when it starts (the camera, the size and the rate, or that
+// there is no picture), its state and statistics, and how many pictures
+// went out when it stops.
 //
-// Main queue, all of it; the picture feeder runs on a thread of its own and
-// only pushes into the session. Held by shared pointer (create()).
+// Main queue, all of it. Held by shared pointer (create()).
 class HeadlessLiveScreen final : public LiveViewController,
                                  public LiveScreenView,
                                  public std::enable_shared_from_this<HeadlessLiveScreen> {
  public:
   struct Sources {
-    LivePictureSource picture = LivePictureSource::virtualCamera;
     std::shared_ptr<EncoderFactory> encoders;  // required for anything to be coded
     bool hevcDecodeSupported = false;
     // Called once the host has ended the session: by its close command, or
@@ -55,13 +47,11 @@ class HeadlessLiveScreen final : public LiveViewController,
 
  private:
   explicit HeadlessLiveScreen(Sources sources) : sources_(std::move(sources)) {}
-  void stopFeeder();
 
   Sources sources_;
   // Between the controller and the main screen when hostEnded is set.
   std::shared_ptr<LiveScreenOwner> endWatch_;
   std::shared_ptr<LiveScreenController> controller_;
-  std::unique_ptr<MovingPictureFeeder> feeder_;
 };
 
 // Presents the headless live screen.

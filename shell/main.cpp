@@ -11,8 +11,9 @@
 #include "discovery/MainViewController.h"
 #include "encoding/HardwareDecodeSupport.h"
 #include "encoding/HardwareEncoderFactory.h"
+#include "filters/GPUImageContext.h"
+#include "filters/GPUImageFramebufferCache.h"
 #include "platform/audio/AudioBackend.h"
-#include "platform/camera/CameraSystem.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/device/AppLifecycle.h"
 #include "platform/dispatch/MainQueue.h"
@@ -88,11 +89,7 @@ int main(int argc, char** argv) {
   auto defaults = std::make_shared<UserDefaults>(
       cl->configDir ? std::filesystem::path(*cl->configDir) : UserDefaults::configDirectory());
   UserDefaults::setStandard(defaults);
-  std::string cameraError;
-  if (!startCameras(cl->camera, cameraError)) {
-    std::fprintf(stderr, "oxelo: %s\n", cameraError.c_str());
-    return 2;
-  }
+  if (int status = startCameras(cl->camera, std::cerr); status != 0) return status;
   std::string audioError;
   auto audio = AudioBackend::open(cl->audio, audioError);
   if (!audio) {
@@ -100,13 +97,11 @@ int main(int argc, char** argv) {
     return 2;
   }
   AudioBackend::setCurrent(audio);
+  // Idle framebuffers go when the system runs short of memory.
+  GPUImageContext::sharedFramebufferCache().purgeOnMemoryPressure();
   HeadlessLiveScreen::Sources sources;
   sources.encoders = std::make_shared<HardwareEncoderFactory>();
   sources.hevcDecodeSupported = isHevcHardwareDecodeSupported();
-  // Only the virtual camera has a picture to push until camera capture lands.
-  sources.picture = CameraSystem::current()->backend() == "virtual"
-                        ? LivePictureSource::virtualCamera
-                        : LivePictureSource::none;
   auto main = MainQueue::get();
   if (cl->exitWhenEnded) {
     sources.hostEnded = [main] {

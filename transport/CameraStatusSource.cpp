@@ -28,50 +28,96 @@ std::shared_ptr<CaptureDevice> CameraStatusSource::deviceFromSettings() {
   return system->devices().front();
 }
 
-CaptureDeviceFormatPtr CameraStatusSource::activeFormat() const {
-  return device_ ? device_->activeFormat() : nullptr;
+void CameraStatusSource::followCapture(std::weak_ptr<LFVideoCapture> capture) {
+  std::lock_guard lock(captureMutex_);
+  capture_ = std::move(capture);
+  following_ = true;
 }
 
-bool CameraStatusSource::isTorchAvailable() const { return device_ && device_->isTorchAvailable(); }
+std::shared_ptr<CaptureDevice> CameraStatusSource::device() const {
+  std::shared_ptr<LFVideoCapture> capture;
+  {
+    std::lock_guard lock(captureMutex_);
+    if (!following_) return device_;
+    capture = capture_.lock();
+  }
+  // A capture front without a camera has none to tell of.
+  return capture ? capture->device() : device_;
+}
+
+CaptureDeviceFormatPtr CameraStatusSource::activeFormat() const {
+  auto d = device();
+  return d ? d->activeFormat() : nullptr;
+}
+
+// Each value asks the camera in use once: a switch between two reads of one
+// value cannot mix two cameras.
+bool CameraStatusSource::isTorchAvailable() const {
+  auto d = device();
+  return d && d->isTorchAvailable();
+}
 int64_t CameraStatusSource::captureDevicePosition() const {
-  return device_ ? device_->position() : AVCaptureDevicePositionBack;
+  auto d = device();
+  return d ? d->position() : AVCaptureDevicePositionBack;
 }
 std::string CameraStatusSource::captureDeviceType() const {
-  return device_ ? device_->deviceType() : std::string();
+  auto d = device();
+  return d ? d->deviceType() : std::string();
 }
 
 double CameraStatusSource::exposure() const {
-  return device_ ? device_->exposureDuration().seconds() : 0;
+  auto d = device();
+  return d ? d->exposureDuration().seconds() : 0;
 }
 bool CameraStatusSource::autoExposure() const { return isAutomatic(exposureMode()); }
 bool CameraStatusSource::aeLock() const {
-  return device_ && exposureMode() == AVCaptureExposureModeLocked;
+  auto d = device();
+  return d && d->exposureMode() == AVCaptureExposureModeLocked;
 }
-int64_t CameraStatusSource::exposureMode() const { return device_ ? device_->exposureMode() : 0; }
+int64_t CameraStatusSource::exposureMode() const {
+  auto d = device();
+  return d ? d->exposureMode() : 0;
+}
 double CameraStatusSource::whiteBalanceTemperature() const {
-  if (!device_) return 0;
-  return device_
-      ->temperatureAndTintValuesForDeviceWhiteBalanceGains(device_->deviceWhiteBalanceGains())
+  auto d = device();
+  if (!d) return 0;
+  return d->temperatureAndTintValuesForDeviceWhiteBalanceGains(d->deviceWhiteBalanceGains())
       .temperature;
 }
 bool CameraStatusSource::autoWhiteBalance() const { return isAutomatic(whiteBalanceMode()); }
 bool CameraStatusSource::awbLock() const {
-  return device_ && whiteBalanceMode() == AVCaptureWhiteBalanceModeLocked;
+  auto d = device();
+  return d && d->whiteBalanceMode() == AVCaptureWhiteBalanceModeLocked;
 }
 int64_t CameraStatusSource::whiteBalanceMode() const {
-  return device_ ? device_->whiteBalanceMode() : 0;
+  auto d = device();
+  return d ? d->whiteBalanceMode() : 0;
 }
-double CameraStatusSource::lensPosition() const { return device_ ? device_->lensPosition() : 0; }
+double CameraStatusSource::lensPosition() const {
+  auto d = device();
+  return d ? d->lensPosition() : 0;
+}
 bool CameraStatusSource::autoFocus() const { return isAutomatic(focusMode()); }
 bool CameraStatusSource::afLock() const {
-  return device_ && focusMode() == AVCaptureFocusModeLocked;
+  auto d = device();
+  return d && d->focusMode() == AVCaptureFocusModeLocked;
 }
-int64_t CameraStatusSource::focusMode() const { return device_ ? device_->focusMode() : 0; }
-double CameraStatusSource::ISO() const { return device_ ? device_->ISO() : 0; }
+int64_t CameraStatusSource::focusMode() const {
+  auto d = device();
+  return d ? d->focusMode() : 0;
+}
+double CameraStatusSource::ISO() const {
+  auto d = device();
+  return d ? d->ISO() : 0;
+}
 double CameraStatusSource::exposureTargetBias() const {
-  return device_ ? device_->exposureTargetBias() : 0;
+  auto d = device();
+  return d ? d->exposureTargetBias() : 0;
 }
-double CameraStatusSource::zoomScale() const { return device_ ? device_->videoZoomFactor() : 1; }
+double CameraStatusSource::zoomScale() const {
+  auto d = device();
+  return d ? d->videoZoomFactor() : 1;
+}
 
 double CameraStatusSource::minExposure() const {
   auto format = activeFormat();
@@ -82,22 +128,28 @@ double CameraStatusSource::maxExposure() const {
   return format ? format->maxExposureDuration.seconds() : 0;
 }
 bool CameraStatusSource::isExposureModeSupported(int64_t mode) const {
-  return device_ && device_->isExposureModeSupported(mode);
+  auto d = device();
+  return d && d->isExposureModeSupported(mode);
 }
 bool CameraStatusSource::isExposurePointOfInterestSupported() const {
-  return device_ && device_->isExposurePointOfInterestSupported();
+  auto d = device();
+  return d && d->isExposurePointOfInterestSupported();
 }
 bool CameraStatusSource::isLockingWhiteBalanceWithCustomDeviceGainsSupported() const {
-  return device_ && device_->isLockingWhiteBalanceWithCustomDeviceGainsSupported();
+  auto d = device();
+  return d && d->isLockingWhiteBalanceWithCustomDeviceGainsSupported();
 }
 bool CameraStatusSource::isWhiteBalanceModeSupported(int64_t mode) const {
-  return device_ && device_->isWhiteBalanceModeSupported(mode);
+  auto d = device();
+  return d && d->isWhiteBalanceModeSupported(mode);
 }
 bool CameraStatusSource::isLockingFocusWithCustomLensPositionSupported() const {
-  return device_ && device_->isLockingFocusWithCustomLensPositionSupported();
+  auto d = device();
+  return d && d->isLockingFocusWithCustomLensPositionSupported();
 }
 bool CameraStatusSource::isFocusPointOfInterestSupported() const {
-  return device_ && device_->isFocusPointOfInterestSupported();
+  auto d = device();
+  return d && d->isFocusPointOfInterestSupported();
 }
 double CameraStatusSource::minISO() const {
   auto format = activeFormat();
@@ -108,10 +160,12 @@ double CameraStatusSource::maxISO() const {
   return format ? format->maxISO : 0;
 }
 double CameraStatusSource::minExposureTargetBias() const {
-  return device_ ? device_->minExposureTargetBias() : 0;
+  auto d = device();
+  return d ? d->minExposureTargetBias() : 0;
 }
 double CameraStatusSource::maxExposureTargetBias() const {
-  return device_ ? device_->maxExposureTargetBias() : 0;
+  auto d = device();
+  return d ? d->maxExposureTargetBias() : 0;
 }
 double CameraStatusSource::maxZoomScale() const {
   auto format = activeFormat();

@@ -2,21 +2,26 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 
+#include "capture/LFVideoCapture.h"
 #include "platform/camera/CaptureDevice.h"
 #include "platform/device/Battery.h"
 #include "wire/StreamStatusSource.h"
 
 namespace oxelo {
 
-// The values of the tail blocks as long as no video capture front stands
-// between the session and the camera: the camera model's device answers for
-// the camera controls and ranges, the session's own flags for the rest, and
-// the battery monitor for the battery. Properties that belong to a capture
-// front (beauty, mirror, torch level, the locks) read as off.
+// The values of the tail blocks: the camera in use answers for the camera
+// controls, the ranges and the camera kind, the session's own flags (dim,
+// mirror, beauty) for the rest, and the battery monitor for the battery.
+// The camera in use is the one of the capture front it follows, asked at
+// each read, so that a switch shows in the next block; before it follows
+// one (or once that is gone) it is the device it was made with. The torch
+// level and the locks read as off.
 //
 // The flags are written on the main queue and read on rtmpSendQueue as
-// single atomic values; the device answers from any thread.
+// single atomic values; the capture front and the device answer from any
+// thread.
 class CameraStatusSource final : public StreamStatusSource {
  public:
   // `device` may be null (no camera): the ranges then read as 0.
@@ -28,11 +33,21 @@ class CameraStatusSource final : public StreamStatusSource {
   // position, else the first camera, when there is no such one.
   static std::shared_ptr<CaptureDevice> deviceFromSettings();
 
-  void setDim(bool dim) { dim_ = dim; }
+  // From now on the camera in use is `capture`'s. Main queue.
+  void followCapture(std::weak_ptr<LFVideoCapture> capture);
+  // The camera the values come from now; null without one.
+  std::shared_ptr<CaptureDevice> device() const;
 
-  bool beautyFace() const override { return false; }
-  int64_t beautyMethod() const override { return 0; }
-  bool mirror() const override { return false; }
+  void setDim(bool dim) { dim_ = dim; }
+  void setMirror(bool mirror) { mirror_ = mirror; }
+  void setBeauty(bool beautyFace, int64_t beautyMethod) {
+    beautyFace_ = beautyFace;
+    beautyMethod_ = beautyMethod;
+  }
+
+  bool beautyFace() const override { return beautyFace_; }
+  int64_t beautyMethod() const override { return beautyMethod_; }
+  bool mirror() const override { return mirror_; }
   bool dim() const override { return dim_; }
   int64_t torch() const override { return 0; }
   bool isTorchAvailable() const override;
@@ -78,7 +93,13 @@ class CameraStatusSource final : public StreamStatusSource {
 
   const std::shared_ptr<CaptureDevice> device_;
   const std::shared_ptr<BatteryMonitor> battery_;
+  mutable std::mutex captureMutex_;
+  std::weak_ptr<LFVideoCapture> capture_;  // guarded by captureMutex_
+  bool following_ = false;                 // guarded by captureMutex_
   std::atomic<bool> dim_{false};
+  std::atomic<bool> mirror_{false};
+  std::atomic<bool> beautyFace_{false};
+  std::atomic<int64_t> beautyMethod_{0};
 };
 
 }  // namespace oxelo

@@ -50,10 +50,13 @@ OXLiveSession::OXLiveSession(std::shared_ptr<LFLiveAudioConfiguration> audioConf
 
 OXLiveSession::~OXLiveSession() {
   std::shared_ptr<LFAudioCapture> audio;
+  std::shared_ptr<LFVideoCapture> video;
   {
     std::lock_guard lock(mutex_);
     audio = audioCaptureSource_;
+    video = videoCaptureSource_;
   }
+  if (video) video->setRunning(false);
   if (audio) audio->setRunning(false);
 }
 
@@ -68,6 +71,10 @@ void OXLiveSession::initStreamInfo(std::shared_ptr<LFLiveStreamInfo> streamInfo)
   if (!streamInfo) return;
   streamInfo->audioConfiguration = audioConfiguration_;
   streamInfo->videoConfiguration = videoConfiguration_;
+  if (auto video = videoCapture(); video && streamInfo->videoConfiguration) {
+    if (int32_t rate = video->videoFrameRate(); rate >= 1)
+      streamInfo->videoConfiguration->setVideoFrameRate(static_cast<uint64_t>(rate));
+  }
   std::lock_guard lock(mutex_);
   streamInfo_ = std::move(streamInfo);
 }
@@ -134,6 +141,39 @@ std::shared_ptr<LFAudioCapture> OXLiveSession::audioCaptureSource() {
   return audioCaptureSource_;
 }
 
+std::shared_ptr<LFVideoCapture> OXLiveSession::videoCapture() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (!(captureType_ & kCaptureMaskVideo)) return nullptr;
+  if (auto existing = currentVideoCapture()) return existing;
+  // Made outside the lock: making the camera and setting the receiver wait
+  // for the video processing queue, where pictures take the lock on their
+  // way to the encoder. Only the main queue creates it.
+  auto capture = LFVideoCapture::create(videoConfiguration_);
+  if (!capture) return nullptr;
+  capture->setDelegate(weak_from_this());
+  {
+    std::lock_guard lock(mutex_);
+    videoCaptureSource_ = capture;
+  }
+  // The properties start from the source's values: a first write that
+  // changes one is told.
+  positionNotice_.setSilently(capture->captureDevicePosition());
+  mirrorNotice_.setSilently(capture->mirror());
+  beautyFaceNotice_.setSilently(capture->beautyFace());
+  beautyMethodNotice_.setSilently(capture->beautyMethod());
+  autoRotateNotice_.setSilently(capture->autoRotate());
+  if (cameraStatus_) {
+    cameraStatus_->followCapture(capture);
+    cameraStatus_->setMirror(capture->mirror());
+  }
+  return capture;
+}
+
+std::shared_ptr<LFVideoCapture> OXLiveSession::currentVideoCapture() const {
+  std::lock_guard lock(mutex_);
+  return videoCaptureSource_;
+}
+
 // ---- Start and stop ----
 
 void OXLiveSession::startLive() {
@@ -169,6 +209,7 @@ void OXLiveSession::setRunning(bool running) {
   OX_ASSERT_ON_MAIN_QUEUE();
   if (running_.get() == running) return;
   running_.set(running);
+  if (auto video = videoCapture()) video->setRunning(running);
   if (auto audio = audioCaptureSource()) audio->setRunning(running);
 }
 
@@ -198,6 +239,83 @@ void OXLiveSession::setUseBackMic(bool useBackMic) {
   OX_ASSERT_ON_MAIN_QUEUE();
   if (auto audio = audioCaptureSource()) audio->setUseBackMic(useBackMic);
   useBackMicNotice_.set(this->useBackMic());
+}
+
+void OXLiveSession::setCaptureDevicePosition(int64_t position) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  auto video = videoCapture();
+  if (video) video->setCaptureDevicePosition(static_cast<AVCaptureDevicePosition>(position));
+  setUseBackMic(captureDevicePosition() != AVCaptureDevicePositionFront);
+  deviceChanged_ = true;
+  positionNotice_.set(captureDevicePosition());
+}
+
+int64_t OXLiveSession::captureDevicePosition() const {
+  auto video = currentVideoCapture();
+  return video ? static_cast<int64_t>(video->captureDevicePosition()) : 0;
+}
+
+std::string OXLiveSession::captureDeviceType() const {
+  auto video = currentVideoCapture();
+  return video ? video->captureDeviceType() : std::string();
+}
+
+bool OXLiveSession::mirror() const {
+  auto video = currentVideoCapture();
+  return video && video->mirror();
+}
+
+void OXLiveSession::setMirror(bool mirror) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (auto video = videoCapture()) video->setMirror(mirror);
+  if (cameraStatus_) cameraStatus_->setMirror(this->mirror());
+  mirrorNotice_.set(this->mirror());
+}
+
+bool OXLiveSession::beautyFace() const {
+  auto video = currentVideoCapture();
+  return video && video->beautyFace();
+}
+
+void OXLiveSession::setBeautyFace(bool beautyFace) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (auto video = videoCapture()) video->setBeautyFace(beautyFace);
+  if (cameraStatus_) cameraStatus_->setBeauty(this->beautyFace(), beautyMethod());
+  beautyFaceNotice_.set(this->beautyFace());
+  beautyMethodNotice_.set(beautyMethod());  // switching beauty off clears the method
+}
+
+int64_t OXLiveSession::beautyMethod() const {
+  auto video = currentVideoCapture();
+  return video ? video->beautyMethod() : 0;
+}
+
+void OXLiveSession::setBeautyMethod(int64_t beautyMethod) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (auto video = videoCapture()) video->setBeautyMethod(beautyMethod);
+  if (cameraStatus_) cameraStatus_->setBeauty(beautyFace(), this->beautyMethod());
+  beautyMethodNotice_.set(this->beautyMethod());
+}
+
+bool OXLiveSession::autoRotate() const {
+  auto video = currentVideoCapture();
+  return video && video->autoRotate();
+}
+
+void OXLiveSession::setAutoRotate(bool autoRotate) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (auto video = videoCapture()) video->setAutoRotate(autoRotate);
+  autoRotateNotice_.set(this->autoRotate());
+}
+
+void OXLiveSession::setCaptureDelegate(std::weak_ptr<LFVideoCaptureViewDelegate> delegate) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (auto video = videoCapture()) video->setCaptureDelegate(std::move(delegate));
+}
+
+int32_t OXLiveSession::videoFrameRate() const {
+  auto video = currentVideoCapture();
+  return video ? video->videoFrameRate() : 0;
 }
 
 LFLiveDebug OXLiveSession::lastDebugInfo() const {
@@ -236,6 +354,16 @@ void OXLiveSession::pushVideo(std::shared_ptr<PixelBuffer> pixelBuffer) {
   uint64_t timeStamp = captured > 0 ? static_cast<uint64_t>(captured * 1000.0) : mediaTimeMillis();
   if (auto encoder = currentVideoEncoder())
     encoder->encodeVideoData(std::move(pixelBuffer), timeStamp);
+}
+
+void OXLiveSession::captureOutput(LFVideoCapture&, const std::shared_ptr<PixelBuffer>& buffer,
+                                  const LFVideoColourTags*) {
+  ++capturedPictures_;
+  if (!uploading_ || !buffer) return;
+  auto encoder = currentVideoEncoder();
+  if (!encoder) return;
+  ++encodedPictures_;
+  encoder->encodeVideoData(buffer, mediaTimeMillis());
 }
 
 void OXLiveSession::pushAudio(const Bytes& audioData) { encodeAudio(audioData); }
@@ -361,6 +489,23 @@ void OXLiveSession::socketClientCommand(LFStreamSocket*, const wire::HostCommand
       });
       return;
     }
+    case wire::kHostChooseCamera: {
+      const auto p1 = static_cast<uint32_t>(command.p1);
+      postToMain([p1](OXLiveSession& self) {
+        OX_ASSERT_ON_MAIN_QUEUE();
+        if (p1 == 0) {
+          self.setCaptureDevicePosition(0);
+        } else if (auto video = self.videoCapture()) {
+          // Not through the session: the host hears of the camera only as
+          // far as deviceChanged already says.
+          video->setCameraByIndex((p1 - 1) % 4);
+        }
+      });
+      return;
+    }
+    case wire::kHostMirror:
+      setMirror(command.p1 != 0);
+      return;
     case wire::kHostDim:
       setDim(command.p1 != 0);
       return;
@@ -368,8 +513,8 @@ void OXLiveSession::socketClientCommand(LFStreamSocket*, const wire::HostCommand
       setRecording(command.p1 != 0);
       return;
     default:
-      // The camera, the picture and the presets answer once there is a
-      // capture front to act on.
+      // The camera controls, beauty, the torch and the presets answer
+      // once the capture front offers them.
       return;
   }
 }

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "capture/LFAudioCapture.h"
+#include "capture/LFVideoCapture.h"
 #include "media/LFAudioEncoding.h"
 #include "media/LFLiveAudioConfiguration.h"
 #include "media/LFLiveVideoConfiguration.h"
@@ -58,15 +59,17 @@ struct LiveSessionEnvironment {
 // errors to the delegate on the main queue.
 //
 // Queues: created, started and stopped on the main queue, where every
-// delegate call runs. Capture callbacks and pushVideo()/pushAudio() come on
-// the capture threads, encoder callbacks on the encoders' threads; socket
-// reports on rtmpSendQueue or the main queue. `uploading` and the alignment
-// flags are single atomic values; `lock` guards the reference timestamp.
-// The socket and the encoders are held under a mutex only to copy the
-// pointer, so stopLive() on the main queue can drop them while frames flow.
+// delegate call runs and the camera and microphone properties are set.
+// Pictures of the camera come on the video processing queue, sound and
+// pushVideo()/pushAudio() on the capture threads, encoder callbacks on the encoders' threads;
+// socket reports on rtmpSendQueue or the main queue. `uploading` and the alignment flags are single
+// atomic values; `lock` guards the reference timestamp. The socket and the encoders are held under
+// a mutex only to copy the pointer, so stopLive() on the main queue can drop them while frames
+// flow.
 //
 // Held by shared pointer (create()); the delegate is held weakly.
 class OXLiveSession final : public LFAudioCaptureDelegate,
+                            public LFVideoCaptureDelegate,
                             public LFAudioEncodingDelegate,
                             public LFVideoEncodingDelegate,
                             public LFStreamSocketDelegate,
@@ -92,7 +95,8 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   // ---- Main queue ----
 
   // Stores the stream info (a null one is ignored) and gives it the two
-  // configurations.
+  // configurations; the rate the camera really runs at, when it has one,
+  // goes into the video configuration that the info packet tells.
   void initStreamInfo(std::shared_ptr<LFLiveStreamInfo> streamInfo);
   std::shared_ptr<LFLiveStreamInfo> streamInfo();
   // The socket, created on first use from the stream info; for the hand-over
@@ -112,6 +116,7 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
 
   // Observable properties.
   bool running() const { return running_.get(); }
+  // Sets the video and then the audio source running, or not.
   void setRunning(bool running);
   bool dim() const { return dim_.get(); }
   void setDim(bool dim);
@@ -127,6 +132,32 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   Observable<bool>& recordingProperty() { return recording_; }
   Observable<bool>& mutedProperty() { return mutedNotice_; }
   Observable<bool>& useBackMicProperty() { return useBackMicNotice_; }
+
+  // Forwarded to the video source, whose values they read (false, 0 or empty
+  // without one); each notifies with the source's value after the write.
+  // Turns the camera round, whatever the argument; the microphone follows
+  // (the back one unless the front camera is in use now), and the next key
+  // frame tells the host of the new camera.
+  void setCaptureDevicePosition(int64_t position);
+  int64_t captureDevicePosition() const;
+  std::string captureDeviceType() const;
+  bool mirror() const;
+  void setMirror(bool mirror);
+  bool beautyFace() const;
+  void setBeautyFace(bool beautyFace);
+  int64_t beautyMethod() const;
+  void setBeautyMethod(int64_t beautyMethod);
+  bool autoRotate() const;
+  void setAutoRotate(bool autoRotate);
+  // The live view, told of camera switches.
+  void setCaptureDelegate(std::weak_ptr<LFVideoCaptureViewDelegate> delegate);
+  // The rate the camera runs at; 0 without a video source.
+  int32_t videoFrameRate() const;
+  Observable<int64_t>& captureDevicePositionProperty() { return positionNotice_; }
+  Observable<bool>& mirrorProperty() { return mirrorNotice_; }
+  Observable<bool>& beautyFaceProperty() { return beautyFaceNotice_; }
+  Observable<int64_t>& beautyMethodProperty() { return beautyMethodNotice_; }
+  Observable<bool>& autoRotateProperty() { return autoRotateNotice_; }
 
   bool showDebugInfo() const { return showDebugInfo_; }
   void setShowDebugInfo(bool show) { showDebugInfo_ = show; }
@@ -145,6 +176,14 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   }
   // The microphone, created on first use when the capture type has bit 0.
   std::shared_ptr<LFAudioCapture> audioCaptureSource();
+  // The camera front, created on first use when the capture type has bit 1,
+  // with this session as the receiver of its pictures.
+  std::shared_ptr<LFVideoCapture> videoCapture();
+
+  // Pictures of the camera that reached the session, and those of them
+  // handed to the encoder (while uploading).
+  uint64_t capturedPictureCount() const { return capturedPictures_; }
+  uint64_t encodedPictureCount() const { return encodedPictures_; }
 
   // ---- Any thread ----
 
@@ -165,7 +204,10 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   void socketDebug(LFStreamSocket* socket, const LFLiveDebug& debugInfo) override;
   void socketClientCommand(LFStreamSocket* socket, const wire::HostCommandRecord& command) override;
 
-  // Capture and encoder callbacks.
+  // Capture and encoder callbacks. The colour tags of a picture are the
+  // encoder's business; the session passes the picture on as it is.
+  void captureOutput(LFVideoCapture& capture, const std::shared_ptr<PixelBuffer>& buffer,
+                     const LFVideoColourTags* tags) override;
   void captureOutputAudioData(LFAudioCapture* capture, const std::vector<uint8_t>& audioData,
                               const AudioTimeStamp* timeStamp) override;
   void audioEncoderAudioFrame(LFAudioEncoding* encoder,
@@ -199,6 +241,7 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   std::shared_ptr<LFVideoEncoding> currentVideoEncoder() const;
   std::shared_ptr<LFAudioEncoding> currentAudioEncoder() const;
   std::shared_ptr<OXStreamSocket> currentSocket() const;
+  std::shared_ptr<LFVideoCapture> currentVideoCapture() const;
   void encodeAudio(const Bytes& audioData);
   void pushSendBuffer(std::shared_ptr<LFFrame> frame);
   // Posts to the main queue a task that runs only while the session lives.
@@ -217,6 +260,11 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   Observable<bool> recording_{false};
   Observable<bool> mutedNotice_{false};
   Observable<bool> useBackMicNotice_{false};
+  Observable<int64_t> positionNotice_{0};
+  Observable<bool> mirrorNotice_{false};
+  Observable<bool> beautyFaceNotice_{false};
+  Observable<int64_t> beautyMethodNotice_{0};
+  Observable<bool> autoRotateNotice_{false};
 
   std::atomic<bool> deviceChanged_{true};
   std::atomic<bool> adaptiveBitrate_{false};
@@ -226,6 +274,8 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   std::atomic<bool> uploading_{false};
   std::atomic<LiveStreamState> state_{LiveStreamState::Idle};  // written on the main queue
   std::atomic<uint64_t> relativeTimestamps_{0};
+  std::atomic<uint64_t> capturedPictures_{0};
+  std::atomic<uint64_t> encodedPictures_{0};
   Semaphore lock_{1};  // guards the read of relativeTimestamps_ in uploadTimestamp()
 #ifdef OXELO_QUEUE_CHECKS
   std::function<void()> referenceClaimHook_;  // set by a test before frames flow
@@ -237,6 +287,7 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   std::shared_ptr<LFVideoEncoding> videoEncoder_;
   std::shared_ptr<LFAudioEncoding> audioEncoder_;
   std::shared_ptr<LFAudioCapture> audioCaptureSource_;
+  std::shared_ptr<LFVideoCapture> videoCaptureSource_;
   LFLiveDebug debugInfo_;
 };
 

@@ -108,12 +108,46 @@ TEST_F(LiveScreenControllerTest, TheSessionStartsAfterTheHandOverWithTheHostAndT
   EXPECT_TRUE(session->running());
   EXPECT_EQ(session->streamInfo()->host, "127.0.0.1");
   EXPECT_EQ(session->streamInfo()->port, 5899);
-  EXPECT_EQ(session->captureType(), kInputMaskVideo);  // pictures pushed, no microphone
+  EXPECT_EQ(session->captureType(), kCaptureMaskVideo);  // the camera, no microphone
   // The carrier now belongs to the session's socket alone.
   EXPECT_FALSE(controller_->hasCarrier());
   EXPECT_FALSE(handed.expired());
   EXPECT_EQ(view_->started, std::vector<bool>{true});
 }
+
+// The camera state the user left reaches the new session's capture.
+struct CameraStateCase {
+  const char* name;
+  bool faceBeautify;
+  int64_t beautyMethod;
+  bool horizontalFlip;
+  int64_t expectedMethod;  // switching beauty off clears the method
+};
+class CameraStateTest : public LiveScreenControllerTest,
+                        public testing::WithParamInterface<CameraStateCase> {};
+
+TEST_P(CameraStateTest, TheStoredStateReachesTheNewSession) {
+  const auto& c = GetParam();
+  defaults_->setBool(keys::faceBeautify, c.faceBeautify);
+  defaults_->setInteger(keys::beautyMethod, c.beautyMethod);
+  defaults_->setBool(keys::horizontalFlip, c.horizontalFlip);
+  openAndStart();
+  auto session = controller_->session();
+  ASSERT_TRUE(session && session->videoCapture());
+  auto capture = session->videoCapture();
+  EXPECT_EQ(capture->beautyFace(), c.faceBeautify);
+  EXPECT_EQ(capture->beautyMethod(), c.expectedMethod);
+  EXPECT_EQ(capture->mirror(), c.horizontalFlip);
+  EXPECT_TRUE(capture->running());
+}
+
+INSTANTIATE_TEST_SUITE_P(Stored, CameraStateTest,
+                         testing::Values(CameraStateCase{"BeautifyMirrored", true, 1, true, 1},
+                                         CameraStateCase{"BeautyPlain", true, 2, false, 2},
+                                         CameraStateCase{"BeautyOffClearsMethod", false, 1, true,
+                                                         0},
+                                         CameraStateCase{"NothingSet", false, 0, false, 0}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(LiveScreenControllerTest, WithoutAPortTheStreamInfoNamesNoHost) {
   owner_->port = 0;

@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 
 #include "platform/defaults/SettingsKeys.h"
+#include "tests/support/CameraTestSupport.h"
+#include "tests/support/GlTestSupport.h"
 #include "tests/support/WireVectors.h"
 #include "tests/transport/support/StreamSocketHarness.h"
 #include "transport/InitError.h"
 #include "transport/OXLiveSession.h"
+#include "wire/TailBlocks.h"
 #include "wire/WireConstants.h"
 
 namespace oxelo {
@@ -203,18 +206,30 @@ TEST_F(LiveSessionTest, WithVideoOnlyTimestampsStartAtZeroOnEachConnection) {
                                         LiveStreamState::Connected, LiveStreamState::Connected}));
 }
 
+// Pictures of the camera and pushed ones are encoded only while uploading,
+// stamped with the media clock (a pushed picture keeps its own time).
 TEST_F(LiveSessionTest, CaptureIsEncodedOnlyWhileUploading) {
   makeSession(kCaptureMaskDefault | kInputMaskVideo);
-  session_->pushVideo(PixelBuffer::create(16, 16));
-  session_->pushAudio(Bytes(100));
+  auto capture = session_->videoCapture();
+  ASSERT_TRUE(capture);
+  auto picture = PixelBuffer::create(16, 16);
+  picture->setPresentationTime(99.5);
+  auto deliver = [&] {
+    session_->captureOutput(*capture, PixelBuffer::create(16, 16), nullptr);
+    session_->pushVideo(picture);
+    session_->pushAudio(Bytes(100));
+  };
+  main_.clock().set(1000.0);
+  deliver();
   EXPECT_TRUE(encoders_->videos[0]->encoded.empty());
   EXPECT_EQ(encoders_->audios[0]->bytes, 0u);
   socketReports(LiveStreamState::Connected);
   main_.clock().set(1234.5678);
-  session_->pushVideo(PixelBuffer::create(16, 16));
-  session_->pushAudio(Bytes(100));
-  EXPECT_EQ(encoders_->videos[0]->encoded, std::vector<uint64_t>{1234567});
+  deliver();
+  EXPECT_EQ(encoders_->videos[0]->encoded, (std::vector<uint64_t>{1234567, 99500}));
   EXPECT_EQ(encoders_->audios[0]->bytes, 100u);
+  EXPECT_EQ(session_->capturedPictureCount(), 2u);
+  EXPECT_EQ(session_->encodedPictureCount(), 1u);
 }
 
 struct BitrateCase {
@@ -307,6 +322,114 @@ TEST_F(LiveSessionTest, RequestsToTheHostTravelOnTheHandedOverConnection) {
   session_->remoteSnapshot();
   EXPECT_EQ(test::peer::receive(connection.host, 24),
             test::cat({test::recordStartCommand(), test::snapshotCommand()}));
+}
+
+// The session with its camera front on a set of three virtual cameras: back
+// wide angle (the first back camera), front, back ultra wide.
+class LiveSessionCameraTest : public LiveSessionTest {
+ protected:
+  void SetUp() override {
+    CameraSystem::setCurrent(
+        test::camerasFromJson({{"cameras",
+                                {test::cameraJson("wide", "back", {{{1280, 720}, 30}}),
+                                 test::cameraJson("wide", "front", {{{1280, 720}, 30}}),
+                                 test::cameraJson("ultraWide", "back", {{{1280, 720}, 30}})}}}));
+  }
+  void TearDown() override {
+    LiveSessionTest::TearDown();
+    CameraSystem::setCurrent(nullptr);
+  }
+  void hostSends(uint32_t command, int32_t p1) {
+    session_->socketClientCommand(nullptr, {command, p1, 0});
+    main_.drain();
+  }
+  // What the next key frame's blocks tell the host.
+  wire::CapabilityBlock capabilities() {
+    auto block = wire::parseCapabilityBlock(wire::buildCapabilityBlock(*session_->statusSource()));
+    EXPECT_TRUE(block.ok());
+    return block.ok() ? *block : wire::CapabilityBlock{};
+  }
+  bool mirrorOnTheWire() {
+    auto block = wire::parseStatusBlock(wire::buildStatusBlock(*session_->statusSource()));
+    EXPECT_TRUE(block.ok());
+    return block.ok() && block->session.mirror;
+  }
+};
+
+TEST_F(LiveSessionCameraTest, RunningStartsAndStopsTheCameraAndTheRateReachesTheInfo) {
+  test::expectGlContext();
+  makeSession(kCaptureMaskVideo);
+  // Asked for 60; the cameras offer 30 at most.
+  session_->videoConfiguration()->setVideoMaxFrameRate(60);
+  session_->videoConfiguration()->setVideoFrameRate(60);
+  session_->setRunning(true);
+  auto capture = session_->videoCapture();
+  ASSERT_TRUE(capture && capture->videoCamera());
+  EXPECT_TRUE(capture->videoCamera()->isRunning());
+  session_->setRunning(false);
+  EXPECT_FALSE(capture->running());
+  EXPECT_FALSE(capture->videoCamera()->isRunning());
+  // The info packet tells the rate the camera really runs at.
+  session_->initStreamInfo(std::make_shared<LFLiveStreamInfo>());
+  EXPECT_EQ(session_->videoFrameRate(), 30);
+  EXPECT_EQ(session_->streamInfo()->videoConfiguration->videoFrameRate(), 30u);
+}
+
+// Command 34 with 0 turns the camera round through the session (the next
+// key frame carries a capability block);
+// another value picks a camera by index without the session, so the flag
+// stays as it was. The camera kind on the wire follows each switch.
+struct CameraStep {
+  int32_t p1;
+  int64_t position;
+  std::string deviceType;
+  uint32_t kind;
+  bool deviceChanged;
+};
+
+TEST_F(LiveSessionCameraTest, ChoosingACameraSwitchesItAndTheBlocksFollow) {
+  makeSession(kCaptureMaskDefault);
+  ASSERT_TRUE(session_->videoCapture()->videoCamera());
+  EXPECT_EQ(capabilities().cameraKind, 7u);  // any other back camera
+  std::vector<int64_t> positions;
+  auto watch = session_->captureDevicePositionProperty().observe(
+      [&](int64_t, int64_t now) { positions.push_back(now); });
+  // Turning round goes from the back wide angle to the front, from the back
+  // ultra wide to the back wide angle, from the front to the back ultra wide.
+  const CameraStep steps[] = {
+      {0, 2, device_type::kWideAngle, 0, true},   // round: to the front
+      {2, 1, device_type::kUltraWide, 3, false},  // index 1: ultra wide
+      {0, 1, device_type::kWideAngle, 7, true},   // round: to the wide angle
+      {1, 2, device_type::kWideAngle, 0, false},  // index 0: front
+      {0, 1, device_type::kUltraWide, 3, true},   // round: to the back
+      {3, 1, device_type::kWideAngle, 7, false},  // index 2: the back wide angle
+      {6, 1, device_type::kUltraWide, 3, false},  // index (6 - 1) mod 4 = 1
+  };
+  for (const auto& step : steps) {
+    SCOPED_TRACE(testing::Message() << "step with P1 " << step.p1 << " to " << step.deviceType);
+    session_->setDeviceChanged(false);
+    hostSends(wire::kHostChooseCamera, step.p1);
+    EXPECT_EQ(session_->captureDevicePosition(), step.position);
+    EXPECT_EQ(session_->captureDeviceType(), step.deviceType);
+    EXPECT_EQ(capabilities().cameraKind, step.kind);
+    EXPECT_EQ(session_->deviceChanged(), step.deviceChanged);
+  }
+  EXPECT_EQ(positions, (std::vector<int64_t>{2, 1})) << "told when the session turns the camera";
+}
+
+TEST_F(LiveSessionCameraTest, MirrorCommandReachesTheCaptureAndTheStatusBlock) {
+  makeSession(kCaptureMaskVideo);
+  auto capture = session_->videoCapture();
+  EXPECT_TRUE(mirrorOnTheWire()) << "a capture mirrors from the start";
+  std::vector<bool> seen;
+  auto watch = session_->mirrorProperty().observe([&](bool, bool now) { seen.push_back(now); });
+  hostSends(wire::kHostMirror, 0);
+  EXPECT_FALSE(capture->mirror());
+  EXPECT_FALSE(mirrorOnTheWire());
+  hostSends(wire::kHostMirror, 5);
+  EXPECT_TRUE(session_->mirror());
+  EXPECT_TRUE(mirrorOnTheWire());
+  EXPECT_EQ(seen, (std::vector<bool>{false, true}));
 }
 
 }  // namespace
