@@ -460,8 +460,6 @@ void GPUImageVideoCamera::cameraStreamDidEnd(const CameraError& error) {
 void GPUImageVideoCamera::processVideoSampleBuffer(
     const CameraFramePtr& sample, const std::shared_ptr<GPUImageVideoCameraDelegate>& delegate) {
   if (capturePaused_) return;
-  if (delegate && internalRotation_ == kRotationNone && delegate->outputFrameWithoutDrawing(sample))
-    return;
   const CameraFrame& frame = *sample;
   isFullYUVRange_ = frame.range == ColourRange::full;
   if (frame.matrix != ColourMatrix::bt601) {
@@ -470,13 +468,15 @@ void GPUImageVideoCamera::processVideoSampleBuffer(
     preferredConversion_ = isFullYUVRange_ ? &kColorConversion601FullRange : &kColorConversion601;
   }
   const double time = frame.presentationTime;
-  if (!GPUImageContext::useImageProcessingContext()) return;
   const int32_t width = frame.width(), height = frame.height();
   if (width < 1 || height < 1) return;
   if (width != imageBufferWidth_ && height != imageBufferHeight_) {
     imageBufferWidth_ = width;
     imageBufferHeight_ = height;
   }
+  if (delegate && internalRotation_ == kRotationNone && delegate->outputFrameWithoutDrawing(sample))
+    return;
+  if (!GPUImageContext::useImageProcessingContext()) return;
   uploadPlanes(frame);
   GPUSize size{static_cast<double>(width), static_cast<double>(height)};
   if (rotationSwapsWidthAndHeight(internalRotation_)) size = {size.height, size.width};

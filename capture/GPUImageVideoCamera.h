@@ -67,8 +67,11 @@ uint64_t cameraRotationMode(AVCaptureDevicePosition position, bool mirror, int64
 // Frames arrive on the camera's delivery thread; one at a time is taken in
 // (a one-permit semaphore, tried without waiting: a frame that comes while
 // the last one is in work is dropped) and the rest runs on the video
-// processing queue. Control operations come from one thread at a time (the
-// main queue), never from the video processing queue.
+// processing queue. While the conversion draw would turn nothing (rotation
+// mode 0) the delegate may take the frame as it is instead, and nothing is
+// drawn (GPUImageVideoCameraDelegate::outputFrameWithoutDrawing). Control
+// operations come from one thread at a time (the main queue), never from
+// the video processing queue.
 class GPUImageVideoCamera : public GPUImageOutput,
                             public CameraFrameSink,
                             public std::enable_shared_from_this<GPUImageVideoCamera> {
