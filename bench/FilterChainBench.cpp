@@ -112,7 +112,8 @@ Figures measure(int width, int height, int frames) {
     };
     auto gpu = [&] {
       const auto start = Clock::now();
-      if (!converter.convert(*framebuffer, YuvLayout::nv12, YuvMatrix::bt709, false)) std::abort();
+      if (!converter.convert(*framebuffer, PixelFormat::nv12, YuvMatrix::bt709, false))
+        std::abort();
       gpuTimes.push_back(millisecondsSince(start));
     };
     if (frame % 2) {

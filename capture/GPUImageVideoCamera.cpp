@@ -106,6 +106,19 @@ PlaneTextures& planeTextures() {
   return textures;
 }
 
+// Why there is no camera at `position`: the backend's problem with a camera
+// it found but cannot use, where it has one.
+CameraError noDeviceError(const CameraSystem& cameras, AVCaptureDevicePosition position) {
+  for (const auto& problem : cameras.unavailable())
+    if (problem.reason) return problem.reason;
+  if (cameras.devices().empty())
+    return cameras.backend() == "v4l2" ? CameraError::noCamera()
+                                       : CameraError{CameraErrorCode::noCamera, "no camera"};
+  return {CameraErrorCode::noCamera,
+          std::string("no camera at the ") +
+              (position == AVCaptureDevicePositionFront ? "front" : "back")};
+}
+
 constexpr int32_t kPhoneSensorRotation = 270;
 constexpr int64_t kLandscapeRight = 3;
 
@@ -133,9 +146,13 @@ uint64_t cameraRotationMode(AVCaptureDevicePosition position, bool mirror, int64
 
 std::shared_ptr<GPUImageVideoCamera> GPUImageVideoCamera::create(
     const std::string& sessionPreset, AVCaptureDevicePosition position,
-    std::shared_ptr<CameraSystem> cameras) {
+    std::shared_ptr<CameraSystem> cameras, CameraError* error) {
+  auto fail = [error](CameraError reason) -> std::shared_ptr<GPUImageVideoCamera> {
+    if (error) *error = std::move(reason);
+    return nullptr;
+  };
   if (!cameras) cameras = CameraSystem::current();
-  if (!cameras) return nullptr;
+  if (!cameras) return fail({CameraErrorCode::noCamera, "no camera"});
   auto defaults = UserDefaults::standard();
   std::vector<std::string> types;
   if (position == AVCaptureDevicePositionBack) {
@@ -157,14 +174,15 @@ std::shared_ptr<GPUImageVideoCamera> GPUImageVideoCamera::create(
   auto found = CaptureDeviceDiscoverySession::discoverySessionWithDeviceTypes(
                    types, AVMediaTypeVideo, position, cameras)
                    .devices();
-  if (found.empty()) return nullptr;
+  if (found.empty()) return fail(noDeviceError(*cameras, position));
   // The session takes the preset's format; a preset the camera cannot
   // deliver makes no camera input, and the caller falls back.
   auto device = found.front();
   auto format = device->formatForSessionPreset(sessionPreset);
   if (!format) {
     oxlog("Couldn't add video output");
-    return nullptr;
+    return fail({CameraErrorCode::unsupported,
+                 "the camera " + device->localizedName() + " has no format for " + sessionPreset});
   }
   if (device->lockForConfiguration()) {
     device->setActiveFormat(format);
@@ -174,7 +192,11 @@ std::shared_ptr<GPUImageVideoCamera> GPUImageVideoCamera::create(
       new GPUImageVideoCamera(std::move(cameras), std::move(device), sessionPreset));
   camera->captureSession_ = std::make_shared<CameraSession>(camera->weak_from_this());
   camera->captureSession_->setDevice(camera->inputCamera());
-  if (!camera->setUp()) return nullptr;
+  if (!camera->setUp()) {
+    return fail({CameraErrorCode::failed,
+                 "no picture processing: " +
+                     GPUImageContext::sharedImageProcessingContext().failureReason()});
+  }
   return camera;
 }
 
@@ -219,13 +241,14 @@ GPUImageVideoCamera::~GPUImageVideoCamera() {
   if (captureSession_) captureSession_->stopRunning();
 }
 
-void GPUImageVideoCamera::startCameraCapture() {
-  if (captureSession_->isRunning()) return;
+CameraError GPUImageVideoCamera::startCameraCapture() {
+  if (captureSession_->isRunning()) return {};
   if (auto error = captureSession_->startRunning()) {
     oxlog("Camera capture: {}", error.message);
-    return;
+    return error;
   }
   takingFrames_ = true;
+  return {};
 }
 
 void GPUImageVideoCamera::stopCameraCapture() {
@@ -416,8 +439,9 @@ void GPUImageVideoCamera::cameraDidOutputFrame(const CameraFramePtr& frame) {
   runAsynchronouslyOnVideoProcessingQueue([weak = weak_from_this(), frame] {
     auto self = weak.lock();
     if (!self) return;
-    if (auto delegate = self->delegate_.lock()) delegate->willOutputSampleBuffer(frame);
-    self->processVideoSampleBuffer(*frame);
+    auto delegate = self->delegate_.lock();
+    if (delegate) delegate->willOutputSampleBuffer(frame);
+    self->processVideoSampleBuffer(frame, delegate);
     // The frame itself goes with this task; its planes are no longer read.
     self->frameRenderingSemaphore_.signal();
   });
@@ -426,10 +450,17 @@ void GPUImageVideoCamera::cameraDidOutputFrame(const CameraFramePtr& frame) {
 void GPUImageVideoCamera::cameraStreamDidEnd(const CameraError& error) {
   takingFrames_ = false;
   oxlog("Camera capture ended: {}", error.message);
+  runAsynchronouslyOnVideoProcessingQueue([weak = weak_from_this(), error] {
+    auto self = weak.lock();
+    if (!self) return;
+    if (auto delegate = self->delegate_.lock()) delegate->cameraDidFail(error);
+  });
 }
 
-void GPUImageVideoCamera::processVideoSampleBuffer(const CameraFrame& frame) {
+void GPUImageVideoCamera::processVideoSampleBuffer(
+    const CameraFramePtr& sample, const std::shared_ptr<GPUImageVideoCameraDelegate>& delegate) {
   if (capturePaused_) return;
+  const CameraFrame& frame = *sample;
   isFullYUVRange_ = frame.range == ColourRange::full;
   if (frame.matrix != ColourMatrix::bt601) {
     preferredConversion_ = &kColorConversion709;
@@ -437,13 +468,15 @@ void GPUImageVideoCamera::processVideoSampleBuffer(const CameraFrame& frame) {
     preferredConversion_ = isFullYUVRange_ ? &kColorConversion601FullRange : &kColorConversion601;
   }
   const double time = frame.presentationTime;
-  if (!GPUImageContext::useImageProcessingContext()) return;
   const int32_t width = frame.width(), height = frame.height();
   if (width < 1 || height < 1) return;
   if (width != imageBufferWidth_ && height != imageBufferHeight_) {
     imageBufferWidth_ = width;
     imageBufferHeight_ = height;
   }
+  if (delegate && internalRotation_ == kRotationNone && delegate->outputFrameWithoutDrawing(sample))
+    return;
+  if (!GPUImageContext::useImageProcessingContext()) return;
   uploadPlanes(frame);
   GPUSize size{static_cast<double>(width), static_cast<double>(height)};
   if (rotationSwapsWidthAndHeight(internalRotation_)) size = {size.height, size.width};

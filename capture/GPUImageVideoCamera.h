@@ -17,12 +17,26 @@ namespace oxelo {
 
 class GLProgram;
 
-// Told of each camera frame on the video processing queue, just before it
-// is drawn.
+// Told of each camera frame, and of the end of the camera's stream. Every
+// operation is optional and runs on the video processing queue.
 class GPUImageVideoCameraDelegate {
  public:
   virtual ~GPUImageVideoCameraDelegate() = default;
+  // Each frame taken in, just before it is drawn (also while paused).
   virtual void willOutputSampleBuffer(const CameraFramePtr& frame) { (void)frame; }
+  // Asked after willOutputSampleBuffer() only while the conversion draw would
+  // leave the picture as it is (rotation mode 0, which also means no mirror)
+  // and capture is not paused: true when the delegate has used the frame as
+  // it is, and then nothing is drawn and the targets hear of no frame. The
+  // camera knows only its own draw; whether the rest of the chain would
+  // change the picture is the delegate's to say.
+  virtual bool outputFrameWithoutDrawing(const CameraFramePtr& frame) {
+    (void)frame;
+    return false;
+  }
+  // The camera's stream ended by itself while capturing (the camera vanished
+  // or failed); no frame follows until capture is started again.
+  virtual void cameraDidFail(const CameraError& error) { (void)error; }
 };
 
 // YUV-to-RGB matrices by columns, as the conversion shader takes them.
@@ -53,20 +67,28 @@ uint64_t cameraRotationMode(AVCaptureDevicePosition position, bool mirror, int64
 // Frames arrive on the camera's delivery thread; one at a time is taken in
 // (a one-permit semaphore, tried without waiting: a frame that comes while
 // the last one is in work is dropped) and the rest runs on the video
-// processing queue. Control operations come from one thread at a time (the
-// main queue), never from the video processing queue.
+// processing queue. While the conversion draw would turn nothing (rotation
+// mode 0) the delegate may take the frame as it is instead, and nothing is
+// drawn (GPUImageVideoCameraDelegate::outputFrameWithoutDrawing). Control
+// operations come from one thread at a time (the main queue), never from
+// the video processing queue.
 class GPUImageVideoCamera : public GPUImageOutput,
                             public CameraFrameSink,
                             public std::enable_shared_from_this<GPUImageVideoCamera> {
  public:
   // None when there is no camera at `position` (1 back, 2 front) or it cannot
-  // deliver `sessionPreset`. `cameras` none: CameraSystem::current().
+  // deliver `sessionPreset`, with the reason in `error` when given: the
+  // backend's own problem with a camera it found but cannot use (in use, no
+  // permission) where it has one, else no camera, unsupported, or failed (no
+  // GL context). `cameras` none: CameraSystem::current().
   static std::shared_ptr<GPUImageVideoCamera> create(const std::string& sessionPreset,
                                                      AVCaptureDevicePosition position,
-                                                     std::shared_ptr<CameraSystem> cameras = {});
+                                                     std::shared_ptr<CameraSystem> cameras = {},
+                                                     CameraError* error = nullptr);
   ~GPUImageVideoCamera() override;
 
-  void startCameraCapture();
+  // The camera's error when it cannot start streaming (in use, gone, ...).
+  CameraError startCameraCapture();
   void stopCameraCapture();
   bool isRunning() const;
   void pauseCameraCapture() { capturePaused_ = true; }
@@ -110,7 +132,8 @@ class GPUImageVideoCamera : public GPUImageOutput,
   void addTarget(std::shared_ptr<GPUImageInput> target, int textureLocation) override;
   using GPUImageOutput::addTarget;
 
-  // CameraFrameSink: the camera's delivery thread.
+  // CameraFrameSink: the camera's delivery thread. The end of the stream
+  // reaches the delegate's cameraDidFail() on the video processing queue.
   void cameraDidOutputFrame(const CameraFramePtr& frame) override;
   void cameraStreamDidEnd(const CameraError& error) override;
 
@@ -118,7 +141,8 @@ class GPUImageVideoCamera : public GPUImageOutput,
   GPUImageVideoCamera(std::shared_ptr<CameraSystem> cameras, std::shared_ptr<CaptureDevice> device,
                       std::string sessionPreset);
   bool setUp();
-  void processVideoSampleBuffer(const CameraFrame& frame);
+  void processVideoSampleBuffer(const CameraFramePtr& frame,
+                                const std::shared_ptr<GPUImageVideoCameraDelegate>& delegate);
   void uploadPlanes(const CameraFrame& frame);
   void convertYUVToRGBOutput(GPUSize rotatedSize, bool fullRange);
   void updateTargetsForVideoCamera(GPUSize size, double time);

@@ -1,6 +1,7 @@
 #include "capture/LFVideoCapture.h"
 
 #include <algorithm>
+#include <typeinfo>
 
 #include "filters/GPUImageContext.h"
 #include "filters/GPUImageFramebuffer.h"
@@ -8,6 +9,8 @@
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/device/AppLifecycle.h"
+#include "platform/dispatch/MainQueue.h"
+#include "platform/dispatch/PostWeak.h"
 #include "platform/log/Log.h"
 
 namespace oxelo {
@@ -101,10 +104,16 @@ void LFVideoCapture::createCamera() {
   const AVCaptureDevicePosition position = defaults && defaults->boolForKey(keys::frontCam)
                                                ? AVCaptureDevicePositionFront
                                                : AVCaptureDevicePositionBack;
-  videoCamera_ = GPUImageVideoCamera::create(configuration_->avSessionPreset(), position);
+  CameraError error;
+  videoCamera_ =
+      GPUImageVideoCamera::create(configuration_->avSessionPreset(), position, {}, &error);
   if (!videoCamera_)
-    videoCamera_ = GPUImageVideoCamera::create(AVCaptureSessionPresetHigh, position);
-  if (!videoCamera_) return;
+    videoCamera_ = GPUImageVideoCamera::create(AVCaptureSessionPresetHigh, position, {}, &error);
+  if (!videoCamera_) {
+    oxlog("Video capture: no camera: {}", error.message);
+    cameraError_ = std::move(error);
+    return;
+  }
   videoCamera_->setOutputImageOrientation(configuration_->outputImageOrientation());
   videoCamera_->setHorizontallyMirrorFrontFacingCamera(false);
   videoCamera_->setHorizontallyMirrorRearFacingCamera(false);
@@ -199,7 +208,8 @@ void LFVideoCapture::setRunning(bool running) {
   if (!videoCamera_) return;
   if (running) {
     reloadFilter();
-    videoCamera_->startCameraCapture();
+    cameraError_ = videoCamera_->startCameraCapture();
+    if (cameraError_) reportCameraFailure(cameraError_);
   } else {
     videoCamera_->stopCameraCapture();
   }
@@ -235,6 +245,32 @@ std::shared_ptr<GPUImageAlphaBlendFilter> LFVideoCapture::blendFilter() {
   return blendFilter_;
 }
 
+void LFVideoCapture::setPreView(std::shared_ptr<GPUImageView> view) {
+  if (view == gpuImageView_) return;
+  if (blendFilter_) {
+    blendFilter_->removeAllTargets();
+    if (filter_) filter_->removeTarget(blendFilter_);
+  }
+  gpuImageView_ = std::move(view);
+  if (output_) attachPreview();
+  updateDirectPath();
+}
+
+void LFVideoCapture::attachPreview() {
+  if (!gpuImageView_ || !filter_) return;
+  filter_->addTarget(blendFilter());
+  blendFilter_->addTarget(gpuImageView_);
+}
+
+void LFVideoCapture::updateDirectPath() {
+  // The empty filter exactly: a subclass of it may draw something of its own.
+  const bool identity = output_ && filter_ && typeid(*filter_) == typeid(LFGPUImageEmptyFilter) &&
+                        !cropfilter_ && !gpuImageView_;
+  std::optional<VideoSize> size;
+  if (identity) size = configuration_->videoSize();
+  runSynchronouslyOnVideoProcessingQueue([&] { directSize_ = size; });
+}
+
 void LFVideoCapture::reloadFilter() {
   if (!videoCamera_) return;
   if (filter_) filter_->removeAllTargets();
@@ -266,24 +302,41 @@ void LFVideoCapture::reloadFilter() {
   }
   blendFilter_->setMix(0.0);
   source->addTarget(filter_);
-  filter_->addTarget(blendFilter_);
-  blendFilter_->addTarget(gpuImageView_);
+  attachPreview();
   filter_->addTarget(output_);
   const GPUSize size{videoSize.width, videoSize.height};
   filter_->forceProcessingAtSize(size);
   output_->forceProcessingAtSize(size);
   blendFilter_->forceProcessingAtSize(size);
   output_->setFrameProcessingCompletionBlock(
-      [weak = weak_from_this()](GPUImageOutput* node, double) {
-        if (auto self = weak.lock()) self->processVideo(*node);
+      [weak = weak_from_this()](GPUImageOutput* node, double time) {
+        if (auto self = weak.lock()) self->processVideo(*node, time);
       });
+  updateDirectPath();
 }
 
-void LFVideoCapture::processVideo(GPUImageOutput& output) {
+void LFVideoCapture::processVideo(GPUImageOutput& output, double time) {
   auto framebuffer = output.framebufferForOutput();
-  if (!framebuffer) return;
-  auto buffer = framebuffer->pixelBuffer();
+  if (!framebuffer || delegate_.expired()) return;
+  std::shared_ptr<PixelBuffer> buffer;
+  const PixelFormat format = outputPixelFormat_;
+  if (format != PixelFormat::bgra) {
+    if (!gpuYuv_) gpuYuv_ = GPUImageYUVConverter::preferredOnThisMachine();
+    if (*gpuYuv_) {
+      if (!converter_) converter_ = std::make_unique<GPUImageYUVConverter>();
+      buffer = converter_->convert(*framebuffer, format,
+                                   isSampleBT601_ ? YuvMatrix::bt601 : YuvMatrix::bt709,
+                                   /*fullRange=*/false);
+    }
+  }
+  // Also a size the conversion cannot lay out goes as BGRA.
+  if (!buffer) buffer = framebuffer->pixelBuffer();
   if (!buffer) return;
+  buffer->setPresentationTime(time);
+  deliver(buffer);
+}
+
+void LFVideoCapture::deliver(const std::shared_ptr<PixelBuffer>& buffer) {
   auto delegate = delegate_.lock();
   if (!delegate) return;
   LFVideoColourTags tags{isSampleBT601_};
@@ -293,6 +346,32 @@ void LFVideoCapture::processVideo(GPUImageOutput& output) {
 void LFVideoCapture::willOutputSampleBuffer(const CameraFramePtr& frame) {
   // Every camera frame carries its matrix.
   isSampleBT601_ = frame->matrix == ColourMatrix::bt601;
+}
+
+bool LFVideoCapture::outputFrameWithoutDrawing(const CameraFramePtr& frame) {
+  if (!directSize_ || frame->width() != directSize_->width ||
+      frame->height() != directSize_->height)
+    return false;
+  auto buffer = PixelBuffer::wrapYuv(
+      PixelFormat::nv12, frame->width(), frame->height(),
+      frame->matrix == ColourMatrix::bt601 ? YuvMatrix::bt601 : YuvMatrix::bt709,
+      frame->range == ColourRange::full, {frame->data(0), frame->data(1), nullptr},
+      {static_cast<size_t>(frame->stride(0)), static_cast<size_t>(frame->stride(1)), 0}, frame);
+  buffer->setPresentationTime(frame->presentationTime);
+  deliver(buffer);
+  return true;
+}
+
+void LFVideoCapture::cameraDidFail(const CameraError& error) {
+  oxlog("Video capture: the camera stopped: {}", error.message);
+  reportCameraFailure(error);
+}
+
+void LFVideoCapture::reportCameraFailure(const CameraError& error) {
+  postWeak(*MainQueue::get(), weak_from_this(), [error](LFVideoCapture& self) {
+    self.cameraError_ = error;
+    if (auto delegate = self.captureDelegate_.lock()) delegate->videoDeviceDidFail(error);
+  });
 }
 
 template <typename Select>

@@ -11,6 +11,7 @@
 #include "filters/GPUImageCropFilter.h"
 #include "filters/GPUImageFilter.h"
 #include "filters/GPUImageView.h"
+#include "filters/GPUImageYUVConverter.h"
 #include "media/LFLiveVideoConfiguration.h"
 #include "media/PixelBuffer.h"
 #include "platform/dispatch/Observable.h"
@@ -27,7 +28,11 @@ struct LFVideoColourTags {
 };
 
 // Receiver of the finished pictures: the session. Called on the video
-// processing queue; `tags` is null when no tags are attached.
+// processing queue; `tags` is null when no tags are attached. The picture is
+// the camera's own NV12 frame where the chain has nothing to draw, else the
+// output node's picture as BGRA or, converted on the GPU, in the output
+// pixel format (see LFVideoCapture); its presentation time is the camera
+// frame's.
 class LFVideoCaptureDelegate {
  public:
   virtual ~LFVideoCaptureDelegate() = default;
@@ -42,6 +47,10 @@ class LFVideoCaptureViewDelegate {
   virtual void videoDeviceWillChange() {}
   virtual void videoDeviceDidChange() {}
   virtual void subjectAreaDidChange() {}
+  // The camera stopped delivering while capture ran (it vanished, or another
+  // program took it), or capture could not start: the error says why. On the
+  // main queue.
+  virtual void videoDeviceDidFail(const CameraError& error) { (void)error; }
 };
 
 // The outcome of the walk through a camera's formats for a size and a rate.
@@ -72,6 +81,25 @@ std::optional<CropRegion> cropRegionForPreset(LFLiveVideoSessionPreset preset, V
 // the configured size and rate, and hands every finished picture to its
 // delegate. Control operations come from the main queue; pictures are
 // delivered on the video processing queue.
+//
+// Frames without a draw. Drawing costs processor time where the GPU is a
+// software one, so while the chain would hand on the camera's picture
+// unchanged, the camera's NV12 frame itself goes to the delegate, wrapped
+// with no copy, its matrix, range and time: the same one-permit rule, the
+// same willOutputSampleBuffer() and colour tags. The check is split where
+// the knowledge is: the camera input offers a frame only while its own draw
+// is the identity (rotation mode 0: the orientation, the camera's mounting
+// and the mirror flag together turn nothing), and this class takes it only
+// while the rest of the chain is the identity too: built, no crop, the
+// pass-through filter, no preview, and the frame of exactly the output's
+// size. Any change (mirror, another camera, another orientation, a preview,
+// a crop) sends the next frame through the draws again, and back.
+//
+// Pictures that are drawn go out as the output node's BGRA read-back, or,
+// where converting on the GPU pays (GPUImageYUVConverter::
+// preferredOnThisMachine()) and the output pixel format is NV12 or I420,
+// converted on the GPU to that format, video range, in the matrix of the
+// camera's last sample.
 class LFVideoCapture : public GPUImageVideoCameraDelegate,
                        public std::enable_shared_from_this<LFVideoCapture> {
  public:
@@ -85,6 +113,22 @@ class LFVideoCapture : public GPUImageVideoCameraDelegate,
   void setCaptureDelegate(std::weak_ptr<LFVideoCaptureViewDelegate> delegate) {
     captureDelegate_ = std::move(delegate);
   }
+
+  // Why there is no camera (videoCamera() none: the error of the failed
+  // open), or why the camera last stopped or could not start; none while it
+  // works. Main queue.
+  const CameraError& cameraError() const { return cameraError_; }
+
+  // The preview: none (the default, and the headless screen's) leaves the
+  // preview branch (blend filter and view) out of the chain, so it draws
+  // nothing; a view puts it in. gpuImageView() is the same view.
+  void setPreView(std::shared_ptr<GPUImageView> view);
+  std::shared_ptr<GPUImageView> preView() const { return gpuImageView_; }
+
+  // The layout the encoder takes best (its preferred pixel format): where the
+  // chain draws and GPU conversion pays, pictures come in it. BGRA until set.
+  void setOutputPixelFormat(PixelFormat format) { outputPixelFormat_ = format; }
+  PixelFormat outputPixelFormat() const { return outputPixelFormat_; }
 
   bool running() const { return running_; }
   void setRunning(bool running);
@@ -132,12 +176,20 @@ class LFVideoCapture : public GPUImageVideoCameraDelegate,
 
   // GPUImageVideoCameraDelegate.
   void willOutputSampleBuffer(const CameraFramePtr& frame) override;
+  bool outputFrameWithoutDrawing(const CameraFramePtr& frame) override;
+  void cameraDidFail(const CameraError& error) override;
 
  private:
   explicit LFVideoCapture(std::shared_ptr<LFLiveVideoConfiguration> configuration);
   void createCamera();
   void reloadMirror();
-  void processVideo(GPUImageOutput& output);
+  void processVideo(GPUImageOutput& output, double time);
+  void deliver(const std::shared_ptr<PixelBuffer>& buffer);
+  // Says on the video processing queue at which size camera frames may skip
+  // the draws, from the chain as it stands; called after every change of it.
+  void updateDirectPath();
+  void attachPreview();
+  void reportCameraFailure(const CameraError& error);
   template <typename Select>
   void switchCamera(Select select);
   void observeSubjectArea(const std::shared_ptr<CaptureDevice>& device);
@@ -160,7 +212,14 @@ class LFVideoCapture : public GPUImageVideoCameraDelegate,
   std::shared_ptr<GPUImageCropFilter> cropfilter_;
   std::shared_ptr<GPUImageFilter> output_;
   std::shared_ptr<GPUImageAlphaBlendFilter> blendFilter_;
-  std::shared_ptr<GPUImageView> gpuImageView_ = std::make_shared<GPUImageView>();
+  std::shared_ptr<GPUImageView> gpuImageView_;
+  CameraError cameraError_;
+  std::atomic<PixelFormat> outputPixelFormat_{PixelFormat::bgra};
+
+  // Video processing queue.
+  std::optional<VideoSize> directSize_;  // none: every frame is drawn
+  std::optional<bool> gpuYuv_;           // decided on the first picture that needs it
+  std::unique_ptr<GPUImageYUVConverter> converter_;
   Subscription subjectArea_;
   Subscription lifecycle_;
 };

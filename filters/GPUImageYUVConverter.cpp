@@ -1,11 +1,19 @@
 #include "filters/GPUImageYUVConverter.h"
 
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string_view>
+
 #include "filters/GLES.h"
 #include "filters/GLProgram.h"
 #include "filters/GPUImageContext.h"
 #include "filters/GPUImageFramebuffer.h"
 #include "filters/GPUImageFramebufferCache.h"
 #include "platform/dispatch/QueueCheck.h"
+#include "platform/log/Log.h"
 
 namespace oxelo {
 
@@ -103,25 +111,57 @@ GPUImageYUVConverter::GPUImageYUVConverter() {
 
 GPUImageYUVConverter::~GPUImageYUVConverter() = default;
 
-std::shared_ptr<YuvPicture> GPUImageYUVConverter::convert(GPUImageFramebuffer& source,
-                                                          YuvLayout layout, YuvMatrix matrix,
-                                                          bool fullRange) {
+bool gpuYuvConversionPays(const std::string& renderer, const char* override) {
+  if (override && std::string_view(override) == "0") return false;
+  if (override && std::string_view(override) == "1") return true;
+  for (const char* software : {"llvmpipe", "softpipe", "swrast"})
+    if (renderer.find(software) != std::string::npos) return false;
+  return true;
+}
+
+bool GPUImageYUVConverter::preferredOnThisMachine() {
+  OX_ASSERT_ON_QUEUE(GPUImageContext::sharedContextQueue());
+  static std::optional<bool> logged;  // video processing queue
+  const std::string renderer = GPUImageContext::sharedImageProcessingContext().rendererName();
+  const char* override = std::getenv("OXELO_GPU_YUV");
+  const bool pays = gpuYuvConversionPays(renderer, override);
+  if (logged != pays) {
+    oxlog("Output pictures: {} on renderer \"{}\"{}",
+          pays ? "converted to 4:2:0 on the GPU" : "read back as BGRA", renderer,
+          override ? fmt::format(" (OXELO_GPU_YUV={})", override) : std::string());
+    logged = pays;
+  }
+  return pays;
+}
+
+std::shared_ptr<PixelBuffer> GPUImageYUVConverter::freeBuffer(PixelFormat format, int width,
+                                                              int height, YuvMatrix matrix,
+                                                              bool fullRange) {
+  auto fits = [&](const PixelBuffer& b) {
+    return b.format() == format && b.width() == width && b.height() == height &&
+           b.matrix() == matrix && b.fullRange() == fullRange;
+  };
+  std::shared_ptr<PixelBuffer>* idle = nullptr;
+  for (auto& candidate : ring_) {
+    if (candidate.use_count() != 1) continue;
+    if (fits(*candidate)) return candidate;
+    idle = &candidate;
+  }
+  auto made = PixelBuffer::createYuv(format, width, height, matrix, fullRange);
+  if (idle) return *idle = made;  // one of another shape gives way
+  return ring_.emplace_back(made);
+}
+
+std::shared_ptr<PixelBuffer> GPUImageYUVConverter::convert(GPUImageFramebuffer& source,
+                                                           PixelFormat format, YuvMatrix matrix,
+                                                           bool fullRange) {
   OX_ASSERT_ON_QUEUE(GPUImageContext::sharedContextQueue());
   const int width = source.pixelWidth();
   const int height = source.pixelHeight();
+  if (format == PixelFormat::bgra) return nullptr;
   if (!program_ || width < 8 || height < 4 || width % 8 || height % 4) return nullptr;
   if (!GPUImageContext::useImageProcessingContext()) return nullptr;
-
-  std::shared_ptr<YuvPicture> picture;
-  for (auto& candidate : ring_)
-    if (candidate.use_count() == 1) picture = candidate;
-  if (!picture) picture = ring_.emplace_back(std::make_shared<YuvPicture>());
-  picture->layout = layout;
-  picture->matrix = matrix;
-  picture->fullRange = fullRange;
-  picture->width = width;
-  picture->height = height;
-  picture->bytes.resize(picture->lumaSize() * 3 / 2);
+  auto picture = freeBuffer(format, width, height, matrix, fullRange);
 
   GPUTextureOptions options;
   options.minFilter = options.magFilter = GL_NEAREST;
@@ -132,7 +172,7 @@ std::shared_ptr<YuvPicture> GPUImageYUVConverter::convert(GPUImageFramebuffer& s
   GPUImageContext::setActiveShaderProgram(program_.get());
   const Rows rows = conversionRows(matrix, fullRange);
   glUniform2f(program_->uniformIndex("sourceSize"), float(width), float(height));
-  glUniform1f(program_->uniformIndex("planar"), layout == YuvLayout::i420 ? 1.0f : 0.0f);
+  glUniform1f(program_->uniformIndex("planar"), format == PixelFormat::i420 ? 1.0f : 0.0f);
   glUniform4fv(program_->uniformIndex("lumaRow"), 1, rows.luma);
   glUniform4fv(program_->uniformIndex("blueRow"), 1, rows.blue);
   glUniform4fv(program_->uniformIndex("redRow"), 1, rows.red);
@@ -148,8 +188,25 @@ std::shared_ptr<YuvPicture> GPUImageYUVConverter::convert(GPUImageFramebuffer& s
   glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
   glEnableVertexAttribArray(1);
   glPixelStorei(GL_PACK_ALIGNMENT, 4);
-  glReadPixels(0, 0, width / 4, height * 3 / 2, GL_RGBA, GL_UNSIGNED_BYTE, picture->bytes.data());
+
+  // The planes as the draw packs them: back to back, rows without padding.
+  bool packed = true;
+  for (int i = 0; i < picture->planeCount(); ++i)
+    packed = packed && picture->planeStride(i) == picture->planeRowBytes(i);
+  const size_t total = static_cast<size_t>(width) * static_cast<size_t>(height) * 3 / 2;
+  if (!packed) scratch_.resize(total);
+  uint8_t* into = packed ? picture->plane(0) : scratch_.data();
+  glReadPixels(0, 0, width / 4, height * 3 / 2, GL_RGBA, GL_UNSIGNED_BYTE, into);
   target->unlock();
+  if (!packed) {
+    const uint8_t* from = scratch_.data();
+    for (int i = 0; i < picture->planeCount(); ++i) {
+      const size_t rowBytes = picture->planeRowBytes(i);
+      for (int y = 0; y < picture->planeHeight(i); ++y, from += rowBytes)
+        std::memcpy(picture->plane(i) + static_cast<size_t>(y) * picture->planeStride(i), from,
+                    rowBytes);
+    }
+  }
   return picture;
 }
 

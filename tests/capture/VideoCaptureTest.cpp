@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <future>
 
 #include "capture/LFVideoCapture.h"
+#include "platform/defaults/SettingsKeys.h"
 #include "tests/capture/support/PictureChecks.h"
 #include "tests/capture/support/ScriptedCamera.h"
 #include "tests/support/CameraTestSupport.h"
@@ -110,15 +113,25 @@ INSTANTIATE_TEST_SUITE_P(
         CropCase{"Preset4NeverCropped", 4, 1280, 720, 1920, 1440, true, 0, 0, 0, 0}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// Keeps every picture; the first one may be held at a gate until it opens.
 class PictureRecorder : public LFVideoCaptureDelegate {
  public:
   void captureOutput(LFVideoCapture&, const std::shared_ptr<PixelBuffer>& buffer,
-                     const LFVideoColourTags*) override {
+                     const LFVideoColourTags* colourTags) override {
     last = buffer;
-    ++count;
+    tags = colourTags ? std::optional(*colourTags) : std::nullopt;
+    times.push_back(buffer->presentationTime());
+    if (++count == 1 && gate.valid()) {
+      entered.set_value();
+      gate.wait();
+    }
   }
   std::shared_ptr<PixelBuffer> last;
+  std::optional<LFVideoColourTags> tags;
+  std::vector<double> times;
   int count = 0;
+  std::promise<void> entered;
+  std::shared_future<void> gate;
 };
 
 TEST(VideoCaptureTest, Preset0CropsTheWebcamAndMirrorsByDefault) {
@@ -191,6 +204,220 @@ TEST(VideoCaptureTest, CameraWithoutThePresetFallsBackAndTakesTheBestRate) {
   EXPECT_EQ(capture->device()->activeFormat()->width, 1920);
   EXPECT_EQ(capture->videoFrameRate(), 30);
 }
+
+// A 64 x 32 USB webcam whose format is the output's size, so that the chain
+// needs no crop; colours tagged "Auto" so that pictures carry their tags.
+class DirectPathTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
+    env.defaults().setString(keys::colorspace, "Auto");
+    auto configuration =
+        LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
+            1, 0, 30, 3);
+    configuration->setVideoSize({64, 32});
+    capture = LFVideoCapture::create(configuration);
+    ASSERT_TRUE(capture->videoCamera());
+    capture->setMirror(false);
+    capture->setDelegate(recorder);
+  }
+  void TearDown() override {
+    if (capture) capture->setRunning(false);
+  }
+  // Red on the left half, blue on the right, as a BT.601 full-range camera stores them.
+  CameraFramePtr deliver(double time) {
+    auto frame = test::nv12Frame(64, 32, ColourMatrix::bt601, ColourRange::full, time,
+                                 [](int x, int) { return x < 32 ? test::kRed : test::kBlue; });
+    driver->deliver(frame);
+    runSynchronouslyOnVideoProcessingQueue([] {});
+    return frame;
+  }
+
+  test::ScriptedDriver* driver = nullptr;
+  test::CameraAndSettings env{std::make_shared<CameraSystem>(
+      "scripted", std::vector{test::scriptedCamera("usb", AVCaptureDeviceTypeBuiltInWideAngleCamera,
+                                                   AVCaptureDevicePositionBack, test::kUsbWebcam,
+                                                   {{64, 32, 30}}, &driver)})};
+  std::shared_ptr<LFVideoCapture> capture;
+  std::shared_ptr<PictureRecorder> recorder = std::make_shared<PictureRecorder>();
+};
+
+bool near(const Bgra& seen, const Bgra& want) {
+  return std::abs(seen.r - want.r) <= 3 && std::abs(seen.g - want.g) <= 3 &&
+         std::abs(seen.b - want.b) <= 3;
+}
+
+TEST_F(DirectPathTest, CameraFrameGoesAsItIsWhileTheChainChangesNothing) {
+  struct Step {
+    const char* name;
+    std::function<void()> change;
+    bool drawn;
+    bool mirrored;
+  };
+  const std::vector<Step> steps = {
+      {"identity", [] {}, false, false},
+      {"mirror", [&] { capture->setMirror(true); }, true, true},
+      {"mirror off", [&] { capture->setMirror(false); }, false, false},
+      {"preview", [&] { capture->setPreView(std::make_shared<GPUImageView>()); }, true, false},
+      {"no preview", [&] { capture->setPreView(nullptr); }, false, false},
+  };
+  capture->setRunning(true);
+  double time = 1.0;
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.name);
+    step.change();
+    const auto frame = deliver(time);
+    const auto& picture = recorder->last;
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(picture->presentationTime(), time);
+    ASSERT_TRUE(recorder->tags);
+    EXPECT_TRUE(recorder->tags->matrixBT601);
+    time += 1.0;
+    if (!step.drawn) {
+      ASSERT_EQ(picture->format(), PixelFormat::nv12);
+      EXPECT_EQ(picture->plane(0), frame->data(0));
+      EXPECT_EQ(picture->plane(1), frame->data(1));
+      EXPECT_EQ(picture->planeStride(1), static_cast<size_t>(frame->stride(1)));
+      EXPECT_EQ(picture->matrix(), YuvMatrix::bt601);
+      EXPECT_TRUE(picture->fullRange());
+      continue;
+    }
+    ASSERT_EQ(picture->format(), PixelFormat::bgra);
+    ASSERT_EQ(picture->width(), 64);
+    ASSERT_EQ(picture->height(), 32);
+    const Bgra left = step.mirrored ? test::kBlue : test::kRed;
+    const Bgra right = step.mirrored ? test::kRed : test::kBlue;
+    for (int y : {1, 30}) {
+      EXPECT_TRUE(near(pixelAt(*picture, 1, y), left)) << pixelAt(*picture, 1, y);
+      EXPECT_TRUE(near(pixelAt(*picture, 62, y), right)) << pixelAt(*picture, 62, y);
+    }
+  }
+  // A crop from a format of other proportions: drawn again.
+  capture->configuration()->setVideoSize({48, 32});
+  capture->reloadFilter();
+  ASSERT_TRUE(capture->cropFilter());
+  deliver(time);
+  EXPECT_EQ(recorder->last->format(), PixelFormat::bgra);
+}
+
+TEST_F(DirectPathTest, FrameArrivingWhileOneIsWithTheSessionIsDropped) {
+  std::promise<void> open;
+  recorder->gate = open.get_future().share();
+  capture->setRunning(true);
+  ASSERT_TRUE(driver->deliver(test::nv12Frame(64, 32, ColourMatrix::bt709, ColourRange::video, 1.0,
+                                              [](int, int) { return test::kGreen; })));
+  ASSERT_EQ(recorder->entered.get_future().wait_for(std::chrono::seconds(10)),
+            std::future_status::ready);
+  driver->deliver(test::nv12Frame(64, 32, ColourMatrix::bt709, ColourRange::video, 2.0,
+                                  [](int, int) { return test::kGreen; }));
+  open.set_value();
+  deliver(3.0);
+  EXPECT_EQ(recorder->times, (std::vector<double>{1.0, 3.0}));
+  EXPECT_EQ(recorder->last->format(), PixelFormat::nv12);
+}
+
+struct GpuYuvCase {
+  const char* name;
+  PixelFormat requested;
+  const char* override;
+  PixelFormat delivered;
+};
+class GpuYuvOutputTest : public DirectPathTest, public testing::WithParamInterface<GpuYuvCase> {
+ protected:
+  void TearDown() override {
+    DirectPathTest::TearDown();
+    unsetenv("OXELO_GPU_YUV");
+  }
+};
+
+// Mirrored, so drawn: red lands on the right, blue on the left, in the
+// camera's matrix at video range.
+TEST_P(GpuYuvOutputTest, DrawnPictureComesInTheLayoutAskedFor) {
+  const auto& c = GetParam();
+  setenv("OXELO_GPU_YUV", c.override, 1);
+  capture->setOutputPixelFormat(c.requested);
+  capture->setMirror(true);
+  capture->setRunning(true);
+  deliver(1.0);
+  const auto& picture = recorder->last;
+  ASSERT_TRUE(picture);
+  ASSERT_EQ(picture->format(), c.delivered);
+  EXPECT_EQ(picture->presentationTime(), 1.0);
+  if (c.delivered == PixelFormat::bgra) {
+    EXPECT_TRUE(near(pixelAt(*picture, 1, 1), test::kBlue)) << pixelAt(*picture, 1, 1);
+    return;
+  }
+  EXPECT_EQ(picture->matrix(), YuvMatrix::bt601);
+  EXPECT_FALSE(picture->fullRange());
+  for (auto [x, colour] : {std::pair{4, test::kBlue}, std::pair{58, test::kRed}}) {
+    const YCbCr want =
+        ycbcrOf(colour.r, colour.g, colour.b, ColourMatrix::bt601, ColourRange::video);
+    const int y = 16, cx = x / 2, cy = y / 2;
+    const uint8_t luma = picture->plane(0)[y * picture->planeStride(0) + x];
+    const uint8_t* chroma = picture->plane(1) + cy * picture->planeStride(1);
+    const uint8_t cb = c.delivered == PixelFormat::nv12 ? chroma[2 * cx] : chroma[cx];
+    const uint8_t cr = c.delivered == PixelFormat::nv12
+                           ? chroma[2 * cx + 1]
+                           : picture->plane(2)[cy * picture->planeStride(2) + cx];
+    EXPECT_NEAR(luma, want.y, 3) << "x " << x;
+    EXPECT_NEAR(cb, want.cb, 3) << "x " << x;
+    EXPECT_NEAR(cr, want.cr, 3) << "x " << x;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Overrides, GpuYuvOutputTest,
+    testing::Values(GpuYuvCase{"Nv12", PixelFormat::nv12, "1", PixelFormat::nv12},
+                    GpuYuvCase{"I420", PixelFormat::i420, "1", PixelFormat::i420},
+                    GpuYuvCase{"Off", PixelFormat::i420, "0", PixelFormat::bgra}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+class FailureRecorder : public LFVideoCaptureViewDelegate {
+ public:
+  void videoDeviceDidFail(const CameraError& error) override { errors.push_back(error.code); }
+  std::vector<CameraErrorCode> errors;
+};
+
+TEST_F(DirectPathTest, CameraThatVanishesReachesTheViewDelegate) {
+  test::ManualMain main;
+  auto failures = std::make_shared<FailureRecorder>();
+  capture->setCaptureDelegate(failures);
+  capture->setRunning(true);
+  EXPECT_FALSE(capture->cameraError());
+  ASSERT_TRUE(driver->endStream(CameraError::vanished("usb")));
+  runSynchronouslyOnVideoProcessingQueue([] {});
+  EXPECT_TRUE(failures->errors.empty());  // not before the main queue runs
+  main.drain();
+  EXPECT_EQ(failures->errors, std::vector{CameraErrorCode::vanished});
+  EXPECT_EQ(capture->cameraError().code, CameraErrorCode::vanished);
+}
+
+struct NoCameraCase {
+  const char* name;
+  std::vector<CameraProblem> problems;
+  CameraErrorCode code;
+};
+class NoCameraTest : public testing::TestWithParam<NoCameraCase> {};
+
+TEST_P(NoCameraTest, CaptureSaysWhyItHasNoCamera) {
+  const auto& c = GetParam();
+  test::CameraAndSettings env(std::make_shared<CameraSystem>(
+      "v4l2", std::vector<std::shared_ptr<CaptureDevice>>{}, c.problems));
+  auto capture = LFVideoCapture::create(LFLiveVideoConfiguration::defaultConfiguration());
+  EXPECT_FALSE(capture->videoCamera());
+  EXPECT_EQ(capture->cameraError().code, c.code);
+  EXPECT_EQ(exitStatusOf(capture->cameraError()), static_cast<int>(c.code));
+  EXPECT_FALSE(capture->cameraError().message.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Backends, NoCameraTest,
+    testing::Values(NoCameraCase{"NothingFound", {}, CameraErrorCode::noCamera},
+                    NoCameraCase{"FoundButBusy",
+                                 {{"/dev/video0", "Device or resource busy",
+                                   CameraError::inUse("/dev/video0")}},
+                                 CameraErrorCode::inUse}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace oxelo

@@ -41,6 +41,18 @@ class ScriptedDriver final : public CaptureDeviceDriver {
     if (sink) sink->cameraDidOutputFrame(frame);
     return sink != nullptr;
   }
+  // Ends the stream by itself, as a camera that vanished does. False when the
+  // camera is not streaming.
+  bool endStream(const CameraError& error) {
+    std::shared_ptr<CameraFrameSink> sink;
+    {
+      std::lock_guard lock(mutex_);
+      sink = sink_.lock();
+      sink_.reset();
+    }
+    if (sink) sink->cameraStreamDidEnd(error);
+    return sink != nullptr;
+  }
 
  private:
   std::mutex mutex_;
