@@ -119,7 +119,11 @@ CameraError noDeviceError(const CameraSystem& cameras, AVCaptureDevicePosition p
               (position == AVCaptureDevicePositionFront ? "front" : "back")};
 }
 
-constexpr int32_t kPhoneSensorRotation = 270;
+// How the phone's cameras sit: the back sensor a quarter turn one way, the
+// front one the other way.
+int32_t phoneSensorRotation(AVCaptureDevicePosition position) {
+  return position == AVCaptureDevicePositionFront ? 90 : 270;
+}
 constexpr int64_t kLandscapeRight = 3;
 
 }  // namespace
@@ -140,7 +144,7 @@ uint64_t cameraRotationMode(AVCaptureDevicePosition position, bool mirror, int64
         modeOfTurn(mounting.sensorRotation),
         phoneRotationMode(AVCaptureDevicePositionBack, mirror, kLandscapeRight));
   }
-  return composeRotationModes(modeOfTurn(mounting.sensorRotation - kPhoneSensorRotation),
+  return composeRotationModes(modeOfTurn(mounting.sensorRotation - phoneSensorRotation(position)),
                               phoneRotationMode(position, mirror, orientation));
 }
 

@@ -50,13 +50,15 @@ extern const ColourConversionMatrix kColorConversion709;           // BT.709
 uint64_t composeRotationModes(uint64_t first, uint64_t then);
 
 // The rotation mode of the conversion draw. The table is the one for a phone
-// camera (facing its position, sensor rotation 270): by position, the mirror
-// flag of that camera and the interface orientation (1 to 4; any other
-// gives 0). A camera mounted otherwise first turns its picture into the one
-// such a phone camera would see: by its sensor rotation against 270 when it
-// is built into the device, and, for an external camera (which does not
-// turn with the device), as the back camera in landscape right, the one
-// column where the phone's picture needs no turn.
+// camera (facing its position; sensor rotation 270 at the back, 90 at the
+// front, so that the front camera sees the scene half turned against the
+// back one): by position, the mirror flag of that camera and the interface
+// orientation (1 to 4; any other gives 0). A camera mounted otherwise first
+// turns its picture into the one such a phone camera would see: by its sensor
+// rotation against the phone's at that position when it is built into the
+// device, and, for an external camera (which does not turn with the device),
+// as the back camera in landscape right, the one column where the phone's
+// picture needs no turn.
 uint64_t cameraRotationMode(AVCaptureDevicePosition position, bool mirror, int64_t orientation,
                             const CameraMounting& mounting);
 

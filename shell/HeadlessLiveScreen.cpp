@@ -79,6 +79,7 @@ void HeadlessLiveScreen::liveScreenDidStart(OXLiveSession& session,
     oxlog("Live - no camera input: the stream carries sound only");
     return;
   }
+  session.setCaptureDelegate(weak_from_this());
   auto format = camera->activeFormat();
   oxlog("Live - camera \"{}\" ({}), {}x{} at {} fps", camera->localizedName(), camera->uniqueID(),
         format ? format->width : 0, format ? format->height : 0, session.videoFrameRate());
@@ -88,6 +89,10 @@ void HeadlessLiveScreen::liveScreenWillStop(OXLiveSession& session) {
   if (!session.videoCapture()) return;
   oxlog("Live - {} pictures captured, {} encoded", session.capturedPictureCount(),
         session.encodedPictureCount());
+}
+
+void HeadlessLiveScreen::videoDeviceDidFail(const CameraError& error) {
+  oxlog("Live - camera stopped: {}; the stream goes on with sound only", error.message);
 }
 
 void HeadlessLiveScreen::liveScreenStateDidChange(LiveStreamState state) {

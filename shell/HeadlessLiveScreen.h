@@ -17,6 +17,7 @@ namespace oxelo {
 // Main queue, all of it. Held by shared pointer (create()).
 class HeadlessLiveScreen final : public LiveViewController,
                                  public LiveScreenView,
+                                 public LFVideoCaptureViewDelegate,
                                  public std::enable_shared_from_this<HeadlessLiveScreen> {
  public:
   struct Sources {
@@ -44,6 +45,10 @@ class HeadlessLiveScreen final : public LiveViewController,
   void liveScreenWillStop(OXLiveSession& session) override;
   void liveScreenStateDidChange(LiveStreamState state) override;
   void liveScreenDebugInfo(const LFLiveDebug& info) override;
+
+  // LFVideoCaptureViewDelegate: a camera that stops streaming ends the
+  // picture, not the stream.
+  void videoDeviceDidFail(const CameraError& error) override;
 
  private:
   explicit HeadlessLiveScreen(Sources sources) : sources_(std::move(sources)) {}

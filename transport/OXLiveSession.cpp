@@ -313,6 +313,16 @@ void OXLiveSession::setCaptureDelegate(std::weak_ptr<LFVideoCaptureViewDelegate>
   if (auto video = videoCapture()) video->setCaptureDelegate(std::move(delegate));
 }
 
+std::shared_ptr<GPUImageView> OXLiveSession::preView() const {
+  auto video = currentVideoCapture();
+  return video ? video->preView() : nullptr;
+}
+
+void OXLiveSession::setPreView(std::shared_ptr<GPUImageView> view) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (auto video = videoCapture()) video->setPreView(std::move(view));
+}
+
 int32_t OXLiveSession::videoFrameRate() const {
   auto video = currentVideoCapture();
   return video ? video->videoFrameRate() : 0;

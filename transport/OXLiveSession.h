@@ -102,7 +102,8 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   // The socket, created on first use from the stream info; for the hand-over
   // of the carrier (setCarrier).
   std::shared_ptr<OXStreamSocket> streamSocket();
-  // Makes this session the delegate of both encoders (creating them), then
+  // Makes this session the delegate of both encoders (creating them), asks
+  // the camera front to end its draws in the video encoder's own layout, then
   // starts the socket.
   void startLive();
   // Stops uploading, stops and drops the socket, then the video and the
@@ -149,8 +150,11 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   void setBeautyMethod(int64_t beautyMethod);
   bool autoRotate() const;
   void setAutoRotate(bool autoRotate);
-  // The live view, told of camera switches.
+  // The live view, told of camera switches and failures.
   void setCaptureDelegate(std::weak_ptr<LFVideoCaptureViewDelegate> delegate);
+  // The preview surface; none takes the preview off (the stream goes on).
+  std::shared_ptr<GPUImageView> preView() const;
+  void setPreView(std::shared_ptr<GPUImageView> view);
   // The rate the camera runs at; 0 without a video source.
   int32_t videoFrameRate() const;
   Observable<int64_t>& captureDevicePositionProperty() { return positionNotice_; }

@@ -365,6 +365,7 @@ struct VirtualCaptureDriver::Stream : std::enable_shared_from_this<Stream> {
   int32_t width = 0, height = 0;
   ColourMatrix matrix = ColourMatrix::bt709;
   ColourRange range = ColourRange::full;
+  bool halfTurned = false;
   double start = 0;      // time of frame 0 on the queue's clock
   double duration = 0;   // seconds per frame
   uint64_t next = 0;     // the next frame number to deliver
@@ -391,7 +392,7 @@ struct VirtualCaptureDriver::Stream : std::enable_shared_from_this<Stream> {
     frame->matrix = matrix;
     frame->range = range;
     frame->presentationTime = start + static_cast<double>(n) * duration;
-    renderVirtualPicture(*frame, n);
+    renderVirtualPicture(*frame, n, halfTurned);
     next = n + 1;
     if (auto s = sink.lock()) s->cameraDidOutputFrame(frame);
     if (!stopped) schedule();
@@ -413,6 +414,7 @@ CameraError VirtualCaptureDriver::startStreaming(const CaptureDeviceFormat& form
   stream->sink = std::move(sink);
   stream->width = format.width;
   stream->height = format.height;
+  stream->halfTurned = halfTurned_;
   stream->matrix = format.height >= 720 ? ColourMatrix::bt709 : ColourMatrix::bt601;
   stream->range =
       format.mediaSubType == kPixelFormat420VideoRange ? ColourRange::video : ColourRange::full;
@@ -582,10 +584,13 @@ std::optional<std::vector<std::shared_ptr<CaptureDevice>>> openVirtualCameras(st
 
 std::shared_ptr<CaptureDevice> makeVirtualCamera(VirtualCameraSpec spec) {
   auto& d = spec.description;
-  d.mounting.facing =
-      d.position == AVCaptureDevicePositionFront ? CameraFacing::front : CameraFacing::back;
-  d.mounting.sensorRotation = 270;
-  auto driver = std::make_unique<VirtualCaptureDriver>(std::move(spec.lockError));
+  // Mounted as on the phone: the back sensor a quarter turn one way, the
+  // front one the other way, so that the front camera sees the scene half
+  // turned against the back one.
+  const bool front = d.position == AVCaptureDevicePositionFront;
+  d.mounting.facing = front ? CameraFacing::front : CameraFacing::back;
+  d.mounting.sensorRotation = front ? 90 : 270;
+  auto driver = std::make_unique<VirtualCaptureDriver>(std::move(spec.lockError), front);
   return std::make_shared<CaptureDevice>(std::move(spec.description), std::move(driver));
 }
 

@@ -85,8 +85,11 @@ std::shared_ptr<CaptureDevice> makeVirtualCamera(VirtualCameraSpec spec);
 // a frame whose time passed while the sink was busy is skipped.
 class VirtualCaptureDriver final : public CaptureDeviceDriver {
  public:
-  explicit VirtualCaptureDriver(std::optional<std::string> lockError = std::nullopt)
-      : lockError_(std::move(lockError)) {}
+  // `halfTurned`: the sensor sees the scene turned half round, as a front
+  // camera mounted like the phone's does (VirtualPicture.h).
+  explicit VirtualCaptureDriver(std::optional<std::string> lockError = std::nullopt,
+                                bool halfTurned = false)
+      : lockError_(std::move(lockError)), halfTurned_(halfTurned) {}
   ~VirtualCaptureDriver() override;
   bool lockForConfiguration(std::string& error) override;
   void unlockForConfiguration() override {}
@@ -101,6 +104,7 @@ class VirtualCaptureDriver final : public CaptureDeviceDriver {
 
  private:
   std::optional<std::string> lockError_;
+  bool halfTurned_ = false;
   std::shared_ptr<Stream> stream_;
 };
 

@@ -42,7 +42,33 @@ MovingPictureLayout movingPictureLayout(int width, int height, uint64_t frameNum
   return m;
 }
 
-void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber) {
+namespace {
+
+// Turns the frame's planes half round in place: rows swap top for bottom,
+// samples (luma bytes, chroma pairs) left for right.
+void turnHalfRound(CameraFrame& frame) {
+  for (int plane = 0; plane < 2; ++plane) {
+    const int32_t rows = plane == 0 ? frame.height() : frame.chromaHeight();
+    const int32_t samples = plane == 0 ? frame.width() : frame.chromaWidth();
+    const int32_t size = plane == 0 ? 1 : 2;
+    auto swapSamples = [size](uint8_t* a, uint8_t* b) { std::swap_ranges(a, a + size, b); };
+    for (int32_t y = 0; y < (rows + 1) / 2; ++y) {
+      uint8_t* top = frame.row(plane, y);
+      uint8_t* bottom = frame.row(plane, rows - 1 - y);
+      for (int32_t x = 0; x < samples; ++x) {
+        uint8_t* a = top + x * size;
+        uint8_t* b = bottom + (samples - 1 - x) * size;
+        // The middle row of an odd height turns onto itself: swap each pair once.
+        if (top == bottom && a >= b) break;
+        swapSamples(a, b);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber, bool halfTurned) {
   const int32_t w = frame.width();
   const int32_t h = frame.height();
   auto yuv = [&](Rgb c) { return ycbcrOf(c.r, c.g, c.b, frame.matrix, frame.range); };
@@ -73,6 +99,7 @@ void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber) {
       span(luma, chroma, w, w - pw, w, white);
     }
   }
+  if (halfTurned) turnHalfRound(frame);
 }
 
 }  // namespace oxelo

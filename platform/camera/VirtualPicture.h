@@ -11,9 +11,12 @@ namespace oxelo {
 // and a square that moves down, different in every frame and the same for
 // the same frame number, and on top four fixed corner patches, each an
 // eighth of the width and of the height (rounded down to even, at least 2):
-// red top left, green top right, blue bottom left, white bottom right, as the
-// sensor sees them, so that a turn or a mirror on the way is visible.
-void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber);
+// red top left, green top right, blue bottom left, white bottom right, as a
+// back camera's sensor sees them, so that a turn or a mirror on the way is
+// visible. `halfTurned`: the whole scene as a sensor mounted half a turn
+// from the back one sees it (the phone's front camera): turned half round,
+// red at the bottom right.
+void renderVirtualPicture(CameraFrame& frame, uint64_t frameNumber, bool halfTurned = false);
 
 // Where the moving parts of the picture stand in one frame; the virtual
 // cameras and the picture pushed by the headless screen draw the same one.

@@ -52,7 +52,8 @@ INSTANTIATE_TEST_SUITE_P(
         RotationCase{"WebcamQuarterMirror", kBack, true, 4, {CameraFacing::external, 90}, 6},
         // Built-in cameras whose sensors sit otherwise than the phone's.
         RotationCase{"BackSensor0LandscapeLeft", kBack, false, 4, {CameraFacing::back, 0}, 2},
-        RotationCase{"FrontSensor90MirrorPortrait", kFront, true, 1, {CameraFacing::front, 90}, 6}),
+        RotationCase{
+            "FrontSensor270MirrorPortrait", kFront, true, 1, {CameraFacing::front, 270}, 6}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // A camera on a scripted driver with a pass-through filter behind it that

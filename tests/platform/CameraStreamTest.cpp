@@ -116,7 +116,7 @@ YCbCr at(const CameraFrame& f, int x, int y) {
 
 std::shared_ptr<CaptureDevice> virtualCamera(int width, int height, double fps,
                                              const char* subtype) {
-  auto camera = test::cameraJson("wide", "front", {{{width, height}, fps}});
+  auto camera = test::cameraJson("wide", "back", {{{width, height}, fps}});
   camera["formats"][0]["subtypes"] = {subtype};
   return test::camerasFromJson({{"cameras", {camera}}})->devices().front();
 }
@@ -154,6 +154,23 @@ TEST(CameraFrameTest, VirtualFramesComeAtTheRateOfTheClockAndLateOnesAreSkipped)
   main.clock().advance(1.0);
   EXPECT_EQ(sink->count(), 3u);
   EXPECT_EQ(sink->ends(), 0u);
+}
+
+// The front camera sees the back camera's scene turned half round: every
+// sample of an odd-sized frame, chroma pairs included, lands opposite.
+TEST(CameraFrameTest, TheFrontCamerasPictureIsTheBackOneHalfTurned) {
+  auto back = CameraFrame::make(66, 50);
+  auto front = CameraFrame::make(66, 50);
+  renderVirtualPicture(*back, 7);
+  renderVirtualPicture(*front, 7, /*halfTurned=*/true);
+  for (int y = 0; y < 50; ++y)
+    for (int x = 0; x < 66; ++x)
+      ASSERT_EQ(front->row(0, y)[x], back->row(0, 49 - y)[65 - x]) << x << "," << y;
+  for (int y = 0; y < 25; ++y)
+    for (int x = 0; x < 33; ++x)
+      for (int c = 0; c < 2; ++c)
+        ASSERT_EQ(front->row(1, y)[2 * x + c], back->row(1, 24 - y)[2 * (32 - x) + c])
+            << x << "," << y;
 }
 
 // An HD full-range frame is coded bt709 full, with its four corner patches
@@ -194,10 +211,11 @@ TEST(CameraFrameTest, TheVirtualSetIsMountedAsThePhoneOfTheRotationTable) {
   for (auto& spec : defaultVirtualCameras()) {
     auto device = makeVirtualCamera(std::move(spec));
     SCOPED_TRACE(device->uniqueID());
-    EXPECT_EQ(device->mounting(), (CameraMounting{device->position() == AVCaptureDevicePositionFront
-                                                      ? CameraFacing::front
-                                                      : CameraFacing::back,
-                                                  270}));
+    EXPECT_EQ(
+        device->mounting(),
+        (CameraMounting{device->position() == AVCaptureDevicePositionFront ? CameraFacing::front
+                                                                           : CameraFacing::back,
+                        device->position() == AVCaptureDevicePositionFront ? 90 : 270}));
   }
 }
 

@@ -93,7 +93,7 @@ inline std::shared_ptr<CaptureDevice> scriptedCamera(const std::string& id, cons
 }
 
 inline constexpr CameraMounting kPhoneBack{CameraFacing::back, 270};
-inline constexpr CameraMounting kPhoneFront{CameraFacing::front, 270};
+inline constexpr CameraMounting kPhoneFront{CameraFacing::front, 90};
 inline constexpr CameraMounting kUsbWebcam{CameraFacing::external, 0};
 
 }  // namespace oxelo::test
