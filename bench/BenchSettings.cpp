@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <sstream>
 #include <system_error>
 
 #include "media/LFLiveVideoSessionPreset.h"
@@ -40,8 +41,9 @@ BenchSettings::BenchSettings() {
   defaults_ = std::make_shared<UserDefaults>(directory_);
   UserDefaults::setStandard(defaults_);
   AppDelegate().applicationDidFinishLaunching(*defaults_);
-  std::string cameraError;
-  if (!startCameras("virtual", cameraError)) error_ = "no virtual cameras: " + cameraError;
+  std::ostringstream cameraError;
+  if (startCameras("virtual", cameraError) != 0)
+    error_ = "no virtual cameras: " + cameraError.str();
 }
 
 BenchSettings::~BenchSettings() {

@@ -49,7 +49,7 @@ LFHardwareVideoEncoder::~LFHardwareVideoEncoder() {
   compressionSession_.reset();  // frames still in flight are dropped with it
 }
 
-void LFHardwareVideoEncoder::initCompressionSession(Frames& out) {
+void LFHardwareVideoEncoder::initCompressionSession(Frames& out, std::optional<bool> cameraBT601) {
   if (compressionSession_) {
     collecting_ = &out;
     compressionSession_->completeFrames();
@@ -61,7 +61,7 @@ void LFHardwareVideoEncoder::initCompressionSession(Frames& out) {
   auto defaults = UserDefaults::standard();
   useH265_ = defaults->integerForKey(keys::videoEncoder) == 1;
   colour_ = colourTagsFor(defaults->stringForKey(keys::colorspace),
-                          defaults->boolForKey(keys::isCamBT601));
+                          cameraBT601.value_or(defaults->boolForKey(keys::isCamBT601)));
 
   const VideoSize size = configuration_->videoSize();
   const auto bitRate = static_cast<int64_t>(configuration_->videoBitRate());
@@ -86,6 +86,7 @@ void LFHardwareVideoEncoder::encodeVideoData(std::shared_ptr<PixelBuffer> pixelB
   Frames frames;
   {
     std::lock_guard lock(mutex_);
+    if (frameCount_ == 0 && compressionSession_) followCameraMatrix(*pixelBuffer, frames);
     ++frameCount_;
     if (!compressionSession_) return;  // no session: the picture vanishes
     const auto interval = static_cast<int64_t>(configuration_->videoMaxKeyframeInterval());
@@ -97,6 +98,18 @@ void LFHardwareVideoEncoder::encodeVideoData(std::shared_ptr<PixelBuffer> pixelB
     if (!taken) oxlog("VideoEncoder Dropped one frame {}", timeStamp);
   }
   deliver(frames);
+}
+
+void LFHardwareVideoEncoder::followCameraMatrix(const PixelBuffer& picture, Frames& out) {
+  // Only "Auto" tags the camera's matrix and converts with none of its own.
+  const bool followsCamera =
+      colour_.conversionMatrix == YCbCrMatrix::unset && colour_.matrixTag != YCbCrMatrix::unset;
+  if (!followsCamera || !picture.isYuv()) return;
+  const bool pictureBT601 = picture.matrix() == YuvMatrix::bt601;
+  if (pictureBT601 == (colour_.matrixTag == YCbCrMatrix::bt601)) return;
+  oxlog("VideoEncoder: the camera's pictures are {}: the session follows them",
+        pictureBT601 ? "BT.601" : "BT.709");
+  initCompressionSession(out, pictureBT601);
 }
 
 void LFHardwareVideoEncoder::outputCallback(CodedSample&& sample) {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -74,7 +75,14 @@ class LFHardwareVideoEncoder final : public LFVideoEncoding,
   LFHardwareVideoEncoder(std::shared_ptr<LFLiveVideoConfiguration> configuration,
                          VideoCodecSessionFactory sessionFactory);
   using Frames = std::vector<std::shared_ptr<LFVideoFrame>>;
-  void initCompressionSession(Frames& out);           // mutex_ held
+  // mutex_ held. `cameraBT601`: the camera's matrix where it is known,
+  // else the setting isCamBT601 stands for it.
+  void initCompressionSession(Frames& out, std::optional<bool> cameraBT601 = std::nullopt);
+  // mutex_ held, before the first picture: where the tags name the camera's
+  // matrix ("Auto") and the setting guessed it wrong (it records the
+  // previous capture's camera), the session is made again with the matrix
+  // of the camera's own YCbCr picture, which then needs no conversion.
+  void followCameraMatrix(const PixelBuffer& picture, Frames& out);
   void outputCallback(CodedSample&& sample);          // inside a session call, mutex_ held
   void takeParameterSets(const ParameterSets& sets);  // mutex_ held
   void deliver(const Frames& frames);                 // mutex_ not held

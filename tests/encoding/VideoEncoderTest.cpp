@@ -213,6 +213,36 @@ TEST_F(VideoEncoderTest, ColourTagsComeFromTheSettings) {
   EXPECT_EQ(log_.created.at(1).colour.matrixTag, YCbCrMatrix::bt601);
 }
 
+// "Auto" tags the camera's matrix; the setting only guesses it from the
+// last capture. A first camera picture in the other matrix makes the
+// session again before anything is coded; later ones, or a BGRA picture,
+// or fixed tags, do not.
+TEST_F(VideoEncoderTest, AutoTagsFollowTheFirstCameraPicturesMatrix) {
+  defaults_->setString(keys::colorspace, "Auto");
+  defaults_->setBool(keys::isCamBT601, true);
+  auto bt709 = PixelBuffer::createYuv(PixelFormat::nv12, 320, 240, YuvMatrix::bt709, false);
+  auto bt601 = PixelBuffer::createYuv(PixelFormat::nv12, 320, 240, YuvMatrix::bt601, false);
+  auto encoder = makeEncoder();
+  encoder->encodeVideoData(bt709, 1000);
+  encoder->encodeVideoData(bt601, 1033);
+  ASSERT_EQ(log_.created.size(), 2u);
+  EXPECT_EQ(log_.created[1].colour.matrixTag, YCbCrMatrix::bt709);
+  ASSERT_EQ(log_.calls.size(), 2u);
+  EXPECT_EQ(std::tuple(log_.calls[0].presentationFrames, log_.calls[0].forceKeyFrame),
+            std::tuple(int64_t{1}, true))
+      << "the new session's first picture";
+
+  encoder = makeEncoder();  // BGRA first: the setting's guess stays
+  encode(*encoder, 1);
+  encoder->encodeVideoData(bt709, 1033);
+  EXPECT_EQ(log_.created.size(), 3u);
+
+  defaults_->setString(keys::colorspace, "BT.601");
+  encoder = makeEncoder();
+  encoder->encodeVideoData(bt709, 1000);
+  EXPECT_EQ(log_.created.size(), 4u) << "fixed tags: the picture is converted";
+}
+
 TEST_F(VideoEncoderTest, AGoneDelegateIsSkipped) {
   auto encoder = makeEncoder();
   recorder_.reset();
