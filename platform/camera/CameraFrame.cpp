@@ -20,10 +20,11 @@ std::shared_ptr<CameraFrame> CameraFrame::make(int32_t width, int32_t height, si
   size_t lumaSize = lumaStride * static_cast<size_t>(frame->height_);
   size_t chromaSize = chromaStride * static_cast<size_t>(frame->chromaHeight());
   // Room to align the first plane's start as well as its rows.
-  frame->storage_.resize(alignment + lumaSize + chromaSize);
-  auto base = reinterpret_cast<uintptr_t>(frame->storage_.data());
+  // Not cleared: every sample is written by the backend that fills it.
+  frame->storage_.reset(new uint8_t[alignment + lumaSize + chromaSize]);
+  auto base = reinterpret_cast<uintptr_t>(frame->storage_.get());
   size_t skip = alignUp(base, alignment) - base;
-  frame->planes_[0] = frame->storage_.data() + skip;
+  frame->planes_[0] = frame->storage_.get() + skip;
   frame->planes_[1] = frame->planes_[0] + lumaSize;
   frame->strides_ = {static_cast<int32_t>(lumaStride), static_cast<int32_t>(chromaStride)};
   return frame;

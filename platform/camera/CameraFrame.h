@@ -71,7 +71,7 @@ class CameraFrame {
   int32_t height_ = 0;
   std::array<int32_t, 2> strides_{};
   std::array<uint8_t*, 2> planes_{};
-  std::vector<uint8_t> storage_;
+  std::unique_ptr<uint8_t[]> storage_;
 };
 
 using CameraFramePtr = std::shared_ptr<const CameraFrame>;
