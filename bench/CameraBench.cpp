@@ -97,6 +97,7 @@ struct Options {
   std::optional<double> graphMs;
   std::string binDir;
   std::string writeFrames;
+  bool mirror = false;
   bool verbose = false;
 };
 
@@ -123,6 +124,8 @@ void describeOptions(CLI::App& app, Options& o) {
   app.add_option("--write-frames", o.writeFrames,
                  "write the NV12 frames given to ffmpeg (one size, --fps x 2 s) to FILE and exit")
       ->type_name("FILE");
+  app.add_flag("--mirror", o.mirror,
+               "the host mirrors the picture first (command 35), so that every frame is drawn");
   app.add_flag("--verbose", o.verbose, "let this program's log through to stderr");
 }
 
@@ -349,13 +352,27 @@ std::optional<Window> streamPhone(const Options& o, const fs::path& bin, const f
     return std::nullopt;
   }
   const int port = 5894 + *instance;
-  Child host =
-      spawn({(bin / "oxelo-host").string(), "listen", "--bind", "127.0.0.1", "--port",
-             std::to_string(port), "--wait", "15", "--settings",
-             fmt::format("{}x{}@{}", width, height, o.fps), "--duration",
-             fmt::format("{:.1f}", o.seconds + kWarmUpSeconds + 1.5), "--end", "24", "--arrivals",
-             (work / "arrivals.txt").string(), "--report", (work / "report.json").string()},
-            work / "host.log");
+  Child host = spawn({(bin / "oxelo-host").string(),
+                      "listen",
+                      "--bind",
+                      "127.0.0.1",
+                      "--port",
+                      std::to_string(port),
+                      "--wait",
+                      "15",
+                      "--settings",
+                      fmt::format("{}x{}@{}", width, height, o.fps),
+                      "--duration",
+                      fmt::format("{:.1f}", o.seconds + kWarmUpSeconds + 1.5),
+                      "--end",
+                      "24",
+                      "--arrivals",
+                      (work / "arrivals.txt").string(),
+                      "--report",
+                      (work / "report.json").string(),
+                      "--command",
+                      o.mirror ? "0 35 1" : "0 35 0"},
+                     work / "host.log");
   if (!waitForText(work / "host.log", "host - listening", host, monotonicSeconds() + 10)) {
     host.stop();
     error = "the host did not listen: " + readText(work / "host.log");
@@ -472,10 +489,11 @@ int measure(const Options& o, BenchSettings& settings, const fs::path& bin, int 
     at += prefix.size();
     return phoneLog.substr(at, phoneLog.find_first_of(" \n", at) - at);
   };
+  const char* label = o.mirror ? " mirrored" : "";
   std::printf(
-      "camera %dx%d@%d: oxelo --headless --camera virtual (video encoder %s) to oxelo-host,"
+      "camera%s %dx%d@%d: oxelo --headless --camera virtual (video encoder %s) to oxelo-host,"
       " %.0f s window after %.0f s of warm-up\n",
-      width, height, o.fps, after("VideoEncoder: ").c_str(), o.seconds, kWarmUpSeconds);
+      label, width, height, o.fps, after("VideoEncoder: ").c_str(), o.seconds, kWarmUpSeconds);
   std::printf("  frames: %zu asked for, %zu delivered (%.2f%%); %zu frames arrived in all\n", asked,
               delivered, 100.0 * share, arrivals.size());
   // A least latency below 0 would say the reference time is wrong.
@@ -493,8 +511,8 @@ int measure(const Options& o, BenchSettings& settings, const fs::path& bin, int 
   int status = 0;
   const bool judgedDelivery = width == 1280 && height == 720;
   const bool deliveryMet = share >= kDeliveredTarget;
-  std::printf("result: camera %dx%d@%d delivered %zu of %zu (%.2f%%)%s\n", width, height, o.fps,
-              delivered, asked, 100.0 * share,
+  std::printf("result: camera%s %dx%d@%d delivered %zu of %zu (%.2f%%)%s\n", label, width, height,
+              o.fps, delivered, asked, 100.0 * share,
               judgedDelivery
                   ? (deliveryMet ? ", target >= 99.9%: met" : ", target >= 99.9%: NOT met")
                   : " (judged at 1280x720 only)");
@@ -503,23 +521,24 @@ int measure(const Options& o, BenchSettings& settings, const fs::path& bin, int 
     const double limit = encodeMs + *graphMs + kLatencyAllowanceMs;
     const bool met = medianLatency <= limit;
     std::printf(
-        "result: camera %dx%d@%d latency median %s, p99 %s (target: median <= encode %.2f + "
+        "result: camera%s %dx%d@%d latency median %s, p99 %s (target: median <= encode %.2f + "
         "graph %.2f + 2 ms = %.2f ms): %s\n",
-        width, height, o.fps, millis(medianLatency).c_str(), millis(p99).c_str(), encodeMs,
+        label, width, height, o.fps, millis(medianLatency).c_str(), millis(p99).c_str(), encodeMs,
         *graphMs, limit, met ? "met" : "NOT met");
     if (!met) status = 1;
   } else {
     std::printf(
-        "result: camera %dx%d@%d latency median %s, p99 %s (not judged: no graph time; give "
+        "result: camera%s %dx%d@%d latency median %s, p99 %s (not judged: no graph time; give "
         "--graph-ms)\n",
-        width, height, o.fps, millis(medianLatency).c_str(), millis(p99).c_str());
+        label, width, height, o.fps, millis(medianLatency).c_str(), millis(p99).c_str());
     status = std::max(status, 1);
   }
   const bool cpuMet = ratio > 0 && ratio <= kCpuTarget;
   std::printf(
-      "result: camera %dx%d@%d processor time %.2f ms/frame against ffmpeg %.2f ms/frame, ratio "
+      "result: camera%s %dx%d@%d processor time %.2f ms/frame against ffmpeg %.2f ms/frame, ratio "
       "%.2f (target <= %.1f): %s\n",
-      width, height, o.fps, phoneCpuMs, ffmpegCpuMs, ratio, kCpuTarget, cpuMet ? "met" : "NOT met");
+      label, width, height, o.fps, phoneCpuMs, ffmpegCpuMs, ratio, kCpuTarget,
+      cpuMet ? "met" : "NOT met");
   if (!cpuMet) status = 1;
   return status;
 }

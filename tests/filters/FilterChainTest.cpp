@@ -109,6 +109,29 @@ INSTANTIATE_TEST_SUITE_P(
                     RotationCase{4, {TR, TL, BR, BL}}, RotationCase{5, {TL, BL, TR, BR}},
                     RotationCase{6, {BR, TR, BL, TL}}, RotationCase{7, {BR, BL, TR, TL}}));
 
+// A second empty filter behind the first changes nothing and draws
+// nothing: it hands the first one's framebuffer on, and the picture read
+// back is still the input exactly. Resized, it draws again.
+TEST(EmptyFilterTest, PassesAnUnchangedFramebufferOnWithoutADraw) {
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
+  auto picture = test::patternPicture(64, 48);
+  auto first = std::make_shared<LFGPUImageEmptyFilter>();
+  auto second = std::make_shared<LFGPUImageEmptyFilter>();
+  first->addTarget(second);
+  for (int frame = 1; frame <= 2; ++frame) {  // the second frame reuses cached framebuffers
+    auto out = test::runChain(*picture, first, *second);
+    ASSERT_TRUE(out);
+    expectSamePicture(*picture, *out, 0, 0);
+    EXPECT_EQ(first->framesPassedThrough(), 0u) << "an upload is a bare texture: copied";
+    EXPECT_EQ(second->framesPassedThrough(), static_cast<uint64_t>(frame));
+  }
+  second->forceProcessingAtSize({32, 24});
+  auto smaller = test::runChain(*picture, first, *second);
+  ASSERT_TRUE(smaller);
+  EXPECT_EQ(std::pair(smaller->width(), smaller->height()), std::pair(32, 24));
+  EXPECT_EQ(second->framesPassedThrough(), 2u) << "a resize is drawn";
+}
+
 TEST(FilterSizeTest, ForcedSizeRulesAndZeroGivesTheAutomaticSizeBack) {
   ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto picture = test::patternPicture(64, 48);
