@@ -45,7 +45,7 @@ PixelBuffer::PixelBuffer(int width, int height, size_t stride,
   strides_[0] = stride;
 }
 
-std::shared_ptr<PixelBuffer> PixelBuffer::createYuv(PixelFormat format, int width, int height,
+std::shared_ptr<PixelBuffer> PixelBuffer::yuvHeader(PixelFormat format, int width, int height,
                                                     YuvMatrix matrix, bool fullRange) {
   std::shared_ptr<PixelBuffer> buffer(new PixelBuffer());
   buffer->format_ = format;
@@ -53,6 +53,12 @@ std::shared_ptr<PixelBuffer> PixelBuffer::createYuv(PixelFormat format, int widt
   buffer->height_ = height;
   buffer->matrix_ = matrix;
   buffer->fullRange_ = fullRange;
+  return buffer;
+}
+
+std::shared_ptr<PixelBuffer> PixelBuffer::createYuv(PixelFormat format, int width, int height,
+                                                    YuvMatrix matrix, bool fullRange) {
+  auto buffer = yuvHeader(format, width, height, matrix, fullRange);
   size_t offsets[kMaxPlanes] = {};
   size_t total = 0;
   for (int i = 0; i < planeCount(format); ++i) {
@@ -72,12 +78,7 @@ std::shared_ptr<PixelBuffer> PixelBuffer::wrapYuv(PixelFormat format, int width,
                                                   std::array<const uint8_t*, kMaxPlanes> planes,
                                                   std::array<size_t, kMaxPlanes> strides,
                                                   std::shared_ptr<const void> owner) {
-  std::shared_ptr<PixelBuffer> buffer(new PixelBuffer());
-  buffer->format_ = format;
-  buffer->width_ = width;
-  buffer->height_ = height;
-  buffer->matrix_ = matrix;
-  buffer->fullRange_ = fullRange;
+  auto buffer = yuvHeader(format, width, height, matrix, fullRange);
   for (size_t i = 0; i < kMaxPlanes; ++i) {
     // Never written through: see the class comment.
     buffer->planes_[i] = const_cast<uint8_t*>(planes[i]);

@@ -86,6 +86,9 @@ class PixelBuffer {
 
  private:
   PixelBuffer() = default;
+  // A YCbCr picture's description, with no planes yet.
+  static std::shared_ptr<PixelBuffer> yuvHeader(PixelFormat format, int width, int height,
+                                                YuvMatrix matrix, bool fullRange);
 
   PixelFormat format_ = PixelFormat::bgra;
   int width_ = 0;
