@@ -161,6 +161,100 @@ class LFVideoCapture : public GPUImageVideoCameraDelegate,
   void initCaptureDevice(const std::shared_ptr<CaptureDevice>& device);
   void reloadFilter();
 
+  // Camera controls. Setters run on the main queue (the host's commands, the
+  // gestures and the panel); getters may be called from any thread, since the
+  // status block reads them on the send queue. Each reads the camera in use
+  // afresh; without a camera a setter does nothing and a getter gives 0, 0.0
+  // or false, and 1.0 for the two zoom values. Every change of the device is
+  // made under its configuration lock and skipped when the lock fails; a
+  // camera without a feature is left as it is. Modes are the device's numbers:
+  // 0 locked, 1 one-time automatic, 2 continuous, 3 custom exposure; "the best
+  // automatic mode" is 2 where the device has it, else 1, else none.
+
+  // Zoom as a factor. Below 4x the caller's scale runs from 0 to 4 and maps to
+  // the device's range; the result is kept from 1.0 to maxZoomScale(). The
+  // first zoom of a capture ramps there at rate 5.0, later ones jump.
+  double zoomScale() const;
+  void setZoomScale(double scale);
+  // The active format's limit, at most 20.0 on triple and dual wide cameras
+  // and 10.0 on the others.
+  double maxZoomScale() const;
+
+  // Point of interest, (x, y) in fractions of the picture as the user sees
+  // it: turned into the device's coordinates by the camera's position and
+  // orientation, given to focus and exposure, and followed by a one-time
+  // automatic pass of each control not locked by its flag (a continuous pass
+  // on a device without one, returned to mode 0 on the main queue 0.5 s later
+  // for focus and exposure, 2.0 s for white balance). Starts watching for a
+  // change of the subject area. Main queue.
+  void setFocusPoint(double x, double y);
+  // The last point given to the device, in its coordinates; (0, 0) before.
+  CapturePoint focusPoint() const { return focusPoint_; }
+  // The scene moved on after a tap: the point goes back to the middle, and
+  // the automatic modes not locked come back; the capture delegate is told.
+  // Main queue (the camera's report is posted there).
+  void subjectAreaDidChange();
+
+  bool customFocusSupported() const;     // a point of interest for focus
+  bool customExposureSupported() const;  // exposure mode 3
+
+  // The automatic modes: true while the device is in its best automatic mode.
+  // Setting true takes that mode, false takes mode 0; both do nothing when
+  // the getter already agrees. autoExposure false leaves custom mode as it is.
+  bool autoFocus() const;
+  void setAutoFocus(bool on);
+  bool autoExposure() const;
+  void setAutoExposure(bool on);
+  bool autoWhiteBalance() const;
+  void setAutoWhiteBalance(bool on);
+
+  // The three locks are this capture's own flags: a locked control is left
+  // alone by setFocusPoint() and subjectAreaDidChange(). Locking turns its
+  // automatic mode off; releasing does not bring it back. Cleared by a real
+  // change of camera.
+  bool afLock() const { return afLock_; }
+  void setAfLock(bool lock);
+  bool aeLock() const { return aeLock_; }
+  void setAeLock(bool lock);
+  bool awbLock() const { return awbLock_; }
+  void setAwbLock(bool lock);
+
+  // Focus at a lens position from 0.0 to 1.0; anything else is refused.
+  double lensPosition() const;
+  void setLensPosition(double position);
+
+  // Custom exposure (mode 3) on, or mode 0 off.
+  bool customExposure() const;
+  void setCustomExposure(bool on);
+  // Exposure time in seconds and ISO, in custom mode: a time of 0 or less
+  // keeps the present one, as does a time below minExposure(); a time above
+  // maxExposure() is cut to it. An ISO of 0 keeps the present one, others are
+  // kept within minISO() and maxISO(). The bias goes back to 0.0.
+  void setExposureAndISO(double seconds, double iso);
+  double exposure() const;
+  void setExposure(double seconds);  // the ISO stays
+  double minExposure() const;
+  double maxExposure() const;
+  double ISO() const;
+  void setISO(double iso);  // the exposure time stays
+  double minISO() const;
+  double maxISO() const;
+
+  // Exposure bias in EV, kept within its limits; the exposure mode stays.
+  double exposureTargetBias() const;
+  void setExposureTargetBias(double bias);
+  double minExposureTargetBias() const;
+  double maxExposureTargetBias() const;
+
+  // White balance by temperature (kelvin) and tint, locked at the gains they
+  // give, each gain kept from 1.0 to the device's maximum.
+  AVCaptureWhiteBalanceTemperatureAndTintValues wbTempAndTint() const;
+  void setWbTempAndTint(float temperature, float tint);
+
+  // Torch level 0 (off) to 5 (full); above 5 is refused. Failures are logged.
+  int64_t torch() const;
+  void setTorch(int64_t level);
+
   // Life cycle and orientation: the application going inactive, coming back,
   // and the interface turning to orientation `orientation`.
   void willEnterBackground();
@@ -196,6 +290,15 @@ class LFVideoCapture : public GPUImageVideoCameraDelegate,
   std::shared_ptr<GPUImageAlphaBlendFilter> blendFilter();
 
   std::shared_ptr<LFLiveVideoConfiguration> configuration_;
+  // Camera controls. The locks and the torch level are read by the send
+  // queue too; the rest belongs to the main queue.
+  std::atomic<bool> afLock_{false};
+  std::atomic<bool> aeLock_{false};
+  std::atomic<bool> awbLock_{false};
+  std::atomic<int64_t> torch_{0};
+  bool firstZoomScale_ = true;
+  CapturePoint focusPoint_{0.0, 0.0};
+
   std::weak_ptr<LFVideoCaptureDelegate> delegate_;  // video processing queue
   std::weak_ptr<LFVideoCaptureViewDelegate> captureDelegate_;
 
