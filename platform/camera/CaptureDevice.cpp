@@ -278,6 +278,7 @@ bool CaptureDevice::isFocusModeSupported(int64_t mode) const {
 
 int64_t CaptureDevice::focusMode() const {
   std::lock_guard lock(mutex_);
+  driver_->refresh(state_);  // a one-time mode settles by itself
   return state_.focusMode;
 }
 
@@ -352,6 +353,7 @@ bool CaptureDevice::isExposureModeSupported(int64_t mode) const {
 
 int64_t CaptureDevice::exposureMode() const {
   std::lock_guard lock(mutex_);
+  driver_->refresh(state_);  // a one-time mode settles by itself
   return state_.exposureMode;
 }
 
@@ -448,6 +450,7 @@ bool CaptureDevice::isWhiteBalanceModeSupported(int64_t mode) const {
 
 int64_t CaptureDevice::whiteBalanceMode() const {
   std::lock_guard lock(mutex_);
+  driver_->refresh(state_);  // a one-time mode settles by itself
   return state_.whiteBalanceMode;
 }
 

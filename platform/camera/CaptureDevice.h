@@ -88,6 +88,10 @@ class CaptureDevice {
   void unlockForConfiguration();
   bool isLockedForConfiguration() const;
 
+  // Modes by their numbers (0 locked, 1 one-time automatic, 2 continuous,
+  // exposure 3 custom). A one-time mode settles into locked by itself when
+  // the camera is done, as the driver reports it.
+
   // Focus.
   bool isFocusModeSupported(int64_t mode) const;
   int64_t focusMode() const;

@@ -33,7 +33,9 @@ class CaptureDeviceDriver {
   virtual void load(CaptureDeviceState& state) = 0;
 
   // Reads the values that the hardware moves by itself in automatic modes
-  // (exposure time, ISO, lens position, white-balance gains).
+  // (exposure time, ISO, lens position, white-balance gains), and the end of
+  // a one-time mode (1), which settles into locked (0) when the camera is
+  // done.
   virtual void refresh(CaptureDeviceState& state) = 0;
 
   // Starts delivering pictures of `format` (one of the model's formats), one

@@ -112,7 +112,8 @@ V4l2CaptureDriver::V4l2CaptureDriver(int fd, V4l2DeviceInfo info, V4l2Backend ba
     : fd_(fd),
       info_(std::move(info)),
       backend_(std::move(backend)),
-      stream_(backend_.syscalls, fd_, info_.path, backend_.mjpeg) {}
+      stream_(backend_.syscalls, fd_, info_.path, backend_.mjpeg),
+      roles_(v4l2ControlRoles(info_)) {}
 
 V4l2CaptureDriver::~V4l2CaptureDriver() {
   stream_.stop();
@@ -141,125 +142,125 @@ bool V4l2CaptureDriver::lockForConfiguration(std::string& error) {
   return false;
 }
 
-const V4l2Control* V4l2CaptureDriver::writable(uint32_t id) const {
-  auto c = info_.control(id);
-  return c && c->writable() ? c : nullptr;
+bool V4l2CaptureDriver::write(const V4l2Control* control, int64_t value) {
+  return control && writeV4l2Control(fd_, control->id, value, *backend_.syscalls);
 }
 
-bool V4l2CaptureDriver::write(uint32_t id, int64_t value) {
-  return writeV4l2Control(fd_, id, value, *backend_.syscalls);
+bool V4l2CaptureDriver::read(const V4l2Control* control, int64_t& value) const {
+  return control && readV4l2Control(fd_, control->id, value, *backend_.syscalls);
 }
 
-bool V4l2CaptureDriver::read(uint32_t id, int64_t& value) const {
-  return info_.control(id) && readV4l2Control(fd_, id, value, *backend_.syscalls);
-}
-
-bool V4l2CaptureDriver::applyExposureMode(int64_t mode) {
-  auto control = writable(V4L2_CID_EXPOSURE_AUTO);
-  if (!control) return mode == AVCaptureExposureModeLocked;
-  if (mode == AVCaptureExposureModeContinuousAutoExposure) {
-    uint32_t automatic = control->hasMenuIndex(V4L2_EXPOSURE_AUTO)
-                             ? V4L2_EXPOSURE_AUTO
-                             : V4L2_EXPOSURE_APERTURE_PRIORITY;
-    return write(V4L2_CID_EXPOSURE_AUTO, automatic);
+bool V4l2CaptureDriver::applyAutoExposure(bool on) {
+  const auto& r = roles_;
+  if (on) {
+    if (r.exposureAuto && !write(r.exposureAuto, r.exposureAutoOn)) return false;
+    if (r.isoAuto && !write(r.isoAuto, V4L2_ISO_SENSITIVITY_AUTO)) return false;
+    return !r.autoGain || write(r.autoGain, 1);
   }
-  // Locked and custom are both manual; locking keeps the exposure in use.
-  int64_t present = 0;
-  bool known = read(V4L2_CID_EXPOSURE_ABSOLUTE, present);
-  if (!write(V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL)) return false;
-  if (known && writable(V4L2_CID_EXPOSURE_ABSOLUTE)) write(V4L2_CID_EXPOSURE_ABSOLUTE, present);
+  // Some drivers return to the last manual value when automatic ends, so
+  // the values in use are read first and written back.
+  int64_t time = 0, gain = 0;
+  bool haveTime = read(r.exposureTime, time), haveGain = read(r.iso, gain);
+  if (r.exposureAuto && !write(r.exposureAuto, r.exposureManual)) return false;
+  if (r.isoAuto && !write(r.isoAuto, V4L2_ISO_SENSITIVITY_MANUAL)) return false;
+  if (r.autoGain && !write(r.autoGain, 0)) return false;
+  if (haveTime) write(r.exposureTime, time);
+  if (haveGain) write(r.iso, gain);
   return true;
 }
 
 bool V4l2CaptureDriver::applyIso(float iso) {
-  if (auto sensitivity = writable(V4L2_CID_ISO_SENSITIVITY)) {
-    if (writable(V4L2_CID_ISO_SENSITIVITY_AUTO))
-      write(V4L2_CID_ISO_SENSITIVITY_AUTO, V4L2_ISO_SENSITIVITY_MANUAL);
-    return write(V4L2_CID_ISO_SENSITIVITY,
-                 nearestMenuIndex(*sensitivity, static_cast<int64_t>(std::lround(iso))));
-  }
-  if (auto gain = writable(V4L2_CID_GAIN)) return write(V4L2_CID_GAIN, snapToControl(*gain, iso));
-  return true;  // no gain control: the sensor keeps its own
+  auto control = roles_.iso;
+  if (!control) return true;  // no gain control: the sensor keeps its own
+  if (control->type == V4L2_CTRL_TYPE_INTEGER_MENU)
+    return write(control, nearestMenuIndex(*control, static_cast<int64_t>(std::lround(iso))));
+  return write(control, snapToControl(*control, iso));
 }
 
 bool V4l2CaptureDriver::applyCustomExposure(const CaptureDeviceState& wanted) {
-  auto exposure = writable(V4L2_CID_EXPOSURE_ABSOLUTE);
-  if (!exposure || !write(V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL)) return false;
-  if (!write(V4L2_CID_EXPOSURE_ABSOLUTE, v4l2FromExposure(*exposure, wanted.exposureDuration)))
+  const auto& r = roles_;
+  if (!r.exposureTime) return false;
+  if (r.exposureAuto && !write(r.exposureAuto, r.exposureManual)) return false;
+  if (r.isoAuto && !write(r.isoAuto, V4L2_ISO_SENSITIVITY_MANUAL)) return false;
+  if (r.autoGain && !write(r.autoGain, 0)) return false;
+  if (!write(r.exposureTime, v4l2FromExposure(*r.exposureTime, wanted.exposureDuration)))
     return false;
   return applyIso(wanted.ISO);
 }
 
+bool V4l2CaptureDriver::applyFocusMode(int64_t mode) {
+  const auto& r = roles_;
+  if (mode == AVCaptureFocusModeContinuousAutoFocus) return write(r.focusAuto, 1);
+  if (r.focusAuto && !write(r.focusAuto, 0)) return false;
+  if (mode == AVCaptureFocusModeAutoFocus) return write(r.focusStart, 1);
+  return !r.focusStop || write(r.focusStop, 1);  // a one-time scan ends where it is
+}
+
+bool V4l2CaptureDriver::applyAutoWhiteBalance(bool on) {
+  const auto& r = roles_;
+  if (r.whiteBalanceAuto) return write(r.whiteBalanceAuto, on ? 1 : 0);
+  if (r.whiteBalancePreset)
+    return write(r.whiteBalancePreset, on ? V4L2_WHITE_BALANCE_AUTO : V4L2_WHITE_BALANCE_MANUAL);
+  return !on;
+}
+
+bool V4l2CaptureDriver::applyTorch(const CaptureDeviceState& wanted) {
+  const auto& r = roles_;
+  bool on = wanted.torchMode != AVCaptureTorchModeOff;
+  if (r.illuminator) return write(r.illuminator, on ? 1 : 0);
+  if (!on) return write(r.ledMode, V4L2_FLASH_LED_MODE_NONE);
+  if (auto intensity = r.torchIntensity) {
+    double span = static_cast<double>(intensity->maximum - intensity->minimum);
+    if (!write(intensity, snapToControl(*intensity, intensity->minimum + wanted.torchLevel * span)))
+      return false;
+  }
+  return write(r.ledMode, V4L2_FLASH_LED_MODE_TORCH);
+}
+
 bool V4l2CaptureDriver::apply(const CaptureDeviceState& wanted, DeviceSetting setting) {
+  const auto& r = roles_;
   switch (setting) {
     case DeviceSetting::activeFormat:
     case DeviceSetting::frameDuration:
       return true;  // taken by the capture session when it starts streaming
-    case DeviceSetting::focusMode: {
-      bool hasAuto = writable(V4L2_CID_FOCUS_AUTO) != nullptr;
-      if (wanted.focusMode == AVCaptureFocusModeContinuousAutoFocus)
-        return write(V4L2_CID_FOCUS_AUTO, 1);
-      if (hasAuto && !write(V4L2_CID_FOCUS_AUTO, 0)) return false;
-      if (wanted.focusMode == AVCaptureFocusModeAutoFocus)
-        return write(V4L2_CID_AUTO_FOCUS_START, 1);
-      return true;
-    }
-    case DeviceSetting::lensPosition: {
-      auto focus = writable(V4L2_CID_FOCUS_ABSOLUTE);
-      if (!focus) return false;
-      if (writable(V4L2_CID_FOCUS_AUTO) && !write(V4L2_CID_FOCUS_AUTO, 0)) return false;
-      return write(V4L2_CID_FOCUS_ABSOLUTE, focusFromLensPosition(*focus, wanted.lensPosition));
-    }
+    case DeviceSetting::focusMode:
+      return applyFocusMode(wanted.focusMode);
+    case DeviceSetting::lensPosition:
+      if (!r.focusPosition || !applyFocusMode(AVCaptureFocusModeLocked)) return false;
+      return write(r.focusPosition, focusFromLensPosition(*r.focusPosition, wanted.lensPosition));
     case DeviceSetting::exposureMode:
       if (wanted.exposureMode == AVCaptureExposureModeCustom) return applyCustomExposure(wanted);
-      return applyExposureMode(wanted.exposureMode);
+      return applyAutoExposure(wanted.exposureMode == AVCaptureExposureModeContinuousAutoExposure);
     case DeviceSetting::customExposure:
       return applyCustomExposure(wanted);
     case DeviceSetting::exposureTargetBias: {
-      auto bias = writable(V4L2_CID_AUTO_EXPOSURE_BIAS);
-      if (!bias) return wanted.exposureTargetBias == 0.0f;
+      if (!r.bias) return wanted.exposureTargetBias == 0.0f;
       auto milli = static_cast<int64_t>(std::lround(wanted.exposureTargetBias * 1000.0));
-      if (bias->type == V4L2_CTRL_TYPE_INTEGER_MENU)
-        return write(V4L2_CID_AUTO_EXPOSURE_BIAS, nearestMenuIndex(*bias, milli));
-      return write(V4L2_CID_AUTO_EXPOSURE_BIAS, snapToControl(*bias, static_cast<double>(milli)));
+      if (r.bias->type == V4L2_CTRL_TYPE_INTEGER_MENU)
+        return write(r.bias, nearestMenuIndex(*r.bias, milli));
+      return write(r.bias, snapToControl(*r.bias, static_cast<double>(milli)));
     }
-    case DeviceSetting::whiteBalanceMode: {
-      if (!writable(V4L2_CID_AUTO_WHITE_BALANCE))
-        return wanted.whiteBalanceMode == AVCaptureWhiteBalanceModeLocked;
-      bool automatic = wanted.whiteBalanceMode != AVCaptureWhiteBalanceModeLocked;
-      return write(V4L2_CID_AUTO_WHITE_BALANCE, automatic ? 1 : 0);
-    }
+    case DeviceSetting::whiteBalanceMode:
+      if (wanted.whiteBalanceMode == AVCaptureWhiteBalanceModeContinuousAutoWhiteBalance)
+        return applyAutoWhiteBalance(true);
+      if (!applyAutoWhiteBalance(false)) return false;
+      return wanted.whiteBalanceMode != AVCaptureWhiteBalanceModeAutoWhiteBalance ||
+             write(r.whiteBalanceOnce, 1);
     case DeviceSetting::whiteBalanceGains: {
-      auto temperature = writable(V4L2_CID_WHITE_BALANCE_TEMPERATURE);
-      if (!temperature) return false;
-      if (writable(V4L2_CID_AUTO_WHITE_BALANCE) && !write(V4L2_CID_AUTO_WHITE_BALANCE, 0))
-        return false;
+      if (!r.temperature || !applyAutoWhiteBalance(false)) return false;
       auto kelvin = temperatureAndTintForWhiteBalanceGains(wanted.whiteBalanceGains).temperature;
-      return write(V4L2_CID_WHITE_BALANCE_TEMPERATURE, snapToControl(*temperature, kelvin));
+      return write(r.temperature, snapToControl(*r.temperature, kelvin));
     }
-    case DeviceSetting::videoZoomFactor: {
-      auto zoom = writable(V4L2_CID_ZOOM_ABSOLUTE);
-      if (!zoom) return wanted.videoZoomFactor == 1.0;
-      return write(V4L2_CID_ZOOM_ABSOLUTE, v4l2FromZoomFactor(*zoom, wanted.videoZoomFactor));
-    }
-    case DeviceSetting::torch: {
-      if (!writable(V4L2_CID_FLASH_LED_MODE)) return false;
-      if (wanted.torchMode == AVCaptureTorchModeOff)
-        return write(V4L2_CID_FLASH_LED_MODE, V4L2_FLASH_LED_MODE_NONE);
-      if (auto intensity = writable(V4L2_CID_FLASH_TORCH_INTENSITY)) {
-        double span = static_cast<double>(intensity->maximum - intensity->minimum);
-        if (!write(V4L2_CID_FLASH_TORCH_INTENSITY,
-                   snapToControl(*intensity, intensity->minimum + wanted.torchLevel * span)))
-          return false;
-      }
-      return write(V4L2_CID_FLASH_LED_MODE, V4L2_FLASH_LED_MODE_TORCH);
-    }
+    case DeviceSetting::videoZoomFactor:
+      if (!r.zoom) return wanted.videoZoomFactor == 1.0;
+      return write(r.zoom, v4l2FromZoomFactor(*r.zoom, wanted.videoZoomFactor));
+    case DeviceSetting::torch:
+      return applyTorch(wanted);
     case DeviceSetting::lowLightBoost:
-      return write(V4L2_CID_EXPOSURE_AUTO_PRIORITY,
-                   wanted.automaticallyEnablesLowLightBoostWhenAvailable ? 1 : 0);
+      return write(r.lowLightBoost, wanted.automaticallyEnablesLowLightBoostWhenAvailable ? 1 : 0);
     case DeviceSetting::videoHDR:
-      if (!writable(V4L2_CID_WIDE_DYNAMIC_RANGE)) return true;
-      return write(V4L2_CID_WIDE_DYNAMIC_RANGE,
+      if (!r.hdr) return true;
+      return write(r.hdr,
                    wanted.automaticallyAdjustsVideoHDREnabled || wanted.videoHDREnabled ? 1 : 0);
     case DeviceSetting::focusPointOfInterest:
     case DeviceSetting::exposurePointOfInterest:
@@ -273,37 +274,36 @@ bool V4l2CaptureDriver::apply(const CaptureDeviceState& wanted, DeviceSetting se
 }
 
 void V4l2CaptureDriver::load(CaptureDeviceState& state) {
+  const auto& r = roles_;
   int64_t v = 0;
-  if (read(V4L2_CID_EXPOSURE_AUTO, v)) {
-    state.exposureMode = v == V4L2_EXPOSURE_MANUAL ? AVCaptureExposureModeLocked
-                                                   : AVCaptureExposureModeContinuousAutoExposure;
+  // The modes the camera is in; without an automatic control it holds.
+  state.exposureMode = AVCaptureExposureModeLocked;
+  if (r.exposureAuto ? read(r.exposureAuto, v) &&
+                           (v == V4L2_EXPOSURE_AUTO || v == V4L2_EXPOSURE_APERTURE_PRIORITY)
+                     : read(r.autoGain, v) && v != 0)
+    state.exposureMode = AVCaptureExposureModeContinuousAutoExposure;
+  state.focusMode =
+      read(r.focusAuto, v) && v ? AVCaptureFocusModeContinuousAutoFocus : AVCaptureFocusModeLocked;
+  state.whiteBalanceMode = AVCaptureWhiteBalanceModeLocked;
+  if (r.whiteBalanceAuto ? read(r.whiteBalanceAuto, v) && v != 0
+                         : read(r.whiteBalancePreset, v) && v == V4L2_WHITE_BALANCE_AUTO)
+    state.whiteBalanceMode = AVCaptureWhiteBalanceModeContinuousAutoWhiteBalance;
+  if (r.zoom && read(r.zoom, v)) state.videoZoomFactor = zoomFactorFromV4l2(*r.zoom, v);
+  if (read(r.illuminator, v) || read(r.ledMode, v)) {
+    bool on = r.illuminator ? v != 0 : v == V4L2_FLASH_LED_MODE_TORCH;
+    state.torchMode = on ? AVCaptureTorchModeOn : AVCaptureTorchModeOff;
+    state.torchLevel = on ? 1.0f : 0.0f;
   }
-  if (read(V4L2_CID_FOCUS_AUTO, v)) {
-    state.focusMode = v ? AVCaptureFocusModeContinuousAutoFocus : AVCaptureFocusModeLocked;
-  }
-  if (read(V4L2_CID_AUTO_WHITE_BALANCE, v)) {
-    state.whiteBalanceMode =
-        v ? AVCaptureWhiteBalanceModeContinuousAutoWhiteBalance : AVCaptureWhiteBalanceModeLocked;
-  }
-  if (auto zoom = info_.control(V4L2_CID_ZOOM_ABSOLUTE); zoom && read(V4L2_CID_ZOOM_ABSOLUTE, v)) {
-    state.videoZoomFactor = zoomFactorFromV4l2(*zoom, v);
-  }
-  if (read(V4L2_CID_FLASH_LED_MODE, v)) {
-    state.torchMode = v == V4L2_FLASH_LED_MODE_TORCH ? AVCaptureTorchModeOn : AVCaptureTorchModeOff;
-  }
-  if (auto intensity = info_.control(V4L2_CID_FLASH_TORCH_INTENSITY);
-      intensity && read(V4L2_CID_FLASH_TORCH_INTENSITY, v) &&
-      intensity->maximum > intensity->minimum) {
+  if (auto intensity = r.torchIntensity;
+      intensity && read(intensity, v) && intensity->maximum > intensity->minimum) {
     state.torchLevel = static_cast<float>(v - intensity->minimum) /
                        static_cast<float>(intensity->maximum - intensity->minimum);
   }
-  if (read(V4L2_CID_EXPOSURE_AUTO_PRIORITY, v))
-    state.automaticallyEnablesLowLightBoostWhenAvailable = v != 0;
-  if (auto bias = info_.control(V4L2_CID_AUTO_EXPOSURE_BIAS);
-      bias && read(V4L2_CID_AUTO_EXPOSURE_BIAS, v)) {
+  if (read(r.lowLightBoost, v)) state.automaticallyEnablesLowLightBoostWhenAvailable = v != 0;
+  if (r.bias && read(r.bias, v)) {
     int64_t milli = v;
-    if (bias->type == V4L2_CTRL_TYPE_INTEGER_MENU) {
-      for (const auto& m : bias->menu) {
+    if (r.bias->type == V4L2_CTRL_TYPE_INTEGER_MENU) {
+      for (const auto& m : r.bias->menu) {
         if (static_cast<int64_t>(m.index) == v) milli = m.value;
       }
     }
@@ -322,30 +322,25 @@ void V4l2CaptureDriver::load(CaptureDeviceState& state) {
 }
 
 void V4l2CaptureDriver::refresh(CaptureDeviceState& state) {
+  const auto& r = roles_;
   int64_t v = 0;
   bool autoExposure = state.exposureMode == AVCaptureExposureModeContinuousAutoExposure;
-  if (autoExposure && read(V4L2_CID_EXPOSURE_ABSOLUTE, v) && v > 0) {
+  if (autoExposure && read(r.exposureTime, v) && v > 0)
     state.exposureDuration = exposureFromV4l2(v);
-  }
-  if (autoExposure) {
-    if (auto iso = info_.control(V4L2_CID_ISO_SENSITIVITY);
-        iso && read(V4L2_CID_ISO_SENSITIVITY, v)) {
-      for (const auto& m : iso->menu) {
-        if (static_cast<int64_t>(m.index) == v) state.ISO = static_cast<float>(m.value);
-      }
-    } else if (!iso && read(V4L2_CID_GAIN, v)) {
-      state.ISO = static_cast<float>(v);
+  if (autoExposure && r.iso && read(r.iso, v)) {
+    if (r.iso->type != V4L2_CTRL_TYPE_INTEGER_MENU) state.ISO = static_cast<float>(v);
+    for (const auto& m : r.iso->menu) {
+      if (static_cast<int64_t>(m.index) == v) state.ISO = static_cast<float>(m.value);
     }
   }
-  if (state.focusMode != AVCaptureFocusModeLocked) {
-    if (auto focus = info_.control(V4L2_CID_FOCUS_ABSOLUTE);
-        focus && read(V4L2_CID_FOCUS_ABSOLUTE, v))
-      state.lensPosition = lensPositionFromFocus(*focus, v);
-  }
-  if (state.whiteBalanceMode != AVCaptureWhiteBalanceModeLocked &&
-      read(V4L2_CID_WHITE_BALANCE_TEMPERATURE, v) && v > 0) {
+  // A one-time scan settles into locked once the driver no longer says busy.
+  if (state.focusMode == AVCaptureFocusModeAutoFocus && read(r.focusStatus, v) &&
+      !(v & V4L2_AUTO_FOCUS_STATUS_BUSY))
+    state.focusMode = AVCaptureFocusModeLocked;
+  if (state.focusMode != AVCaptureFocusModeLocked && r.focusPosition && read(r.focusPosition, v))
+    state.lensPosition = lensPositionFromFocus(*r.focusPosition, v);
+  if (state.whiteBalanceMode != AVCaptureWhiteBalanceModeLocked && read(r.temperature, v) && v > 0)
     state.whiteBalanceGains = whiteBalanceGainsForTemperatureAndTint({static_cast<float>(v), 0.0f});
-  }
 }
 
 }  // namespace oxelo

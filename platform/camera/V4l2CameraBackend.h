@@ -9,6 +9,7 @@
 #include "platform/camera/CaptureDevice.h"
 #include "platform/camera/CaptureDeviceDriver.h"
 #include "platform/camera/MjpegDecoder.h"
+#include "platform/camera/V4l2Mapping.h"
 #include "platform/camera/V4l2Probe.h"
 #include "platform/camera/V4l2Stream.h"
 
@@ -38,7 +39,8 @@ V4l2Enumeration enumerateV4l2Cameras(const std::filesystem::path& dir = "/dev",
 V4l2Enumeration enumerateV4l2Camera(const std::string& node, const V4l2Backend& backend = {});
 
 // The driver of one V4L2 camera. Keeps the node open for its lifetime and
-// writes controls as the model changes; the active format and frame timing
+// writes controls as the model changes, automatic ones off before a manual
+// value; the active format and frame timing
 // are set on the node when streaming starts (see V4l2Stream).
 class V4l2CaptureDriver final : public CaptureDeviceDriver {
  public:
@@ -59,17 +61,22 @@ class V4l2CaptureDriver final : public CaptureDeviceDriver {
   const V4l2DeviceInfo& info() const { return info_; }
 
  private:
-  const V4l2Control* writable(uint32_t id) const;
-  bool write(uint32_t id, int64_t value);
-  bool read(uint32_t id, int64_t& value) const;
-  bool applyExposureMode(int64_t mode);
+  bool write(const V4l2Control* control, int64_t value);
+  bool read(const V4l2Control* control, int64_t& value) const;
+  // The automatic controls of exposure and gain on or off; off holds the
+  // values in use.
+  bool applyAutoExposure(bool on);
   bool applyCustomExposure(const CaptureDeviceState& wanted);
   bool applyIso(float iso);
+  bool applyFocusMode(int64_t mode);
+  bool applyAutoWhiteBalance(bool on);
+  bool applyTorch(const CaptureDeviceState& wanted);
 
   int fd_;
   V4l2DeviceInfo info_;
   V4l2Backend backend_;
   V4l2Stream stream_;
+  V4l2ControlRoles roles_;  // into info_
 };
 
 }  // namespace oxelo

@@ -71,11 +71,6 @@ void limitsOf(const V4l2Control& c, double& low, double& high) {
   high = static_cast<double>(c.maximum);
 }
 
-const V4l2Control* isoControl(const V4l2DeviceInfo& info) {
-  if (auto c = info.control(V4L2_CID_ISO_SENSITIVITY)) return c;
-  return info.control(V4L2_CID_GAIN);
-}
-
 }  // namespace
 
 std::vector<CaptureDeviceFormat> mapV4l2Formats(const V4l2DeviceInfo& info) {
@@ -84,19 +79,19 @@ std::vector<CaptureDeviceFormat> mapV4l2Formats(const V4l2DeviceInfo& info) {
     int rank;
   };
   CaptureDeviceFormat limits;
+  const auto roles = v4l2ControlRoles(info);
   double low = 0, high = 0;
-  if (auto iso = isoControl(info)) {
-    limitsOf(*iso, low, high);
+  if (roles.iso) {
+    limitsOf(*roles.iso, low, high);
     limits.minISO = static_cast<float>(low);
     limits.maxISO = static_cast<float>(high);
   }
-  if (auto exposure = info.control(V4L2_CID_EXPOSURE_ABSOLUTE)) {
+  if (auto exposure = roles.exposureTime) {
     limits.minExposureDuration = exposureFromV4l2(std::max<int64_t>(1, exposure->minimum));
     limits.maxExposureDuration = exposureFromV4l2(std::max<int64_t>(1, exposure->maximum));
   }
-  if (auto zoom = info.control(V4L2_CID_ZOOM_ABSOLUTE))
-    limits.videoMaxZoomFactor = maxZoomFactorOf(*zoom);
-  limits.videoHDRSupported = info.control(V4L2_CID_WIDE_DYNAMIC_RANGE) != nullptr;
+  if (roles.zoom) limits.videoMaxZoomFactor = maxZoomFactorOf(*roles.zoom);
+  limits.videoHDRSupported = roles.hdr != nullptr;
 
   std::vector<Entry> entries;
   for (const auto& pixel : info.formats) {
@@ -128,41 +123,88 @@ std::vector<CaptureDeviceFormat> mapV4l2Formats(const V4l2DeviceInfo& info) {
   return formats;
 }
 
-CaptureDeviceCapabilities mapV4l2Capabilities(const V4l2DeviceInfo& info) {
-  using C = CaptureDeviceCapabilities;
-  CaptureDeviceCapabilities c;
+V4l2ControlRoles v4l2ControlRoles(const V4l2DeviceInfo& info) {
   auto writable = [&](uint32_t id) {
     auto control = info.control(id);
     return control && control->writable() ? control : nullptr;
   };
+  V4l2ControlRoles r;
+  if (auto mode = writable(V4L2_CID_EXPOSURE_AUTO)) {
+    auto first = [&](std::initializer_list<uint32_t> indices) -> int64_t {
+      for (uint32_t i : indices) {
+        if (mode->hasMenuIndex(i)) return i;
+      }
+      return -1;
+    };
+    r.exposureAutoOn = first({V4L2_EXPOSURE_AUTO, V4L2_EXPOSURE_APERTURE_PRIORITY});
+    r.exposureManual = first({V4L2_EXPOSURE_MANUAL, V4L2_EXPOSURE_SHUTTER_PRIORITY});
+    if (r.exposureAutoOn >= 0 || r.exposureManual >= 0) r.exposureAuto = mode;
+  }
+  r.autoGain = writable(V4L2_CID_AUTOGAIN);
+  r.exposureTime = writable(V4L2_CID_EXPOSURE_ABSOLUTE);
+  for (uint32_t id : {V4L2_CID_ISO_SENSITIVITY, V4L2_CID_GAIN, V4L2_CID_ANALOGUE_GAIN}) {
+    if ((r.iso = writable(id))) break;
+  }
+  if (r.iso && r.iso->id == V4L2_CID_ISO_SENSITIVITY)
+    r.isoAuto = writable(V4L2_CID_ISO_SENSITIVITY_AUTO);
+  r.bias = writable(V4L2_CID_AUTO_EXPOSURE_BIAS);
+  r.whiteBalanceAuto = writable(V4L2_CID_AUTO_WHITE_BALANCE);
+  r.whiteBalancePreset = writable(V4L2_CID_AUTO_N_PRESET_WHITE_BALANCE);
+  r.whiteBalanceOnce = writable(V4L2_CID_DO_WHITE_BALANCE);
+  r.temperature = writable(V4L2_CID_WHITE_BALANCE_TEMPERATURE);
+  r.focusAuto = writable(V4L2_CID_FOCUS_AUTO);
+  r.focusStart = writable(V4L2_CID_AUTO_FOCUS_START);
+  r.focusStop = writable(V4L2_CID_AUTO_FOCUS_STOP);
+  r.focusStatus = info.control(V4L2_CID_AUTO_FOCUS_STATUS);
+  r.focusPosition = writable(V4L2_CID_FOCUS_ABSOLUTE);
+  r.zoom = writable(V4L2_CID_ZOOM_ABSOLUTE);
+  if (auto led = writable(V4L2_CID_FLASH_LED_MODE);
+      led && led->hasMenuIndex(V4L2_FLASH_LED_MODE_TORCH))
+    r.ledMode = led;
+  if (r.ledMode) r.torchIntensity = writable(V4L2_CID_FLASH_TORCH_INTENSITY);
+  if (!r.ledMode) r.illuminator = writable(V4L2_CID_ILLUMINATORS_1);
+  r.lowLightBoost = writable(V4L2_CID_EXPOSURE_AUTO_PRIORITY);
+  r.hdr = writable(V4L2_CID_WIDE_DYNAMIC_RANGE);
+  return r;
+}
+
+bool V4l2ControlRoles::automaticWhiteBalance() const {
+  return whiteBalanceAuto ||
+         (whiteBalancePreset && whiteBalancePreset->hasMenuIndex(V4L2_WHITE_BALANCE_AUTO));
+}
+
+CaptureDeviceCapabilities mapV4l2Capabilities(const V4l2DeviceInfo& info) {
+  using C = CaptureDeviceCapabilities;
+  const auto r = v4l2ControlRoles(info);
+  CaptureDeviceCapabilities c;
 
   c.focusModes = C::modeBit(AVCaptureFocusModeLocked);
-  if (writable(V4L2_CID_FOCUS_AUTO))
-    c.focusModes |= C::modeBit(AVCaptureFocusModeContinuousAutoFocus);
-  if (writable(V4L2_CID_AUTO_FOCUS_START)) c.focusModes |= C::modeBit(AVCaptureFocusModeAutoFocus);
-  c.lockingFocusWithCustomLensPosition = writable(V4L2_CID_FOCUS_ABSOLUTE) != nullptr;
+  if (r.focusAuto) c.focusModes |= C::modeBit(AVCaptureFocusModeContinuousAutoFocus);
+  if (r.focusStart) c.focusModes |= C::modeBit(AVCaptureFocusModeAutoFocus);
+  c.lockingFocusWithCustomLensPosition = r.focusPosition != nullptr;
 
-  c.exposureModes = C::modeBit(AVCaptureExposureModeLocked);
-  if (auto mode = writable(V4L2_CID_EXPOSURE_AUTO)) {
-    if (mode->hasMenuIndex(V4L2_EXPOSURE_AUTO) ||
-        mode->hasMenuIndex(V4L2_EXPOSURE_APERTURE_PRIORITY))
-      c.exposureModes |= C::modeBit(AVCaptureExposureModeContinuousAutoExposure);
-    if (!mode->hasMenuIndex(V4L2_EXPOSURE_MANUAL))
-      c.exposureModes &= ~C::modeBit(AVCaptureExposureModeLocked);
-    if (mode->hasMenuIndex(V4L2_EXPOSURE_MANUAL) && writable(V4L2_CID_EXPOSURE_ABSOLUTE))
-      c.exposureModes |= C::modeBit(AVCaptureExposureModeCustom);
-  }
-  if (auto bias = info.control(V4L2_CID_AUTO_EXPOSURE_BIAS)) {
+  if (r.manualExposure()) c.exposureModes |= C::modeBit(AVCaptureExposureModeLocked);
+  if (r.automaticExposure())
+    c.exposureModes |= C::modeBit(AVCaptureExposureModeContinuousAutoExposure);
+  if (r.manualExposure() && r.exposureTime)
+    c.exposureModes |= C::modeBit(AVCaptureExposureModeCustom);
+  if (r.bias) {
     double low = 0, high = 0;
-    limitsOf(*bias, low, high);
+    limitsOf(*r.bias, low, high);
     c.minExposureTargetBias = static_cast<float>(low / 1000.0);
     c.maxExposureTargetBias = static_cast<float>(high / 1000.0);
   }
 
-  c.whiteBalanceModes = C::modeBit(AVCaptureWhiteBalanceModeLocked);
-  if (writable(V4L2_CID_AUTO_WHITE_BALANCE))
+  // Locked needs a way out of automatic: the boolean, or a manual preset.
+  if (r.whiteBalanceAuto || !r.whiteBalancePreset ||
+      r.whiteBalancePreset->hasMenuIndex(V4L2_WHITE_BALANCE_MANUAL))
+    c.whiteBalanceModes = C::modeBit(AVCaptureWhiteBalanceModeLocked);
+  if (r.automaticWhiteBalance())
     c.whiteBalanceModes |= C::modeBit(AVCaptureWhiteBalanceModeContinuousAutoWhiteBalance);
-  if (auto temperature = writable(V4L2_CID_WHITE_BALANCE_TEMPERATURE)) {
+  if (r.whiteBalanceOnce)
+    c.whiteBalanceModes |= C::modeBit(AVCaptureWhiteBalanceModeAutoWhiteBalance);
+  if (auto temperature = r.temperature;
+      temperature && C::has(c.whiteBalanceModes, AVCaptureWhiteBalanceModeLocked)) {
     c.lockingWhiteBalanceWithCustomDeviceGains = true;
     float top = 1.0f;
     for (int64_t kelvin : {temperature->minimum, temperature->maximum}) {
@@ -172,9 +214,8 @@ CaptureDeviceCapabilities mapV4l2Capabilities(const V4l2DeviceInfo& info) {
     c.maxWhiteBalanceGain = top;
   }
 
-  if (auto led = writable(V4L2_CID_FLASH_LED_MODE))
-    c.torch = led->hasMenuIndex(V4L2_FLASH_LED_MODE_TORCH);
-  c.lowLightBoost = writable(V4L2_CID_EXPOSURE_AUTO_PRIORITY) != nullptr;
+  c.torch = r.torch();
+  c.lowLightBoost = r.lowLightBoost != nullptr;
   return c;
 }
 

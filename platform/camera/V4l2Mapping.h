@@ -20,25 +20,75 @@ namespace oxelo {
 // MJPEG. Each discrete frame interval is a fixed-rate range; a stepwise one
 // is one range.
 //
-// Controls, where the driver has them:
-//   exposure time   V4L2_CID_EXPOSURE_ABSOLUTE, in 100 us; modes through
-//                   V4L2_CID_EXPOSURE_AUTO (auto or aperture priority:
-//                   continuous; manual: locked and custom)
-//   ISO             V4L2_CID_ISO_SENSITIVITY (its menu values), else
-//                   V4L2_CID_GAIN taken as the device's ISO scale
+// Controls, where the driver has them writable (V4l2ControlRoles below; the
+// older and newer names drivers use are both taken):
+//   exposure time   V4L2_CID_EXPOSURE_ABSOLUTE, in 100 us
+//   exposure modes  V4L2_CID_EXPOSURE_AUTO: auto or aperture priority is
+//                   continuous, manual (else shutter priority) is locked and
+//                   custom; without it the older V4L2_CID_AUTOGAIN, which
+//                   drives exposure and gain together
+//   ISO             V4L2_CID_ISO_SENSITIVITY (its menu values, automatic
+//                   through V4L2_CID_ISO_SENSITIVITY_AUTO), else V4L2_CID_GAIN,
+//                   else V4L2_CID_ANALOGUE_GAIN, a gain taken as the device's
+//                   ISO scale (automatic through V4L2_CID_AUTOGAIN)
 //   exposure bias   V4L2_CID_AUTO_EXPOSURE_BIAS, in 0.001 EV
-//   white balance   V4L2_CID_AUTO_WHITE_BALANCE, V4L2_CID_WHITE_BALANCE_TEMPERATURE
-//                   (gains go through the temperature, tint 0)
+//   white balance   V4L2_CID_AUTO_WHITE_BALANCE or V4L2_CID_AUTO_N_PRESET_WHITE_BALANCE
+//                   (continuous), V4L2_CID_DO_WHITE_BALANCE (one-time),
+//                   V4L2_CID_WHITE_BALANCE_TEMPERATURE (gains go through the
+//                   temperature, tint 0)
 //   focus           V4L2_CID_FOCUS_AUTO (continuous), V4L2_CID_AUTO_FOCUS_START
-//                   (one-time), V4L2_CID_FOCUS_ABSOLUTE (lens position 0..1
-//                   over the control's range)
+//                   (one-time, settling into locked when V4L2_CID_AUTO_FOCUS_STATUS
+//                   stops saying busy), V4L2_CID_AUTO_FOCUS_STOP, V4L2_CID_FOCUS_ABSOLUTE
+//                   (lens position 0..1 over the control's range)
 //   zoom            V4L2_CID_ZOOM_ABSOLUTE: factor 1 at the minimum, rising
 //                   linearly to max / min (4 when the minimum is 0)
-//   torch           V4L2_CID_FLASH_LED_MODE (torch), V4L2_CID_FLASH_TORCH_INTENSITY
+//   torch           V4L2_CID_FLASH_LED_MODE with a torch item and
+//                   V4L2_CID_FLASH_TORCH_INTENSITY for the level, else the
+//                   plain V4L2_CID_ILLUMINATORS_1 (on or off)
 //   low-light boost V4L2_CID_EXPOSURE_AUTO_PRIORITY
 //   video HDR       V4L2_CID_WIDE_DYNAMIC_RANGE
-// Points of interest, smooth focus and subject-area monitoring have no V4L2
-// control and are not offered.
+// A manual value is ignored while its automatic control is on, so every
+// manual setting switches the matching automatic controls off first. A
+// camera without a control has the feature unsupported in its capabilities
+// (or its limits at 0), so that the model refuses the change up front.
+// Points of interest, smooth focus, one-time exposure and subject-area
+// monitoring have no V4L2 control and are not offered.
+
+// The writable controls the device model uses, by role; null where the
+// camera has none. Pointers into the info's controls.
+struct V4l2ControlRoles {
+  const V4l2Control* exposureAuto = nullptr;  // with at least one index below
+  int64_t exposureAutoOn = -1;                // menu index; -1: none
+  int64_t exposureManual = -1;
+  const V4l2Control* autoGain = nullptr;
+  const V4l2Control* exposureTime = nullptr;
+  const V4l2Control* iso = nullptr;  // ISO menu or a gain
+  const V4l2Control* isoAuto = nullptr;
+  const V4l2Control* bias = nullptr;
+  const V4l2Control* whiteBalanceAuto = nullptr;    // boolean
+  const V4l2Control* whiteBalancePreset = nullptr;  // menu
+  const V4l2Control* whiteBalanceOnce = nullptr;    // button
+  const V4l2Control* temperature = nullptr;
+  const V4l2Control* focusAuto = nullptr;
+  const V4l2Control* focusStart = nullptr;
+  const V4l2Control* focusStop = nullptr;
+  const V4l2Control* focusStatus = nullptr;  // readable
+  const V4l2Control* focusPosition = nullptr;
+  const V4l2Control* zoom = nullptr;
+  const V4l2Control* ledMode = nullptr;  // with a torch item
+  const V4l2Control* torchIntensity = nullptr;
+  const V4l2Control* illuminator = nullptr;
+  const V4l2Control* lowLightBoost = nullptr;
+  const V4l2Control* hdr = nullptr;
+
+  // Exposure follows the scene by itself in continuous mode.
+  bool automaticExposure() const { return exposureAutoOn >= 0 || (!exposureAuto && autoGain); }
+  // Exposure can be held: a manual exposure mode, or nothing automatic.
+  bool manualExposure() const { return exposureManual >= 0 || !exposureAuto; }
+  bool automaticWhiteBalance() const;
+  bool torch() const { return ledMode || illuminator; }
+};
+V4l2ControlRoles v4l2ControlRoles(const V4l2DeviceInfo& info);
 
 std::vector<CaptureDeviceFormat> mapV4l2Formats(const V4l2DeviceInfo& info);
 CaptureDeviceCapabilities mapV4l2Capabilities(const V4l2DeviceInfo& info);

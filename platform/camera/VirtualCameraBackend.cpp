@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "platform/camera/VirtualPicture.h"
+#include "platform/dispatch/Clock.h"
 
 namespace oxelo {
 
@@ -434,6 +435,32 @@ void VirtualCaptureDriver::stopStreaming() {
     stream->timer.cancel();
   });
   stream->queue->stop();
+}
+
+bool VirtualCaptureDriver::apply(const CaptureDeviceState& wanted, DeviceSetting setting) {
+  // A one-time mode set again starts again.
+  auto start = [](bool oneTime, double scan) {
+    return oneTime ? std::optional(defaultClock()->now() + scan) : std::nullopt;
+  };
+  if (setting == DeviceSetting::focusMode || setting == DeviceSetting::lensPosition)
+    focusSettles_ = start(wanted.focusMode == 1, kVirtualFocusScanSeconds);
+  if (setting == DeviceSetting::exposureMode || setting == DeviceSetting::customExposure)
+    exposureSettles_ = start(wanted.exposureMode == 1, kVirtualMeteringSeconds);
+  if (setting == DeviceSetting::whiteBalanceMode || setting == DeviceSetting::whiteBalanceGains)
+    whiteBalanceSettles_ = start(wanted.whiteBalanceMode == 1, kVirtualMeteringSeconds);
+  return true;
+}
+
+void VirtualCaptureDriver::refresh(CaptureDeviceState& state) {
+  double now = defaultClock()->now();
+  auto settle = [now](int64_t& mode, std::optional<double>& at) {
+    if (mode != 1 || !at || now < *at) return;
+    mode = 0;
+    at.reset();
+  };
+  settle(state.focusMode, focusSettles_);
+  settle(state.exposureMode, exposureSettles_);
+  settle(state.whiteBalanceMode, whiteBalanceSettles_);
 }
 
 bool VirtualCaptureDriver::lockForConfiguration(std::string& error) {

@@ -58,6 +58,9 @@ namespace oxelo {
 // duration, timed by the default clock (so a test that installs a
 // ManualClock drives it), tagged BT.709 from 1280x720 up and BT.601 below,
 // full range for "420f" formats and video range for "420v".
+inline constexpr double kVirtualFocusScanSeconds = 0.3;
+inline constexpr double kVirtualMeteringSeconds = 0.2;
+
 struct VirtualCameraSpec {
   CaptureDeviceDescription description;
   std::optional<std::string> lockError;
@@ -80,9 +83,11 @@ std::optional<std::vector<std::shared_ptr<CaptureDevice>>> openVirtualCameras(st
 std::shared_ptr<CaptureDevice> makeVirtualCamera(VirtualCameraSpec spec);
 
 // The driver of a simulated camera: every change is taken as it comes; the
-// lock fails only with a configured reason. Frames come from a serial queue
-// of the driver's own (the camera queue), frame n at start + n x duration;
-// a frame whose time passed while the sink was busy is skipped.
+// lock fails only with a configured reason. A one-time mode settles into
+// locked as a phone's does, on the default clock: exposure and white balance
+// kVirtualMeteringSeconds after it was set, focus kVirtualFocusScanSeconds. Frames come from a
+// serial queue of the driver's own (the camera queue), frame n at start + n x duration; a frame
+// whose time passed while the sink was busy is skipped.
 class VirtualCaptureDriver final : public CaptureDeviceDriver {
  public:
   // `halfTurned`: the sensor sees the scene turned half round, as a front
@@ -93,9 +98,9 @@ class VirtualCaptureDriver final : public CaptureDeviceDriver {
   ~VirtualCaptureDriver() override;
   bool lockForConfiguration(std::string& error) override;
   void unlockForConfiguration() override {}
-  bool apply(const CaptureDeviceState&, DeviceSetting) override { return true; }
+  bool apply(const CaptureDeviceState& wanted, DeviceSetting setting) override;
   void load(CaptureDeviceState&) override {}
-  void refresh(CaptureDeviceState&) override {}
+  void refresh(CaptureDeviceState& state) override;
   CameraError startStreaming(const CaptureDeviceFormat& format, CaptureTime frameDuration,
                              std::weak_ptr<CameraFrameSink> sink) override;
   void stopStreaming() override;
@@ -105,6 +110,9 @@ class VirtualCaptureDriver final : public CaptureDeviceDriver {
  private:
   std::optional<std::string> lockError_;
   bool halfTurned_ = false;
+  // When the one-time focus, exposure and white balance settle; none: not
+  // running.
+  std::optional<double> focusSettles_, exposureSettles_, whiteBalanceSettles_;
   std::shared_ptr<Stream> stream_;
 };
 

@@ -4,6 +4,7 @@
 #include <linux/videodev2.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -81,6 +82,25 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     uint32_t fourcc;
     std::vector<v4l2_frmsize_discrete> sizes;
   };
+  // A control as QUERYCTRL and QUERYMENU describe it. From a number alone: a
+  // read-only integer with that value. `menu`: the indices of a menu, or the
+  // values of an integer menu by index.
+  struct Control {
+    Control(int32_t v = 0) : value(v) {}  // NOLINT: a number is a read-only control
+    Control(uint32_t type, int32_t minimum, int32_t maximum, int32_t value,
+            std::vector<int64_t> menu = {})
+        : value(value),
+          type(type),
+          minimum(minimum),
+          maximum(maximum),
+          flags(0),
+          menu(std::move(menu)) {}
+    int32_t value;
+    uint32_t type = V4L2_CTRL_TYPE_INTEGER;
+    int32_t minimum = 0, maximum = 0;
+    uint32_t flags = V4L2_CTRL_FLAG_READ_ONLY;
+    std::vector<int64_t> menu;
+  };
   static constexpr int kFd = 7001, kWakeFd = 7002;
   static Answer fails(int error) {
     return [error](void*) { return error; };
@@ -89,8 +109,9 @@ class FakeV4l2Camera final : public V4l2Syscalls {
   // Set before the camera is opened.
   std::string path = "/dev/video7";
   std::vector<Format> formats;
-  std::map<uint32_t, int32_t> controls;  // read-only integer controls by id
-  uint32_t padding = 0;                  // bytes after each row
+  std::map<uint32_t, Control> controls;              // by id
+  std::vector<std::pair<uint32_t, int32_t>> writes;  // every VIDIOC_S_CTRL asked, in order
+  uint32_t padding = 0;                              // bytes after each row
   int openError = 0;
   std::map<unsigned long, Answer> answers;
   // What the stream asked for and holds.
@@ -121,15 +142,38 @@ class FakeV4l2Camera final : public V4l2Syscalls {
         {VIDIOC_QUERYCTRL, as<v4l2_queryctrl>([this](auto& q) {
            auto next = controls.upper_bound(q.id & ~V4L2_CTRL_FLAG_NEXT_CTRL);
            if (next == controls.end()) return EINVAL;
+           const Control& c = next->second;
            q = {};
            q.id = next->first;
-           q.type = V4L2_CTRL_TYPE_INTEGER;
-           q.flags = V4L2_CTRL_FLAG_READ_ONLY;
+           q.type = c.type;
+           q.minimum = c.minimum;
+           q.maximum = c.maximum;
+           q.step = 1;
+           q.flags = c.flags;
            return 0;
+         })},
+        {VIDIOC_QUERYMENU, as<v4l2_querymenu>([this](auto& m) {
+           auto c = controls.find(m.id);
+           if (c == controls.end()) return EINVAL;
+           const auto& menu = c->second.menu;
+           if (c->second.type == V4L2_CTRL_TYPE_INTEGER_MENU) {
+             if (m.index >= menu.size()) return EINVAL;
+             m.value = menu[m.index];
+             return 0;
+           }
+           return std::find(menu.begin(), menu.end(), m.index) == menu.end() ? EINVAL : 0;
          })},
         {VIDIOC_G_CTRL, as<v4l2_control>([this](auto& c) {
            if (!controls.count(c.id)) return EINVAL;
-           c.value = controls[c.id];
+           c.value = controls[c.id].value;
+           return 0;
+         })},
+        {VIDIOC_S_CTRL, as<v4l2_control>([this](auto& c) {
+           writes.emplace_back(c.id, c.value);  // refused ones too
+           auto control = controls.find(c.id);
+           if (control == controls.end() || control->second.flags & V4L2_CTRL_FLAG_READ_ONLY)
+             return EINVAL;
+           control->second.value = c.value;
            return 0;
          })},
         {VIDIOC_G_PARM, as<v4l2_streamparm>([](auto& p) {
