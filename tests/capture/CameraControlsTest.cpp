@@ -165,8 +165,10 @@ TEST_F(CameraControlsTest, TapRunsOneTimePassesOfTheUnlockedModesAndTheSceneBrin
   capture->setAeLock(true);
   expectModes(0, 0, 2, "locked");
   capture->setFocusPoint(0.2, 0.7);
-  main.advance(3.0);
+  main.drain();
   expectModes(1, 0, 1, "tapped");
+  main.advance(3.0);  // the camera's own one-time passes end locked
+  expectModes(0, 0, 0, "settled");
 
   device->subjectAreaDidChange();  // the camera's own thread in life
   main.drain();
