@@ -258,5 +258,120 @@ TEST_F(HostCommandTest, CapabilityBlockTellsTheCapturesZoomLimit) {
   EXPECT_EQ(block->zoomMax, 100);
 }
 
+// ---- Presets ----
+
+// 42 saves to slot P1 mod 5 + 1 and makes it durable, 43 loads it (the
+// torch 0.5 s and the zoom 1.0 s later), 44 deletes it; a slot with no
+// value loads nothing.
+TEST_F(HostCommandTest, PresetsSaveLoadAndDeleteBySlot) {
+  session_->setTorch(2);
+  session_->setZoomScale(3.0);
+  session_->setMirror(false);
+  host("88000000 2a000000 07000000");  // slot 3
+  auto stored = UserDefaults(settings_.dir.path()).objectForKey("preset_3");
+  EXPECT_EQ(stored.value(keys::torchLevel, -1), 2);
+  EXPECT_EQ(stored.value(keys::zoomScale, 0.0), 3.0);
+  EXPECT_EQ(stored.value(keys::horizontalFlip, true), false);
+  EXPECT_EQ(stored.value(keys::deviceType, ""), device_type::kWideAngle);
+
+  session_->setTorch(0);
+  session_->setZoomScale(1.0);
+  session_->setMirror(true);
+  host("88000000 2b000000 02000000");  // slot 3 again
+  EXPECT_FALSE(session_->mirror());
+  EXPECT_EQ(session_->torch(), 0);
+  main_.advance(0.5);
+  EXPECT_EQ(session_->torch(), 2);
+  EXPECT_EQ(session_->zoomScale(), 1.0);
+  main_.advance(0.5);
+  EXPECT_EQ(session_->zoomScale(), 3.0);
+
+  host("88000000 2c000000 0c000000");  // slot 3 once more
+  EXPECT_TRUE(settings_.defaults->objectForKey("preset_3").is_null());
+  session_->setMirror(true);
+  host("88000000 2b000000 07000000");
+  main_.advance(1.5);
+  EXPECT_TRUE(session_->mirror()) << "an empty slot loads nothing";
+}
+
+// Steps 8 to 10 (focus, exposure lock, white balance) act at once; the
+// manual exposure follows 0.1 s later, the torch 0.5 s, the zoom 1.0 s.
+TEST_F(HostCommandTest, PresetAppliesFocusAndWhiteBalanceBeforeTheDelayedSteps) {
+  capture_->setExposureTargetBias(-1.0);
+  session_->loadPreset({{keys::torchLevel, 4},
+                        {keys::exposureTargetBias, 1.0},
+                        {keys::zoomScale, 2.0},
+                        {keys::afLock, true},
+                        {keys::lensPosition, 0.25},
+                        {keys::aeLock, true},
+                        {keys::exposure, 0.05},
+                        {keys::ISO, 200.0},
+                        {keys::customExposure, true},
+                        {keys::awbLock, true},
+                        {keys::wbTemperature, 5000.0}});
+  EXPECT_TRUE(capture_->afLock() && capture_->aeLock() && capture_->awbLock());
+  EXPECT_EQ(capture_->lensPosition(), 0.25);
+  EXPECT_NEAR(capture_->wbTempAndTint().temperature, 5000.0f, 1.0f);
+  EXPECT_FALSE(capture_->customExposure());
+  EXPECT_EQ(capture_->exposureTargetBias(), -1.0) << "the bias goes with automatic exposure only";
+  EXPECT_EQ(session_->torch(), 0);
+  EXPECT_EQ(session_->zoomScale(), 1.0);
+  main_.advance(0.1);
+  EXPECT_TRUE(capture_->customExposure());
+  EXPECT_NEAR(capture_->exposure(), 0.05, 1e-9);
+  EXPECT_EQ(capture_->ISO(), 200.0);
+  EXPECT_EQ(session_->torch(), 0);
+  main_.advance(0.4);
+  EXPECT_EQ(session_->torch(), 4);
+  EXPECT_EQ(session_->zoomScale(), 1.0);
+  main_.advance(0.5);
+  EXPECT_EQ(session_->zoomScale(), 2.0);
+}
+
+struct PresetCase {
+  const char* name;
+  UserDefaults::Json preset;
+  std::function<void(OXLiveSession&, LFVideoCapture&)> expect;
+};
+
+class PresetLoadTest : public HostCommandTest, public testing::WithParamInterface<PresetCase> {};
+
+TEST_P(PresetLoadTest, AppliesWhatThePresetSays) {
+  session_->setTorch(3);
+  capture_->setExposureTargetBias(-1.0);
+  session_->loadPreset(GetParam().preset);
+  main_.advance(1.5);
+  GetParam().expect(*session_, *capture_);
+}
+
+using U = PresetCase;
+using Json = UserDefaults::Json;
+INSTANTIATE_TEST_SUITE_P(
+    Presets, PresetLoadTest,
+    testing::Values(
+        U{"TorchLevelZeroLeavesTheTorch", Json{{keys::torchLevel, 0}},
+          [](OXLiveSession& s, LFVideoCapture&) { EXPECT_EQ(s.torch(), 3); }},
+        U{"BiasWithAutomaticExposure",
+          Json{{keys::autoExposure, true}, {keys::exposureTargetBias, 1.0}},
+          [](OXLiveSession&, LFVideoCapture& c) {
+            EXPECT_TRUE(c.autoExposure());
+            EXPECT_EQ(c.exposureTargetBias(), 1.0);
+          }},
+        U{"ManualExposureClearsTheCustomMark",
+          Json{{keys::exposureTargetBias, 1.0}, {keys::exposure, 0.05}, {keys::ISO, 200.0}},
+          [](OXLiveSession&, LFVideoCapture& c) {
+            EXPECT_FALSE(c.customExposure());
+            EXPECT_NEAR(c.exposure(), 0.05, 1e-9);
+          }},
+        U{"NoDeviceTypeLeavesTheCamera", Json{{keys::frontCam, true}},
+          [](OXLiveSession& s, LFVideoCapture&) { EXPECT_EQ(s.captureDevicePosition(), 1); }},
+        U{"DeviceTypeChoosesTheCamera",
+          Json{{keys::frontCam, true}, {keys::deviceType, device_type::kWideAngle}},
+          [](OXLiveSession& s, LFVideoCapture&) {
+            EXPECT_EQ(s.captureDevicePosition(), 2);
+            EXPECT_FALSE(s.useBackMic());
+          }}),
+    [](const auto& info) { return info.param.name; });
+
 }  // namespace
 }  // namespace oxelo
