@@ -128,10 +128,9 @@ void LFVideoCapture::createCamera() {
 }
 
 void LFVideoCapture::observeSubjectArea(const std::shared_ptr<CaptureDevice>& device) {
+  // The camera reports on its own thread; the controls belong to the main queue.
   subjectArea_ = device->observeSubjectAreaDidChange([weak = weak_from_this()] {
-    auto self = weak.lock();
-    if (!self) return;
-    if (auto delegate = self->captureDelegate_.lock()) delegate->subjectAreaDidChange();
+    postWeak(*MainQueue::get(), weak, [](LFVideoCapture& self) { self.subjectAreaDidChange(); });
   });
 }
 
@@ -388,6 +387,11 @@ void LFVideoCapture::switchCamera(Select select) {
   select(*videoCamera_);
   auto now = device();
   if (now && now != old) {
+    // The locks belong to the camera they were set on; the new one keeps its
+    // own automatic modes.
+    setAfLock(false);
+    setAeLock(false);
+    setAwbLock(false);
     setVideoSize(width, height, static_cast<double>(configuration_->videoMaxFrameRate()), now);
     initCaptureDevice(now);
     observeSubjectArea(now);

@@ -1,0 +1,301 @@
+// The camera controls of the capture front, on the virtual camera model with
+// the manual clock driving the delayed returns to the locked modes.
+#include <gtest/gtest.h>
+
+#include "capture/LFVideoCapture.h"
+#include "platform/defaults/SettingsKeys.h"
+#include "tests/support/CameraTestSupport.h"
+#include "tests/support/GlTestSupport.h"
+
+namespace oxelo {
+namespace {
+
+using json = nlohmann::json;
+
+// A camera of one 1280x720 format: ISO 50 to 1600, exposure 1 ms to 0.1 s.
+json camera(json controls = json::object(), double maxZoom = 16, const char* position = "back",
+            const char* type = "wide") {
+  if (controls.is_null()) controls = json::object();
+  json format = {{"width", 1280},
+                 {"height", 720},
+                 {"fps", 30},
+                 {"iso", {50, 1600}},
+                 {"exposure", {0.001, 0.1}},
+                 {"maxZoom", maxZoom}};
+  return {{"type", type},
+          {"position", position},
+          {"formats", json::array({format})},
+          {"controls", std::move(controls)}};
+}
+
+class CameraControlsTest : public testing::Test {
+ protected:
+  void open(json cameras, int64_t orientation = 3) {
+    if (!cameras.is_array()) cameras = json::array({cameras});
+    env = std::make_unique<test::CameraAndSettings>(test::camerasFromJson({{"cameras", cameras}}));
+    env->defaults().setBool(keys::frontCam, cameras[0]["position"] == "front");
+    ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
+    capture = LFVideoCapture::create(
+        LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
+            1, 0, 30, orientation));
+    ASSERT_TRUE(capture->videoCamera());
+    device = capture->device();
+    ASSERT_EQ(capture->videoCamera()->outputImageOrientation(), orientation);
+  }
+  void expectModes(int64_t focus, int64_t exposure, int64_t whiteBalance, const char* when) {
+    EXPECT_EQ(device->focusMode(), focus) << when;
+    EXPECT_EQ(device->exposureMode(), exposure) << when;
+    EXPECT_EQ(device->whiteBalanceMode(), whiteBalance) << when;
+  }
+
+  test::ManualMain main;
+  std::unique_ptr<test::CameraAndSettings> env;
+  std::shared_ptr<LFVideoCapture> capture;
+  std::shared_ptr<CaptureDevice> device;
+};
+
+struct ZoomCase {
+  const char* name;
+  const char* type;
+  double deviceMax, scale, zoom, maxScale;
+};
+class ZoomTest : public CameraControlsTest, public testing::WithParamInterface<ZoomCase> {};
+
+TEST_P(ZoomTest, MapsBelowFourAndKeepsWithinTheDevice) {
+  const auto& c = GetParam();
+  // A back camera of several lenses is not the default one: chosen by index.
+  const bool wide = std::string(c.type) == "wide";
+  json cameras = json::array({camera(json::object(), c.deviceMax, "back", c.type)});
+  if (!wide) cameras.insert(cameras.begin(), camera());
+  ASSERT_NO_FATAL_FAILURE(open(cameras));
+  if (!wide) capture->setCameraByIndex(1);
+  ASSERT_EQ(capture->device()->activeFormat()->videoMaxZoomFactor, c.deviceMax);
+  capture->setZoomScale(c.scale);
+  EXPECT_DOUBLE_EQ(capture->zoomScale(), c.zoom);
+  EXPECT_DOUBLE_EQ(capture->maxZoomScale(), c.maxScale);
+}
+
+INSTANTIATE_TEST_SUITE_P(Devices, ZoomTest,
+                         testing::Values(ZoomCase{"ThreeXHalfway", "wide", 3, 2.0, 1.5, 3},
+                                         ZoomCase{"ThreeXFull", "wide", 3, 4.0, 3.0, 3},
+                                         ZoomCase{"ThreeXBelowOne", "wide", 3, 0.5, 1.0, 3},
+                                         ZoomCase{"OneXNeverMoves", "wide", 1, 3.0, 1.0, 1},
+                                         ZoomCase{"SixteenXUnmapped", "wide", 16, 6.0, 6.0, 10},
+                                         ZoomCase{"TripleReportsTwenty", "triple", 30, 25.0, 25.0,
+                                                  20}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(CameraControlsTest, OnlyTheFirstZoomRampsAndACameraChangeKeepsThatAndDropsTheLocks) {
+  ASSERT_NO_FATAL_FAILURE(open(json::array({camera(), camera({}, 16, "front")})));
+  capture->setZoomScale(2.0);
+  EXPECT_EQ(device->videoZoomRampRate(), 5.0f);
+  capture->setZoomScale(3.0);
+  EXPECT_EQ(device->videoZoomRampRate(), 0.0f);
+  EXPECT_DOUBLE_EQ(capture->zoomScale(), 3.0);
+
+  capture->setAeLock(true);
+  EXPECT_EQ(device->exposureMode(), AVCaptureExposureModeLocked);
+  capture->setCaptureDevicePosition(AVCaptureDevicePositionFront);
+  device = capture->device();
+  ASSERT_EQ(device->position(), AVCaptureDevicePositionFront);
+  EXPECT_FALSE(capture->aeLock());
+  EXPECT_EQ(device->exposureMode(), AVCaptureExposureModeContinuousAutoExposure);
+  capture->setZoomScale(2.0);
+  EXPECT_EQ(device->videoZoomRampRate(), 0.0f);
+}
+
+struct PointCase {
+  const char* name;
+  const char* position;
+  int64_t orientation;
+  double x, y, deviceX, deviceY;
+};
+class FocusPointTest : public CameraControlsTest, public testing::WithParamInterface<PointCase> {};
+
+TEST_P(FocusPointTest, TurnsThePointIntoTheDevicesCoordinates) {
+  const auto& c = GetParam();
+  ASSERT_NO_FATAL_FAILURE(open(camera({}, 16, c.position), c.orientation));
+  capture->setFocusPoint(c.x, c.y);
+  for (CapturePoint seen :
+       {device->focusPointOfInterest(), device->exposurePointOfInterest(), capture->focusPoint()}) {
+    EXPECT_NEAR(seen.x, c.deviceX, 1e-9);
+    EXPECT_NEAR(seen.y, c.deviceY, 1e-9);
+  }
+  EXPECT_TRUE(device->isSubjectAreaChangeMonitoringEnabled());
+}
+
+INSTANTIATE_TEST_SUITE_P(Orientations, FocusPointTest,
+                         testing::Values(PointCase{"Back3", "back", 3, 0.2, 0.7, 0.2, 0.7},
+                                         PointCase{"Back4", "back", 4, 0.2, 0.7, 0.8, 0.3},
+                                         PointCase{"Back1", "back", 1, 0.2, 0.7, 0.7, 0.8},
+                                         PointCase{"Back2", "back", 2, 0.2, 0.7, 0.3, 0.2},
+                                         PointCase{"Front1", "front", 1, 0.25, 0.5, 0.5, 0.25},
+                                         PointCase{"Front3", "front", 3, 0.2, 0.7, 0.8, 0.7}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(CameraControlsTest, ContinuousOnlyDeviceSettlesLockedAfterATap) {
+  ASSERT_NO_FATAL_FAILURE(open(camera(
+      {{"focusModes", {0, 2}}, {"exposureModes", {0, 2, 3}}, {"whiteBalanceModes", {0, 2}}})));
+  capture->setAutoFocus(false);
+  capture->setAutoExposure(false);
+  capture->setAutoWhiteBalance(false);
+  expectModes(0, 0, 0, "before");
+  capture->setFocusPoint(0.5, 0.5);
+  expectModes(2, 2, 2, "tapped");
+  main.advance(0.45);
+  expectModes(2, 2, 2, "0.45 s");
+  main.advance(0.1);
+  expectModes(0, 0, 2, "0.55 s");
+  main.advance(1.4);
+  EXPECT_EQ(device->whiteBalanceMode(), 2) << "1.95 s";
+  main.advance(0.1);
+  EXPECT_EQ(device->whiteBalanceMode(), 0) << "2.05 s";
+}
+
+TEST_F(CameraControlsTest, TapRunsOneTimePassesOfTheUnlockedModesAndTheSceneBringsAutoBack) {
+  struct Told : LFVideoCaptureViewDelegate {
+    int count = 0;
+    void subjectAreaDidChange() override { ++count; }
+  };
+  ASSERT_NO_FATAL_FAILURE(open(camera()));
+  auto told = std::make_shared<Told>();
+  capture->setCaptureDelegate(told);
+  capture->setAfLock(true);
+  capture->setAfLock(false);  // releasing does not bring the automatic mode back
+  capture->setAeLock(true);
+  expectModes(0, 0, 2, "locked");
+  capture->setFocusPoint(0.2, 0.7);
+  main.advance(3.0);
+  expectModes(1, 0, 1, "tapped");
+
+  device->subjectAreaDidChange();  // the camera's own thread in life
+  main.drain();
+  expectModes(2, 0, 2, "scene moved");
+  EXPECT_EQ(device->focusPointOfInterest(), (CapturePoint{0.5, 0.5}));
+  EXPECT_FALSE(device->isSubjectAreaChangeMonitoringEnabled());
+  EXPECT_EQ(told->count, 1);
+}
+
+TEST_F(CameraControlsTest, LockingCustomExposureLeavesItCustom) {
+  ASSERT_NO_FATAL_FAILURE(open(camera()));
+  capture->setCustomExposure(true);
+  capture->setAeLock(true);
+  capture->setAutoExposure(false);
+  EXPECT_TRUE(capture->customExposure());
+  capture->setAutoExposure(true);
+  EXPECT_TRUE(capture->autoExposure());
+}
+
+struct ExposureCase {
+  const char* name;
+  bool custom;
+  double seconds, iso;  // 0: that one is left alone (setISO, setExposure)
+  double wantSeconds, wantIso;
+};
+class ExposureTest : public CameraControlsTest, public testing::WithParamInterface<ExposureCase> {};
+
+TEST_P(ExposureTest, CustomExposureKeepsTheTimeAndIsoWithinTheFormat) {
+  const auto& c = GetParam();
+  const json modes = c.custom ? json::array({0, 1, 2, 3}) : json::array({0, 1, 2});
+  ASSERT_NO_FATAL_FAILURE(open(camera({{"exposureModes", modes}})));
+  capture->setExposureTargetBias(1.0);
+  ASSERT_NEAR(capture->exposure(), 1.0 / 60, 1e-6);
+  if (c.seconds == 0) {
+    capture->setISO(c.iso);
+  } else if (c.iso == 0) {
+    capture->setExposure(c.seconds);
+  } else {
+    capture->setExposureAndISO(c.seconds, c.iso);
+  }
+  EXPECT_NEAR(capture->exposure(), c.wantSeconds, 1e-6);
+  EXPECT_DOUBLE_EQ(capture->ISO(), c.wantIso);
+  EXPECT_EQ(capture->customExposure(), c.custom);
+  EXPECT_DOUBLE_EQ(capture->exposureTargetBias(), c.custom ? 0.0 : 1.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, ExposureTest,
+    testing::Values(ExposureCase{"IsoKeepsTheTime", true, 0, 400, 1.0 / 60, 400},
+                    ExposureCase{"IsoClampedHigh", true, 0, 5000, 1.0 / 60, 1600},
+                    ExposureCase{"IsoClampedLow", true, 0, 10, 1.0 / 60, 50},
+                    ExposureCase{"ShortTimeKeepsThePresent", true, 0.0001, 0, 1.0 / 60, 100},
+                    ExposureCase{"LongTimeCut", true, 1.0, 0, 0.1, 100},
+                    ExposureCase{"BothTaken", true, 0.05, 800, 0.05, 800},
+                    ExposureCase{"NoCustomModeNoChange", false, 0.05, 800, 1.0 / 60, 100}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(CameraControlsTest, LensIsRefusedOutsideZeroToOne) {
+  ASSERT_NO_FATAL_FAILURE(open(json::array({camera(), camera({{"lensPosition", false}})})));
+  const double before = capture->lensPosition();
+  for (double refused : {1.01, -0.01}) capture->setLensPosition(refused);
+  EXPECT_EQ(capture->lensPosition(), before);
+  EXPECT_EQ(device->focusMode(), AVCaptureFocusModeContinuousAutoFocus);
+  capture->setLensPosition(1.0);
+  EXPECT_EQ(capture->lensPosition(), 1.0);
+  EXPECT_EQ(device->focusMode(), AVCaptureFocusModeLocked);
+
+  capture->setCameraByIndex(1);
+  device = capture->device();
+  capture->setLensPosition(0.2);
+  EXPECT_NE(capture->lensPosition(), 0.2);
+}
+
+TEST_F(CameraControlsTest, BiasAndWhiteBalanceGainsAreClamped) {
+  ASSERT_NO_FATAL_FAILURE(open(camera({{"exposureBias", {-2, 2}}, {"maxWhiteBalanceGain", 2}})));
+  capture->setExposureTargetBias(5.0);
+  EXPECT_DOUBLE_EQ(capture->exposureTargetBias(), 2.0);
+  EXPECT_TRUE(capture->autoExposure());
+  // 2000 K asks for gains 1, 2.42, 5.86; kept at 2 they read back as 4095 K, tint +75.
+  capture->setWbTempAndTint(2000, 0);
+  EXPECT_EQ(device->deviceWhiteBalanceGains(), (AVCaptureWhiteBalanceGains{1, 2, 2}));
+  EXPECT_EQ(device->whiteBalanceMode(), AVCaptureWhiteBalanceModeLocked);
+  EXPECT_NEAR(capture->wbTempAndTint().temperature, 4094.7, 0.5);
+  EXPECT_NEAR(capture->wbTempAndTint().tint, 75.0, 0.01);
+}
+
+struct TorchCase {
+  const char* name;
+  json controls;
+  std::optional<std::string> lockError;
+  int64_t first, second;
+  float level;  // 0: off
+  int64_t torch;
+  const char* log;
+};
+class TorchTest : public CameraControlsTest, public testing::WithParamInterface<TorchCase> {};
+
+TEST_P(TorchTest, LevelsZeroToFive) {
+  const auto& c = GetParam();
+  json cam = camera(c.controls);
+  if (c.lockError) cam["lockError"] = *c.lockError;
+  ASSERT_NO_FATAL_FAILURE(open(cam));
+  test::LogCapture log;
+  capture->setTorch(c.first);
+  capture->setTorch(c.second);
+  EXPECT_EQ(device->torchMode(), c.level > 0 ? AVCaptureTorchModeOn : AVCaptureTorchModeOff);
+  EXPECT_FLOAT_EQ(device->torchLevel(), c.level);
+  EXPECT_EQ(capture->torch(), c.torch);
+  if (*c.log) {
+    EXPECT_TRUE(log.contains(c.log));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Levels, TorchTest,
+    testing::Values(TorchCase{"FiveIsFull", json::object(), {}, 2, 5, 1.0f, 5, ""},
+                    TorchCase{"SixRefused", json::object(), {}, 3, 6, 0.6f, 3, ""},
+                    TorchCase{"ZeroTurnsOff", json::object(), {}, 3, 0, 0.0f, 0, ""},
+                    TorchCase{"NoTorch",
+                              {{"torch", false}},
+                              {},
+                              3,
+                              3,
+                              0.0f,
+                              0,
+                              "Torch not available in current camera input"},
+                    TorchCase{"LockFails", json::object(), "held elsewhere", 3, 3, 0.0f, 0,
+                              "Error while locking device for torch: "}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace oxelo
