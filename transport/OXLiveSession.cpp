@@ -162,6 +162,9 @@ std::shared_ptr<LFVideoCapture> OXLiveSession::videoCapture() {
   beautyFaceNotice_.setSilently(capture->beautyFace());
   beautyMethodNotice_.setSilently(capture->beautyMethod());
   autoRotateNotice_.setSilently(capture->autoRotate());
+  torchNotice_.setSilently(capture->torch());
+  zoomNotice_.setSilently(capture->zoomScale());
+  aeafLockNotice_.setSilently(aeafLockOf(*capture));
   if (cameraStatus_) {
     cameraStatus_->followCapture(capture);
     cameraStatus_->setMirror(capture->mirror());
@@ -248,6 +251,7 @@ void OXLiveSession::setCaptureDevicePosition(int64_t position) {
   setUseBackMic(captureDevicePosition() != AVCaptureDevicePositionFront);
   deviceChanged_ = true;
   positionNotice_.set(captureDevicePosition());
+  refreshCameraProperties();  // the torch, the zoom and the locks are the new camera's
 }
 
 int64_t OXLiveSession::captureDevicePosition() const {
