@@ -188,9 +188,6 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   Observable<int64_t>& torchProperty() { return torchNotice_; }
   Observable<double>& zoomScaleProperty() { return zoomNotice_; }
   Observable<int64_t>& aeafLockProperty() { return aeafLockNotice_; }
-  // Tells the observers of the camera values that the host's commands and
-  // the presets change (torch, zoom, locks) their present values.
-  void refreshCameraProperties();
 
   bool showDebugInfo() const { return showDebugInfo_; }
   void setShowDebugInfo(bool show) { showDebugInfo_ = show; }
@@ -279,6 +276,9 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   void pushSendBuffer(std::shared_ptr<LFFrame> frame);
   // Posts to the main queue a task that runs only while the session lives.
   void postToMain(std::function<void(OXLiveSession&)> task);
+  // Tells the observers of the camera values that the host's commands and
+  // the presets change (torch, zoom, locks) their present values.
+  void refreshCameraProperties();
   // The host's sub-commands of command 18 on the camera front.
   void setCameraParameter(LFVideoCapture& capture, int32_t parameter, int32_t value);
   void zoomStep(bool in);
