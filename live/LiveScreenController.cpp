@@ -1,5 +1,7 @@
 #include "live/LiveScreenController.h"
 
+#include <algorithm>
+
 #include "channels/Carrier.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
@@ -60,19 +62,51 @@ void LiveScreenController::startLive() {
   if (auto view = view_.lock()) view->liveScreenDidStart(*session_, configuration);
 }
 
+namespace {
+// The camera state the live screen keeps between sessions, as separate
+// settings under the names a preset uses. The camera itself (`frontCam`,
+// `deviceType`) is chosen by the capture when it starts.
+constexpr const char* kCameraStateKeys[] = {
+    keys::torchLevel,         keys::faceBeautify, keys::beautyMethod,
+    keys::horizontalFlip,     keys::aeLock,       keys::autoExposure,
+    keys::customExposure,     keys::exposure,     keys::ISO,
+    keys::exposureTargetBias, keys::awbLock,      keys::autoWhiteBalance,
+    keys::wbTemperature,      keys::afLock,       keys::autoFocus,
+    keys::lensPosition,       keys::zoomScale};
+// Values the settings keep in single precision.
+constexpr const char* kFloatKeys[] = {keys::exposure, keys::ISO, keys::exposureTargetBias,
+                                      keys::lensPosition, keys::zoomScale};
+}  // namespace
+
 void LiveScreenController::loadCameraState() {
   auto defaults = UserDefaults::standard();
   if (!defaults) return;
-  session_->setBeautyMethod(defaults->integerForKey(keys::beautyMethod));
-  session_->setBeautyFace(defaults->boolForKey(keys::faceBeautify));
-  session_->setMirror(defaults->boolForKey(keys::horizontalFlip));
-  session_->setUseBackMic(session_->captureDevicePosition() != AVCaptureDevicePositionFront);
+  auto state = UserDefaults::Json::object();
+  for (const char* key : kCameraStateKeys) state[key] = defaults->objectForKey(key);
+  session_->loadPreset(state);
+}
+
+void LiveScreenController::saveCameraState() {
+  auto defaults = UserDefaults::standard();
+  if (!defaults || !session_) return;
+  auto state = UserDefaults::Json::object();
+  session_->savePreset(state);
+  defaults->removeObjectForKey(keys::deviceType);
+  for (const auto& [key, value] : state.items()) {
+    const bool single = std::ranges::any_of(kFloatKeys, [&](const char* k) { return key == k; });
+    if (single && value.is_number())
+      defaults->setFloat(key, value.get<float>());
+    else
+      defaults->setObject(key, value);
+  }
+  defaults->synchronize();
 }
 
 void LiveScreenController::stopStreaming() {
   if (!session_ || stopped_) return;
   stopped_ = true;
   if (auto view = view_.lock()) view->liveScreenWillStop(*session_);
+  saveCameraState();
   session_->setRunning(false);
   session_->stopLive();
 }

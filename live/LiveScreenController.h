@@ -30,12 +30,13 @@ class LiveScreenView {
 // The live screen's behaviour, whatever draws it. It takes the greeted
 // connection over from the main screen, builds the live session from the
 // settings (the camera always, the microphone as `audioFormat` says), applies
-// the stored camera state, sets it running, hands it the host's address and
+// the camera state the last session left, sets it running, hands it the host's address and
 // the carrier and starts it; then
 // it answers the session's errors: 205 tells the main screen that the
 // connection was lost, 206 (the session has stopped itself) that the host
 // closed, 207 stops the session and 250 ms later asks for a restart. Each
-// time the screen then closes, once, and the main screen appears again.
+// time the screen then closes, once, and the main screen appears again. Whenever the session
+// stops, its camera state is kept for the next one.
 //
 // Main queue, all of it (the session's delegate calls arrive there). Held
 // by shared pointer (create()); the main screen and the view are held
@@ -88,9 +89,13 @@ class LiveScreenController final : public LiveViewChannelTarget,
  private:
   LiveScreenController(Sources sources, std::weak_ptr<LiveScreenView> view)
       : sources_(std::move(sources)), view_(std::move(view)) {}
-  // The camera state the user left: beauty, mirror, and the microphone
-  // that goes with the camera. Before any delegate is attached.
+  // The camera state the user left (torch, beauty, mirror, zoom, focus,
+  // exposure, white balance) applied as a preset, with its delays; the
+  // microphone follows the camera. Before any delegate is attached.
   void loadCameraState();
+  // Keeps the session's camera state in the settings for the next session,
+  // durably. Before the session stops.
+  void saveCameraState();
   void stopStreaming();
   // Stops the session, tells the main screen how it ended, and lets the
   // main screen appear again. Once.

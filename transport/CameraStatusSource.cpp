@@ -34,6 +34,11 @@ void CameraStatusSource::followCapture(std::weak_ptr<LFVideoCapture> capture) {
   following_ = true;
 }
 
+std::shared_ptr<LFVideoCapture> CameraStatusSource::capture() const {
+  std::lock_guard lock(captureMutex_);
+  return following_ ? capture_.lock() : nullptr;
+}
+
 std::shared_ptr<CaptureDevice> CameraStatusSource::device() const {
   std::shared_ptr<LFVideoCapture> capture;
   {
@@ -50,8 +55,24 @@ CaptureDeviceFormatPtr CameraStatusSource::activeFormat() const {
   return d ? d->activeFormat() : nullptr;
 }
 
-// Each value asks the camera in use once: a switch between two reads of one
-// value cannot mix two cameras.
+int64_t aeafLockOf(const LFVideoCapture& capture) {
+  if (capture.aeLock() && capture.afLock()) return 2;
+  auto device = capture.device();
+  const bool watching = device && device->isSubjectAreaChangeMonitoringEnabled();
+  if (!capture.autoExposure() && !capture.autoFocus() && !watching) return 1;
+  return 0;
+}
+
+// Each value asks the capture front or the camera once: a switch between two
+// reads of one value cannot mix two cameras.
+int64_t CameraStatusSource::torch() const {
+  auto c = capture();
+  return c ? c->torch() : 0;
+}
+int64_t CameraStatusSource::aeafLock() const {
+  auto c = capture();
+  return c ? aeafLockOf(*c) : 0;
+}
 bool CameraStatusSource::isTorchAvailable() const {
   auto d = device();
   return d && d->isTorchAvailable();
@@ -66,64 +87,81 @@ std::string CameraStatusSource::captureDeviceType() const {
 }
 
 double CameraStatusSource::exposure() const {
+  if (auto c = capture()) return c->exposure();
   auto d = device();
   return d ? d->exposureDuration().seconds() : 0;
 }
-bool CameraStatusSource::autoExposure() const { return isAutomatic(exposureMode()); }
+bool CameraStatusSource::autoExposure() const {
+  if (auto c = capture()) return c->autoExposure();
+  return isAutomatic(exposureMode());
+}
 bool CameraStatusSource::aeLock() const {
-  auto d = device();
-  return d && d->exposureMode() == AVCaptureExposureModeLocked;
+  if (auto c = capture()) return c->aeLock();
+  return false;
 }
 int64_t CameraStatusSource::exposureMode() const {
   auto d = device();
   return d ? d->exposureMode() : 0;
 }
 double CameraStatusSource::whiteBalanceTemperature() const {
+  if (auto c = capture()) return c->wbTempAndTint().temperature;
   auto d = device();
   if (!d) return 0;
   return d->temperatureAndTintValuesForDeviceWhiteBalanceGains(d->deviceWhiteBalanceGains())
       .temperature;
 }
-bool CameraStatusSource::autoWhiteBalance() const { return isAutomatic(whiteBalanceMode()); }
+bool CameraStatusSource::autoWhiteBalance() const {
+  if (auto c = capture()) return c->autoWhiteBalance();
+  return isAutomatic(whiteBalanceMode());
+}
 bool CameraStatusSource::awbLock() const {
-  auto d = device();
-  return d && d->whiteBalanceMode() == AVCaptureWhiteBalanceModeLocked;
+  if (auto c = capture()) return c->awbLock();
+  return false;
 }
 int64_t CameraStatusSource::whiteBalanceMode() const {
   auto d = device();
   return d ? d->whiteBalanceMode() : 0;
 }
 double CameraStatusSource::lensPosition() const {
+  if (auto c = capture()) return c->lensPosition();
   auto d = device();
   return d ? d->lensPosition() : 0;
 }
-bool CameraStatusSource::autoFocus() const { return isAutomatic(focusMode()); }
+bool CameraStatusSource::autoFocus() const {
+  if (auto c = capture()) return c->autoFocus();
+  return isAutomatic(focusMode());
+}
 bool CameraStatusSource::afLock() const {
-  auto d = device();
-  return d && d->focusMode() == AVCaptureFocusModeLocked;
+  if (auto c = capture()) return c->afLock();
+  return false;
 }
 int64_t CameraStatusSource::focusMode() const {
   auto d = device();
   return d ? d->focusMode() : 0;
 }
 double CameraStatusSource::ISO() const {
+  if (auto c = capture()) return c->ISO();
   auto d = device();
   return d ? d->ISO() : 0;
 }
 double CameraStatusSource::exposureTargetBias() const {
+  if (auto c = capture()) return c->exposureTargetBias();
   auto d = device();
   return d ? d->exposureTargetBias() : 0;
 }
 double CameraStatusSource::zoomScale() const {
+  if (auto c = capture()) return c->zoomScale();
   auto d = device();
   return d ? d->videoZoomFactor() : 1;
 }
 
 double CameraStatusSource::minExposure() const {
+  if (auto c = capture()) return c->minExposure();
   auto format = activeFormat();
   return format ? format->minExposureDuration.seconds() : 0;
 }
 double CameraStatusSource::maxExposure() const {
+  if (auto c = capture()) return c->maxExposure();
   auto format = activeFormat();
   return format ? format->maxExposureDuration.seconds() : 0;
 }
@@ -152,22 +190,27 @@ bool CameraStatusSource::isFocusPointOfInterestSupported() const {
   return d && d->isFocusPointOfInterestSupported();
 }
 double CameraStatusSource::minISO() const {
+  if (auto c = capture()) return c->minISO();
   auto format = activeFormat();
   return format ? format->minISO : 0;
 }
 double CameraStatusSource::maxISO() const {
+  if (auto c = capture()) return c->maxISO();
   auto format = activeFormat();
   return format ? format->maxISO : 0;
 }
 double CameraStatusSource::minExposureTargetBias() const {
+  if (auto c = capture()) return c->minExposureTargetBias();
   auto d = device();
   return d ? d->minExposureTargetBias() : 0;
 }
 double CameraStatusSource::maxExposureTargetBias() const {
+  if (auto c = capture()) return c->maxExposureTargetBias();
   auto d = device();
   return d ? d->maxExposureTargetBias() : 0;
 }
 double CameraStatusSource::maxZoomScale() const {
+  if (auto c = capture()) return c->maxZoomScale();
   auto format = activeFormat();
   return format ? format->videoMaxZoomFactor : 1;
 }

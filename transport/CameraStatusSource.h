@@ -11,13 +11,19 @@
 
 namespace oxelo {
 
-// The values of the tail blocks: the camera in use answers for the camera
-// controls, the ranges and the camera kind, the session's own flags (dim,
-// mirror, beauty) for the rest, and the battery monitor for the battery.
-// The camera in use is the one of the capture front it follows, asked at
-// each read, so that a switch shows in the next block; before it follows
-// one (or once that is gone) it is the device it was made with. The torch
-// level and the locks read as off.
+// The session's lock value (OXLiveSession::aeafLock) read from a capture
+// front: 2 when exposure and focus are locked; else 1 when neither is
+// automatic and the device does not watch for a change of the subject area;
+// else 0. Any thread.
+int64_t aeafLockOf(const LFVideoCapture& capture);
+
+// The values of the tail blocks: the capture front it follows answers for
+// the camera controls, the torch, the locks and the ranges, as its getters
+// read them at that moment (so that a command shows in the next block), its
+// camera for the features and the camera kind, the session's own flags
+// (dim, mirror, beauty) for the rest, and the battery monitor for the
+// battery. Before it follows a capture front (or once that is gone) the
+// device it was made with answers, the torch and the locks reading as off.
 //
 // The flags are written on the main queue and read on rtmpSendQueue as
 // single atomic values; the capture front and the device answer from any
@@ -49,9 +55,9 @@ class CameraStatusSource final : public StreamStatusSource {
   int64_t beautyMethod() const override { return beautyMethod_; }
   bool mirror() const override { return mirror_; }
   bool dim() const override { return dim_; }
-  int64_t torch() const override { return 0; }
+  int64_t torch() const override;
   bool isTorchAvailable() const override;
-  int64_t aeafLock() const override { return 0; }
+  int64_t aeafLock() const override;
   int64_t captureDevicePosition() const override;
   std::string captureDeviceType() const override;
 
@@ -90,6 +96,8 @@ class CameraStatusSource final : public StreamStatusSource {
 
  private:
   CaptureDeviceFormatPtr activeFormat() const;  // null without a device
+  // The capture front followed, while it lives; null before and after.
+  std::shared_ptr<LFVideoCapture> capture() const;
 
   const std::shared_ptr<CaptureDevice> device_;
   const std::shared_ptr<BatteryMonitor> battery_;

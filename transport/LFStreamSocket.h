@@ -2,11 +2,11 @@
 
 #include <memory>
 
-#include "wire/CommandPackets.h"
 #include "media/LFFrame.h"
 #include "transport/LFLiveDebug.h"
-#include "wire/StreamStatusSource.h"
 #include "transport/StreamTypes.h"
+#include "wire/CommandPackets.h"
+#include "wire/StreamStatusSource.h"
 
 namespace oxelo {
 

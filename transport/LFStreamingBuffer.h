@@ -7,8 +7,8 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/dispatch/Semaphore.h"
 #include "media/LFFrame.h"
+#include "platform/dispatch/Semaphore.h"
 #include "transport/StreamTypes.h"
 
 namespace oxelo {

@@ -162,6 +162,9 @@ std::shared_ptr<LFVideoCapture> OXLiveSession::videoCapture() {
   beautyFaceNotice_.setSilently(capture->beautyFace());
   beautyMethodNotice_.setSilently(capture->beautyMethod());
   autoRotateNotice_.setSilently(capture->autoRotate());
+  torchNotice_.setSilently(capture->torch());
+  zoomNotice_.setSilently(capture->zoomScale());
+  aeafLockNotice_.setSilently(aeafLockOf(*capture));
   if (cameraStatus_) {
     cameraStatus_->followCapture(capture);
     cameraStatus_->setMirror(capture->mirror());
@@ -248,6 +251,7 @@ void OXLiveSession::setCaptureDevicePosition(int64_t position) {
   setUseBackMic(captureDevicePosition() != AVCaptureDevicePositionFront);
   deviceChanged_ = true;
   positionNotice_.set(captureDevicePosition());
+  refreshCameraProperties();  // the torch, the zoom and the locks are the new camera's
 }
 
 int64_t OXLiveSession::captureDevicePosition() const {
@@ -484,49 +488,6 @@ void OXLiveSession::socketBufferStatus(LFStreamSocket*, BufferVerdict status) {
     return;
   encoder->setVideoBitRate(next);
   oxlog("{}: {:.1f}KB", raise ? "增加码率至" : "降低码率至", next / 1024.0);
-}
-
-// ---- The host's commands that the session answers itself ----
-
-void OXLiveSession::socketClientCommand(LFStreamSocket*, const wire::HostCommandRecord& command) {
-  switch (command.command) {
-    case wire::kHostFocusPoint: {
-      double x = static_cast<uint32_t>(command.p1) / 255.0;
-      double y = static_cast<uint32_t>(command.p2) / 255.0;
-      postToMain([x, y](OXLiveSession& self) {
-        OX_ASSERT_ON_MAIN_QUEUE();
-        if (auto d = self.delegate()) d->liveSessionClientSetFocusPoint(&self, x, y);
-      });
-      return;
-    }
-    case wire::kHostChooseCamera: {
-      const auto p1 = static_cast<uint32_t>(command.p1);
-      postToMain([p1](OXLiveSession& self) {
-        OX_ASSERT_ON_MAIN_QUEUE();
-        if (p1 == 0) {
-          self.setCaptureDevicePosition(0);
-        } else if (auto video = self.videoCapture()) {
-          // Not through the session: the host hears of the camera only as
-          // far as deviceChanged already says.
-          video->setCameraByIndex((p1 - 1) % 4);
-        }
-      });
-      return;
-    }
-    case wire::kHostMirror:
-      setMirror(command.p1 != 0);
-      return;
-    case wire::kHostDim:
-      setDim(command.p1 != 0);
-      return;
-    case wire::kHostRecording:
-      setRecording(command.p1 != 0);
-      return;
-    default:
-      // The camera controls, beauty, the torch and the presets answer
-      // once the capture front offers them.
-      return;
-  }
 }
 
 }  // namespace oxelo

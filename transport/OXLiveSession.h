@@ -13,6 +13,7 @@
 #include "media/LFLiveVideoConfiguration.h"
 #include "media/LFVideoEncoding.h"
 #include "media/PixelBuffer.h"
+#include "platform/defaults/UserDefaults.h"
 #include "platform/dispatch/Observable.h"
 #include "platform/dispatch/Semaphore.h"
 #include "transport/CameraStatusSource.h"
@@ -110,6 +111,15 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   // audio encoder: a later startLive() gets new ones.
   void stopLive();
 
+  // Presets: the camera state as a dictionary, under the settings' key
+  // names. savePreset() fills `preset` (a stale `deviceType` is removed
+  // first); loadPreset() applies one to the running session, a missing key
+  // reading as false or 0. The camera changes only when the preset names its
+  // type; the torch (0.5 s), the zoom (1.0 s) and a manual exposure (0.1 s)
+  // follow on the main queue after the rest.
+  void savePreset(UserDefaults::Json& preset);
+  void loadPreset(const UserDefaults::Json& preset);
+
   // Requests to the host on the carrier in use, outside the stream buffer.
   void sendCommandPacketWithParameter(uint32_t command, uint32_t parameter);
   void remoteSnapshot();
@@ -162,6 +172,22 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   Observable<bool>& beautyFaceProperty() { return beautyFaceNotice_; }
   Observable<int64_t>& beautyMethodProperty() { return beautyMethodNotice_; }
   Observable<bool>& autoRotateProperty() { return autoRotateNotice_; }
+  // Torch level 0 to 5; above 5 is refused by the camera.
+  int64_t torch() const;
+  void setTorch(int64_t level);
+  // Zoom as the camera front takes it (see LFVideoCapture::setZoomScale);
+  // reads the device's factor, 1.0 without a camera.
+  double zoomScale() const;
+  void setZoomScale(double scale);
+  // The camera's locks as one value: 0 none, 1 the automatic modes held
+  // (exposure, focus and white balance neither automatic nor locked), 2
+  // exposure, focus and white balance locked. Writing a value other than 0
+  // also stops the watch for a change of the subject area.
+  int64_t aeafLock() const;
+  void setAeafLock(int64_t lock);
+  Observable<int64_t>& torchProperty() { return torchNotice_; }
+  Observable<double>& zoomScaleProperty() { return zoomNotice_; }
+  Observable<int64_t>& aeafLockProperty() { return aeafLockNotice_; }
 
   bool showDebugInfo() const { return showDebugInfo_; }
   void setShowDebugInfo(bool show) { showDebugInfo_ = show; }
@@ -250,6 +276,13 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   void pushSendBuffer(std::shared_ptr<LFFrame> frame);
   // Posts to the main queue a task that runs only while the session lives.
   void postToMain(std::function<void(OXLiveSession&)> task);
+  // Tells the observers of the camera values that the host's commands and
+  // the presets change (torch, zoom, locks) their present values.
+  void refreshCameraProperties();
+  // The host's sub-commands of command 18 on the camera front.
+  void setCameraParameter(LFVideoCapture& capture, int32_t parameter, int32_t value);
+  void zoomStep(bool in);
+  void presetCommand(uint32_t command, int32_t slot);
 
   const std::shared_ptr<LFLiveAudioConfiguration> audioConfiguration_;
   const std::shared_ptr<LFLiveVideoConfiguration> videoConfiguration_;
@@ -269,6 +302,9 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   Observable<bool> beautyFaceNotice_{false};
   Observable<int64_t> beautyMethodNotice_{0};
   Observable<bool> autoRotateNotice_{false};
+  Observable<int64_t> torchNotice_{0};
+  Observable<double> zoomNotice_{1.0};
+  Observable<int64_t> aeafLockNotice_{0};
 
   std::atomic<bool> deviceChanged_{true};
   std::atomic<bool> adaptiveBitrate_{false};

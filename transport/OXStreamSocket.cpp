@@ -348,7 +348,15 @@ void OXStreamSocket::streamingBufferBufferState(LFStreamingBuffer*, BufferVerdic
 void OXStreamSocket::handleClientCmd(std::span<const uint8_t> data) {
   OX_ASSERT_ON_MAIN_QUEUE();
   auto parsed = wire::parseHostCommand(data);
-  if (!parsed) return;
+  if (!parsed) {
+    // A record cut short would act on parameters the host never sent.
+    if (parsed.error() == wire::WireError::Truncated && data.size() >= 8) {
+      uint32_t command = wire::WireReader(data).u32LE(4);
+      oxlog("Live - command {} refused: {} bytes, it needs {}", command, data.size(),
+            8 + 4 * wire::hostCommandParameterCount(command));
+    }
+    return;
+  }
   const auto& command = *parsed;
   switch (command.command) {
     case wire::kHostPeerClose:

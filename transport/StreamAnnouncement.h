@@ -1,7 +1,7 @@
 #pragma once
 
-#include "wire/InfoPacket.h"
 #include "transport/LFLiveStreamInfo.h"
+#include "wire/InfoPacket.h"
 
 namespace oxelo {
 

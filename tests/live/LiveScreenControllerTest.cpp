@@ -7,6 +7,7 @@
 #include "media/VideoSizeCatalogue.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
+#include "tests/support/CameraTestSupport.h"
 #include "tests/support/FakeCarrier.h"
 #include "tests/support/FakeLifecycle.h"
 #include "tests/support/PlainStatusSource.h"
@@ -68,6 +69,7 @@ class LiveScreenControllerTest : public testing::Test {
     sources.environment.socket.lifecycle = std::make_shared<FakeLifecycle>();
     sources.environment.statusSource = std::make_shared<PlainStatusSource>();
     owner_->carrier = carrier_;
+    sources_ = sources;
     controller_ = LiveScreenController::create(sources, view_);
   }
   void TearDown() override {
@@ -91,6 +93,7 @@ class LiveScreenControllerTest : public testing::Test {
   std::shared_ptr<test::FakeCarrier> carrier_ = std::make_shared<test::FakeCarrier>();
   std::shared_ptr<RecordingOwner> owner_ = std::make_shared<RecordingOwner>();
   std::shared_ptr<RecordingView> view_ = std::make_shared<RecordingView>();
+  LiveScreenController::Sources sources_;
   std::shared_ptr<LiveScreenController> controller_;
 };
 
@@ -148,6 +151,51 @@ INSTANTIATE_TEST_SUITE_P(Stored, CameraStateTest,
                                                          0},
                                          CameraStateCase{"NothingSet", false, 0, false, 0}),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// What a session leaves when it ends is where the next one starts: kept in
+// the settings durably, single precision where the settings say so, and
+// applied with the torch and the zoom following later.
+TEST_F(LiveScreenControllerTest, TheCameraStateSurvivesIntoTheNextSession) {
+  CameraSystem::setCurrent(test::defaultVirtualCameraSystem());
+  struct Restore {
+    ~Restore() { CameraSystem::setCurrent(nullptr); }
+  } restore;
+  openAndStart();
+  auto session = controller_->session();
+  auto capture = session->videoCapture();
+  ASSERT_TRUE(capture && capture->device() && capture->device()->isTorchAvailable());
+  session->setTorch(2);
+  session->setZoomScale(2.2);
+  session->setMirror(false);
+  capture->setAfLock(true);
+  capture->setLensPosition(0.3);
+  capture->setAwbLock(true);
+  capture->setWbTempAndTint(5000.0f, 0.0f);
+  controller_->userClose();
+  capture->setTorch(0);  // the lamp goes out with the camera
+
+  auto stored = UserDefaults(dir_.path());
+  EXPECT_EQ(stored.integerForKey(keys::torchLevel), 2);
+  EXPECT_EQ(stored.doubleForKey(keys::zoomScale), static_cast<double>(2.2f));
+  EXPECT_EQ(stored.doubleForKey(keys::lensPosition), static_cast<double>(0.3f));
+  EXPECT_FALSE(stored.boolForKey(keys::frontCam));
+  EXPECT_TRUE(stored.stringForKey(keys::deviceType).has_value());
+
+  controller_ = LiveScreenController::create(sources_, view_);
+  owner_->carrier = std::make_shared<test::FakeCarrier>();
+  openAndStart();
+  auto next = controller_->session();
+  ASSERT_NE(next, session);
+  auto nextCapture = next->videoCapture();
+  EXPECT_FALSE(next->mirror());
+  EXPECT_TRUE(nextCapture->afLock() && nextCapture->awbLock());
+  EXPECT_NEAR(nextCapture->lensPosition(), 0.3, 1e-6);
+  EXPECT_NEAR(nextCapture->wbTempAndTint().temperature, 5000.0f, 1.0f);
+  EXPECT_EQ(next->torch(), 0);
+  env_.advance(1.0);
+  EXPECT_EQ(next->torch(), 2);
+  EXPECT_NEAR(next->zoomScale(), 2.2, 1e-6);
+}
 
 TEST_F(LiveScreenControllerTest, WithoutAPortTheStreamInfoNamesNoHost) {
   owner_->port = 0;

@@ -293,7 +293,16 @@ TEST_F(StreamSocketTest, HostCommandsEndTheStreamOrPassToTheSession) {
   hostSends(wire::kHostConnectionLost);
   hostSends(wire::kHostRestart);
   hostSends(wire::kHostMirror, 1);
-  socket_->handleClientCmd(hex("88 00 00 00 | 21 00 00 00"));  // 33 without its parameter
+  // Records cut short of their command's parameters: refused whole.
+  for (const char* shortRecord : {
+           "88 00 00 00 | 21 00 00 00",                // 33 without its parameter
+           "88 00 00 00 | 12 00 00 00 | 06 00 00 00",  // 18 without its value
+           "88 00 00 00 | 17 00 00 00 | ff 00 00 00",  // 23 without y
+           "88 00 00 00 | 29 00 00 00",                // 41 without the lock
+           "88 00 00 00 | 2a 00 00 00",                // 42 without the slot
+           "88 00 00 00 | 23 00 00 00 | 01 00 00",     // 35 one byte short
+       })
+    socket_->handleClientCmd(hex(shortRecord));
   socket_->handleClientCmd(hex("87 00 00 00 | 18 00 00 00"));  // not a command
   EXPECT_EQ(session_->errors(),
             (std::vector{LiveStreamError::ConnectionLost, LiveStreamError::PeerRestart}));
