@@ -10,6 +10,7 @@
 #include <limits>
 #include <map>
 
+#include "tools/host/HostCommands.h"
 #include "tools/host/Remuxer.h"
 
 namespace oxelo::host {
@@ -45,7 +46,8 @@ Options:
                        (default: read until the phone ends it)
   --command "AT CMD [P1 [P2]]"
                        send command CMD with its parameters AT seconds after the
-                       connection came up, once the phone has answered (repeatable)
+                       connection came up, once the phone has answered (repeatable);
+                       each command takes exactly the parameters listed below
   --end close|24|25|26 when the duration runs out: close the connection (default), or
                        send command 24, 25 or 26 first and give the phone a moment to end it
   --report FILE        write the JSON report to FILE (default: standard output)
@@ -55,7 +57,9 @@ Options:
                        "video|audio TIMESTAMP_MS KEY ARRIVAL_NS", ARRIVAL_NS on
                        CLOCK_MONOTONIC (the phone's media clock on the same machine)
   --help               this text
+)";
 
+constexpr const char* kExitHelp = R"(
 Exit status: 0 when the exchange was complete and no error was seen, 1 when
 it was not, 2 for bad arguments.
 )";
@@ -93,14 +97,20 @@ Connects to 127.0.0.1, where a USB forwarder ends (adb forward, ssh -L, ...).
   --port P             the forwarded TCP port (default 5895)
 )";
 
+// The options every subcommand shares, the commands, the exit status.
+std::string commonHelp() {
+  return std::string(kCommonHelp) + "\nCommands for --command (CMD and its parameters):\n" +
+         hostCommandHelp("  ") + kExitHelp;
+}
+
 std::string helpFor(HostMode mode) {
   switch (mode) {
     case HostMode::listen:
-      return std::string(kListenHelp) + kCommonHelp;
+      return kListenHelp + commonHelp();
     case HostMode::call:
-      return std::string(kCallHelp) + kCommonHelp;
+      return kCallHelp + commonHelp();
     case HostMode::usb:
-      return std::string(kUsbHelp) + kCommonHelp;
+      return kUsbHelp + commonHelp();
   }
   return kProgramHelp;
 }
@@ -253,6 +263,10 @@ std::optional<TimedCommand> parseCommandText(const std::string& text, std::strin
       return std::nullopt;
     }
     (i == 2 ? c.p1 : c.p2) = *p;
+  }
+  if (auto refused = checkHostCommand(c.command, static_cast<int>(parts.size()) - 2, c.p1, c.p2)) {
+    error = *refused + " in '" + text + "'";
+    return std::nullopt;
   }
   return c;
 }

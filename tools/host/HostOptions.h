@@ -90,8 +90,9 @@ std::optional<handshake::VideoSettings> parseSettingsText(const std::string& tex
                                                           std::string& error);
 
 // AT_SECONDS COMMAND [P1 [P2]], separated by spaces: a time of 0 or more,
-// a command number, and two signed parameters that default to 0. None, with
-// `error` set, for anything else.
+// a command of the phone's table with exactly the signed 32-bit parameters
+// its record carries (checkHostCommand); a parameter not given is 0. None,
+// with `error` set, for anything else.
 std::optional<TimedCommand> parseCommandText(const std::string& text, std::string& error);
 
 // The machine's host name, or "oxelo-host" when it cannot be had.
