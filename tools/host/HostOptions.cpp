@@ -10,6 +10,7 @@
 #include <limits>
 #include <map>
 
+#include "tools/host/CommandSchedule.h"
 #include "tools/host/HostCommands.h"
 #include "tools/host/Remuxer.h"
 
@@ -48,6 +49,10 @@ Options:
                        send command CMD with its parameters AT seconds after the
                        connection came up, once the phone has answered (repeatable);
                        each command takes exactly the parameters listed below
+  --command-gap SECONDS
+                       send each command at least this long after the one before
+                       (default 0.1): the phone reads one command from each read
+                       of the connection, so commands sent together are lost
   --end close|24|25|26 when the duration runs out: close the connection (default), or
                        send command 24, 25 or 26 first and give the phone a moment to end it
   --report FILE        write the JSON report to FILE (default: standard output)
@@ -350,6 +355,11 @@ void addCommonOptions(CLI::App& app, Collected& c) {
                                                     })
       ->allow_extra_args(false)
       ->take_all();
+  app.add_option_function<std::string>("--command-gap", [&c](const std::string& v) {
+    auto gap = parseSeconds(v, /*allowZero=*/true);
+    if (!gap) refuse("--command-gap", "bad number of seconds '" + v + "'");
+    c.o.commandGap = *gap;
+  });
   app.add_option_function<std::string>("--end", [&c](const std::string& v) {
     auto end = parseEndAction(v);
     if (!end) refuse("--end", "takes close, 24, 25 or 26, not '" + v + "'");
@@ -403,11 +413,11 @@ ParsedCommandLine help(std::string text) {
 // The checks that span options, once every option is read.
 std::optional<std::string> crossCheck(const std::string& mode, const HostOptions& o) {
   if (o.end != EndAction::close && !o.duration) return mode + ": --end needs a --duration";
-  for (const auto& c : o.commands) {
-    if (o.duration && c.at >= *o.duration) {
-      return fmt::format("{}: a command at {} s would come after the duration of {} s", mode, c.at,
-                         *o.duration);
-    }
+  if (!o.duration || o.commands.empty()) return std::nullopt;
+  const double last = CommandSchedule::earliestTimes(o.commands, o.commandGap).back();
+  if (last >= *o.duration) {
+    return fmt::format("{}: the last command would go at {:g} s, not before the duration of {:g} s",
+                       mode, last, *o.duration);
   }
   return std::nullopt;
 }
