@@ -47,19 +47,41 @@ TEST(CommandScheduleTest, TheGapCountsFromWhenACommandWent) {
   EXPECT_EQ(second[0].command, 37u);
 }
 
-TEST(CommandScheduleTest, ACommandThatTheGapPushesPastTheDurationIsRefused) {
-  const auto parse = [](std::vector<std::string> args) { return parseHostOptions(args, "desk"); };
-  const std::vector<std::string> four{"listen", "--duration", "0.5",    "--command",
-                                      "0.2 37", "--command",  "0.2 37", "--command",
-                                      "0.2 37", "--command",  "0.2 37"};
-  const ParsedCommandLine spaced = parse(four);
-  EXPECT_EQ(spaced.kind, ParsedCommandLine::Kind::error);
-  EXPECT_NE(spaced.text.find("the last command would go at 0.5 s"), std::string::npos)
-      << spaced.text;
-  std::vector<std::string> together = four;
-  together.insert(together.end(), {"--command-gap", "0"});
-  EXPECT_EQ(parse(together).kind, ParsedCommandLine::Kind::run) << parse(together).text;
+struct DurationCase {
+  const char* name;
+  std::vector<std::string> extra;  // behind four commands at 0.2 s
+  const char* refusal;             // a part of the error; empty: accepted
+};
+
+class CommandDurationTest : public testing::TestWithParam<DurationCase> {};
+
+// The gap pushes the commands later; they and the end command must still
+// come before the duration runs out.
+TEST_P(CommandDurationTest, TheLastCommandKeepsTheGapBeforeTheEnd) {
+  std::vector<std::string> args{"listen",    "--command", "0.2 37",    "--command", "0.2 37",
+                                "--command", "0.2 37",    "--command", "0.2 37"};
+  args.insert(args.end(), GetParam().extra.begin(), GetParam().extra.end());
+  const ParsedCommandLine parsed = parseHostOptions(args, "desk");
+  const std::string refusal = GetParam().refusal;
+  EXPECT_EQ(parsed.kind,
+            refusal.empty() ? ParsedCommandLine::Kind::run : ParsedCommandLine::Kind::error)
+      << parsed.text;
+  if (!refusal.empty()) {
+    EXPECT_NE(parsed.text.find(refusal), std::string::npos) << parsed.text;
+  }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Durations, CommandDurationTest,
+    testing::Values(
+        DurationCase{"PushedPastTheEnd", {"--duration", "0.5"}, "would go at 0.5 s, not before"},
+        DurationCase{"TogetherInTime", {"--duration", "0.5", "--command-gap", "0"}, ""},
+        DurationCase{"InTimeWhenClosing", {"--duration", "0.55"}, ""},
+        DurationCase{"TooCloseToTheEndCommand",
+                     {"--duration", "0.55", "--end", "24"},
+                     "less than --command-gap before the end command at 0.55 s"},
+        DurationCase{"AGapBeforeTheEndCommand", {"--duration", "0.6", "--end", "24"}, ""}),
+    [](const auto& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace oxelo::host

@@ -419,6 +419,14 @@ std::optional<std::string> crossCheck(const std::string& mode, const HostOptions
     return fmt::format("{}: the last command would go at {:g} s, not before the duration of {:g} s",
                        mode, last, *o.duration);
   }
+  // The end command is a command too: it keeps the gap (give or take the
+  // rounding of the sums of times).
+  if (o.end != EndAction::close && last + o.commandGap > *o.duration + 1e-9) {
+    return fmt::format(
+        "{}: the last command would go at {:g} s, less than --command-gap before "
+        "the end command at {:g} s",
+        mode, last, *o.duration);
+  }
   return std::nullopt;
 }
 
