@@ -41,7 +41,7 @@ TEST_F(StreamEndToEndTest, OverUsbTheHostsCloseLeavesThePhoneCallable) {
   stageCable();
   const std::string usbListening = "开始 USB 侦听";  // the phone's "USB listening" line
   std::string first =
-      host("usb --settings 1280x720@30 --duration 3 --command '1 33 1 0' --end 24", "usb.json");
+      host("usb --settings 1280x720@30 --duration 3 --command '1 33 1' --end 24", "usb.json");
   // Back at the main screen the phone listens again, so a host can call it.
   std::string second =
       host("call 127.0.0.1 --settings 640x480@24 --duration 1 --end 24", "call.json");
@@ -65,7 +65,7 @@ TEST_F(StreamEndToEndTest, OverUsbTheHostsCloseLeavesThePhoneCallable) {
 TEST_F(StreamEndToEndTest, OverTcpARestartReconnectsAfterAQuarterSecond) {
   std::string first = host(
       "listen --bind 127.0.0.1 --port 5899 --settings 960x540@30 --wait 15 --duration 3"
-      " --command '1 33 2 0' --end 26",
+      " --command '1 33 2' --end 26",
       "first.json");
   // The restarted phone calls the same host again; this time with no sound.
   std::string second = host(

@@ -10,6 +10,8 @@
 #include <limits>
 #include <map>
 
+#include "tools/host/CommandSchedule.h"
+#include "tools/host/HostCommands.h"
 #include "tools/host/Remuxer.h"
 
 namespace oxelo::host {
@@ -45,7 +47,12 @@ Options:
                        (default: read until the phone ends it)
   --command "AT CMD [P1 [P2]]"
                        send command CMD with its parameters AT seconds after the
-                       connection came up, once the phone has answered (repeatable)
+                       connection came up, once the phone has answered (repeatable);
+                       each command takes exactly the parameters listed below
+  --command-gap SECONDS
+                       send each command at least this long after the one before
+                       (default 0.1): the phone reads one command from each read
+                       of the connection, so commands sent together are lost
   --end close|24|25|26 when the duration runs out: close the connection (default), or
                        send command 24, 25 or 26 first and give the phone a moment to end it
   --report FILE        write the JSON report to FILE (default: standard output)
@@ -55,7 +62,9 @@ Options:
                        "video|audio TIMESTAMP_MS KEY ARRIVAL_NS", ARRIVAL_NS on
                        CLOCK_MONOTONIC (the phone's media clock on the same machine)
   --help               this text
+)";
 
+constexpr const char* kExitHelp = R"(
 Exit status: 0 when the exchange was complete and no error was seen, 1 when
 it was not, 2 for bad arguments.
 )";
@@ -93,14 +102,20 @@ Connects to 127.0.0.1, where a USB forwarder ends (adb forward, ssh -L, ...).
   --port P             the forwarded TCP port (default 5895)
 )";
 
+// The options every subcommand shares, the commands, the exit status.
+std::string commonHelp() {
+  return std::string(kCommonHelp) + "\nCommands for --command (CMD and its parameters):\n" +
+         hostCommandHelp("  ") + kExitHelp;
+}
+
 std::string helpFor(HostMode mode) {
   switch (mode) {
     case HostMode::listen:
-      return std::string(kListenHelp) + kCommonHelp;
+      return kListenHelp + commonHelp();
     case HostMode::call:
-      return std::string(kCallHelp) + kCommonHelp;
+      return kCallHelp + commonHelp();
     case HostMode::usb:
-      return std::string(kUsbHelp) + kCommonHelp;
+      return kUsbHelp + commonHelp();
   }
   return kProgramHelp;
 }
@@ -254,6 +269,10 @@ std::optional<TimedCommand> parseCommandText(const std::string& text, std::strin
     }
     (i == 2 ? c.p1 : c.p2) = *p;
   }
+  if (auto refused = checkHostCommand(c.command, static_cast<int>(parts.size()) - 2, c.p1, c.p2)) {
+    error = *refused + " in '" + text + "'";
+    return std::nullopt;
+  }
   return c;
 }
 
@@ -336,6 +355,11 @@ void addCommonOptions(CLI::App& app, Collected& c) {
                                                     })
       ->allow_extra_args(false)
       ->take_all();
+  app.add_option_function<std::string>("--command-gap", [&c](const std::string& v) {
+    auto gap = parseSeconds(v, /*allowZero=*/true);
+    if (!gap) refuse("--command-gap", "bad number of seconds '" + v + "'");
+    c.o.commandGap = *gap;
+  });
   app.add_option_function<std::string>("--end", [&c](const std::string& v) {
     auto end = parseEndAction(v);
     if (!end) refuse("--end", "takes close, 24, 25 or 26, not '" + v + "'");
@@ -389,11 +413,19 @@ ParsedCommandLine help(std::string text) {
 // The checks that span options, once every option is read.
 std::optional<std::string> crossCheck(const std::string& mode, const HostOptions& o) {
   if (o.end != EndAction::close && !o.duration) return mode + ": --end needs a --duration";
-  for (const auto& c : o.commands) {
-    if (o.duration && c.at >= *o.duration) {
-      return fmt::format("{}: a command at {} s would come after the duration of {} s", mode, c.at,
-                         *o.duration);
-    }
+  if (!o.duration || o.commands.empty()) return std::nullopt;
+  const double last = CommandSchedule::earliestTimes(o.commands, o.commandGap).back();
+  if (last >= *o.duration) {
+    return fmt::format("{}: the last command would go at {:g} s, not before the duration of {:g} s",
+                       mode, last, *o.duration);
+  }
+  // The end command is a command too: it keeps the gap (give or take the
+  // rounding of the sums of times).
+  if (o.end != EndAction::close && last + o.commandGap > *o.duration + 1e-9) {
+    return fmt::format(
+        "{}: the last command would go at {:g} s, less than --command-gap before "
+        "the end command at {:g} s",
+        mode, last, *o.duration);
   }
   return std::nullopt;
 }

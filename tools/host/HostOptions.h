@@ -21,6 +21,7 @@ inline constexpr uint16_t kDefaultHostPort = 5895;   // listen and usb
 inline constexpr uint16_t kDefaultPhonePort = 5896;  // call
 inline constexpr uint32_t kDefaultQuality = 1;       // medium
 inline constexpr uint32_t kDefaultAudioFormat = 1;   // mono
+inline constexpr double kDefaultCommandGap = 0.1;    // seconds between two commands
 
 // A command for the phone, sent `at` seconds after the connection came up
 // (and not before the phone has answered the start).
@@ -63,7 +64,10 @@ struct HostOptions {
   std::string outputPath;              // empty: the stream is not recorded
   std::string arrivalsPath;            // empty: arrival times are not written
   std::vector<TimedCommand> commands;  // in the order given
-  EndAction end = EndAction::close;    // needs a duration unless close
+  // The least time between two commands: the phone takes one command from
+  // each read, so commands sent together would be lost but the first.
+  double commandGap = kDefaultCommandGap;
+  EndAction end = EndAction::close;  // needs a duration unless close
 };
 
 // The outcome of reading the command line: options to run with, a help text
@@ -90,8 +94,9 @@ std::optional<handshake::VideoSettings> parseSettingsText(const std::string& tex
                                                           std::string& error);
 
 // AT_SECONDS COMMAND [P1 [P2]], separated by spaces: a time of 0 or more,
-// a command number, and two signed parameters that default to 0. None, with
-// `error` set, for anything else.
+// a command of the phone's table with exactly the signed 32-bit parameters
+// its record carries (checkHostCommand); a parameter not given is 0. None,
+// with `error` set, for anything else.
 std::optional<TimedCommand> parseCommandText(const std::string& text, std::string& error);
 
 // The machine's host name, or "oxelo-host" when it cannot be had.

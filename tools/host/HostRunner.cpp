@@ -93,7 +93,7 @@ class Exchange {
       : options_(options),
         carrier_(carrier),
         session_(session),
-        schedule_(options.commands),
+        schedule_(options.commands, options.commandGap),
         start_(Clock::now()) {}
 
   RunEnd run() {

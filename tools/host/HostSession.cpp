@@ -257,6 +257,7 @@ void HostSession::checkFrame(const std::string& what, uint32_t type, uint32_t ta
 void HostSession::queueCommand(uint32_t command, int32_t p1, int32_t p2) {
   const auto route = wire::usbRoute(wire::WireContent::Command, 0, command);
   outgoing_.push_back({route.type, route.tag, wire::buildHostCommandPacket(command, p1, p2)});
+  stream_.noteHostCommand();
   oxlog("host - command {} ({}, {})", command, p1, p2);
 }
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "wire/HandshakePackets.h"
 #include "tools/host/StreamChecker.h"
+#include "wire/HandshakePackets.h"
 
 namespace oxelo::host {
 
@@ -74,7 +74,8 @@ class HostSession {
   void addError(std::string text);
 
   // Queues a command for the phone: 8 to 16 bytes by command, in a USB frame
-  // of type 88 and tag 8800 + command.
+  // of type 88 and tag 8800 + command. Status blocks read from now on count
+  // it among the commands before them.
   void queueCommand(uint32_t command, int32_t p1, int32_t p2);
   // The greeting is over as far as the host is concerned: its packets have
   // gone and, when it sent the start, the phone has answered.

@@ -150,6 +150,12 @@ nlohmann::json capabilityJson(const wire::CapabilityBlock& c) {
 }
 
 nlohmann::json streamJson(const StreamChecker& stream) {
+  nlohmann::json blocks = nlohmann::json::array();
+  for (const auto& arrival : stream.statusBlocks()) {
+    nlohmann::json one = statusJson(arrival.status);
+    one["after_commands"] = arrival.commandsBefore;
+    blocks.push_back(std::move(one));
+  }
   nlohmann::json commands = nlohmann::json::array();
   for (const auto& c : stream.phoneCommands()) {
     nlohmann::json one = {{"command", c.command}};
@@ -164,6 +170,7 @@ nlohmann::json streamJson(const StreamChecker& stream) {
        stream.lastStatus() ? statusJson(*stream.lastStatus()) : nlohmann::json(nullptr)},
       {"last_capability", stream.lastCapability() ? capabilityJson(*stream.lastCapability())
                                                   : nlohmann::json(nullptr)},
+      {"status_blocks", std::move(blocks)},
       {"phone_commands", std::move(commands)},
       {"order_errors", stream.orderErrors()},
   };

@@ -42,12 +42,17 @@ struct ReportInput {
 //                                      "quality", "encoder", "audio_format"} | null},
 //    "stream": {"info": {...} | null, "counts": {...}, "first_packets": [name, ...],
 //               "last_status": {...} | null, "last_capability": {...} | null,
+//               "status_blocks": [{...status, "after_commands"}, ...],
 //               "phone_commands": [{"command", "parameter"?}, ...],
 //               "order_errors": [text, ...]},
 //    "commands_sent": [{"at", "command", "p1", "p2"}, ...],
 //    "end_command": 24|25|26|null,
 //    "errors": [text, ...]}
 // "errors" holds every fault in the order seen, the order errors included.
+// "status_blocks" lists the first status blocks in arrival order, each with
+// the number of host commands (the end command included) that had gone out
+// before it arrived: what a command changed shows in the first block whose
+// "after_commands" passes that command's place in "commands_sent".
 nlohmann::json buildReport(const ReportInput& input);
 
 // Parts of the report, field by field.

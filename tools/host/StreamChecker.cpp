@@ -208,6 +208,7 @@ void StreamChecker::takeTail(std::span<const uint8_t> record, StreamRecord& out)
       return;
     }
     lastStatus_ = *status;
+    if (statusBlocks_.size() < kStatusBlocksKept) statusBlocks_.push_back({hostCommands_, *status});
     return;
   }
   out.name = "capability_block";

@@ -47,6 +47,13 @@ class MediaSink {
   virtual void audioFrame(uint32_t /*timestamp*/, std::span<const uint8_t> /*frame*/) {}
 };
 
+// A status block as it arrived, with how many host commands had gone out
+// before it: the block a command asked for is the first one behind it.
+struct StatusArrival {
+  uint64_t commandsBefore = 0;
+  wire::StatusBlock status;
+};
+
 // One record cut from the stream, for the carrier checks of the session.
 struct StreamRecord {
   size_t length = 0;                    // 0: the record is not all there yet
@@ -71,6 +78,7 @@ class StreamChecker {
  public:
   using ErrorSink = std::function<void(std::string)>;
   static constexpr size_t kFirstPacketsKept = 12;
+  static constexpr size_t kStatusBlocksKept = 256;  // the first ones; a long run sends more
 
   explicit StreamChecker(ErrorSink sink);
 
@@ -86,11 +94,15 @@ class StreamChecker {
   StreamRecord take(std::span<const uint8_t> bytes, bool framed);
   // The connection has ended: notes a capability block still due.
   void finish();
+  // A host command has gone out: status blocks from now on come after it.
+  void noteHostCommand() { ++hostCommands_; }
 
   const std::optional<wire::InfoPacket>& info() const { return info_; }
   const StreamCounts& counts() const { return counts_; }
   const std::vector<std::string>& firstPackets() const { return firstPackets_; }
   const std::optional<wire::StatusBlock>& lastStatus() const { return lastStatus_; }
+  // The first kStatusBlocksKept status blocks that read, in arrival order.
+  const std::vector<StatusArrival>& statusBlocks() const { return statusBlocks_; }
   const std::optional<wire::CapabilityBlock>& lastCapability() const { return lastCapability_; }
   const std::vector<wire::PhoneCommand>& phoneCommands() const { return phoneCommands_; }
   const std::vector<std::string>& orderErrors() const { return orderErrors_; }
@@ -112,6 +124,8 @@ class StreamChecker {
   StreamCounts counts_;
   std::vector<std::string> firstPackets_;
   std::optional<wire::StatusBlock> lastStatus_;
+  std::vector<StatusArrival> statusBlocks_;
+  uint64_t hostCommands_ = 0;
   std::optional<wire::CapabilityBlock> lastCapability_;
   std::vector<wire::PhoneCommand> phoneCommands_;
   std::vector<std::string> orderErrors_;
