@@ -54,7 +54,9 @@ struct CaptureDeviceState {
 
   int64_t exposureMode = AVCaptureExposureModeLocked;
   CapturePoint exposurePointOfInterest;
-  CaptureTime exposureDuration = CaptureTime::make(1, 60);
+  // 1/60 s on a nanosecond time scale, as a phone camera counts: a custom
+  // duration is made on the present one's scale.
+  CaptureTime exposureDuration = CaptureTime::make(16666667, 1000000000);
   float ISO = 100.0f;
   float exposureTargetBias = 0.0f;
   bool faceDrivenAutoExposureEnabled = true;
