@@ -1,6 +1,7 @@
 #include "capture/GPUImageVideoCamera.h"
 
 #include <cstring>
+#include <map>
 
 #include "filters/GLES.h"
 #include "filters/GLProgram.h"
@@ -91,18 +92,27 @@ uint64_t phoneRotationMode(AVCaptureDevicePosition position, bool mirror, int64_
   return kRotationTable[row][orientation - 1];
 }
 
-// The two plane textures of the conversion, made once for the context and
-// kept with it like its programs: every camera input draws from them in
-// turn, on the video processing queue. (llvmpipe also loses memory when
-// luminance textures are deleted.)
+// The two plane textures of the conversion for one frame size, made once
+// for the context and kept with it like its programs: every camera input
+// draws from them in turn, on the video processing queue. A new size gets
+// textures of its own rather than new storage for the old ones: llvmpipe
+// loses the storage of luminance textures that are deleted or specified
+// again (a camera switch streams a frame or two at the new camera's own
+// format before the chosen one), and a camera has few sizes.
 struct PlaneTextures {
   GLuint luminance = 0;
   GLuint chrominance = 0;
-  int32_t width = 0;
-  int32_t height = 0;
 };
-PlaneTextures& planeTextures() {
-  static PlaneTextures textures;
+PlaneTextures& planeTexturesFor(int32_t width, int32_t height, bool& made) {
+  static std::map<std::pair<int32_t, int32_t>, PlaneTextures> bySize;
+  PlaneTextures& textures = bySize[{width, height}];
+  made = textures.luminance == 0;
+  if (made) {
+    GLuint names[2];
+    glGenTextures(2, names);
+    textures.luminance = names[0];
+    textures.chrominance = names[1];
+  }
   return textures;
 }
 
@@ -490,17 +500,10 @@ void GPUImageVideoCamera::processVideoSampleBuffer(
 
 void GPUImageVideoCamera::uploadPlanes(const CameraFrame& frame) {
   const auto planes = frame.planes();
-  PlaneTextures& shared = planeTextures();
-  const bool resize =
-      !shared.luminance || shared.width != frame.width() || shared.height != frame.height();
-  if (!shared.luminance) {
-    GLuint names[2];
-    glGenTextures(2, names);
-    shared.luminance = names[0];
-    shared.chrominance = names[1];
-  }
-  shared.width = frame.width();
-  shared.height = frame.height();
+  bool resize = false;
+  const PlaneTextures& shared = planeTexturesFor(frame.width(), frame.height(), resize);
+  planeLuminance_ = shared.luminance;
+  planeChrominance_ = shared.chrominance;
   glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
   const GLuint units[2] = {GL_TEXTURE4, GL_TEXTURE5};
   const GLuint textures[2] = {shared.luminance, shared.chrominance};
@@ -553,10 +556,10 @@ void GPUImageVideoCamera::convertYUVToRGBOutput(GPUSize rotatedSize, bool fullRa
   glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
   glClear(GL_COLOR_BUFFER_BIT);
   glActiveTexture(GL_TEXTURE4);
-  glBindTexture(GL_TEXTURE_2D, planeTextures().luminance);
+  glBindTexture(GL_TEXTURE_2D, planeLuminance_);
   glUniform1i(conversion.luminanceUniform, 4);
   glActiveTexture(GL_TEXTURE5);
-  glBindTexture(GL_TEXTURE_2D, planeTextures().chrominance);
+  glBindTexture(GL_TEXTURE_2D, planeChrominance_);
   glUniform1i(conversion.chrominanceUniform, 5);
   glUniformMatrix3fv(conversion.matrixUniform, 1, GL_FALSE, preferredConversion_->data());
   const auto position = static_cast<GLuint>(conversion.position);

@@ -183,6 +183,8 @@ class GPUImageVideoCamera : public GPUImageOutput,
   int32_t imageBufferWidth_ = 0;
   int32_t imageBufferHeight_ = 0;
   bool unpackRowLength_ = false;
+  unsigned planeLuminance_ = 0;  // the plane textures of the frame in hand
+  unsigned planeChrominance_ = 0;
   std::vector<uint8_t> scratch_;
 };
 
