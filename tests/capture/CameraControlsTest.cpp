@@ -13,8 +13,7 @@ namespace {
 using json = nlohmann::json;
 
 // A camera of one 1280x720 format: ISO 50 to 1600, exposure 1 ms to 0.1 s.
-json camera(json controls = json::object(), double maxZoom = 16, const char* position = "back",
-            const char* type = "wide") {
+json camera(json controls = json::object(), double maxZoom = 16, const char* position = "back") {
   if (controls.is_null()) controls = json::object();
   json format = {{"width", 1280},
                  {"height", 720},
@@ -22,7 +21,7 @@ json camera(json controls = json::object(), double maxZoom = 16, const char* pos
                  {"iso", {50, 1600}},
                  {"exposure", {0.001, 0.1}},
                  {"maxZoom", maxZoom}};
-  return {{"type", type},
+  return {{"type", "wide"},
           {"position", position},
           {"formats", json::array({format})},
           {"controls", std::move(controls)}};
@@ -56,33 +55,24 @@ class CameraControlsTest : public testing::Test {
 
 struct ZoomCase {
   const char* name;
-  const char* type;
   double deviceMax, scale, zoom, maxScale;
 };
 class ZoomTest : public CameraControlsTest, public testing::WithParamInterface<ZoomCase> {};
 
 TEST_P(ZoomTest, MapsBelowFourAndKeepsWithinTheDevice) {
   const auto& c = GetParam();
-  // A back camera of several lenses is not the default one: chosen by index.
-  const bool wide = std::string(c.type) == "wide";
-  json cameras = json::array({camera(json::object(), c.deviceMax, "back", c.type)});
-  if (!wide) cameras.insert(cameras.begin(), camera());
-  ASSERT_NO_FATAL_FAILURE(open(cameras));
-  if (!wide) capture->setCameraByIndex(1);
-  ASSERT_EQ(capture->device()->activeFormat()->videoMaxZoomFactor, c.deviceMax);
+  ASSERT_NO_FATAL_FAILURE(open(camera(json::object(), c.deviceMax)));
   capture->setZoomScale(c.scale);
   EXPECT_DOUBLE_EQ(capture->zoomScale(), c.zoom);
   EXPECT_DOUBLE_EQ(capture->maxZoomScale(), c.maxScale);
 }
 
 INSTANTIATE_TEST_SUITE_P(Devices, ZoomTest,
-                         testing::Values(ZoomCase{"ThreeXHalfway", "wide", 3, 2.0, 1.5, 3},
-                                         ZoomCase{"ThreeXFull", "wide", 3, 4.0, 3.0, 3},
-                                         ZoomCase{"ThreeXBelowOne", "wide", 3, 0.5, 1.0, 3},
-                                         ZoomCase{"OneXNeverMoves", "wide", 1, 3.0, 1.0, 1},
-                                         ZoomCase{"SixteenXUnmapped", "wide", 16, 6.0, 6.0, 10},
-                                         ZoomCase{"TripleReportsTwenty", "triple", 30, 25.0, 25.0,
-                                                  20}),
+                         testing::Values(ZoomCase{"ThreeXHalfway", 3, 2.0, 1.5, 3},
+                                         ZoomCase{"ThreeXFull", 3, 4.0, 3.0, 3},
+                                         ZoomCase{"ThreeXBelowOne", 3, 0.5, 1.0, 3},
+                                         ZoomCase{"OneXNeverMoves", 1, 3.0, 1.0, 1},
+                                         ZoomCase{"SixteenXUnmapped", 16, 6.0, 6.0, 10}),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CameraControlsTest, OnlyTheFirstZoomRampsAndACameraChangeKeepsThatAndDropsTheLocks) {
@@ -219,7 +209,6 @@ INSTANTIATE_TEST_SUITE_P(
     Values, ExposureTest,
     testing::Values(ExposureCase{"IsoKeepsTheTime", true, 0, 400, 1.0 / 60, 400},
                     ExposureCase{"IsoClampedHigh", true, 0, 5000, 1.0 / 60, 1600},
-                    ExposureCase{"IsoClampedLow", true, 0, 10, 1.0 / 60, 50},
                     ExposureCase{"ShortTimeKeepsThePresent", true, 0.0001, 0, 1.0 / 60, 100},
                     ExposureCase{"LongTimeCut", true, 1.0, 0, 0.1, 100},
                     ExposureCase{"BothTaken", true, 0.05, 800, 0.05, 800},
@@ -257,47 +246,37 @@ TEST_F(CameraControlsTest, BiasAndWhiteBalanceGainsAreClamped) {
 
 struct TorchCase {
   const char* name;
-  json controls;
-  std::optional<std::string> lockError;
+  json camera;
   int64_t first, second;
   float level;  // 0: off
   int64_t torch;
-  const char* log;
 };
 class TorchTest : public CameraControlsTest, public testing::WithParamInterface<TorchCase> {};
 
 TEST_P(TorchTest, LevelsZeroToFive) {
   const auto& c = GetParam();
-  json cam = camera(c.controls);
-  if (c.lockError) cam["lockError"] = *c.lockError;
-  ASSERT_NO_FATAL_FAILURE(open(cam));
-  test::LogCapture log;
+  ASSERT_NO_FATAL_FAILURE(open(c.camera));
   capture->setTorch(c.first);
   capture->setTorch(c.second);
   EXPECT_EQ(device->torchMode(), c.level > 0 ? AVCaptureTorchModeOn : AVCaptureTorchModeOff);
   EXPECT_FLOAT_EQ(device->torchLevel(), c.level);
   EXPECT_EQ(capture->torch(), c.torch);
-  if (*c.log) {
-    EXPECT_TRUE(log.contains(c.log));
-  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Levels, TorchTest,
-    testing::Values(TorchCase{"FiveIsFull", json::object(), {}, 2, 5, 1.0f, 5, ""},
-                    TorchCase{"SixRefused", json::object(), {}, 3, 6, 0.6f, 3, ""},
-                    TorchCase{"ZeroTurnsOff", json::object(), {}, 3, 0, 0.0f, 0, ""},
-                    TorchCase{"NoTorch",
-                              {{"torch", false}},
-                              {},
-                              3,
-                              3,
-                              0.0f,
-                              0,
-                              "Torch not available in current camera input"},
-                    TorchCase{"LockFails", json::object(), "held elsewhere", 3, 3, 0.0f, 0,
-                              "Error while locking device for torch: "}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Levels, TorchTest,
+                         testing::Values(TorchCase{"FiveIsFull", camera(), 2, 5, 1.0f, 5},
+                                         TorchCase{"SixRefused", camera(), 3, 6, 0.6f, 3},
+                                         TorchCase{"ZeroTurnsOff", camera(), 3, 0, 0.0f, 0},
+                                         TorchCase{"NoTorch", camera({{"torch", false}}), 3, 3,
+                                                   0.0f, 0},
+                                         TorchCase{"LockFails",
+                                                   [] {
+                                                     auto held = camera();
+                                                     held["lockError"] = "held elsewhere";
+                                                     return held;
+                                                   }(),
+                                                   3, 3, 0.0f, 0}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace oxelo
