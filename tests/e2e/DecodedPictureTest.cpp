@@ -44,7 +44,7 @@ class DecodedPictureTest : public test::ProgramTest {
   }
 };
 
-TEST_F(DecodedPictureTest, ReadsTheCornersOfThePictureShownAtATime) {
+TEST_F(DecodedPictureTest, ReadsThePictureShownAtATimeOrSaysWhyNot) {
   const std::string file = makeFile();
   for (const auto& [seconds, width, height, corners] :
        {std::tuple{0.5, 320, 240, kUpright}, std::tuple{1.5, 160, 120, kMirrored},
@@ -60,13 +60,9 @@ TEST_F(DecodedPictureTest, ReadsTheCornersOfThePictureShownAtATime) {
     EXPECT_NEAR(ground.g, 102, 6);
     EXPECT_NEAR(ground.b, 153, 6);
   }
-}
-
-TEST_F(DecodedPictureTest, AFileWithNoPictureThereGivesAReason) {
-  const std::string file = makeFile();
+  // No file, or no picture 5 s into the known one: a reason, not a picture.
   for (const std::string& missing : {path("none.mkv"), file}) {
     std::string error;
-    // The known file has no picture 5 s in.
     EXPECT_FALSE(test::decodePictureAt(missing, 5.0, 32, 24, error)) << missing;
     EXPECT_NE(error.find("0 of 2304 bytes"), std::string::npos) << error;
   }
