@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/TestSupport.h"
@@ -65,19 +66,16 @@ TEST(ArrivalLogTest, AFileThatCannotBeWrittenIsSaidSo) {
 }
 
 TEST(ArrivalLogTest, TheOptionNamesTheFile) {
-  struct Case {
-    std::vector<std::string> args;
-    ParsedCommandLine::Kind kind;
-    std::string path;
-  };
-  for (const auto& c :
-       {Case{{"listen", "--arrivals", "a.txt"}, ParsedCommandLine::Kind::run, "a.txt"},
-        Case{{"usb", "--arrivals=b"}, ParsedCommandLine::Kind::run, "b"},
-        Case{{"listen"}, ParsedCommandLine::Kind::run, ""},
-        Case{{"listen", "--arrivals="}, ParsedCommandLine::Kind::error, ""}}) {
-    const ParsedCommandLine parsed = parseHostOptions(c.args, "desk");
-    EXPECT_EQ(parsed.kind, c.kind) << c.args.back() << ": " << parsed.text;
-    EXPECT_EQ(parsed.options.arrivalsPath, c.path) << c.args.back();
+  using enum ParsedCommandLine::Kind;
+  for (const auto& [args, kind, path] :
+       std::vector<std::tuple<std::vector<std::string>, ParsedCommandLine::Kind, std::string>>{
+           {{"listen", "--arrivals", "a.txt"}, run, "a.txt"},
+           {{"usb", "--arrivals=b"}, run, "b"},
+           {{"listen"}, run, ""},
+           {{"listen", "--arrivals="}, error, ""}}) {
+    const ParsedCommandLine parsed = parseHostOptions(args, "desk");
+    EXPECT_EQ(parsed.kind, kind) << args.back() << ": " << parsed.text;
+    EXPECT_EQ(parsed.options.arrivalsPath, path) << args.back();
   }
 }
 

@@ -1,5 +1,7 @@
 #include "tools/host/CommandSchedule.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,25 +14,14 @@ namespace {
 const std::vector<TimedCommand> kCommands{
     {0.2, 35, 1, 0}, {0.5, 33, 2, 0}, {0.2, 37, 0, 0}, {0.25, 21, 0, 0}, {0.2, 41, 1, 0}};
 
-struct GapCase {
-  const char* name;
-  double gap;
-  std::vector<double> times;
-};
-
-class CommandGapTest : public testing::TestWithParam<GapCase> {};
-
-TEST_P(CommandGapTest, CommandsGoInOrderAndApart) {
-  const auto times = CommandSchedule::earliestTimes(kCommands, GetParam().gap);
-  ASSERT_EQ(times.size(), GetParam().times.size());
-  for (size_t i = 0; i < times.size(); ++i) EXPECT_NEAR(times[i], GetParam().times[i], 1e-9) << i;
+TEST(CommandScheduleTest, CommandsGoInOrderAndApart) {
+  for (const auto& [gap, want] : {std::pair{0.0, std::vector{0.2, 0.2, 0.2, 0.25, 0.5}},
+                                  std::pair{0.1, std::vector{0.2, 0.3, 0.4, 0.5, 0.6}}}) {
+    const auto times = CommandSchedule::earliestTimes(kCommands, gap);
+    ASSERT_EQ(times.size(), want.size()) << gap;
+    for (size_t i = 0; i < times.size(); ++i) EXPECT_NEAR(times[i], want[i], 1e-9) << gap << i;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Gaps, CommandGapTest,
-                         testing::Values(GapCase{"Together", 0, {0.2, 0.2, 0.2, 0.25, 0.5}},
-                                         GapCase{"ATenthApart", 0.1, {0.2, 0.3, 0.4, 0.5, 0.6}},
-                                         GapCase{"LongGap", 0.5, {0.2, 0.7, 1.2, 1.7, 2.2}}),
-                         [](const auto& info) { return info.param.name; });
 
 // A late wake-up sends one command, and the next one a gap after it, not a
 // gap after the time it fell due.
@@ -47,41 +38,27 @@ TEST(CommandScheduleTest, TheGapCountsFromWhenACommandWent) {
   EXPECT_EQ(second[0].command, 37u);
 }
 
-struct DurationCase {
-  const char* name;
-  std::vector<std::string> extra;  // behind four commands at 0.2 s
-  const char* refusal;             // a part of the error; empty: accepted
-};
-
-class CommandDurationTest : public testing::TestWithParam<DurationCase> {};
-
 // The gap pushes the commands later; they and the end command must still
-// come before the duration runs out.
-TEST_P(CommandDurationTest, TheLastCommandKeepsTheGapBeforeTheEnd) {
-  std::vector<std::string> args{"listen",    "--command", "0.2 37",    "--command", "0.2 37",
-                                "--command", "0.2 37",    "--command", "0.2 37"};
-  args.insert(args.end(), GetParam().extra.begin(), GetParam().extra.end());
-  const ParsedCommandLine parsed = parseHostOptions(args, "desk");
-  const std::string refusal = GetParam().refusal;
-  EXPECT_EQ(parsed.kind,
-            refusal.empty() ? ParsedCommandLine::Kind::run : ParsedCommandLine::Kind::error)
-      << parsed.text;
-  if (!refusal.empty()) {
-    EXPECT_NE(parsed.text.find(refusal), std::string::npos) << parsed.text;
+// come before the duration runs out. Behind four commands at 0.2 s: the extra
+// arguments and a part of the error (empty: accepted).
+TEST(CommandScheduleTest, TheLastCommandKeepsTheGapBeforeTheEnd) {
+  for (const auto& [extra, refusal] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"--duration", "0.5"}, "would go at 0.5 s, not before"},
+           {{"--duration", "0.5", "--command-gap", "0"}, ""},
+           {{"--duration", "0.55"}, ""},
+           {{"--duration", "0.55", "--end", "24"},
+            "less than --command-gap before the end command at 0.55 s"},
+           {{"--duration", "0.6", "--end", "24"}, ""}}) {
+    std::vector<std::string> args{"listen"};
+    for (int i = 0; i < 4; ++i) args.insert(args.end(), {"--command", "0.2 37"});
+    args.insert(args.end(), extra.begin(), extra.end());
+    const ParsedCommandLine parsed = parseHostOptions(args, "desk");
+    SCOPED_TRACE(fmt::format("{}: {}", fmt::join(extra, " "), parsed.text));
+    EXPECT_EQ(parsed.kind,
+              refusal.empty() ? ParsedCommandLine::Kind::run : ParsedCommandLine::Kind::error);
+    EXPECT_NE(parsed.text.find(refusal), std::string::npos);
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Durations, CommandDurationTest,
-    testing::Values(
-        DurationCase{"PushedPastTheEnd", {"--duration", "0.5"}, "would go at 0.5 s, not before"},
-        DurationCase{"TogetherInTime", {"--duration", "0.5", "--command-gap", "0"}, ""},
-        DurationCase{"InTimeWhenClosing", {"--duration", "0.55"}, ""},
-        DurationCase{"TooCloseToTheEndCommand",
-                     {"--duration", "0.55", "--end", "24"},
-                     "less than --command-gap before the end command at 0.55 s"},
-        DurationCase{"AGapBeforeTheEndCommand", {"--duration", "0.6", "--end", "24"}, ""}),
-    [](const auto& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace oxelo::host
