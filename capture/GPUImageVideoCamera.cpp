@@ -253,6 +253,15 @@ bool GPUImageVideoCamera::setUp() {
 GPUImageVideoCamera::~GPUImageVideoCamera() {
   takingFrames_ = false;
   if (captureSession_) captureSession_->stopRunning();
+  finishFrameInWork();
+}
+
+void GPUImageVideoCamera::finishFrameInWork() {
+  // No delivery starts after the session's stop; a frame already handed to
+  // the video processing queue is drawn before the caller goes on, so that
+  // no GL work of this camera outlives it (nor, at exit, the process's
+  // libraries).
+  runSynchronouslyOnVideoProcessingQueue([] {});
 }
 
 CameraError GPUImageVideoCamera::startCameraCapture() {
@@ -268,6 +277,7 @@ CameraError GPUImageVideoCamera::startCameraCapture() {
 void GPUImageVideoCamera::stopCameraCapture() {
   takingFrames_ = false;
   if (captureSession_->isRunning()) captureSession_->stopRunning();
+  finishFrameInWork();
 }
 
 bool GPUImageVideoCamera::isRunning() const { return captureSession_->isRunning(); }

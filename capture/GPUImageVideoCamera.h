@@ -91,6 +91,8 @@ class GPUImageVideoCamera : public GPUImageOutput,
 
   // The camera's error when it cannot start streaming (in use, gone, ...).
   CameraError startCameraCapture();
+  // Returns once no frame of this camera is in work on the video processing
+  // queue (the destructor too).
   void stopCameraCapture();
   bool isRunning() const;
   void pauseCameraCapture() { capturePaused_ = true; }
@@ -143,6 +145,7 @@ class GPUImageVideoCamera : public GPUImageOutput,
   GPUImageVideoCamera(std::shared_ptr<CameraSystem> cameras, std::shared_ptr<CaptureDevice> device,
                       std::string sessionPreset);
   bool setUp();
+  void finishFrameInWork();
   void processVideoSampleBuffer(const CameraFramePtr& frame,
                                 const std::shared_ptr<GPUImageVideoCameraDelegate>& delegate);
   void uploadPlanes(const CameraFrame& frame);

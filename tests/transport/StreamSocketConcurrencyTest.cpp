@@ -57,8 +57,12 @@ class StreamSocketConcurrencyTest : public testing::Test {
 };
 
 TEST_F(StreamSocketConcurrencyTest, EncoderThreadsStreamWhileTheHostAsksForStatus) {
-  auto c = test::connectPair(std::make_shared<test::Recorder>(), main_);
+  // The socket is connected before its first delegate hears of it: let that
+  // event pass, or the carrier would hand it on as a second connect.
+  auto greeter = std::make_shared<test::Recorder>();
+  auto c = test::connectPair(greeter, main_);
   ASSERT_TRUE(c.sock);
+  ASSERT_TRUE(test::waitUntil([&] { return greeter->count(test::SocketEvent::connected) == 1; }));
   test::Fd& host = c.peer;
 
   auto session = std::make_shared<test::RecordingSession>(test::statusValues());
