@@ -207,18 +207,6 @@ TEST(CameraFrameTest, HdFullRangeVirtualFramesAreBt709FullWithTheirCornerPatches
   EXPECT_NE(at(*frame, 0, 90), colour(255, 0, 0));
 }
 
-TEST(CameraFrameTest, TheVirtualSetIsMountedAsThePhoneOfTheRotationTable) {
-  for (auto& spec : defaultVirtualCameras()) {
-    auto device = makeVirtualCamera(std::move(spec));
-    SCOPED_TRACE(device->uniqueID());
-    EXPECT_EQ(
-        device->mounting(),
-        (CameraMounting{device->position() == AVCaptureDevicePositionFront ? CameraFacing::front
-                                                                           : CameraFacing::back,
-                        device->position() == AVCaptureDevicePositionFront ? 90 : 270}));
-  }
-}
-
 using test::FakeV4l2Camera;
 using test::hex;
 using test::planeBytes;
@@ -600,15 +588,6 @@ TEST(V4l2MappingTest, WritableControlsBecomeCapabilities) {
     EXPECT_FALSE(none.lockingWhiteBalanceWithCustomDeviceGains);
     EXPECT_FALSE(none.torch);
   }
-}
-
-TEST(V4l2MappingTest, DescriptionTakesCardBusAndPosition) {
-  auto d = describeV4l2Device(webcam(), AVCaptureDevicePositionFront);
-  EXPECT_EQ(d.localizedName, "HD Webcam C920");
-  EXPECT_EQ(d.uniqueID, "v4l2:usb-0000:00:14.0-3");
-  EXPECT_EQ(d.location, "/dev/video0");
-  EXPECT_EQ(d.deviceType, AVCaptureDeviceTypeBuiltInWideAngleCamera);
-  EXPECT_EQ(d.position, AVCaptureDevicePositionFront);
 }
 
 TEST(V4l2MappingTest, ControlValuesConvertBothWays) {
