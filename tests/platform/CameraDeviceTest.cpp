@@ -386,30 +386,20 @@ TEST(CameraJsonLoaderTest, ReadsRangesSubtypesLimitsAndControls) {
                                  error);
   ASSERT_TRUE(set) << error;
   ASSERT_EQ(set->size(), 2u);
+  // The limits a format or the controls name are each checked by the refusal they cause.
   const auto& d = (*set)[0].description;
-  EXPECT_EQ(d.uniqueID, "d1");
-  EXPECT_EQ(d.deviceType, AVCaptureDeviceTypeBuiltInDualCamera);
-  EXPECT_EQ(d.position, AVCaptureDevicePositionFront);
+  EXPECT_EQ(std::tuple(d.uniqueID, d.deviceType, d.position),
+            std::tuple("d1", AVCaptureDeviceTypeBuiltInDualCamera, AVCaptureDevicePositionFront));
   ASSERT_EQ(d.formats.size(), 1u);
   const auto& f = d.formats[0];
   EXPECT_EQ(f.mediaSubType, "420f");
   ASSERT_EQ(f.videoSupportedFrameRateRanges.size(), 2u);
   EXPECT_EQ(f.videoSupportedFrameRateRanges[1].minFrameDuration, CaptureTime::make(1, 60));
   EXPECT_EQ(f.videoSupportedFrameRateRanges[0].maxFrameDuration, CaptureTime::make(1, 1));
-  EXPECT_FLOAT_EQ(f.minISO, 20);
-  EXPECT_FLOAT_EQ(f.maxISO, 800);
-  EXPECT_DOUBLE_EQ(f.minExposureDuration.seconds(), 0.001);
-  EXPECT_DOUBLE_EQ(f.videoMaxZoomFactor, 4);
-  EXPECT_TRUE(f.videoHDRSupported);
   const auto& c = d.capabilities;
-  EXPECT_EQ(c.focusModes, 0b1u);
-  EXPECT_EQ(c.exposureModes, 0b1100u);
-  EXPECT_FALSE(c.torch);
+  EXPECT_EQ(std::pair(c.focusModes, c.exposureModes), std::pair(0b1u, 0b1100u));
   EXPECT_TRUE(c.lockingFocusWithCustomLensPosition);  // not mentioned: supported
-  EXPECT_FLOAT_EQ(c.minExposureTargetBias, -3);
-  EXPECT_FLOAT_EQ(c.maxWhiteBalanceGain, 2.5f);
   EXPECT_EQ(c.constituentDeviceTypes.size(), 2u);
-  EXPECT_FALSE((*set)[0].lockError);
 
   const auto& plain = (*set)[1].description;
   EXPECT_EQ(plain.localizedName, "Back Camera");

@@ -12,7 +12,6 @@ extern "C" {
 
 #include "platform/camera/CameraFrame.h"
 #include "platform/camera/CameraSession.h"
-#include "platform/camera/CameraSystem.h"
 #include "platform/camera/Nv12Conversion.h"
 #include "platform/camera/V4l2CameraBackend.h"
 #include "platform/camera/V4l2Mapping.h"
@@ -703,35 +702,6 @@ TEST(V4l2MappingTest, FrameColourFollowsTheFormatsColourFields) {
     EXPECT_EQ(colour.matrix, row.matrix) << row.colorspace << " " << row.encoding;
     EXPECT_EQ(colour.range, row.range) << row.colorspace << " " << row.quantization;
   }
-}
-
-// Runs against the machine's own cameras; skipped where there are none.
-TEST(V4l2EnumerationTest, EnumeratesTheMachinesCameras) {
-  auto nodes = listVideoNodes();
-  if (nodes.empty()) GTEST_SKIP() << "no /dev/video* node on this machine: nothing to enumerate";
-  auto found = enumerateV4l2Cameras();
-  for (const auto& p : found.problems) {
-    EXPECT_FALSE(p.location.empty());
-    EXPECT_FALSE(p.error.empty()) << p.location;
-  }
-  for (const auto& d : found.devices) {
-    SCOPED_TRACE(d->location());
-    EXPECT_EQ(d->uniqueID().rfind("v4l2:", 0), 0u);
-    EXPECT_TRUE(d->position() == AVCaptureDevicePositionBack ||
-                d->position() == AVCaptureDevicePositionFront);
-    ASSERT_FALSE(d->formats().empty());
-    for (const auto& f : d->formats()) {
-      EXPECT_GT(f->width, 0);
-      EXPECT_GT(f->height, 0);
-      EXPECT_TRUE(f->mediaSubType == "420f" || f->mediaSubType == "420v");
-      EXPECT_FALSE(f->nativePixelFormat.empty());
-    }
-    EXPECT_TRUE(d->lockForConfiguration());
-    d->unlockForConfiguration();
-  }
-  std::string error;
-  auto system = CameraSystem::open("v4l2", error);
-  EXPECT_EQ(system != nullptr, !found.devices.empty()) << error;
 }
 
 TEST(V4l2EnumerationTest, ListsOnlyNumberedVideoNodesInNumberOrder) {
