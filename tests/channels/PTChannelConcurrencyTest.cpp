@@ -109,38 +109,6 @@ TEST_P(PTChannelThreadsTest, FramesFromSeveralThreadsArriveWholeAndInCallOrder) 
 INSTANTIATE_TEST_SUITE_P(Threads, PTChannelThreadsTest, testing::Bool(),
                          [](const auto& info) { return info.param ? "CloseMidway" : "AllSent"; });
 
-TEST_F(PTChannelConcurrencyTest, CancelAfterSendsOnAnotherThreadLetsThemAllOutFirst) {
-  Fd peer;
-  auto channel = connectPeer(peer);
-  ASSERT_TRUE(channel);
-  constexpr uint32_t kFrames = 100;
-  std::optional<Bytes> wire;
-  std::thread reader([&] { wire = peer::readToEnd(peer, 30.0); });
-  Results results;
-  std::thread sender([&] {
-    for (uint32_t i = 0; i < kFrames; ++i)
-      channel->sendFrameOfType(1, i, payloadFor(1, i), results.callback());
-    channel->sendFrameOfType(9, 9, bytesOf("stop"));  // the last word, with no callback
-    channel->cancel();
-  });
-  sender.join();
-  EXPECT_FALSE(channel->isConnected());
-  EXPECT_TRUE(pumpUntil([&] { return results.calls == int(kFrames); }, 30.0));
-  reader.join();
-
-  EXPECT_EQ(results.succeeded, int(kFrames));
-  ASSERT_TRUE(wire) << "the stream did not end";
-  size_t rest = 0;
-  auto frames = parseFrames(*wire, &rest);
-  EXPECT_EQ(rest, 0u);
-  ASSERT_EQ(frames.size(), kFrames + 1);
-  for (uint32_t i = 0; i < kFrames; ++i) {
-    EXPECT_EQ(frames[i].tag, i);
-    EXPECT_TRUE(frames[i].payload == payloadFor(1, i));
-  }
-  EXPECT_EQ(frames.back().payload, bytesOf("stop"));
-}
-
 TEST_F(PTChannelConcurrencyTest, DelegateChangesOnAnotherThreadWhileFramesArrive) {
   Fd peer;
   auto channel = connectPeer(peer);
