@@ -83,7 +83,6 @@ TEST(CameraFrameTest, YuyvAndNv12AreTakenWhenLongEnoughWithoutTheirRowPadding) {
   EXPECT_EQ(planeBytes(*frame, 1), test::hex("09 0a 0b 0c"));
 }
 
-// A 4x2 picture's Cb plane at each subsampling becomes the average of each 2x2 block.
 TEST(CameraFrameTest, FinerChromaIsAveragedOverEachTwoByTwoBlock) {
   const struct {
     int shiftX, shiftY, stride;

@@ -240,7 +240,6 @@ INSTANTIATE_TEST_SUITE_P(
                     [](D d) { return d.hasTorch(); }}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// A one-time focus scan settles into locked when the driver stops saying busy.
 TEST(V4l2SettlingTest, OneTimeFocusLocksWhenTheScanIsNoLongerBusy) {
   auto fake = std::make_shared<FakeV4l2Camera>();
   auto device = open(fake, {{V4L2_CID_AUTO_FOCUS_START, button()},

@@ -291,7 +291,6 @@ TEST_F(LiveSessionTest, PeerCloseStopsTheSessionBeforeTheViewHears) {
   EXPECT_EQ(encoders_->videos.size(), 2u) << "and new encoders";
 }
 
-// Statistics reach the view only when asked for.
 TEST_F(LiveSessionTest, StatisticsWhenAskedAndHostCommandsForTheSessionItself) {
   makeSession(kCaptureMaskVideo);
   session_->socketDebug(nullptr, LFLiveDebug{});
