@@ -386,7 +386,7 @@ TEST(CameraJsonLoaderTest, ReadsRangesSubtypesLimitsAndControls) {
                                  error);
   ASSERT_TRUE(set) << error;
   ASSERT_EQ(set->size(), 2u);
-  // The limits a format or the controls name are each checked by the refusal they cause.
+  // The other limits a format or the controls name are checked by the refusals they cause.
   const auto& d = (*set)[0].description;
   EXPECT_EQ(std::tuple(d.uniqueID, d.deviceType, d.position),
             std::tuple("d1", AVCaptureDeviceTypeBuiltInDualCamera, AVCaptureDevicePositionFront));
@@ -399,6 +399,8 @@ TEST(CameraJsonLoaderTest, ReadsRangesSubtypesLimitsAndControls) {
   const auto& c = d.capabilities;
   EXPECT_EQ(std::pair(c.focusModes, c.exposureModes), std::pair(0b1u, 0b1100u));
   EXPECT_TRUE(c.lockingFocusWithCustomLensPosition);  // not mentioned: supported
+  EXPECT_EQ(std::tuple(f.minISO, f.videoHDRSupported, c.minExposureTargetBias),
+            std::tuple(20.0f, true, -3.0f));
   EXPECT_EQ(c.constituentDeviceTypes.size(), 2u);
 
   const auto& plain = (*set)[1].description;
