@@ -8,16 +8,16 @@
 #include <string>
 #include <vector>
 
-#include "tests/host/HostTestBytes.h"
 #include "tests/support/TestBytes.h"
 #include "tests/support/WireVectors.h"
 #include "wire/CarrierMapping.h"
+#include "wire/HandshakePackets.h"
 
 namespace {
 
 using namespace oxelo;
 using namespace oxelo::test;
-namespace tb = oxelo::host::testbytes;
+namespace hs = oxelo::handshake;
 namespace fs = std::filesystem;
 
 fs::path root;
@@ -28,6 +28,12 @@ void seed(const std::string& target, const std::string& name, const Bytes& bytes
       .write(reinterpret_cast<const char*>(bytes.data()),
              static_cast<std::streamsize>(bytes.size()));
 }
+
+// The greeting: the builders' bytes, which the handshake tests check against
+// vectors written by hand. Settings 1280x720@30, landscape, quality 1, H.264,
+// mono.
+const hs::VideoSettings k720p{1280, 720, 30, 0, 1, 0, 1};
+Bytes hellos() { return cat({hs::helloLong(), hs::helloShort()}); }
 
 // The first byte of a pieced input (fuzz/FuzzSupport.h).
 Bytes pieced(bool flag, uint8_t pieceSize, const Bytes& bytes) {
@@ -59,19 +65,19 @@ void settings() {
 }
 
 void handshakePackets() {
-  const Bytes all = cat({tb::kHostInfoDesk5895, tb::kSettings720p, tb::kStart});
+  const Bytes info = hs::hostInfo(5895, "Desk"), settings = hs::videoSettings(k720p);
+  const Bytes all = cat({info, settings, hs::start()});
   seed("handshake", "tcp_whole", pieced(false, 0, all));
   seed("handshake", "tcp_7", pieced(false, 7, all));
-  seed("handshake", "usb_host_info", pieced(true, 80, tb::kHostInfoDesk5895));
-  seed("handshake", "usb_settings", pieced(true, 36, tb::kSettings720p));
-  seed("handshake", "usb_start", pieced(true, 20, tb::kStart));
-  seed("handshake", "answer", pieced(false, 0, tb::kAnswer720p));
+  seed("handshake", "usb_host_info", pieced(true, 80, info));
+  seed("handshake", "usb_settings", pieced(true, 36, settings));
+  seed("handshake", "usb_start", pieced(true, 20, hs::start()));
+  seed("handshake", "answer", pieced(false, 0, hs::settingsAnswer(k720p)));
 }
 
 void framedChannel() {
-  const Bytes frames =
-      cat({frame(1, 10, bytesOf("hello")), frame(2, 20), frame(3, 0xFFFFFFFF, patternBytes(300, 3)),
-           frame(88, 8810, tb::kHellos)});
+  const Bytes frames = cat({frame(1, 10, bytesOf("hello")), frame(2, 20),
+                            frame(3, 0xFFFFFFFF, patternBytes(300, 3)), frame(88, 8810, hellos())});
   seed("framed_channel", "frames", pieced(false, 0, frames));
   seed("framed_channel", "frames_7", pieced(false, 7, frames));
   seed("framed_channel", "frames_skip_odd", pieced(true, 0, frames));
@@ -88,6 +94,13 @@ void cameraFrames() {
   seed("camera_frame", "yuyv_5x3_padded", cat({hex("01 04 02 02"), patternBytes(14 * 3, 4)}));
 }
 
+// A video packet around `body` at timestamp 0.
+Bytes videoPacket(const Bytes& body) {
+  const auto n = uint32_t(body.size());
+  return cat(
+      {hex("09000000 00000000"), Bytes{uint8_t(n), uint8_t(n >> 8), uint8_t(n >> 16), 0}, body});
+}
+
 // The phone's stream over TCP, and the same records each in its USB frame.
 void hostStream() {
   using namespace oxelo::wire;
@@ -95,20 +108,21 @@ void hostStream() {
     Bytes bytes;
     uint32_t type, tag;
   };
+  // The info packet announces HEVC: its sequence header follows.
   const std::vector<Record> records = {
-      {tb::kHelloLong, kUsbFrameTypeControl, 8810},
-      {tb::kHelloShort, kUsbFrameTypeControl, 8810},
-      {tb::kAnswer720p, kUsbFrameTypeControl, 8813},
-      {tb::kInfo, kUsbFrameTypeInfo, kUsbTagInfo},
-      {tb::kVideoHeader, kUsbFrameTypeVideo, 0},
-      {tb::kCapability, kUsbFrameTypeControl, kUsbTagTailBlock},
-      {tb::kKeyFrame0, kUsbFrameTypeVideo, 0},
-      {tb::kStatus, kUsbFrameTypeControl, kUsbTagTailBlock},
-      {tb::kInterFrame33, kUsbFrameTypeVideo, 0x21},
-      {tb::kAudioHeader, kUsbFrameTypeAudio, kUsbTagAudio},
-      {tb::kAudioFrame, kUsbFrameTypeAudio, kUsbTagAudio},
-      {tb::kSnapshot, kUsbFrameTypeControl, 8818},
-      {tb::kStopNotice, kUsbFrameTypeControl, kUsbTagStopNotice},
+      {hs::helloLong(), kUsbFrameTypeControl, 8810},
+      {hs::helloShort(), kUsbFrameTypeControl, 8810},
+      {hs::settingsAnswer(k720p), kUsbFrameTypeControl, 8813},
+      {deskInfoPacket(), kUsbFrameTypeInfo, kUsbTagInfo},
+      {videoPacket(hevcSequenceHeaderBody()), kUsbFrameTypeVideo, 0},
+      {frontCapabilityBlock(), kUsbFrameTypeControl, kUsbTagTailBlock},
+      {keyFramePacket(), kUsbFrameTypeVideo, 1000},
+      {statusBlock(), kUsbFrameTypeControl, kUsbTagTailBlock},
+      {interFramePacket(), kUsbFrameTypeVideo, 1033},
+      {audioHeaderPacket(), kUsbFrameTypeAudio, kUsbTagAudio},
+      {audioFramePacket(), kUsbFrameTypeAudio, kUsbTagAudio},
+      {snapshotCommand(), kUsbFrameTypeControl, 8818},
+      {stopNotice(), kUsbFrameTypeControl, kUsbTagStopNotice},
   };
   Bytes tcp, usb;
   for (const auto& r : records) {
@@ -119,14 +133,17 @@ void hostStream() {
   seed("host_stream", "tcp_5", pieced(false, 5, tcp));
   seed("host_stream", "usb_whole", pieced(true, 0, usb));
   seed("host_stream", "usb_33", pieced(true, 33, usb));
-  // The stream records of the wire tests.
-  seed("host_stream", "wire_records",
-       pieced(false, 0,
-              cat({tb::kHellos, tb::kAnswer720p, deskInfoPacket(), h264SequenceHeaderPacket(),
-                   frontCapabilityBlock(), keyFramePacket(), statusBlock(), interFramePacket(),
-                   audioHeaderPacket(), audioFramePacket(), recordStartCommand()})));
+  // H.264 with a telephoto camera, and a key frame whose unit claims 9 bytes
+  // where 5 follow.
+  const Bytes greeting = cat({hellos(), hs::settingsAnswer(k720p)});
+  seed("host_stream", "h264",
+       pieced(
+           false, 0,
+           cat({greeting, placed(deskInfoPacket(), 24, hex("00000000")), h264SequenceHeaderPacket(),
+                telephotoCapabilityBlock(), keyFramePacket(), recordStartCommand()})));
   seed("host_stream", "broken_key_frame",
-       pieced(false, 0, cat({tb::kHellos, tb::kAnswer720p, tb::kInfo, tb::kBrokenKeyFrame})));
+       pieced(false, 0,
+              cat({greeting, deskInfoPacket(), placed(keyFramePacket(), 21, hex("00000009"))})));
 }
 
 }  // namespace
