@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <sstream>
 
 #include "platform/log/Log.h"
@@ -24,6 +27,16 @@ std::mutex& standardMutex() {
 std::shared_ptr<UserDefaults>& standardSlot() {
   static std::shared_ptr<UserDefaults> slot;
   return slot;
+}
+
+// A number read as an integer: truncated toward zero and held to the range of
+// long long, since a hand-edited file may hold any number; not a number is 0.
+long long saturatedInteger(double value) {
+  constexpr double kLimit = 9223372036854775808.0;  // 2^63
+  if (std::isnan(value)) return 0;
+  if (value >= kLimit) return std::numeric_limits<long long>::max();
+  if (value < -kLimit) return std::numeric_limits<long long>::min();
+  return static_cast<long long>(value);
 }
 
 bool writeAll(int fd, const std::string& text) {
@@ -127,17 +140,22 @@ bool UserDefaults::boolForKey(const std::string& key) const {
   if (v.is_number()) return v.get<double>() != 0;
   if (v.is_string()) {
     auto s = v.get<std::string>();
-    return s == "YES" || s == "yes" || s == "true" || std::atoi(s.c_str()) != 0;
+    return s == "YES" || s == "yes" || s == "true" || std::strtoll(s.c_str(), nullptr, 10) != 0;
   }
   return false;
 }
 
 long long UserDefaults::integerForKey(const std::string& key) const {
   Json v = objectForKey(key);
+  if (v.is_number_unsigned()) {
+    return static_cast<long long>(
+        std::min<uint64_t>(v.get<uint64_t>(), std::numeric_limits<long long>::max()));
+  }
   if (v.is_number_integer()) return v.get<long long>();
-  if (v.is_number()) return static_cast<long long>(v.get<double>());
+  if (v.is_number()) return saturatedInteger(v.get<double>());
   if (v.is_boolean()) return v.get<bool>() ? 1 : 0;
-  if (v.is_string()) return std::atoll(v.get<std::string>().c_str());
+  // strtoll, unlike atoll, gives the nearest end for digits out of range.
+  if (v.is_string()) return std::strtoll(v.get<std::string>().c_str(), nullptr, 10);
   return 0;
 }
 

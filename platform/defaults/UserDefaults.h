@@ -42,6 +42,8 @@ class UserDefaults {
   // The stored value, else the registered default, else null.
   Json objectForKey(const std::string& key) const;
   bool boolForKey(const std::string& key) const;
+  // Numbers, and digits in a string, out of the range of long long read as
+  // its nearest end; fractions are truncated toward zero.
   long long integerForKey(const std::string& key) const;
   double doubleForKey(const std::string& key) const;
   float floatForKey(const std::string& key) const { return static_cast<float>(doubleForKey(key)); }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <limits>
 
 #include "platform/defaults/UserDefaults.h"
 #include "tests/support/TestSupport.h"
@@ -41,6 +42,36 @@ TEST(UserDefaultsTest, TypedReadsConvertBetweenNumberKinds) {
   EXPECT_TRUE(d.dictionaryForKey("hostHistory").empty());  // an array is not a dictionary
   EXPECT_EQ(d.arrayForKey("hostHistory")[0]["port"], 5895);
 }
+
+// A hand-edited file may hold numbers that no integer holds: they read as the
+// nearest end of the range instead of being converted with undefined result.
+struct OutOfRangeCase {
+  const char* name;
+  const char* value;  // the JSON text of the stored value
+  long long expected;
+};
+class OutOfRangeIntegerTest : public testing::TestWithParam<OutOfRangeCase> {};
+
+TEST_P(OutOfRangeIntegerTest, ReadsAsTheNearestEndOfTheRange) {
+  test::TempDir dir;
+  std::ofstream(dir.path() / "settings.json") << "{\"videoFPS\": " << GetParam().value << "}";
+  UserDefaults d(dir.path());
+  EXPECT_EQ(d.integerForKey("videoFPS"), GetParam().expected);
+}
+
+constexpr long long kMax = std::numeric_limits<long long>::max();
+constexpr long long kMin = std::numeric_limits<long long>::min();
+INSTANTIATE_TEST_SUITE_P(
+    Values, OutOfRangeIntegerTest,
+    testing::Values(OutOfRangeCase{"HugeFloat", "1e300", kMax},
+                    OutOfRangeCase{"HugeNegativeFloat", "-1e300", kMin},
+                    OutOfRangeCase{"TwoToThe63", "9223372036854775808.0", kMax},
+                    OutOfRangeCase{"LargestFloatBelow", "-9223372036854775808.0", kMin},
+                    OutOfRangeCase{"UnsignedAboveTheRange", "18446744073709551615", kMax},
+                    OutOfRangeCase{"DigitsInAString", "\"99999999999999999999\"", kMax},
+                    OutOfRangeCase{"NegativeDigitsInAString", "\"-99999999999999999999\"", kMin},
+                    OutOfRangeCase{"FractionTruncated", "-2.75", -2}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(UserDefaultsTest, SynchronizedValuesSurviveARestartButDefaultsAreNotWritten) {
   test::TempDir dir;
