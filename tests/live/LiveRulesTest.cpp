@@ -1,0 +1,316 @@
+// The live screen's rules as plain values: the layout of the overlays, the
+// signal icon and the statistics line, the battery icon, the gestures, the
+// focus square's timing and the idle timer. Expected values worked out by
+// hand from the screen's rules.
+#include <gtest/gtest.h>
+
+#include "live/CameraFocusSquare.h"
+#include "live/IdleTimer.h"
+#include "live/LiveGestures.h"
+#include "live/LiveIndicators.h"
+#include "live/LiveLayout.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+template <typename T>
+std::string caseName(const testing::TestParamInfo<T>& info) {
+  return info.param.name;
+}
+
+struct LayoutCase {
+  const char* name;
+  LiveLayoutInput input;
+  int64_t space;
+  double top, row, bottom;
+  bool wifiHidden;
+};
+class LayoutValuesTest : public testing::TestWithParam<LayoutCase> {};
+
+TEST_P(LayoutValuesTest, MarginsAndGapFollowTheDeviceAndItsShape) {
+  const auto& c = GetParam();
+  const LiveLayout l = liveLayout(c.input);
+  EXPECT_EQ(l.buttonSpace, c.space);
+  EXPECT_EQ(l.topMargin, c.top);
+  EXPECT_EQ(l.rowMargin, c.row);
+  EXPECT_EQ(l.bottomMargin, c.bottom);
+  EXPECT_EQ(l.wifiHidden, c.wifiHidden);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Devices, LayoutValuesTest,
+    testing::Values(
+        LayoutCase{"TallPhonePortrait",
+                   {.width = 390, .height = 844, .landscape = false},
+                   4,
+                   2,
+                   4,
+                   5,
+                   false},
+        LayoutCase{"TallPhoneLandscape", {.width = 844, .height = 390}, 15, 5, 10, 15, false},
+        LayoutCase{"SixteenByNinePhonePortrait",
+                   {.width = 414, .height = 736, .landscape = false},
+                   10,
+                   15,
+                   15,
+                   15,
+                   false},
+        LayoutCase{"SmallPhonePortrait",
+                   {.width = 320, .height = 568, .landscape = false},
+                   0,
+                   5,
+                   5,
+                   5,
+                   true},
+        LayoutCase{"SmallPhoneLandscape", {.width = 568, .height = 320}, 7, 5, 5, 5, false},
+        LayoutCase{"TabletLandscape",
+                   {.width = 1024, .height = 768, .tablet = true},
+                   20,
+                   15,
+                   20,
+                   15,
+                   false},
+        LayoutCase{"TabletPortrait",
+                   {.width = 768, .height = 1024, .tablet = true, .landscape = false},
+                   15,
+                   15,
+                   20,
+                   15,
+                   false}),
+    caseName<LayoutCase>);
+
+TEST(LiveLayoutTest, TheVideoRectangleAndTheRowsOfATallPhoneInLandscape) {
+  const LiveLayout l = liveLayout({.width = 844, .height = 390});
+  // 390 x 16/9 = 693.33 wide, centred: (844 - 693.33) / 2 on each side.
+  EXPECT_NEAR(l.video.x, 75.333, 1e-3);
+  EXPECT_EQ(l.video.y, 0.0);
+  EXPECT_NEAR(l.video.width, 693.333, 1e-3);
+  EXPECT_EQ(l.video.height, 390.0);
+  // From the right at 10, every 44 + 15.
+  const double xs[] = {639.333, 580.333, 521.333, 462.333, 403.333, 344.333};
+  for (int i = 0; i < 6; ++i) {
+    EXPECT_NEAR(l.buttons[i].x, xs[i], 1e-3) << i;
+    EXPECT_EQ(l.buttons[i].y, 5.0) << i;
+  }
+  EXPECT_EQ(l.bottomView.y, 390.0 - 15 - 44);
+  EXPECT_NEAR(l.buttons[static_cast<int>(LiveButton::settings)].x, 521.333, 1e-3);
+  EXPECT_EQ(l.lockCenterY, 331.0 + 22);  // on the snapshot button's line in landscape
+  EXPECT_NEAR(l.grid[1].x, 462.222, 1e-3);
+  EXPECT_EQ(l.grid[2].y, 130.0);
+
+  // Without a torch the wifi button takes its place; portrait lifts the lock label.
+  LiveLayout noTorch = liveLayout({.width = 844, .height = 390, .torchHidden = true});
+  EXPECT_NEAR(noTorch.buttons[static_cast<int>(LiveButton::wifi)].x, 403.333, 1e-3);
+  LiveLayout portrait = liveLayout(
+      {.width = 414, .height = 736, .landscape = false, .videoWidth = 720, .videoHeight = 1280});
+  EXPECT_EQ(portrait.lockCenterY, 736.0 - 15 - 44 + 22 - 40);
+}
+
+TEST(LiveLayoutTest, AVideoOfTheScreensShapeHasNoInsets) {
+  EXPECT_EQ(videoRectangle({.width = 1280, .height = 720}), (LiveRect{0, 0, 1280, 720}));
+  // A 4:3 picture on a 16:9 landscape screen is inset left and right only.
+  EXPECT_EQ(videoRectangle({.width = 1280, .height = 720, .videoWidth = 640, .videoHeight = 480}),
+            (LiveRect{160, 0, 960, 720}));
+}
+
+struct SignalCase {
+  const char* name;
+  int64_t encoder;
+  uint64_t configured;
+  double bandwidth;
+  int64_t level;
+};
+class SignalLevelTest : public testing::TestWithParam<SignalCase> {};
+
+TEST_P(SignalLevelTest, LevelFromTheEncodersShareOfTheConfiguredRate) {
+  const auto& c = GetParam();
+  EXPECT_EQ(signalLevel(c.encoder, c.configured, c.bandwidth), c.level);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rates, SignalLevelTest,
+    testing::Values(SignalCase{"NothingSentIsZeroAtFullRate", 1000000, 1000000, 0.0, 0},
+                    SignalCase{"HalfRateIsTwoNotThree", 500000, 1000000, 1.0, 2},
+                    SignalCase{"JustAbove98Percent", 980400, 1000000, 1.0, 5},
+                    SignalCase{"JustBelow98Percent", 980300, 1000000, 1.0, 4},
+                    SignalCase{"AboveConfiguredIsCapped", 1200000, 1000000, 1.0, 5},
+                    SignalCase{"JustBelowOneStep", 196000, 1000000, 1.0, 0},
+                    SignalCase{"JustAboveOneStep", 196100, 1000000, 1.0, 1}),
+    caseName<SignalCase>);
+
+TEST(StatisticsLineTest, MegabitsOf1048576BitsAndTheDroppedTotal) {
+  LFLiveDebug info;
+  info.currentBandwidth = 131072;  // bytes: 1 Mbit of 2^20 bits
+  info.currentCapturedVideoCount = 30;
+  EXPECT_EQ(statisticsLine(2097152, info), "2.00 → 1.00 Mbps, 30 fps");
+  info.currentBandwidth = 125000;  // 1,000,000 bits
+  info.dropFrame = 3;
+  EXPECT_EQ(statisticsLine(1000000, info), "0.95 → 0.95 Mbps, 30 fps, 3 dropped");
+}
+
+TEST(BatteryIconTest, ClassesByLevelAndCharging) {
+  const std::tuple<float, BatteryState, int> cases[] = {
+      {0.79f, BatteryState::unplugged, 3}, {0.8f, BatteryState::unplugged, 4},
+      {0.49f, BatteryState::unplugged, 2}, {0.2f, BatteryState::unplugged, 2},
+      {0.19f, BatteryState::unplugged, 1}, {1.0f, BatteryState::charging, 0},
+      {1.0f, BatteryState::full, 4}};
+  for (const auto& [level, state, cls] : cases)
+    EXPECT_EQ(batteryIconClass(level, state), cls) << level << " " << static_cast<int>(state);
+}
+
+struct FocusCase {
+  const char* name;
+  double x, y;
+  FocusGeometry geometry;
+  double u, v;
+};
+class FocusFractionTest : public testing::TestWithParam<FocusCase> {};
+
+TEST_P(FocusFractionTest, TouchToCameraFractions) {
+  const auto& c = GetParam();
+  const FocusFraction f = focusFraction(c.x, c.y, c.geometry);
+  EXPECT_NEAR(f.u, c.u, 1e-9);
+  EXPECT_NEAR(f.v, c.v, 1e-9);
+}
+
+// A 16:9 output cut from a 4:3 camera format: a = 640/640, b = 360/480.
+constexpr FocusGeometry kCut{.viewWidth = 640,
+                             .viewHeight = 360,
+                             .videoWidth = 640,
+                             .videoHeight = 360,
+                             .sessionPreset = 0,
+                             .formatWidth = 640,
+                             .formatHeight = 480};
+FocusGeometry with(FocusGeometry g, int64_t preset, bool mirror, bool landscape = true) {
+  g.sessionPreset = preset;
+  g.mirror = mirror;
+  g.landscape = landscape;
+  if (!landscape) std::swap(g.viewWidth, g.viewHeight), std::swap(g.videoWidth, g.videoHeight);
+  return g;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Points, FocusFractionTest,
+    testing::Values(FocusCase{"CentreStaysAtPreset0", 320, 180, kCut, 0.5, 0.5},
+                    FocusCase{"CornerMovesInwardsAtPreset0", 0, 0, kCut, 0.0, 0.125},
+                    FocusCase{"PortraitMovesTheOtherAxis", 0, 0, with(kCut, 0, false, false), 0.125,
+                              0.0},
+                    FocusCase{"Preset1HasNoCorrection", 0, 0, with(kCut, 1, false), 0.0, 0.0},
+                    FocusCase{"MirrorTurnsOnlyX", 160, 90, with(kCut, 1, true), 0.75, 0.25},
+                    FocusCase{"SameShapeFormatNeedsNothing", 0, 0,
+                              [] {
+                                FocusGeometry g = kCut;
+                                g.formatWidth = 1920;
+                                g.formatHeight = 1080;
+                                return g;
+                              }(),
+                              0.0, 0.0}),
+    caseName<FocusCase>);
+
+TEST(GestureRulesTest, TapLockPinchAndDrag) {
+  EXPECT_EQ(
+      tapAction({.aeafLock = 2, .customFocusSupported = true, .customExposureSupported = true}),
+      TapAction::none);
+  EXPECT_EQ(tapAction({.customFocusSupported = true, .customExposureSupported = true}),
+            TapAction::focus);
+  EXPECT_EQ(
+      tapAction({.customFocusSupported = true, .afLock = true, .customExposureSupported = true}),
+      TapAction::expose);
+  EXPECT_EQ(tapAction({.customFocusSupported = true,
+                       .afLock = true,
+                       .customExposureSupported = true,
+                       .aeLock = true}),
+            TapAction::none);
+  // The panel open at y 300: only taps above it and below the top strip count.
+  EXPECT_TRUE(tapPassesPanel(true, -10, 60));
+  EXPECT_FALSE(tapPassesPanel(true, -10, 49));
+  EXPECT_FALSE(tapPassesPanel(true, 0, 300));
+
+  EXPECT_EQ(nextAeafLock(0), 1);
+  EXPECT_EQ(nextAeafLock(1), 2);
+  EXPECT_EQ(nextAeafLock(2), 0);
+  EXPECT_TRUE(inUpperLeftQuarter(24.9, 10, 100, 100));
+  EXPECT_FALSE(inUpperLeftQuarter(25, 10, 100, 100));
+
+  EXPECT_EQ(pinchZoom(0.1, 1.0, 4.0, 1.0), std::nullopt);  // raised to 1.0: unchanged
+  EXPECT_EQ(pinchZoom(2.0, 1.5, 4.0, 1.0), 3.0);
+  EXPECT_EQ(pinchZoom(5.0, 1.0, 4.0, 1.0), 4.0);
+  EXPECT_EQ(pinchZoom(2.0, 1.0, 0.5, 0.7), 1.0);  // the lower bound comes last
+
+  EXPECT_TRUE(dragClosesPanel(2, 0, 21));
+  EXPECT_FALSE(dragClosesPanel(2, 5, 21));  // 4.2 is not above 5
+  EXPECT_TRUE(dragClosesPanel(2, 4, 21));
+  EXPECT_FALSE(dragClosesPanel(2, 0, -21));  // upwards
+  EXPECT_FALSE(dragClosesPanel(2, 0, 20));
+  EXPECT_FALSE(dragClosesPanel(1, 0, 30));  // only while changing
+}
+
+struct SquareStep {
+  double at;
+  CameraFocusSquare::Phase phase;
+  double alpha;
+};
+struct SquareCase {
+  const char* name;
+  bool hideAtLast;
+  std::vector<SquareStep> steps;
+};
+class FocusSquareTest : public testing::TestWithParam<SquareCase> {};
+
+TEST_P(FocusSquareTest, ShrinkBlinkThenHideOrDim) {
+  using P = CameraFocusSquare::Phase;
+  test::ManualMain env;
+  const double start = env.clock().now();
+  auto square = CameraFocusSquare::create(10, 20);
+  square->animateFocusingAction(GetParam().hideAtLast);
+  EXPECT_EQ(square->state().phase, P::shrinking);
+  EXPECT_EQ(square->state().scale, 2.0);
+  for (const auto& step : GetParam().steps) {
+    env.advance(start + step.at - env.clock().now(), 0.001);
+    EXPECT_EQ(square->state().phase, step.phase) << step.at;
+    EXPECT_EQ(square->state().alpha, step.alpha) << step.at;
+  }
+}
+
+using P = CameraFocusSquare::Phase;
+INSTANTIATE_TEST_SUITE_P(Sequences, FocusSquareTest,
+                         testing::Values(SquareCase{"BlinksOnceAndHides",
+                                                    true,
+                                                    {{0.19, P::shrinking, 1.0},
+                                                     {0.21, P::blinking, 1.0},
+                                                     {1.09, P::blinking, 1.0},
+                                                     {1.11, P::hidden, 1.0}}},
+                                         SquareCase{"BlinksThriceAndStaysDimmed",
+                                                    false,
+                                                    {{0.21, P::blinking, 1.0},
+                                                     {2.39, P::blinking, 1.0},
+                                                     {2.41, P::fading, 1.0},
+                                                     {2.91, P::dimmed, 0.4},
+                                                     {60.0, P::dimmed, 0.4}}}),
+                         caseName<SquareCase>);
+
+TEST(IdleTimerTest, OneTimeOutPerIdlePeriodAndOnlyABeganTouchRestartsIt) {
+  test::ManualMain env;
+  auto timer = IdleTimer::create();
+  int timeouts = 0;
+  auto subscription = timer->addListener([&] { ++timeouts; });
+  timer->sendEvent(false);  // the first event of any kind starts it
+  env.advance(14.9);
+  EXPECT_EQ(timeouts, 0);
+  timer->sendEvent(false);  // a moving touch: no restart
+  env.advance(0.2);
+  EXPECT_EQ(timeouts, 1);
+  env.advance(30.0);
+  EXPECT_EQ(timeouts, 1);
+  timer->sendEvent(true);
+  env.advance(10.0);
+  timer->sendEvent(true);
+  env.advance(14.9);
+  EXPECT_EQ(timeouts, 1);
+  env.advance(0.2);
+  EXPECT_EQ(timeouts, 2);
+}
+
+}  // namespace
+}  // namespace oxelo
