@@ -24,7 +24,7 @@ class FakeAccess final : public CameraAccess {
   }
   std::string refusalReason(Media) override { return "/dev/video0: Permission denied"; }
   int status[2] = {authorized, authorized};
-  std::function<void(bool)> pending[2];
+  std::function<void(bool)> pending[2];  // the question asked, by media
 };
 
 // Alerts, toasts, sounds and haptics, in the order they came.
@@ -78,7 +78,6 @@ class LiveViewFixture : public testing::Test {
     view->setDelegate(cover_);
     return view;
   }
-  UserDefaults& defaults() { return cameras_.defaults(); }
   // shut_down waits for the stream socket's queue, which nobody drives
   // here: stopped, it answers at once.
   void shutDown(OXLiveView& view) {
