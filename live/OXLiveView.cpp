@@ -54,7 +54,8 @@ std::shared_ptr<OXLiveView> OXLiveView::create(double width, double height, Serv
 
 OXLiveView::OXLiveView(double width, double height, Services services)
     : width_(width), height_(height), services_(std::move(services)) {
-  if (!services_.cameraAccess) services_.cameraAccess = std::make_shared<DeviceNodeAccess>();
+  if (!services_.cameraAccess)
+    services_.cameraAccess = std::make_shared<LinuxMediaAccess>(CameraSystem::current());
   if (!services_.haptics) services_.haptics = std::make_shared<Haptics>();
   if (!services_.sounds) services_.sounds = std::make_shared<SystemSounds>();
   if (!services_.messages) services_.messages = std::make_shared<LiveMessages>();
