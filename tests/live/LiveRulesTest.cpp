@@ -82,29 +82,24 @@ TEST(LiveLayoutTest, AVideoOfTheScreensShapeHasNoInsets) {
             (LiveRect{160, 0, 960, 720}));
 }
 
-struct SignalCase {
-  const char* name;
-  int64_t encoder;
-  uint64_t configured;
-  double bandwidth;
-  int64_t level;
-};
-class SignalLevelTest : public testing::TestWithParam<SignalCase> {};
-
-TEST_P(SignalLevelTest, LevelFromTheEncodersShareOfTheConfiguredRate) {
-  const auto& c = GetParam();
-  EXPECT_EQ(signalLevel(c.encoder, c.configured, c.bandwidth), c.level);
+TEST(SignalLevelTest, LevelFromTheEncodersShareOfTheConfiguredRate) {
+  struct Case {
+    const char* name;
+    int64_t encoder;
+    double bandwidth;
+    int64_t level;
+  };
+  // clang-format off
+  const Case cases[] = {{"NothingSentIsZeroAtFullRate", 1000000, 0.0, 0},
+                        {"HalfRateIsTwoNotThree", 500000, 1.0, 2},
+                        {"JustAbove98Percent", 980400, 1.0, 5},
+                        {"JustBelow98Percent", 980300, 1.0, 4},
+                        {"AboveConfiguredIsCapped", 1200000, 1.0, 5},
+                        {"FirstStepBy5Point1", 196100, 1.0, 1}};
+  // clang-format on
+  for (const auto& c : cases)
+    EXPECT_EQ(signalLevel(c.encoder, 1000000, c.bandwidth), c.level) << c.name;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rates, SignalLevelTest,
-    testing::Values(SignalCase{"NothingSentIsZeroAtFullRate", 1000000, 1000000, 0.0, 0},
-                    SignalCase{"HalfRateIsTwoNotThree", 500000, 1000000, 1.0, 2},
-                    SignalCase{"JustAbove98Percent", 980400, 1000000, 1.0, 5},
-                    SignalCase{"JustBelow98Percent", 980300, 1000000, 1.0, 4},
-                    SignalCase{"AboveConfiguredIsCapped", 1200000, 1000000, 1.0, 5},
-                    SignalCase{"FirstStepBy5Point1", 196100, 1000000, 1.0, 1}),
-    caseName<SignalCase>);
 
 TEST(StatisticsLineTest, MegabitsOf1048576BitsAndTheDroppedTotal) {
   LFLiveDebug info;
@@ -126,46 +121,41 @@ TEST(BatteryIconTest, ClassesByLevelAndCharging) {
     EXPECT_EQ(batteryIconClass(level, state), cls) << level << " " << static_cast<int>(state);
 }
 
-struct FocusCase {
-  const char* name;
-  double x, y;
-  FocusGeometry geometry;
-  double u, v;
-};
-class FocusFractionTest : public testing::TestWithParam<FocusCase> {};
-
-TEST_P(FocusFractionTest, TouchToCameraFractions) {
-  const auto& c = GetParam();
-  const FocusFraction f = focusFraction(c.x, c.y, c.geometry);
-  EXPECT_NEAR(f.u, c.u, 1e-9);
-  EXPECT_NEAR(f.v, c.v, 1e-9);
+TEST(FocusFractionTest, TouchToCameraFractions) {
+  // A 16:9 output cut from a 4:3 camera format: a = 640/640, b = 360/480.
+  const FocusGeometry cut{.viewWidth = 640,
+                          .viewHeight = 360,
+                          .videoWidth = 640,
+                          .videoHeight = 360,
+                          .formatWidth = 640,
+                          .formatHeight = 480};
+  auto with = [&](int64_t preset, bool mirror, bool landscape) {
+    FocusGeometry g = cut;
+    g.sessionPreset = preset;
+    g.mirror = mirror;
+    g.landscape = landscape;
+    if (!landscape) std::swap(g.viewWidth, g.viewHeight), std::swap(g.videoWidth, g.videoHeight);
+    return g;
+  };
+  struct Case {
+    const char* name;
+    double x, y;
+    FocusGeometry geometry;
+    double u, v;
+  };
+  // clang-format off
+  const Case cases[] = {{"CentreStaysAtPreset0", 320, 180, cut, 0.5, 0.5},
+                        {"CornerMovesInwardsAtPreset0", 0, 0, cut, 0.0, 0.125},
+                        {"PortraitMovesTheOtherAxis", 0, 0, with(0, false, false), 0.125, 0.0},
+                        {"Preset1HasNoCorrection", 0, 0, with(1, false, true), 0.0, 0.0},
+                        {"MirrorTurnsOnlyX", 160, 90, with(1, true, true), 0.75, 0.25}};
+  // clang-format on
+  for (const auto& c : cases) {
+    const FocusFraction f = focusFraction(c.x, c.y, c.geometry);
+    EXPECT_NEAR(f.u, c.u, 1e-9) << c.name;
+    EXPECT_NEAR(f.v, c.v, 1e-9) << c.name;
+  }
 }
-
-// A 16:9 output cut from a 4:3 camera format: a = 640/640, b = 360/480.
-constexpr FocusGeometry kCut{.viewWidth = 640,
-                             .viewHeight = 360,
-                             .videoWidth = 640,
-                             .videoHeight = 360,
-                             .sessionPreset = 0,
-                             .formatWidth = 640,
-                             .formatHeight = 480};
-FocusGeometry with(FocusGeometry g, int64_t preset, bool mirror, bool landscape = true) {
-  g.sessionPreset = preset;
-  g.mirror = mirror;
-  g.landscape = landscape;
-  if (!landscape) std::swap(g.viewWidth, g.viewHeight), std::swap(g.videoWidth, g.videoHeight);
-  return g;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Points, FocusFractionTest,
-    testing::Values(FocusCase{"CentreStaysAtPreset0", 320, 180, kCut, 0.5, 0.5},
-                    FocusCase{"CornerMovesInwardsAtPreset0", 0, 0, kCut, 0.0, 0.125},
-                    FocusCase{"PortraitMovesTheOtherAxis", 0, 0, with(kCut, 0, false, false), 0.125,
-                              0.0},
-                    FocusCase{"Preset1HasNoCorrection", 0, 0, with(kCut, 1, false), 0.0, 0.0},
-                    FocusCase{"MirrorTurnsOnlyX", 160, 90, with(kCut, 1, true), 0.75, 0.25}),
-    caseName<FocusCase>);
 
 TEST(GestureRulesTest, TapLockPinchAndDrag) {
   const std::pair<TapContext, TapAction> taps[] = {

@@ -65,9 +65,14 @@ TEST_F(CoreTest, AppearingStartsOnceAndVolumeKeysSnapOnlyAfterThreeSeconds) {
   EXPECT_EQ(snapshots(), 2);
 }
 
-TEST_F(CoreTest, TheIdleCoverLosesItsImageAfter15SecondsAndATapStillRemovesIt) {
+TEST_F(CoreTest, TheIdleCoverOnlyWhileActiveLosesItsImageAfter15SecondsAndATapRemovesIt) {
   auto core = makeCore();
   auto session = core->liveView()->session();
+  lifecycle_->enterBackground();
+  idle_->sendEvent(true);
+  env_.advance(16.0);
+  EXPECT_FALSE(core->cover().get().shown);  // in the background nothing is covered
+  lifecycle_->enterForeground();
   idle_->sendEvent(true);
   env_.advance(15.0);
   EXPECT_EQ(core->cover().get(), (LiveCoverState{.shown = true, .image = "watermark"}));
@@ -83,46 +88,30 @@ TEST_F(CoreTest, TheIdleCoverLosesItsImageAfter15SecondsAndATapStillRemovesIt) {
   EXPECT_FALSE(core->cover().get().shown);
 }
 
-TEST_F(CoreTest, InTheBackgroundTheTimeOutCoversNothing) {
-  auto core = makeCore();
-  lifecycle_->enterBackground();
-  idle_->sendEvent(true);
-  env_.advance(16.0);
-  EXPECT_FALSE(core->cover().get().shown);
-  EXPECT_NE(core->liveView()->session()->preView(), nullptr);
+TEST_F(CoreTest, EachEndingReachesTheMainScreenAndClosesTheScreenOnce) {
+  // ConnectFailed stands for the close button.
+  const std::pair<LiveStreamError, const char*> endings[] = {
+      {LiveStreamError::ConnectionLost, "lost"},
+      {LiveStreamError::PeerClosed, "host"},
+      {LiveStreamError::PeerRestart, "restart"},
+      {LiveStreamError::ConnectFailed, "user"}};
+  for (const auto& [error, reaction] : endings) {
+    main_->calls.clear();
+    awake_->states.clear();
+    const int closedBefore = closed_;
+    auto core = makeCore();
+    auto view = core->liveView();
+    if (error == LiveStreamError::ConnectFailed)
+      view->pressButton(LiveButton::close);
+    else
+      view->controller()->liveSessionErrorCode(view->session().get(), error);
+    env_.advance(0.5);
+    EXPECT_EQ(main_->calls, (std::vector<std::string>{reaction, "appear"})) << reaction;
+    EXPECT_EQ(closed_, closedBefore + 1) << reaction;
+    EXPECT_FALSE(view->session()->running()) << reaction;
+    EXPECT_EQ(awake_->states, (std::vector<bool>{true, false})) << reaction;
+  }
 }
-
-struct EndingCase {
-  const char* name;
-  LiveStreamError error;  // ConnectFailed: the close button instead
-  std::vector<std::string> calls;
-};
-class EndingTest : public CoreTest, public testing::WithParamInterface<EndingCase> {};
-
-TEST_P(EndingTest, EachEndingReachesTheMainScreenAndClosesTheScreenOnce) {
-  auto core = makeCore();
-  auto view = core->liveView();
-  auto session = view->session();
-  if (GetParam().error == LiveStreamError::ConnectFailed)
-    view->pressButton(LiveButton::close);
-  else
-    view->controller()->liveSessionErrorCode(session.get(), GetParam().error);
-  env_.advance(0.5);
-  EXPECT_EQ(main_->calls, GetParam().calls);
-  EXPECT_EQ(closed_, 1);
-  EXPECT_TRUE(core->isClosed());
-  EXPECT_FALSE(session->running());
-  EXPECT_EQ(awake_->states, (std::vector<bool>{true, false}));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Ways, EndingTest,
-    testing::Values(
-        EndingCase{"ConnectionLost", LiveStreamError::ConnectionLost, {"lost", "appear"}},
-        EndingCase{"ClosedByTheHost", LiveStreamError::PeerClosed, {"host", "appear"}},
-        EndingCase{"Restart", LiveStreamError::PeerRestart, {"restart", "appear"}},
-        EndingCase{"CloseButton", LiveStreamError::ConnectFailed, {"user", "appear"}}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace oxelo
