@@ -168,19 +168,14 @@ void OXLiveView::showPermissionAlert(CameraAccess::Media media) {
   LiveAlert alert;
   alert.titleColour = kAlertTitleColour;
   alert.transitionStyle = 3;
-  if (chinese) {
-    alert.title = "权限设置";
-    alert.message = video ? "Oxelo 需要访问您的相机以录制视频，现在启用吗？"
-                          : "Oxelo 需要访问您的麦克风以录制音频，现在启用吗？";
-  } else {
-    alert.title = services_.displayName;
-    alert.message = video ? "Oxelo needs to use your camera to record video, enable it now?"
-                          : "Oxelo needs to use your microphone to record audio, enable it now?";
-  }
+  alert.title = chinese ? liveText("S_PERMISSION_TITLE", true) : services_.displayName;
+  alert.message = liveText(video ? "S_CAMERA_PERMISSION" : "S_MIC_PERMISSION", chinese);
   const std::string reason = services_.cameraAccess->refusalReason(media);
   if (!reason.empty()) alert.message += "\n\n" + reason;
-  alert.buttons.push_back(
-      {"A_OK", 0, [messages = services_.messages] { messages->openSettings(); }});
+  // Held weakly: the alert may be kept by the very service that shows it.
+  alert.buttons.push_back({"A_OK", 0, [weak = std::weak_ptr<LiveMessages>(services_.messages)] {
+                             if (auto messages = weak.lock()) messages->openSettings();
+                           }});
   alert.buttons.push_back({"A_CANCEL", 2, {}});
   services_.messages->showAlert(alert);
 }
