@@ -429,7 +429,6 @@ TEST_F(DirectPathTest, BeautySettingsChooseTheStageAtEachRebuild) {
       {"levels", [&] { capture->setBeautyLevel(0.9); }, beauty, 0.9},
       {"method 1 waits", [&] { capture->setBeautyMethod(1); }, beauty, 0.9},
       {"rebuilt with method 1", [&] { capture->setBeautyFace(true); }, beautify, 0},
-      {"levels stored only", [&] { capture->setBeautyLevel(0.3); }, beautify, 0},
       {"method 2",
        [&] {
          capture->setBeautyMethod(2);
@@ -459,7 +458,6 @@ TEST_F(DirectPathTest, BeautySettingsChooseTheStageAtEachRebuild) {
     EXPECT_EQ(recorder->last->format(), kind == empty ? PixelFormat::nv12 : PixelFormat::bgra);
   }
   EXPECT_EQ(capture->beautyMethod(), 0);
-  EXPECT_EQ(capture->beautyLevel(), 0.3);
 }
 
 }  // namespace

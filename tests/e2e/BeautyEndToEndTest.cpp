@@ -1,11 +1,8 @@
-// The host switches the phone's beauty filters with command 38 and the
-// recorded picture shows each method's colour path: the one-pass filter
-// lifts the middle tones by its screen blend, the bilateral-and-edge group
-// by its log curve and gain of 1.05; both keep the corner patches and their
-// edges. The status block asked for next (command 33 with 2) carries the
-// beauty bits. The virtual camera's picture is smooth (gradients and flat
-// patches), so the smoothing of textured skin is left to the filters' own
-// tests. Loopback only.
+// Command 38 switches the phone's beauty method: the recording shows each
+// method's colour path (the one-pass filter's screen blend, the group's log
+// curve and gain) with the patches' edges kept, and the next status block
+// the beauty bits. The virtual picture has no textured skin: smoothing is
+// left to the filters' tests. Loopback only.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -35,12 +32,8 @@ struct BeautyCase {
 class BeautyEndToEndTest : public test::ProgramTest,
                            public testing::WithParamInterface<BeautyCase> {};
 
-// The background at row y of the 640 x 480 virtual picture: red rises from
-// 0 at the top to 255 at the bottom, blue falls, green changes each frame.
-double redAtRow(int y) { return 255.0 * y / 480 / 255.0; }
-
-// The median over columns that the sweeping bar can cover only one of,
-// clear of the patches and the square.
+// The background of row y: the median of columns of which the sweeping bar
+// covers one at most, clear of the patches and the square.
 test::Rgb background(const test::DecodedPicture& p, int y) {
   std::vector<test::Rgb> seen;
   for (int x : {100, 180, 440, 500, 560}) seen.push_back(p.at(x, y));
@@ -80,18 +73,17 @@ TEST_P(BeautyEndToEndTest, CommandSwitchesTheMethodAndTheStatusShowsIt) {
   std::string error;
   auto picture = test::decodePictureAt(file, duration - 0.3, 640, 480, error);
   ASSERT_TRUE(picture) << error;
-  // Edges kept: each patch keeps its colour, and so does the background
-  // right beside it.
+  // Edges kept: the patches and the background right beside them.
   EXPECT_EQ(test::cornerColours(*picture),
             (std::array<std::string, 4>{"red", "green", "blue", "white"}));
   const test::Rgb inside = picture->at(70, 30), beside = picture->at(90, 30);
   EXPECT_GT(inside.r - beside.r, 150) << "red patch against the dark background";
 
-  // Two rows where red and blue are known (green is not) and the
-  // combination's skin test fails (red not above blue).
+  // Red rises from 0 at the top to 1 at the bottom, blue falls, green changes
+  // with each frame; red is not above blue here, so no skin.
   for (int y : {60, 240}) {
     SCOPED_TRACE(fmt::format("row {}", y));
-    const double red = redAtRow(y), blue = 1.0 - red;
+    const double red = y / 480.0, blue = 1.0 - red;
     const test::Rgb seen = background(*picture, y);
     switch (c.method) {
       case Method::none:

@@ -56,8 +56,7 @@ inline void expectPixelNear(const PixelBuffer& picture, int x, int y, const Rgba
                                         << "rgba"[k] << " at " << x << "," << y;
 }
 
-// Sends one picture into each input of `node` (input k gets pictures[k])
-// and returns what `last` drew.
+// Sends pictures[k] into input k of `node`; what `last` drew.
 inline std::shared_ptr<PixelBuffer> runInputs(
     const std::vector<std::shared_ptr<PixelBuffer>>& pictures, std::shared_ptr<GPUImageInput> node,
     GPUImageOutput& last) {
