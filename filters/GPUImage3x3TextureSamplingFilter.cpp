@@ -64,15 +64,19 @@ void GPUImage3x3TextureSamplingFilter::setupFilterForSize(GPUSize size) {
 }
 
 void GPUImage3x3TextureSamplingFilter::setTexelWidth(double width) {
-  hasOverriddenImageSizeFactor_ = true;
-  texelWidth_ = width;
-  setFloat(static_cast<float>(width), texelWidthUniform_, filterProgram_.get());
+  runSynchronouslyOnVideoProcessingQueue([&] {
+    hasOverriddenImageSizeFactor_ = true;
+    texelWidth_ = width;
+    setFloat(static_cast<float>(width), texelWidthUniform_, filterProgram_.get());
+  });
 }
 
 void GPUImage3x3TextureSamplingFilter::setTexelHeight(double height) {
-  hasOverriddenImageSizeFactor_ = true;
-  texelHeight_ = height;
-  setFloat(static_cast<float>(height), texelHeightUniform_, filterProgram_.get());
+  runSynchronouslyOnVideoProcessingQueue([&] {
+    hasOverriddenImageSizeFactor_ = true;
+    texelHeight_ = height;
+    setFloat(static_cast<float>(height), texelHeightUniform_, filterProgram_.get());
+  });
 }
 
 }  // namespace oxelo

@@ -11,7 +11,8 @@ namespace oxelo {
 // neighbours' coordinates (leftTextureCoordinate, topRightTextureCoordinate,
 // ...), one texel apart by the uniforms "texelWidth" and "texelHeight". The
 // texel size follows the input size unless set by hand. The setters may be
-// called from any thread; the rest runs on the video processing queue.
+// called from any thread and wait for the video processing queue, where the
+// rest runs.
 class GPUImage3x3TextureSamplingFilter : public GPUImageFilter {
  public:
   explicit GPUImage3x3TextureSamplingFilter(const std::string& fragmentShader);

@@ -61,15 +61,19 @@ void GPUImageDirectionalNonMaximumSuppressionFilter::setupFilterForSize(GPUSize 
 }
 
 void GPUImageDirectionalNonMaximumSuppressionFilter::setTexelWidth(double width) {
-  hasOverriddenImageSizeFactor_ = true;
-  texelWidth_ = width;
-  setFloat(static_cast<float>(width), texelWidthUniform_, filterProgram_.get());
+  runSynchronouslyOnVideoProcessingQueue([&] {
+    hasOverriddenImageSizeFactor_ = true;
+    texelWidth_ = width;
+    setFloat(static_cast<float>(width), texelWidthUniform_, filterProgram_.get());
+  });
 }
 
 void GPUImageDirectionalNonMaximumSuppressionFilter::setTexelHeight(double height) {
-  hasOverriddenImageSizeFactor_ = true;
-  texelHeight_ = height;
-  setFloat(static_cast<float>(height), texelHeightUniform_, filterProgram_.get());
+  runSynchronouslyOnVideoProcessingQueue([&] {
+    hasOverriddenImageSizeFactor_ = true;
+    texelHeight_ = height;
+    setFloat(static_cast<float>(height), texelHeightUniform_, filterProgram_.get());
+  });
 }
 
 void GPUImageDirectionalNonMaximumSuppressionFilter::setUpperThreshold(double threshold) {

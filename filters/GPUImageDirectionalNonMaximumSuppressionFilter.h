@@ -9,7 +9,8 @@ namespace oxelo {
 // keeps its strength only if neither neighbour along the gradient is
 // stronger, scaled by smoothstep(lower, upper, length); the result goes to
 // red, green and blue. Thresholds 0.1 and 0.5 by default; the setters may be
-// called from any thread. Video processing queue otherwise.
+// called from any thread (the texel setters wait for the video processing
+// queue). Video processing queue otherwise.
 class GPUImageDirectionalNonMaximumSuppressionFilter : public GPUImageFilter {
  public:
   GPUImageDirectionalNonMaximumSuppressionFilter();

@@ -155,10 +155,12 @@ void GPUImageGaussianBlurFilter::setBlurRadiusInPixels(double pixels) {
 }
 
 void GPUImageGaussianBlurFilter::setTexelSpacingMultiplier(double multiplier) {
-  texelSpacingMultiplier_ = multiplier;
-  verticalTexelSpacing_ = multiplier;
-  horizontalTexelSpacing_ = multiplier;
-  setupFilterForSize(sizeOfFBO());
+  runSynchronouslyOnVideoProcessingQueue([&] {
+    texelSpacingMultiplier_ = multiplier;
+    verticalTexelSpacing_ = multiplier;
+    horizontalTexelSpacing_ = multiplier;
+    setupFilterForSize(sizeOfFBO());
+  });
 }
 
 void GPUImageGaussianBlurFilter::switchToVertexShader(const std::string& vertexShader,

@@ -49,13 +49,17 @@ void GPUImageTwoPassTextureSamplingFilter::setupFilterForSize(GPUSize size) {
 }
 
 void GPUImageTwoPassTextureSamplingFilter::setVerticalTexelSpacing(double spacing) {
-  verticalTexelSpacing_ = spacing;
-  setupFilterForSize(sizeOfFBO());
+  runSynchronouslyOnVideoProcessingQueue([&] {
+    verticalTexelSpacing_ = spacing;
+    setupFilterForSize(sizeOfFBO());
+  });
 }
 
 void GPUImageTwoPassTextureSamplingFilter::setHorizontalTexelSpacing(double spacing) {
-  horizontalTexelSpacing_ = spacing;
-  setupFilterForSize(sizeOfFBO());
+  runSynchronouslyOnVideoProcessingQueue([&] {
+    horizontalTexelSpacing_ = spacing;
+    setupFilterForSize(sizeOfFBO());
+  });
 }
 
 void GPUImageTwoPassTextureSamplingFilter::setUniformsForPass(int index) {
