@@ -220,6 +220,16 @@ void LFVideoCapture::setBeautyFace(bool beautyFace) {
   if (running_) reloadFilter();
 }
 
+void LFVideoCapture::setBeautyLevel(double level) {
+  beautyLevel_ = level;
+  if (beautyFilter_) beautyFilter_->setBeautyLevel(level);
+}
+
+void LFVideoCapture::setBrightLevel(double level) {
+  brightLevel_ = level;
+  if (beautyFilter_) beautyFilter_->setBrightLevel(level);
+}
+
 void LFVideoCapture::setMirror(bool mirror) {
   mirror_ = mirror;
   createCamera();
@@ -282,9 +292,22 @@ void LFVideoCapture::reloadFilter() {
   if (cropfilter_) cropfilter_->removeAllTargets();
 
   output_ = std::make_shared<LFGPUImageEmptyFilter>();
-  // The beauty stages stand here once they exist; until then every chain
-  // passes the picture through, whatever beautyFace says.
-  filter_ = std::make_shared<LFGPUImageEmptyFilter>();
+  // A new stage starts at its own levels, not at the stored ones.
+  beautyFilter_.reset();
+  beautifyFilter_.reset();
+  if (!beautyFace_) {
+    auto empty = std::make_shared<LFGPUImageEmptyFilter>();
+    filter_ = empty;
+    filterInput_ = empty;
+  } else if (beautyMethod_ == 1) {
+    beautifyFilter_ = std::make_shared<LFGPUImageBeautifyFilter>();
+    filter_ = beautifyFilter_;
+    filterInput_ = beautifyFilter_;
+  } else {
+    beautyFilter_ = std::make_shared<LFGPUImageBeautyFilter>();
+    filter_ = beautyFilter_;
+    filterInput_ = beautyFilter_;
+  }
   reloadMirror();
 
   GPUImageOutput* source = videoCamera_.get();
@@ -300,7 +323,7 @@ void LFVideoCapture::reloadFilter() {
     }
   }
   blendFilter_->setMix(0.0);
-  source->addTarget(filter_);
+  source->addTarget(filterInput_);
   attachPreview();
   filter_->addTarget(output_);
   const GPUSize size{videoSize.width, videoSize.height};

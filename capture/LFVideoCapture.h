@@ -12,6 +12,8 @@
 #include "filters/GPUImageFilter.h"
 #include "filters/GPUImageView.h"
 #include "filters/GPUImageYUVConverter.h"
+#include "filters/LFGPUImageBeautifyFilter.h"
+#include "filters/LFGPUImageBeautyFilter.h"
 #include "media/LFLiveVideoConfiguration.h"
 #include "media/PixelBuffer.h"
 #include "platform/dispatch/Observable.h"
@@ -135,7 +137,15 @@ class LFVideoCapture : public GPUImageVideoCameraDelegate,
   bool beautyFace() const { return beautyFace_; }
   void setBeautyFace(bool beautyFace);
   int64_t beautyMethod() const { return beautyMethod_; }
+  // Stored; the chain takes it at its next rebuild (setBeautyFace() while
+  // running, or setRunning()).
   void setBeautyMethod(int64_t method) { beautyMethod_ = method; }
+  // Stored, and given to the one-pass beauty filter while it stands in the
+  // chain; a filter the chain builds later starts at its own defaults.
+  double beautyLevel() const { return beautyLevel_; }
+  void setBeautyLevel(double level);
+  double brightLevel() const { return brightLevel_; }
+  void setBrightLevel(double level);
   bool mirror() const { return mirror_; }
   void setMirror(bool mirror);
   bool autoRotate() const { return autoRotate_; }
@@ -264,7 +274,11 @@ class LFVideoCapture : public GPUImageVideoCameraDelegate,
   std::shared_ptr<GPUImageVideoCamera> videoCamera() const { return videoCamera_; }
   std::shared_ptr<GPUImageView> gpuImageView() const { return gpuImageView_; }
   std::shared_ptr<GPUImageCropFilter> cropFilter() const { return cropfilter_; }
-  std::shared_ptr<GPUImageFilter> filter() const { return filter_; }
+  // The stage in the middle of the chain: the pass-through, or one of the
+  // two beauty filters (beautyFilter() or beautifyFilter(), whichever stands).
+  std::shared_ptr<GPUImageOutput> filter() const { return filter_; }
+  std::shared_ptr<LFGPUImageBeautyFilter> beautyFilter() const { return beautyFilter_; }
+  std::shared_ptr<LFGPUImageBeautifyFilter> beautifyFilter() const { return beautifyFilter_; }
   std::shared_ptr<GPUImageFilter> output() const { return output_; }
   const std::shared_ptr<LFLiveVideoConfiguration>& configuration() const { return configuration_; }
 
@@ -305,13 +319,19 @@ class LFVideoCapture : public GPUImageVideoCameraDelegate,
   bool running_ = false;
   bool beautyFace_ = false;
   int64_t beautyMethod_ = 0;
+  double beautyLevel_ = 0.5;
+  double brightLevel_ = 0.5;
   bool mirror_ = true;
   bool autoRotate_ = false;
   std::atomic<bool> isSampleBT601_{true};
   bool attachColorInfo_ = false;
 
   std::shared_ptr<GPUImageVideoCamera> videoCamera_;
-  std::shared_ptr<GPUImageFilter> filter_;
+  // filter_ and filterInput_ are the same node, as a source and as a target.
+  std::shared_ptr<GPUImageOutput> filter_;
+  std::shared_ptr<GPUImageInput> filterInput_;
+  std::shared_ptr<LFGPUImageBeautyFilter> beautyFilter_;
+  std::shared_ptr<LFGPUImageBeautifyFilter> beautifyFilter_;
   std::shared_ptr<GPUImageCropFilter> cropfilter_;
   std::shared_ptr<GPUImageFilter> output_;
   std::shared_ptr<GPUImageAlphaBlendFilter> blendFilter_;

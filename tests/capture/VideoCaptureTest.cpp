@@ -413,5 +413,52 @@ INSTANTIATE_TEST_SUITE_P(
                                  CameraErrorCode::inUse}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// beautyFace and beautyMethod choose the stage in the middle of the chain at
+// each rebuild; a method alone waits for the next one. The levels reach the
+// one-pass filter while it stands; a new one starts at its own defaults.
+TEST_F(DirectPathTest, BeautySettingsChooseTheStageAtEachRebuild) {
+  enum Kind { empty, beauty, beautify };
+  struct Step {
+    const char* name;
+    std::function<void()> change;
+    Kind kind;
+    double beautyLevel;  // of the one-pass filter, where it stands
+  };
+  const std::vector<Step> steps = {
+      {"on, method 0", [&] { capture->setBeautyFace(true); }, beauty, 0.5},
+      {"levels", [&] { capture->setBeautyLevel(0.9); }, beauty, 0.9},
+      {"method 1 waits", [&] { capture->setBeautyMethod(1); }, beauty, 0.9},
+      {"rebuilt with method 1", [&] { capture->setBeautyFace(true); }, beautify, 0},
+      {"method 2",
+       [&] {
+         capture->setBeautyMethod(2);
+         capture->setBeautyFace(true);
+       },
+       beauty, 0.5},
+      {"off", [&] { capture->setBeautyFace(false); }, empty, 0},
+  };
+  capture->setRunning(true);
+  double time = 1.0;
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.name);
+    step.change();
+    const Kind kind = capture->beautyFilter()     ? beauty
+                      : capture->beautifyFilter() ? beautify
+                                                  : empty;
+    EXPECT_EQ(kind, step.kind);
+    EXPECT_EQ(capture->filter() == capture->beautyFilter(), kind == beauty);
+    EXPECT_EQ(capture->filter() == capture->beautifyFilter(), kind == beautify);
+    if (kind == beauty) {
+      EXPECT_EQ(capture->beautyFilter()->beautyLevel(), step.beautyLevel);
+    }
+    deliver(time);
+    time += 1.0;
+    ASSERT_TRUE(recorder->last);
+    // Only the pass-through lets the camera's frame go undrawn.
+    EXPECT_EQ(recorder->last->format(), kind == empty ? PixelFormat::nv12 : PixelFormat::bgra);
+  }
+  EXPECT_EQ(capture->beautyMethod(), 0);
+}
+
 }  // namespace
 }  // namespace oxelo
