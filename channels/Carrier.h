@@ -96,6 +96,10 @@ class Carrier {
   // Ends the connection once the records already queued have left (USB);
   // a TCP socket has no such drain and closes at once, as close() does.
   virtual void closeAfterSending() = 0;
+  // The bytes of the records queued and not yet handed whole to the system,
+  // so that a sender can bound what waits while the host does not read. A
+  // carrier that keeps no queue of its own says 0.
+  virtual size_t queuedBytes() const { return 0; }
 };
 
 }  // namespace oxelo

@@ -15,6 +15,7 @@
 
 #include "channels/AsioRuntime.h"
 #include "channels/SocketWorker.h"
+#include "channels/UnsentLimit.h"
 #include "platform/dispatch/PostWeak.h"
 #include "platform/log/Log.h"
 
@@ -70,6 +71,10 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
   DelegateSlot<GCDAsyncSocketDelegate> delegate;
   const std::shared_ptr<Queue> queue;
   std::atomic<bool> connected{false};
+  // Bytes of the writes asked for and not yet handed whole to the system:
+  // added by writeData(), taken off by the worker when a write completes or
+  // is dropped.
+  std::atomic<size_t> queuedBytes{0};
   mutable std::mutex infoMutex;
   SocketAddress peer;      // guarded by infoMutex
   uint16_t localPort = 0;  // guarded by infoMutex
@@ -209,6 +214,9 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
   void adopt() {
     asio::error_code ec;
     socket.non_blocking(true, ec);
+    if (!limitUnsentBytes(socket.native_handle()))
+      oxlog("GCDAsyncSocket: no limit on unsent bytes: {}",
+            posixError(errno, "setsockopt").toString());
     state = State::connected;
     connected = true;
     sockaddr_storage storage{};
@@ -405,7 +413,10 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
   // ---- writing
 
   void enqueueWrite(std::shared_ptr<const std::vector<uint8_t>> data, double timeout, int64_t tag) {
-    if (state != State::connecting && state != State::connected) return;
+    if (state != State::connecting && state != State::connected) {
+      queuedBytes -= data->size();
+      return;
+    }
     writes.push_back(Write{nextId++, std::move(data), timeout, tag});
     startWriting();
   }
@@ -447,6 +458,7 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
       return;
     }
     auto tag = write.tag;
+    queuedBytes -= bytes.size();
     currentWrite.reset();
     writeTimer.cancel();
     raise([tag](GCDAsyncSocketDelegate& d, GCDAsyncSocket* sock) {
@@ -511,6 +523,8 @@ struct GCDAsyncSocket::Impl : std::enable_shared_from_this<Impl> {
     socket.close(ignored);
     acceptor.close(ignored);
     reads.clear();
+    for (const auto& write : writes) queuedBytes -= write.data->size();
+    if (currentWrite) queuedBytes -= currentWrite->data->size();
     writes.clear();
     currentRead.reset();
     currentWrite.reset();
@@ -561,6 +575,7 @@ void GCDAsyncSocket::readDataWithTimeout(double timeout, int64_t tag) {
 void GCDAsyncSocket::writeData(std::shared_ptr<const std::vector<uint8_t>> data, double timeout,
                                int64_t tag) {
   if (!data || data->empty()) return;
+  impl_->queuedBytes += data->size();
   socketworker::post([impl = impl_, data = std::move(data), timeout, tag]() mutable {
     impl->enqueueWrite(std::move(data), timeout, tag);
   });
@@ -576,6 +591,8 @@ void GCDAsyncSocket::disconnect() {
 }
 
 bool GCDAsyncSocket::isConnected() const { return impl_->connected; }
+
+size_t GCDAsyncSocket::queuedWriteBytes() const { return impl_->queuedBytes; }
 
 void GCDAsyncSocket::setDelegate(std::weak_ptr<GCDAsyncSocketDelegate> delegate) {
   impl_->delegate.set(std::move(delegate));

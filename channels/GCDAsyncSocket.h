@@ -93,7 +93,8 @@ class GCDAsyncSocket : public std::enable_shared_from_this<GCDAsyncSocket> {
   void readDataWithTimeout(double timeout, int64_t tag);
   // Queues a write of the whole buffer, kept by reference until written.
   // Writes leave in queue order, never interleaved; empty data are ignored;
-  // no limit on the queue. Waits and drops like a read.
+  // no limit on the queue (queuedWriteBytes() says how much waits, for a
+  // caller that must bound it). Waits and drops like a read.
   void writeData(std::shared_ptr<const std::vector<uint8_t>> data, double timeout, int64_t tag);
   void writeData(std::vector<uint8_t> data, double timeout, int64_t tag);
 
@@ -103,6 +104,9 @@ class GCDAsyncSocket : public std::enable_shared_from_this<GCDAsyncSocket> {
   void disconnect();
   // The connection is established and not closed. Any thread.
   bool isConnected() const;
+  // The bytes of the writes queued and not yet handed whole to the system
+  // (which keeps at most kUnsentLowWater of them unsent). Any thread.
+  size_t queuedWriteBytes() const;
 
   // Changes the delegate for every event not yet delivered; {} for none.
   // The delegate queue stays.

@@ -81,6 +81,11 @@ std::pair<std::shared_ptr<PTChannelDelegate>, uint8_t> PTChannel::delegateAndFla
   return {delegate, delegate ? delegateFlags_ : uint8_t(0)};
 }
 
+size_t PTChannel::queuedBytes() const {
+  auto stream = currentStream();
+  return stream ? stream->queuedBytes() : 0;
+}
+
 std::shared_ptr<PTIOStream> PTChannel::currentStream() const {
   std::lock_guard lock(mutex_);
   return dispatchObj_channel_;

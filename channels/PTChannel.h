@@ -52,6 +52,9 @@ class PTChannel : public std::enable_shared_from_this<PTChannel> {
   const std::shared_ptr<PTProtocol>& protocol() const { return protocol_; }
   uint8_t connState() const { return connState_.load(); }
   bool isConnected() const;  // connecting or connected
+  // The bytes of the frames asked for and not yet handed whole to the
+  // system; 0 without a stream.
+  size_t queuedBytes() const;
   bool isListening() const;
 
   std::shared_ptr<PTChannelDelegate> delegate() const;

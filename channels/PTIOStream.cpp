@@ -12,6 +12,8 @@
 
 #include "channels/AsioRuntime.h"
 #include "channels/SocketWorker.h"
+#include "channels/UnsentLimit.h"
+#include "platform/log/Log.h"
 
 namespace oxelo {
 
@@ -48,6 +50,8 @@ std::shared_ptr<PTIOStream> PTIOStream::create(int fd, std::shared_ptr<Queue> qu
     return fail(errno, "getsockname");
   }
   int family = local.ss_family;
+  if ((family == AF_INET || family == AF_INET6) && !limitUnsentBytes(fd))
+    oxlog("PTIOStream: no limit on unsent bytes: {}", posixError(errno, "setsockopt").toString());
   asio::generic::stream_protocol protocol(family, family == AF_UNIX ? 0 : IPPROTO_TCP);
   auto socket = std::make_unique<Socket>(ioContext());
   asio::error_code ec;
@@ -104,6 +108,7 @@ void PTIOStream::write(std::vector<uint8_t> head, std::shared_ptr<const std::vec
   {
     std::lock_guard lock(mutex_);
     if (state_ == State::open) {
+      queuedBytes_ += head.size() + (body ? body->size() : 0);
       pending_.push_back(WriteItem{std::move(head), std::move(body), std::move(handler)});
       handler = nullptr;
     }
@@ -151,6 +156,7 @@ void PTIOStream::pumpWrites() {
   }
   writing_ = true;
   inFlight_ = std::move(item->handler);
+  inFlightBytes_ = item->head.size() + (item->body ? item->body->size() : 0);
   std::array<asio::const_buffer, 2> buffers{
       asio::buffer(item->head), item->body ? asio::buffer(*item->body) : asio::const_buffer()};
   asio::async_write(socket_->socket, buffers,
@@ -161,6 +167,7 @@ void PTIOStream::pumpWrites() {
 
 void PTIOStream::finishWrite(const asio::error_code& ec) {
   writing_ = false;
+  queuedBytes_ -= std::exchange(inFlightBytes_, 0);
   WriteHandler handler = std::move(inFlight_);
   inFlight_ = nullptr;
   // A write that the kernel took whole before close() got to it succeeded.
@@ -197,6 +204,9 @@ void PTIOStream::dropPendingWrites() {
     dropped.swap(pending_);
     cleanup = std::move(cleanup_);
     cleanup_ = nullptr;
+  }
+  for (auto& item : dropped) {
+    queuedBytes_ -= item.head.size() + (item.body ? item.body->size() : 0);
   }
   for (auto& item : dropped) deliver(std::move(item.handler), posixError(ECANCELED, "write"));
   if (cleanup) post([cleanup, error = closeError_] { cleanup(error); });

@@ -60,6 +60,10 @@ class PTIOStream : public std::enable_shared_from_this<PTIOStream> {
   void cancel();
   // False once close() or cancel() has been called.
   bool isOpen() const;
+  // The bytes of the writes asked for and not yet handed whole to the
+  // system (which keeps at most kUnsentLowWater of them unsent on a TCP
+  // socket).
+  size_t queuedBytes() const { return queuedBytes_; }
 
   struct Socket;  // internal: the Asio socket, I/O thread only
 
@@ -86,6 +90,7 @@ class PTIOStream : public std::enable_shared_from_this<PTIOStream> {
   std::weak_ptr<Queue> queue_;
   std::unique_ptr<Socket> socket_;  // I/O thread only after creation
   std::atomic<bool> readsStopped_{false};
+  std::atomic<size_t> queuedBytes_{0};
 
   mutable std::mutex mutex_;  // guards the fields below
   State state_ = State::open;
@@ -96,6 +101,7 @@ class PTIOStream : public std::enable_shared_from_this<PTIOStream> {
   bool writing_ = false;
   bool socketClosed_ = false;
   WriteHandler inFlight_;
+  size_t inFlightBytes_ = 0;
   OptionalError closeError_;
 };
 

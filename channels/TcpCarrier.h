@@ -44,6 +44,7 @@ class TcpCarrier final : public Carrier,
   void sendRecord(CarrierRecord record) override;
   void close() override;
   void closeAfterSending() override { close(); }
+  size_t queuedBytes() const override { return socket_->queuedWriteBytes(); }
 
   // GCDAsyncSocketDelegate, on the socket's delegate queue.
   void socketDidConnectToHost(GCDAsyncSocket* sock, const std::string& host,

@@ -38,6 +38,7 @@ class UsbCarrier final : public Carrier,
   void sendRecord(CarrierRecord record) override;
   void close() override { channel_->close(); }
   void closeAfterSending() override { channel_->cancel(); }
+  size_t queuedBytes() const override { return channel_->queuedBytes(); }
 
   // PTChannelDelegate, on the protocol queue.
   void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<PTChannel>& channel, uint32_t type,

@@ -64,6 +64,15 @@ class OXStreamSocket final : public LFStreamSocket,
   static constexpr double kRetryDelay = 3.0;      // seconds, whatever reconnectInterval says
   static constexpr int64_t kDefaultReconnectCount = 5;
   static constexpr int64_t kDefaultReconnectInterval = 3;
+  // The most bytes that may wait in the carrier for the host. Past it every
+  // frame is dropped, video as by the late-frame rule (up to a key frame
+  // that finds the carrier under the mark again), audio as well: so a host
+  // that stops reading costs the phone at most this much, instead of the
+  // key frames and the sound that the late-frame rule lets through piling
+  // up for as long as the stall lasts. 1 MiB is over three seconds of video
+  // at 720p30 and 2.5 Mb/s, far behind the 500 ms at which the late-frame
+  // rule already drops video, so a link that is merely slow never meets it.
+  static constexpr size_t kMaxQueuedBytes = 1 << 20;
 
   using Environment = StreamSocketEnvironment;
 
@@ -122,6 +131,8 @@ class OXStreamSocket final : public LFStreamSocket,
   int64_t reconnectInterval() const { return reconnectInterval_; }
   uint64_t lastSendVideoFrameTimestamp() const { return last_send_videoframe_timestamp_; }
   bool dropFrameNow() const { return drop_frame_now_; }
+  // Frames dropped because the carrier held kMaxQueuedBytes, since creation.
+  int64_t backlogDrops() const { return backlogDrops_; }
   // A copy of the statistics; all zero when there are none.
   LFLiveDebug debugInfo() const;
   const std::shared_ptr<LFStreamingBuffer>& buffer();
@@ -166,6 +177,9 @@ class OXStreamSocket final : public LFStreamSocket,
   void sendAudioHeader(const LFAudioFrame& frame);
   void sendAudio(const LFAudioFrame& frame);
   void countFrame(const LFFrame& frame, bool isVideo);
+  // True while the carrier holds more than kMaxQueuedBytes for the host;
+  // logs the moments it starts and ends.
+  bool carrierBacklogged();
   // Lays out header, body pieces and tail in the scratch record and hands the
   // result to the carrier; sendPacket() and sendVideo() meet here.
   int writePacket(uint32_t type, std::span<const std::span<const uint8_t>> body,
@@ -218,6 +232,8 @@ class OXStreamSocket final : public LFStreamSocket,
   std::atomic<bool> sendVideoHead_{false};
   std::atomic<bool> sendAudioHead_{false};
   std::atomic<bool> drop_frame_now_{false};
+  std::atomic<bool> backlogged_{false};  // rtmpSendQueue: the last carrierBacklogged()
+  std::atomic<int64_t> backlogDrops_{0};
   std::atomic<uint64_t> last_send_videoframe_timestamp_{0};
   std::atomic<uint64_t> last_sent_time_{0};
   std::atomic<int64_t> continuous_good_writes_{0};

@@ -132,6 +132,20 @@ void OXStreamSocket::sendVideoHeader(const LFVideoFrame& frame) {
   sendPacket(wire::kPacketTypeVideo, body->data(), static_cast<int64_t>(body->size()), 0);
 }
 
+bool OXStreamSocket::carrierBacklogged() {
+  auto current = carrier();
+  const size_t queued = current ? current->queuedBytes() : 0;
+  const bool now = queued > kMaxQueuedBytes;
+  if (now != backlogged_.exchange(now)) {
+    if (now) {
+      oxlog("Live - {} bytes wait for the host; frames are dropped until they have left", queued);
+    } else {
+      oxlog("Live - the host reads again");
+    }
+  }
+  return now;
+}
+
 void OXStreamSocket::sendVideo(const LFVideoFrame& frame) {
   uint64_t last = last_send_videoframe_timestamp_;
   // An unsigned difference: a frame stamped below the last completed tag (a
@@ -139,6 +153,15 @@ void OXStreamSocket::sendVideo(const LFVideoFrame& frame) {
   if (last != 0 && frame.timestamp - last >= kLateFrameGap && !drop_frame_now_) {
     drop_frame_now_ = true;
     oxlog("开始丢帧...");
+  }
+  // Over the carrier's mark even a key frame waits for the next one: the
+  // drop phase goes on until a key frame can leave.
+  if (carrierBacklogged()) {
+    drop_frame_now_ = true;
+    ++backlogDrops_;
+    std::lock_guard lock(debugMutex_);
+    if (debugInfo_) debugInfo_->dropFrame += 1;
+    return;
   }
   if (drop_frame_now_) {
     if (!frame.isKeyFrame) {
@@ -169,6 +192,10 @@ void OXStreamSocket::sendAudioHeader(const LFAudioFrame& frame) {
 }
 
 void OXStreamSocket::sendAudio(const LFAudioFrame& frame) {
+  if (carrierBacklogged()) {
+    ++backlogDrops_;
+    return;
+  }
   const uint8_t head[2] = {wire::kAudioTagAac, wire::kAudioKindFrame};
   std::array<std::span<const uint8_t>, 2> body{std::span<const uint8_t>(head),
                                                std::span<const uint8_t>(frame.data)};

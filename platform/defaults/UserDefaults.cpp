@@ -12,6 +12,7 @@
 #include <fstream>
 #include <limits>
 #include <sstream>
+#include <optional>
 
 #include "platform/log/Log.h"
 
@@ -37,6 +38,28 @@ long long saturatedInteger(double value) {
   if (value >= kLimit) return std::numeric_limits<long long>::max();
   if (value < -kLimit) return std::numeric_limits<long long>::min();
   return static_cast<long long>(value);
+}
+
+// The whole file, or none with errno set when it cannot be opened or read.
+std::optional<std::string> readAll(const fs::path& file) {
+  int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  std::string text;
+  char chunk[4096];
+  for (;;) {
+    ssize_t n = ::read(fd, chunk, sizeof chunk);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      int err = errno;
+      ::close(fd);
+      if (n < 0) {
+        errno = err;
+        return std::nullopt;
+      }
+      return text;
+    }
+    text.append(chunk, static_cast<size_t>(n));
+  }
 }
 
 bool writeAll(int fd, const std::string& text) {
@@ -92,11 +115,17 @@ fs::path UserDefaults::configDirectory() {
 void UserDefaults::load() {
   std::error_code ec;
   if (!fs::exists(file_, ec)) return;
-  std::ifstream in(file_, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  Json parsed = Json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
-  if (!in.bad() && parsed.is_object()) {
+  auto text = readAll(file_);
+  if (!text) {
+    // Not the same as a broken file: its contents may be fine, so it is
+    // neither moved aside nor replaced by a file made from the defaults.
+    unreadable_ = true;
+    oxlog("Settings file {} cannot be read ({}); starting from defaults and leaving it as it is",
+          file_.string(), std::strerror(errno));
+    return;
+  }
+  Json parsed = Json::parse(*text, nullptr, /*allow_exceptions=*/false);
+  if (parsed.is_object()) {
     stored_ = std::move(parsed);
     return;
   }
@@ -199,6 +228,10 @@ bool UserDefaults::synchronize() {
   // One writer at a time; the snapshot is taken under the data lock so that
   // readers and writers are held up only for the copy.
   std::lock_guard writeLock(writeMutex_);
+  if (unreadable_) {
+    oxlog("Settings are not written: {} could not be read and is kept as it is", file_.string());
+    return false;
+  }
   std::string text;
   {
     std::lock_guard lock(mutex_);
@@ -209,10 +242,17 @@ bool UserDefaults::synchronize() {
   fs::create_directories(directory_, ec);
   fs::path temp = file_;
   temp += ".tmp";
+  // A failed write leaves the values to be written again (at the latest
+  // when the store goes away).
+  auto failed = [this] {
+    std::lock_guard lock(mutex_);
+    dirty_ = true;
+    return false;
+  };
   int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   if (fd < 0) {
     oxlog("Settings cannot be written to {}: {}", temp.string(), std::strerror(errno));
-    return false;
+    return failed();
   }
   bool ok = writeAll(fd, text) && ::fsync(fd) == 0;
   int err = errno;
@@ -221,7 +261,7 @@ bool UserDefaults::synchronize() {
     if (ok) err = errno;
     oxlog("Settings cannot be written to {}: {}", file_.string(), std::strerror(err));
     ::unlink(temp.c_str());
-    return false;
+    return failed();
   }
   // Make the rename itself durable.
   int dirFd = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);

@@ -16,8 +16,10 @@ namespace oxelo {
 //
 // Safe for concurrent readers and writers on any thread. Writes change memory
 // at once; synchronize() makes them durable (write a temporary file, fsync,
-// rename). A file that cannot be parsed is kept aside under a new name and the
-// store starts empty, with a log line.
+// rename), so that a failed write (a full disk) leaves the old file whole. A
+// file that cannot be parsed is kept aside under a new name and the store
+// starts empty, with a log line; one that cannot be read at all is left where
+// it is and never replaced: the store starts empty and synchronize() fails.
 class UserDefaults {
  public:
   using Json = nlohmann::json;
@@ -74,6 +76,7 @@ class UserDefaults {
   Json stored_ = Json::object();
   Json registered_ = Json::object();
   bool dirty_ = false;
+  bool unreadable_ = false;  // set by load() only
   std::mutex writeMutex_;
 };
 

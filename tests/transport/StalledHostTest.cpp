@@ -1,0 +1,367 @@
+// A host that stops reading, over TCP and over the USB framed channel, and a
+// host that goes away and comes back between retries. The stall runs in real
+// time (the kernel's buffers filling is the subject); the stream's own clock
+// is the manual clock, moved on one frame interval per frame, so that the
+// write statistics and the late-frame rule judge the same stream each run.
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "channels/UnsentLimit.h"
+#include "tests/support/WireVectors.h"
+#include "tests/transport/support/StreamSocketHarness.h"
+#include "wire/InfoPacket.h"
+#include "wire/WireConstants.h"
+
+namespace oxelo {
+namespace {
+
+constexpr uint64_t kFrameMs = 33;
+constexpr size_t kKeyFrameBytes = 200 * 1024;  // a key frame every second: 1.6 Mb/s of key frames
+constexpr size_t kInterFrameBytes = 20 * 1024;
+constexpr size_t kAudioBytes = 400;
+
+long residentKb() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line))
+    if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+  return -1;
+}
+
+// The bytes that wait unsent in the kernel on this process's end of the
+// connection whose other end is `host`; -1 when that end is not found.
+long unsentBytesTowards(const test::Fd& host) {
+  sockaddr_storage hostAddress{}, peer{};
+  socklen_t length = sizeof hostAddress;
+  if (getsockname(host.get(), reinterpret_cast<sockaddr*>(&hostAddress), &length) != 0) return -1;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    int fd = std::stoi(entry.path().filename().string());
+    socklen_t peerLength = sizeof peer;
+    if (fd == host.get() || getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 ||
+        peerLength != length || std::memcmp(&peer, &hostAddress, length) != 0)
+      continue;
+    int unsent = 0;
+    return ioctl(fd, SIOCOUTQNSD, &unsent) == 0 ? unsent : -1;
+  }
+  return -1;
+}
+
+struct VideoArrival {
+  uint32_t timestamp;
+  bool key;
+};
+
+// The host's end: reads while told to, on a thread of its own, and keeps the
+// video frames it finds (not the sequence headers). `framed`: the USB framed
+// channel, whose frames each carry one packet (or the info, or a tail).
+class Host {
+ public:
+  Host(const test::Fd& fd, bool framed) : fd_(fd.get()), framed_(framed) {
+    // A host whose receive buffer fills soon, so that the stall reaches the
+    // phone within a frame or two.
+    int size = 64 * 1024;
+    setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+    thread_ = std::thread([this] { run(); });
+  }
+  ~Host() {
+    stop_ = true;
+    thread_.join();
+  }
+  void setReading(bool reading) { reading_ = reading; }
+  std::vector<VideoArrival> video() const {
+    std::lock_guard lock(mutex_);
+    return video_;
+  }
+  bool broken() const { return broken_; }
+
+ private:
+  void run() {
+    uint8_t chunk[64 * 1024];
+    while (!stop_) {
+      if (!reading_) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        continue;
+      }
+      ssize_t n = recv(fd_, chunk, sizeof chunk, MSG_DONTWAIT);
+      if (n <= 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        continue;
+      }
+      buffer_.insert(buffer_.end(), chunk, chunk + n);
+      framed_ ? takeFrames() : takePackets();
+    }
+  }
+  void takeFrames() {
+    size_t rest = 0;
+    for (auto& frame : test::parseFrames(buffer_, &rest))
+      if (frame.type == wire::kPacketTypeVideo) packet(frame.payload, 0);
+    buffer_.erase(buffer_.begin(), buffer_.end() - static_cast<long>(rest));
+  }
+  void takePackets() {
+    size_t at = 0;
+    if (!infoSeen_) {
+      if (buffer_.size() < wire::kInfoPacketSize) return;
+      infoSeen_ = true;
+      at = wire::kInfoPacketSize;
+    }
+    while (buffer_.size() - at >= wire::kCommonHeaderSize) {
+      size_t size = littleEndian32(at + 8);
+      if (buffer_.size() - at < wire::kCommonHeaderSize + size) break;
+      if (littleEndian32(at) == wire::kPacketTypeVideo) packet(buffer_, at);
+      at += wire::kCommonHeaderSize + size;
+    }
+    buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<long>(at));
+  }
+  // A video packet at `at` of `bytes`.
+  void packet(const test::Bytes& bytes, size_t at) {
+    if (bytes.size() < at + wire::kCommonHeaderSize + 2) {
+      broken_ = true;
+      return;
+    }
+    const uint8_t tag = bytes[at + 12], kind = bytes[at + 13];
+    if (kind != wire::kVideoKindFrame) return;
+    uint32_t timestamp = 0;
+    for (int i = 0; i < 4; ++i) timestamp |= uint32_t{bytes[at + 4 + i]} << (8 * i);
+    std::lock_guard lock(mutex_);
+    video_.push_back({timestamp, tag == wire::kVideoTagKeyFrame});
+  }
+  uint32_t littleEndian32(size_t at) const {
+    uint32_t v = 0;
+    for (int i = 0; i < 4; ++i) v |= uint32_t{buffer_[at + i]} << (8 * i);
+    return v;
+  }
+
+  const int fd_;
+  const bool framed_;
+  std::thread thread_;
+  std::atomic<bool> stop_{false}, reading_{true}, broken_{false};
+  test::Bytes buffer_;  // reader thread only
+  bool infoSeen_ = false;
+  mutable std::mutex mutex_;
+  std::vector<VideoArrival> video_;
+};
+
+class StalledHostTest : public testing::TestWithParam<bool> {
+ protected:
+  void TearDown() override {
+    if (socket_) socket_->stop();
+    test::pumpBoth(
+        main_.main(), *send_, [] { return false; }, 0.05);
+  }
+
+  std::shared_ptr<OXStreamSocket> makeSocket(std::shared_ptr<LFLiveStreamInfo> info) {
+    StreamSocketEnvironment environment;
+    environment.sendQueue = send_;
+    socket_ = OXStreamSocket::create(std::move(info), 0, 0, environment);
+    socket_->setDelegate(session_);
+    return socket_;
+  }
+
+  bool pump(const std::function<bool()>& done, double seconds = 5.0) {
+    return test::pumpBoth(main_.main(), *send_, done, seconds);
+  }
+
+  // One frame interval of a 30 fps stream: a video frame (a key frame every
+  // 30) and an audio frame, handed over; then the clock moves on. Paced to
+  // real time from `start`.
+  void frameInterval(std::chrono::steady_clock::time_point start) {
+    const uint64_t n = frames_++;
+    const uint64_t timestamp = 1000 + n * kFrameMs;
+    const bool key = n % 30 == 0;
+    socket_->sendFrame(test::videoFrame(
+        timestamp, key, test::Bytes(key ? kKeyFrameBytes : kInterFrameBytes, uint8_t(n))));
+    socket_->sendFrame(test::audioFrame(timestamp, test::Bytes(kAudioBytes, 1)));
+    pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); }, 1.0);
+    main_.advance(kFrameMs / 1000.0, kFrameMs / 1000.0);
+    std::this_thread::sleep_until(start + std::chrono::milliseconds(frames_ * kFrameMs));
+  }
+  void stream(double seconds) {
+    const auto start =
+        std::chrono::steady_clock::now() - std::chrono::milliseconds(frames_ * kFrameMs);
+    const uint64_t end = frames_ + static_cast<uint64_t>(seconds * 1000 / kFrameMs);
+    while (frames_ < end) frameInterval(start);
+  }
+  uint64_t lastTimestamp() const { return 1000 + (frames_ - 1) * kFrameMs; }
+
+  test::StreamFixtureSettings settings_{/*audioFormat=*/0};
+  test::ManualMain main_;
+  std::shared_ptr<Queue> send_ = Queue::createDriven("send", main_.clockPtr());
+  std::shared_ptr<test::RecordingSession> session_ =
+      std::make_shared<test::RecordingSession>(test::statusValues());
+  std::shared_ptr<OXStreamSocket> socket_;
+  uint64_t frames_ = 0;
+};
+
+// Ten seconds in which the host reads nothing: what waits for it stays
+// bounded (the streaming buffer, the carrier's queue, the kernel's unsent
+// bytes, the process's memory), and when it reads again the stream goes on
+// from a key frame and the write statistics raise the rate again.
+TEST_P(StalledHostTest, MemoryStaysBoundedAndTheStreamRecoversFromAKeyFrame) {
+  const bool usb = GetParam();
+  std::shared_ptr<test::UsbLoopback> usbLink;
+  test::LoopbackConnection tcpLink;
+  std::shared_ptr<Carrier> carrier;
+  if (usb) {
+    usbLink = test::UsbLoopback::connect(main_.main());
+    ASSERT_TRUE(usbLink->carrier);
+    carrier = usbLink->carrier;
+  } else {
+    tcpLink = test::connectLoopback(main_.main());
+    ASSERT_TRUE(tcpLink.carrier);
+    carrier = tcpLink.carrier;
+  }
+  const test::Fd& hostFd = usb ? usbLink->host : tcpLink.host;
+  Host host(hostFd, usb);
+  makeSocket(test::makeStreamInfo());
+  socket_->setCarrier(carrier);
+  socket_->start();
+  ASSERT_TRUE(pump([&] { return socket_->isConnected(); }));
+
+  stream(2.0);
+  ASSERT_TRUE(test::waitUntil([&] { return host.video().size() >= 55; })) << "the stream flows";
+  host.setReading(false);
+  const long rssBefore = residentKb();
+  const size_t verdictsBefore = session_->verdicts().size();
+
+  stream(10.0);
+  const long rssAfter = residentKb();
+  const long unsent = unsentBytesTowards(hostFd);
+  const size_t queued = carrier->queuedBytes();
+  RecordProperty("rss_growth_kb", std::to_string(rssAfter - rssBefore));
+  RecordProperty("queued_bytes", std::to_string(queued));
+  RecordProperty("unsent_bytes", std::to_string(unsent));
+  EXPECT_LE(socket_->buffer()->listCount(), 2u);
+  EXPECT_GT(socket_->backlogDrops(), 0) << "ten seconds of key frames and sound reach the mark";
+  EXPECT_LE(queued, OXStreamSocket::kMaxQueuedBytes + kKeyFrameBytes + 4096);
+  // The mark is checked per segment, so one segment of up to 64 KiB may pass it.
+  EXPECT_GE(unsent, 0);
+  EXPECT_LE(unsent, kUnsentLowWater + 64 * 1024);
+  EXPECT_LT(rssAfter - rssBefore, 4 * 1024) << "kB of growth over the stall";
+  EXPECT_EQ(session_->verdicts().size(), verdictsBefore) << "no completions, no verdicts";
+
+  const uint64_t stallEnd = lastTimestamp();
+  host.setReading(true);
+  stream(5.0);
+  const uint64_t lastKey = 1000 + (frames_ - 1) / 30 * 30 * kFrameMs;
+  ASSERT_TRUE(test::waitUntil(
+      [&] { return !host.video().empty() && host.video().back().timestamp >= lastKey; }, 10.0,
+      [&] {
+        main_.drain();
+        send_->runPending();
+      }));
+  EXPECT_FALSE(host.broken());
+  auto video = host.video();
+  size_t gaps = 0;
+  bool afterStall = false;
+  for (size_t i = 1; i < video.size(); ++i) {
+    if (video[i].timestamp > video[i - 1].timestamp + kFrameMs) {
+      ++gaps;
+      EXPECT_TRUE(video[i].key) << "after a gap at " << video[i - 1].timestamp
+                                << " the stream goes on from a key frame, not "
+                                << video[i].timestamp;
+    }
+    afterStall |= video[i].timestamp > stallEnd && !video[i].key;
+  }
+  EXPECT_GT(gaps, 0u);
+  EXPECT_TRUE(afterStall) << "the stream flows whole again";
+  auto verdicts = session_->verdicts();
+  ASSERT_GT(verdicts.size(), verdictsBefore);
+  EXPECT_EQ(verdicts.back(), BufferVerdict::RaiseBitrate) << "the link is good again";
+}
+
+// A listener on 127.0.0.1:`port` (0: the system's choice) that may take a
+// port whose last connection is still in TIME_WAIT, as a restarted host does.
+test::Fd listenOn(uint16_t port) {
+  test::Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  int one = 1;
+  setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  a.sin_port = htons(port);
+  if (bind(fd.get(), reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || listen(fd.get(), 4) != 0)
+    ADD_FAILURE() << "listen on " << port << ": " << std::strerror(errno);
+  return fd;
+}
+
+uint16_t portOf(const test::Fd& fd) {
+  sockaddr_in a{};
+  socklen_t length = sizeof a;
+  getsockname(fd.get(), reinterpret_cast<sockaddr*>(&a), &length);
+  return ntohs(a.sin_port);
+}
+
+using HostRestartTest = StalledHostTest;
+
+// The host goes away mid-stream and comes back on the same port between two
+// retries: the retries stay 3 s apart, no error reaches the session, and the
+// new connection starts over with the info packet and then the sequence
+// header at timestamp 0.
+TEST_F(HostRestartTest, TheNextRetryFindsTheRestartedHostAndStartsOver) {
+  auto listener = listenOn(0);
+  const uint16_t port = portOf(listener);
+  auto info = test::makeStreamInfo();
+  info->host = "127.0.0.1";
+  info->port = port;
+  makeSocket(info)->start();
+  auto accept = [&] {
+    test::Fd host;
+    pump([&] {
+      host.reset(::accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+      return host.valid();
+    });
+    int flags = fcntl(host.get(), F_GETFL);
+    fcntl(host.get(), F_SETFL, flags & ~O_NONBLOCK);
+    EXPECT_TRUE(pump([&] { return socket_->isConnected(); }));
+    return host;
+  };
+  auto host = accept();
+  ASSERT_TRUE(host.valid());
+  EXPECT_EQ(test::peer::receive(host, wire::kInfoPacketSize).size(), wire::kInfoPacketSize);
+  socket_->sendFrame(test::videoFrame(4000, true, test::keyFrameData()));
+  ASSERT_TRUE(pump([&] { return socket_->lastSendVideoFrameTimestamp() == 4000; }));
+
+  // The host vanishes: its connection and its listener close.
+  host.reset();
+  listener.reset();
+  ASSERT_TRUE(pump([&] { return socket_->retryTimes() == 1 && socket_->isReconnecting(); }));
+  const double lost = main_.clock().now();
+  main_.advance(OXStreamSocket::kRetryDelay);
+  ASSERT_TRUE(pump([&] { return socket_->retryTimes() == 2 && socket_->isReconnecting(); }))
+      << "the first retry finds nobody";
+
+  listener = listenOn(port);
+  main_.advance(OXStreamSocket::kRetryDelay);
+  host = accept();
+  ASSERT_TRUE(host.valid());
+  EXPECT_EQ(socket_->retryTimes(), 0);
+  auto times = session_->connectingTimes();
+  ASSERT_EQ(times.size(), 3u);
+  EXPECT_NEAR(times[1] - lost, OXStreamSocket::kRetryDelay, 0.06);
+  EXPECT_NEAR(times[2] - times[1], OXStreamSocket::kRetryDelay, 0.06);
+  EXPECT_TRUE(session_->errors().empty());
+
+  auto first = test::peer::receive(host, wire::kInfoPacketSize);
+  EXPECT_TRUE(wire::parseInfoPacket(first)) << "the new connection starts with the info packet";
+  // The session starts its timestamps again from 0 on a new connection.
+  socket_->sendFrame(test::videoFrame(0, true, test::keyFrameData()));
+  ASSERT_TRUE(pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); }));
+  EXPECT_EQ(test::peer::receive(host, test::h264SequenceHeaderPacket().size()),
+            test::h264SequenceHeaderPacket());
+}
+
+INSTANTIATE_TEST_SUITE_P(Carriers, StalledHostTest, testing::Values(false, true),
+                         [](const auto& info) { return info.param ? "Usb" : "Tcp"; });
+
+}  // namespace
+}  // namespace oxelo
