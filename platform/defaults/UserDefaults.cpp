@@ -9,9 +9,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <optional>
 
 #include "platform/log/Log.h"
