@@ -1,0 +1,24 @@
+import QtQuick
+import QtQuick.Controls
+import "../../live/qml"
+
+// The one window: the main page, and the live screen over it while a
+// session runs.
+ApplicationWindow {
+    id: window
+    width: 360
+    height: 720
+    visible: true
+    color: "black"
+    title: "Oxelo"
+
+    MainPage {
+        anchors.fill: parent
+        visible: !app.liveScreen
+    }
+    Loader {
+        anchors.fill: parent
+        active: !!app.liveScreen
+        sourceComponent: LiveScreen { screen: app.liveScreen }
+    }
+}
