@@ -23,6 +23,7 @@ void LiveScreenController::open(std::shared_ptr<LiveScreenOwner> owner) {
   owner_ = owner;
   if (owner) owner->prepareLiveView(*this);
   if (!carrier_) oxlog("Live - opened with no host and no channel");
+  if (!sources_.startOnOpen) return;
   postWeak(*MainQueue::get(), weak_from_this(),
            [](LiveScreenController& self) { self.startLive(); });
 }
@@ -38,17 +39,24 @@ void LiveScreenController::setCarrier(std::shared_ptr<Carrier> carrier) {
   }
 }
 
-void LiveScreenController::startLive() {
+std::shared_ptr<OXLiveSession> LiveScreenController::liveSession() {
   OX_ASSERT_ON_MAIN_QUEUE();
-  if (closed_ || session_) return;
-  auto configuration = configurationFromSettings(sources_.orientation);
+  if (session_) return session_;
+  configuration_ = configurationFromSettings(sources_.orientation);
   session_ =
-      OXLiveSession::create(configuration.audio, configuration.video,
-                            static_cast<int64_t>(configuration.captureType), sources_.environment);
+      OXLiveSession::create(configuration_.audio, configuration_.video,
+                            static_cast<int64_t>(configuration_.captureType), sources_.environment);
   loadCameraState();
   session_->setDelegate(weak_from_this());
   session_->setShowDebugInfo(true);
+  return session_;
+}
 
+void LiveScreenController::startLive() {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (closed_ || started_) return;
+  started_ = true;
+  liveSession();
   auto info = std::make_shared<LFLiveStreamInfo>();
   if (!hostIP_.empty() && hostPort_ != 0) {
     info->host = hostIP_;
@@ -57,9 +65,9 @@ void LiveScreenController::startLive() {
   session_->initStreamInfo(info);
   if (carrier_) session_->streamSocket()->setCarrier(std::move(carrier_));
   carrier_.reset();
-  session_->setRunning(true);
+  if (sources_.runOnStart) session_->setRunning(true);
   session_->startLive();
-  if (auto view = view_.lock()) view->liveScreenDidStart(*session_, configuration);
+  if (auto view = view_.lock()) view->liveScreenDidStart(*session_, configuration_);
 }
 
 namespace {
@@ -142,6 +150,14 @@ void LiveScreenController::liveSessionLiveStateDidChange(OXLiveSession*, LiveStr
 
 void LiveScreenController::liveSessionDebugInfo(OXLiveSession*, const LFLiveDebug& info) {
   if (auto view = view_.lock()) view->liveScreenDebugInfo(info);
+}
+
+void LiveScreenController::liveSessionClientSetFocusPoint(OXLiveSession*, double x, double y) {
+  if (auto view = view_.lock()) view->liveScreenClientSetFocusPoint(x, y);
+}
+
+void LiveScreenController::liveSessionClientSetAutoStatusForItem(OXLiveSession*, int64_t item) {
+  if (auto view = view_.lock()) view->liveScreenClientSetAutoStatusForItem(item);
 }
 
 void LiveScreenController::liveSessionErrorCode(OXLiveSession*, LiveStreamError errorCode) {

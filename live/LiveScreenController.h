@@ -25,6 +25,11 @@ class LiveScreenView {
   virtual void liveScreenWillStop(OXLiveSession& /*session*/) {}
   virtual void liveScreenStateDidChange(LiveStreamState /*state*/) {}
   virtual void liveScreenDebugInfo(const LFLiveDebug& /*info*/) {}
+  // The host's focus point, both coordinates 0.0 to 1.0.
+  virtual void liveScreenClientSetFocusPoint(double /*x*/, double /*y*/) {}
+  // The host switched a panel item (0 exposure, 3 white balance, 4 focus)
+  // back to automatic.
+  virtual void liveScreenClientSetAutoStatusForItem(int64_t /*item*/) {}
 };
 
 // The live screen's behaviour, whatever draws it. It takes the greeted
@@ -53,15 +58,27 @@ class LiveScreenController final : public LiveViewChannelTarget,
     LiveSessionEnvironment environment;
     // The status bar orientation the configuration is built for.
     int64_t orientation = 3;
+    // open() starts the session from a task of its own; otherwise the
+    // screen calls startLive() when it first appears.
+    bool startOnOpen = true;
+    // startLive() sets the session running (the camera and the microphone);
+    // otherwise the screen does, once the user has granted them.
+    bool runOnStart = true;
   };
 
   static std::shared_ptr<LiveScreenController> create(Sources sources,
                                                       std::weak_ptr<LiveScreenView> view);
 
-  // viewDidLoad: asks the main screen for the connection; the session starts
-  // from a task of its own, once the step that presented the screen is over.
+  // viewDidLoad: asks the main screen for the connection; with startOnOpen
+  // the session starts from a task of its own, once the step that presented
+  // the screen is over.
   void open(std::shared_ptr<LiveScreenOwner> owner);
-  // Builds and starts the session; once, and not after a close.
+  // The session, built on first use from the settings, with the camera
+  // state the last session left applied and this object as its delegate.
+  // Not running until startLive() (runOnStart) or the screen says so.
+  std::shared_ptr<OXLiveSession> liveSession();
+  // Starts the session with the host's address and the carrier; once, and
+  // not after a close.
   void startLive();
   // The close button: the user ended the session.
   void userClose();
@@ -79,12 +96,16 @@ class LiveScreenController final : public LiveViewChannelTarget,
   long long hostPort() const { return hostPort_; }
   bool hasCarrier() const { return carrier_ != nullptr; }
   bool isClosed() const { return closed_; }
+  bool isStarted() const { return started_; }
+  // The session if it was built; null otherwise.
   const std::shared_ptr<OXLiveSession>& session() const { return session_; }
 
   // OXLiveSessionDelegate.
   void liveSessionLiveStateDidChange(OXLiveSession* session, LiveStreamState state) override;
   void liveSessionErrorCode(OXLiveSession* session, LiveStreamError errorCode) override;
   void liveSessionDebugInfo(OXLiveSession* session, const LFLiveDebug& info) override;
+  void liveSessionClientSetFocusPoint(OXLiveSession* session, double x, double y) override;
+  void liveSessionClientSetAutoStatusForItem(OXLiveSession* session, int64_t item) override;
 
  private:
   LiveScreenController(Sources sources, std::weak_ptr<LiveScreenView> view)
@@ -108,6 +129,8 @@ class LiveScreenController final : public LiveViewChannelTarget,
   long long hostPort_ = 0;
   std::shared_ptr<Carrier> carrier_;
   std::shared_ptr<OXLiveSession> session_;
+  LiveSessionConfiguration configuration_;  // what session_ was built with
+  bool started_ = false;
   bool stopped_ = false;  // the session's view has been told to stop
   bool closed_ = false;
 };

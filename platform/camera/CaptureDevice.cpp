@@ -569,11 +569,22 @@ bool CaptureDevice::isSubjectAreaChangeMonitoringEnabled() const {
 }
 
 bool CaptureDevice::setSubjectAreaChangeMonitoringEnabled(bool enabled) {
-  std::lock_guard lock(mutex_);
-  if (!lockedLocked()) return false;
-  CaptureDeviceState wanted = state_;
-  wanted.subjectAreaChangeMonitoringEnabled = enabled;
-  return commit(std::move(wanted), DeviceSetting::subjectAreaChangeMonitoring);
+  bool changed = false;
+  {
+    std::lock_guard lock(mutex_);
+    if (!lockedLocked()) return false;
+    CaptureDeviceState wanted = state_;
+    changed = wanted.subjectAreaChangeMonitoringEnabled != enabled;
+    wanted.subjectAreaChangeMonitoringEnabled = enabled;
+    if (!commit(std::move(wanted), DeviceSetting::subjectAreaChangeMonitoring)) return false;
+  }
+  if (changed) monitoringChanges_.notify(enabled);
+  return true;
+}
+
+Subscription CaptureDevice::observeSubjectAreaChangeMonitoring(std::function<void(bool)> observer) {
+  return monitoringChanges_.add(
+      [observer = std::move(observer)](const bool& enabled) { observer(enabled); });
 }
 
 Subscription CaptureDevice::observeSubjectAreaDidChange(std::function<void()> observer) {

@@ -174,6 +174,9 @@ class CaptureDevice {
   bool isSubjectAreaChangeMonitoringEnabled() const;
   bool setSubjectAreaChangeMonitoringEnabled(bool enabled);
   [[nodiscard]] Subscription observeSubjectAreaDidChange(std::function<void()> observer);
+  // The monitoring switched on or off (the new value), on the setter's
+  // thread, after the change took effect.
+  [[nodiscard]] Subscription observeSubjectAreaChangeMonitoring(std::function<void(bool)> observer);
   // The backend (or a test) reports that the scene moved on.
   void subjectAreaDidChange();
 
@@ -233,6 +236,7 @@ class CaptureDevice {
   std::weak_ptr<CameraFrameSink> sink_;  // streamMutex_
   std::atomic<uint64_t> subjectAreaChangeCount_{0};
   Observable<uint64_t> subjectAreaChanges_;
+  Observers<bool> monitoringChanges_;
 };
 
 }  // namespace oxelo
