@@ -11,6 +11,9 @@ ApplicationWindow {
     visible: true
     color: "black"
     title: "Oxelo"
+    onWidthChanged: app.setViewSize(width, height)
+    onHeightChanged: app.setViewSize(width, height)
+    Component.onCompleted: app.setViewSize(width, height)
 
     MainPage {
         anchors.fill: parent

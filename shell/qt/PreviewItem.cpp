@@ -42,7 +42,9 @@ void PreviewItem::setView(std::shared_ptr<GPUImageView> view) {
 
 void PreviewItem::geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) {
   QQuickItem::geometryChange(newGeometry, oldGeometry);
-  if (newGeometry.size() != oldGeometry.size()) tellSize();
+  if (newGeometry.size() == oldGeometry.size()) return;
+  tellSize();
+  update();
 }
 
 void PreviewItem::tellSize() {

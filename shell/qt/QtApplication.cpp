@@ -6,12 +6,16 @@
 
 #include "discovery/AvahiBrowser.h"
 #include "discovery/MainViewController.h"
+#include "live/CameraAccess.h"
+#include "live/IdleTimer.h"
+#include "platform/device/AppLifecycle.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/dispatch/MainQueue.h"
 #include "platform/log/Log.h"
 #include "shell/AppDelegate.h"
 #include "shell/CameraCommands.h"
 #include "shell/qt/QtMainQueue.h"
+#include "shell/qt/ScreenSaverInhibitor.h"
 #include "shell/qt/QtWindow.h"
 
 namespace oxelo {
@@ -33,8 +37,34 @@ int runWindow(int argc, char** argv, const WindowStart& start) {
   auto screen = std::make_shared<QtMainScreen>();
   std::shared_ptr<MainViewController> mainVC;
   QtLiveScreen::Sources sources;
-  sources.controller.environment.encoders = start.encoders;
-  sources.controller.environment.socket.hevcDecodeSupported = start.hevcDecodeSupported;
+  auto& environment = sources.services.view.sources.environment;
+  environment.encoders = start.encoders;
+  environment.socket.hevcDecodeSupported = start.hevcDecodeSupported;
+  sources.services.view.cameraAccess =
+      std::make_shared<DeviceNodeAccess>("/dev", start.virtualCamera);
+  sources.services.displayAwake = std::make_shared<ScreenSaverInhibitor>();
+  // 15 seconds without a touch cover the preview.
+  std::shared_ptr<IdleTimer> idleTimer;
+  {
+    Queue::DrivingScope onMain(*main);
+    idleTimer = IdleTimer::create();
+  }
+  sources.services.idleTimer = idleTimer;
+  IdleInputFilter idleInput(idleTimer);
+  app.installEventFilter(&idleInput);
+  // Hidden or suspended is the background; a window without the focus is
+  // still seen.
+  QObject::connect(&app, &QGuiApplication::applicationStateChanged, [](Qt::ApplicationState s) {
+    const bool background = s == Qt::ApplicationHidden || s == Qt::ApplicationSuspended;
+    MainQueue::post([background] {
+      auto lifecycle = AppLifecycle::shared();
+      if (background) {
+        lifecycle->enterBackground();
+      } else {
+        lifecycle->enterForeground();
+      }
+    });
+  });
   auto shell = std::make_shared<QtShell>(
       screen, sources, [&mainVC](const QString& address, const QString& instance) {
         if (mainVC) mainVC->connectManually(address.toStdString(), instance.toStdString());

@@ -13,7 +13,10 @@ struct QtMainQueue::Link {
 };
 
 QtMainQueue::QtMainQueue(std::shared_ptr<Queue> queue, QObject* parent)
-    : QObject(parent), queue_(std::move(queue)), link_(std::make_shared<Link>()) {
+    : QObject(parent),
+      queue_(std::move(queue)),
+      onQueue_(*queue_),
+      link_(std::make_shared<Link>()) {
   link_->target = this;
   timer_.setSingleShot(true);
   timer_.setTimerType(Qt::PreciseTimer);

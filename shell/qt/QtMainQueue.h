@@ -12,8 +12,11 @@ namespace oxelo {
 // the thread this object lives on (the GUI thread). A post from any thread
 // wakes the loop with one queued call; delayed tasks wait on a single-shot
 // timer armed for the queue's next deadline, read on the queue's own clock,
-// so a test clock that jumps wakes the loop as well. Create, use and destroy
-// it on the GUI thread; the queue itself may be used from anywhere.
+// so a test clock that jumps wakes the loop as well. While it lives, the GUI
+// thread counts as being on the queue, so that the GUI's own calls (QML's
+// presses, the window's events) may use what runs on the main queue. Create,
+// use and destroy it on the GUI thread; the queue itself may be used from
+// anywhere.
 class QtMainQueue final : public QObject {
  public:
   explicit QtMainQueue(std::shared_ptr<Queue> queue, QObject* parent = nullptr);
@@ -29,6 +32,7 @@ class QtMainQueue final : public QObject {
   void drain();
 
   std::shared_ptr<Queue> queue_;
+  Queue::DrivingScope onQueue_;
   std::shared_ptr<Link> link_;
   QTimer timer_;
 };

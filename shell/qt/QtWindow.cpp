@@ -7,7 +7,7 @@
 #include <QTranslator>
 
 #include "platform/dispatch/MainQueue.h"
-#include "platform/dispatch/PostWeak.h"
+#include "live/IdleTimer.h"
 #include "platform/log/Log.h"
 #include "shell/qt/PreviewItem.h"
 
@@ -41,40 +41,6 @@ void QtMainScreen::chooseHost(const std::vector<HostRecord>& hosts,
   MainQueue::post([choice = std::move(choice), first] { choice(first); });
 }
 
-namespace {
-
-// Passes every call on to the main screen, and tells the shell when the main
-// screen appears again: the live screen has closed.
-class ClosingOwner final : public LiveScreenOwner {
- public:
-  ClosingOwner(std::weak_ptr<LiveScreenOwner> owner, QtShell* shell)
-      : owner_(std::move(owner)), shell_(shell) {}
-  void prepareLiveView(LiveViewChannelTarget& view) override {
-    if (auto owner = owner_.lock()) owner->prepareLiveView(view);
-  }
-  void liveViewRestart() override {
-    if (auto owner = owner_.lock()) owner->liveViewRestart();
-  }
-  void liveViewConnectionLost() override {
-    if (auto owner = owner_.lock()) owner->liveViewConnectionLost();
-  }
-  void liveViewUserClose(bool byUser) override {
-    if (auto owner = owner_.lock()) owner->liveViewUserClose(byUser);
-  }
-  void viewWillAppear() override {
-    shell_->liveScreenClosed();
-    if (auto owner = owner_.lock()) owner->viewWillAppear();
-  }
-  void viewDidAppear() override {
-    if (auto owner = owner_.lock()) owner->viewDidAppear();
-  }
-
- private:
-  std::weak_ptr<LiveScreenOwner> owner_;
-  QtShell* shell_;  // outlives every live screen
-};
-
-}  // namespace
 
 QtShell::QtShell(std::shared_ptr<QtMainScreen> screen, QtLiveScreen::Sources sources,
                  std::function<void(const QString&, const QString&)> connect)
@@ -86,15 +52,44 @@ void QtShell::connectTo(const QString& address, const QString& instance) {
   if (connect_) connect_(address.trimmed(), instance.trimmed());
 }
 
+void QtShell::setViewSize(double width, double height) {
+  if (width <= 0 || height <= 0) return;
+  width_ = width;
+  height_ = height;
+}
+
 std::shared_ptr<LiveViewController> QtShell::presentLiveScreen(
     std::shared_ptr<LiveScreenOwner> owner) {
-  auto live = QtLiveScreen::create(sources_);
-  live->setOwner(std::make_shared<ClosingOwner>(owner, this));
+  auto live = QtLiveScreen::create(width_, height_, std::move(owner), sources_,
+                                   [this] { liveScreenClosed(); });
   live_ = live;
   screen_->setShowing(false);
   emit liveScreenChanged();
-  live->open();
+  std::weak_ptr<QtLiveScreen> weak = live;
+  MainQueue::post([weak] {
+    if (auto screen = weak.lock()) screen->screenWillAppear();
+  });
   return live;
+}
+
+bool IdleInputFilter::eventFilter(QObject* watched, QEvent* event) {
+  switch (event->type()) {
+    case QEvent::TouchBegin:
+    case QEvent::MouseButtonPress:
+      timer_->sendEvent(true);
+      break;
+    case QEvent::TouchUpdate:
+    case QEvent::TouchEnd:
+    case QEvent::MouseMove:
+    case QEvent::MouseButtonRelease:
+    case QEvent::KeyPress:
+    case QEvent::Wheel:
+      timer_->sendEvent(false);
+      break;
+    default:
+      break;
+  }
+  return QObject::eventFilter(watched, event);
 }
 
 void QtShell::liveScreenClosed() {

@@ -14,6 +14,8 @@ class QGuiApplication;
 
 namespace oxelo {
 
+class IdleTimer;
+
 // The minimal main page's screen half: the state line and the search flag as
 // Qt properties. The host choice takes the first host, as the headless
 // screen does. Main queue (the GUI thread).
@@ -59,6 +61,8 @@ class QtShell final : public QObject, public LiveScreenPresenter {
   // `connect` runs the manual connection of the main screen.
   QtShell(std::shared_ptr<QtMainScreen> screen, QtLiveScreen::Sources sources,
           std::function<void(const QString&, const QString&)> connect);
+  // The window's content size in points, for the next live screen.
+  Q_INVOKABLE void setViewSize(double width, double height);
   ~QtShell() override;
 
   QObject* mainScreen() const { return screen_.get(); }
@@ -67,10 +71,10 @@ class QtShell final : public QObject, public LiveScreenPresenter {
 
   Q_INVOKABLE void connectTo(const QString& address, const QString& instance);
 
+  // The live screen at the window's size; it appears once the window has
+  // built its view, from a task of its own.
   std::shared_ptr<LiveViewController> presentLiveScreen(
       std::shared_ptr<LiveScreenOwner> owner) override;
-  // The live screen has closed: the main page shows again.
-  void liveScreenClosed();
 
  signals:
   void liveScreenChanged();
@@ -79,7 +83,22 @@ class QtShell final : public QObject, public LiveScreenPresenter {
   std::shared_ptr<QtMainScreen> screen_;
   QtLiveScreen::Sources sources_;
   std::function<void(const QString&, const QString&)> connect_;
+  // The live screen has closed: the main page shows again.
+  void liveScreenClosed();
+
   std::shared_ptr<QtLiveScreen> live_;
+  double width_ = 360, height_ = 720;
+};
+
+// Feeds the idle timer from the window's input: a press or a touch that
+// begins counts as a touch, any other input event as an event.
+class IdleInputFilter final : public QObject {
+ public:
+  explicit IdleInputFilter(std::shared_ptr<IdleTimer> timer) : timer_(std::move(timer)) {}
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  std::shared_ptr<IdleTimer> timer_;
 };
 
 // Installs the English texts of the screen keys, and over them the texts of

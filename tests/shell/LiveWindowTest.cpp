@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <array>
 #include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
@@ -8,6 +9,7 @@
 #include <QQuickWindow>
 #include <sstream>
 
+#include "live/CameraAccess.h"
 #include "platform/audio/AudioBackend.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/dispatch/MainQueue.h"
@@ -46,8 +48,10 @@ class LiveWindowTest : public ::testing::Test {
     static int argc = 1;
     static char name[] = "live-window-test";
     static char* argv[] = {name, nullptr};
-    if (!QCoreApplication::instance()) new QGuiApplication(argc, argv);
-    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    if (!QCoreApplication::instance()) {
+      installTranslations(*new QGuiApplication(argc, argv));
+      QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    }
   }
 
   void SetUp() override {
@@ -76,13 +80,16 @@ class LiveWindowTest : public ::testing::Test {
   // Opens the window at `width` x `height` and the live screen in it.
   void open(int width, int height) {
     driver_ = std::make_unique<QtMainQueue>(main_);
-    shell_ = std::make_shared<QtShell>(std::make_shared<QtMainScreen>(), QtLiveScreen::Sources{},
-                                       nullptr);
+    QtLiveScreen::Sources sources;
+    sources.services.view.cameraAccess = std::make_shared<DeviceNodeAccess>("/dev", true);
+    sources.services.view.backCameraHasTorch = true;
+    shell_ = std::make_shared<QtShell>(std::make_shared<QtMainScreen>(), sources, nullptr);
     engine_ = std::make_unique<QQmlApplicationEngine>();
     ASSERT_TRUE(loadWindow(*engine_, *shell_));
     window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
     ASSERT_NE(window_, nullptr);
     window_->resize(width, height);
+    QCoreApplication::processEvents();
     main_->post([this] { shell_->presentLiveScreen(owner_); });
     ASSERT_TRUE(spinUntil([&] { return preview() && preview()->shownImage(); }))
         << "no camera picture reached the screen";
@@ -103,8 +110,14 @@ class LiveWindowTest : public ::testing::Test {
     while (timer.elapsed() < 150) QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
   }
 
-  QQuickItem* item(const char* name) const {
-    return window_->findChild<QQuickItem*>(QString::fromLatin1(name));
+  // By object name, anywhere in the scene (a Repeater's items have no
+  // object parent, only their place in the scene).
+  QQuickItem* item(const char* name) const { return find(window_->contentItem(), name); }
+  static QQuickItem* find(QQuickItem* from, const char* name) {
+    if (from->objectName() == QLatin1String(name)) return from;
+    for (auto* child : from->childItems())
+      if (auto* found = find(child, name)) return found;
+    return nullptr;
   }
   PreviewItem* preview() const { return window_ ? window_->findChild<PreviewItem*>() : nullptr; }
   QImage grab(const char* shotName) const {
@@ -115,9 +128,27 @@ class LiveWindowTest : public ::testing::Test {
     }
     return image;
   }
-  OXLiveSession& session() { return *shell_->live()->controller()->session(); }
+  bool dimmed() {
+    Queue::DrivingScope onMain(*main_);
+    return shell_->live()->liveView()->session()->dim();
+  }
+  static bool selected(QQuickItem* button) {
+    return button->property("look").toMap().value("selected").toBool();
+  }
+  // A press and a release at the middle of `target`, as a finger would.
+  void click(QQuickItem* target) {
+    const QPointF at = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+    for (auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+      QMouseEvent event(type, at, at, window_->mapToGlobal(at), Qt::LeftButton,
+                        type == QEvent::MouseButtonPress ? Qt::LeftButton : Qt::NoButton,
+                        Qt::NoModifier);
+      QCoreApplication::sendEvent(window_, &event);
+    }
+  }
   void hostCommand(uint32_t command, int32_t p1) {
-    main_->post([this, command, p1] { session().socketClientCommand(nullptr, {command, p1, 0}); });
+    main_->post([this, command, p1] {
+      shell_->live()->liveView()->session()->socketClientCommand(nullptr, {command, p1, 0});
+    });
   }
 
   test::TempDir dir_;
@@ -154,8 +185,19 @@ bool looksLike(QRgb pixel, Colour colour) {
 struct WindowCase {
   const char* name;
   int width, height;
-  QRectF videoRect;  // worked out by hand for a 16:9 picture
+  bool portraitVideo;  // the setting videoPortrait
+  QRectF videoRect;    // in the screen's own orientation, worked out by hand
+  bool rotated;        // the screen turned a quarter clockwise in the window
+  // The patch colours at the video rectangle's top left, top right, bottom
+  // left and bottom right.
+  std::array<Colour, 4> corners;
 };
+
+constexpr std::array<Colour, 4> kUpright{Colour::red, Colour::green, Colour::blue, Colour::white};
+// The back camera's landscape picture in a portrait stream: its left column
+// becomes the top row.
+constexpr std::array<Colour, 4> kTurnedClockwise{Colour::blue, Colour::red, Colour::white,
+                                                 Colour::green};
 
 class LiveWindowLayoutTest : public LiveWindowTest,
                              public ::testing::WithParamInterface<WindowCase> {};
@@ -165,6 +207,7 @@ class LiveWindowLayoutTest : public LiveWindowTest,
 // picture fills the rectangle, and the rectangle is where the layout puts it.
 TEST_P(LiveWindowLayoutTest, CornerPatchesFillTheVideoRectangle) {
   const auto& c = GetParam();
+  defaults_->setBool("videoPortrait", c.portraitVideo);
   open(c.width, c.height);
   auto* video = item("videoRect");
   ASSERT_NE(video, nullptr);
@@ -177,64 +220,115 @@ TEST_P(LiveWindowLayoutTest, CornerPatchesFillTheVideoRectangle) {
     Colour colour;
   };
   const Probe probes[] = {
-      {r.left() + in, r.top() + in, Colour::red},
-      {r.right() - in, r.top() + in, Colour::green},
-      {r.left() + in, r.bottom() - in, Colour::blue},
-      {r.right() - in, r.bottom() - in, Colour::white},
-      // Just past the patches, towards the middle: the moving picture, not a patch.
-      {r.left() + r.width() / 8 + in, r.top() + r.height() / 8 + in, Colour::red},
+      {r.left() + in, r.top() + in, c.corners[0]},
+      {r.right() - in, r.top() + in, c.corners[1]},
+      {r.left() + in, r.bottom() - in, c.corners[2]},
+      {r.right() - in, r.bottom() - in, c.corners[3]},
+      // Just past the first patch, towards the middle: the picture, not a patch.
+      {r.left() + r.width() / 8 + in, r.top() + r.height() / 8 + in, c.corners[0]},
+  };
+  // From the screen's orientation to the window's.
+  auto inWindow = [&](double x, double y) {
+    return c.rotated ? QPoint(int(c.width - y), int(x)) : QPoint(int(x), int(y));
   };
   for (size_t i = 0; i < std::size(probes); ++i) {
-    const QRgb pixel = shot.pixel(int(probes[i].x), int(probes[i].y));
+    const QRgb pixel = shot.pixel(inWindow(probes[i].x, probes[i].y));
     const bool expected = i < 4;
     EXPECT_EQ(looksLike(pixel, probes[i].colour), expected)
         << "probe " << i << " at " << probes[i].x << "," << probes[i].y << ": " << qRed(pixel)
         << " " << qGreen(pixel) << " " << qBlue(pixel);
   }
+  // Outside the rectangle: black.
   if (r.top() > 0) {
-    EXPECT_TRUE(looksLike(shot.pixel(int(r.center().x()), int(r.top()) - 3), Colour::black));
-    EXPECT_TRUE(looksLike(shot.pixel(int(r.center().x()), int(r.bottom()) + 3), Colour::black));
+    EXPECT_TRUE(looksLike(shot.pixel(inWindow(r.center().x(), r.top() - 3)), Colour::black));
+    EXPECT_TRUE(looksLike(shot.pixel(inWindow(r.center().x(), r.bottom() + 3)), Colour::black));
+  }
+  if (r.left() > 0) {
+    EXPECT_TRUE(looksLike(shot.pixel(inWindow(r.left() - 3, r.center().y())), Colour::black));
+    EXPECT_TRUE(looksLike(shot.pixel(inWindow(r.right() + 3, r.center().y())), Colour::black));
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Windows, LiveWindowLayoutTest,
-    ::testing::Values(WindowCase{"landscape", 1280, 720, QRectF(0, 0, 1280, 720)},
-                      WindowCase{"portrait", 360, 720, QRectF(0, 258.75, 360, 202.5)},
-                      WindowCase{"desktop", 1000, 700, QRectF(0, 68.75, 1000, 562.5)}),
+    ::testing::Values(
+        WindowCase{"landscape", 1280, 720, false, QRectF(0, 0, 1280, 720), false, kUpright},
+        // A landscape stream in a portrait window: the screen turned, 640 x 360
+        // in the middle of 720 x 360.
+        WindowCase{"turned", 360, 720, false, QRectF(40, 0, 640, 360), true, kUpright},
+        // A portrait stream: 9:16 in 360 x 720.
+        WindowCase{"portrait", 360, 720, true, QRectF(0, 40, 360, 640), false, kTurnedClockwise},
+        WindowCase{"desktop", 1000, 700, false, QRectF(0, 68.75, 1000, 562.5), false, kUpright}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // The host's commands change the session; the buttons and the lock label
-// follow it on screen.
+// follow it on screen, with the lock label's text looked up by its key.
 TEST_F(LiveWindowTest, ButtonsFollowTheHostsCommands) {
   open(1280, 720);
   auto* mirror = item("mirrorButton");
   auto* beauty = item("beautyButton");
+  auto* torch = item("torchButton");
   auto* record = item("recordButton");
   auto* lock = item("lockLabel");
-  ASSERT_TRUE(mirror && beauty && record && lock);
-  EXPECT_FALSE(mirror->property("selected").toBool());
+  ASSERT_TRUE(mirror && beauty && torch && record && lock);
+  EXPECT_FALSE(selected(mirror));
   EXPECT_FALSE(lock->isVisible());
 
   hostCommand(wire::kHostMirror, 1);
   hostCommand(wire::kHostBeauty, 1);
   hostCommand(wire::kHostRecording, 1);
+  hostCommand(wire::kHostTorch, 0);  // one step up: level 1
   hostCommand(wire::kHostAeafLock, 1);
   ASSERT_TRUE(spinUntil([&] { return lock->isVisible(); }));
-  EXPECT_TRUE(mirror->property("selected").toBool());
-  EXPECT_TRUE(beauty->property("selected").toBool());
-  EXPECT_TRUE(record->property("selected").toBool());
+  EXPECT_TRUE(selected(mirror));
+  EXPECT_TRUE(selected(beauty));
+  EXPECT_TRUE(selected(record));
+  EXPECT_TRUE(selected(torch));
+  EXPECT_DOUBLE_EQ(torch->opacity(), 0.2);
   EXPECT_EQ(lock->property("color").value<QColor>(), QColor("yellow"));
+  auto* lockText = lock->childItems().value(0);
+  ASSERT_NE(lockText, nullptr);
+  EXPECT_EQ(lockText->property("text").toString(), "AE/AF LOCK");
   settle();
-  const QPointF centre = lock->mapToScene(QPointF(3, lock->height() / 2));
-  EXPECT_EQ(QColor(grab("lock").pixel(centre.toPoint())), QColor("yellow"));
+  const QPointF edge = lock->mapToScene(QPointF(2, lock->height() / 2));
+  EXPECT_EQ(QColor(grab("lock").pixel(edge.toPoint())), QColor("yellow"));
 
   hostCommand(wire::kHostAeafLock, 2);
   hostCommand(wire::kHostMirror, 0);
-  ASSERT_TRUE(spinUntil([&] { return !mirror->property("selected").toBool(); }));
+  ASSERT_TRUE(spinUntil([&] { return !selected(mirror); }));
   EXPECT_EQ(lock->property("color").value<QColor>(), QColor("orange"));
   hostCommand(wire::kHostAeafLock, 0);
   EXPECT_TRUE(spinUntil([&] { return !lock->isVisible(); }));
+}
+
+// The host's dim covers the preview with the watermark; a tap on the cover
+// takes it away and the picture comes back.
+TEST_F(LiveWindowTest, TheCoverComesOnTheHostsDimAndGoesOnATap) {
+  open(360, 720);
+  auto* cover = item("cover");
+  ASSERT_NE(cover, nullptr);
+  EXPECT_FALSE(cover->isVisible());
+  hostCommand(wire::kHostDim, 1);
+  ASSERT_TRUE(spinUntil([&] { return cover->isVisible() && cover->opacity() == 1.0; }));
+  EXPECT_TRUE(item("watermark")->isVisible());
+  const QImage shot = grab("cover");
+  EXPECT_TRUE(looksLike(shot.pixel(5, 300), Colour::black));  // the red patch is covered
+  EXPECT_TRUE(dimmed());
+
+  click(cover);
+  EXPECT_TRUE(spinUntil([&] { return !cover->isVisible(); }));
+  EXPECT_TRUE(spinUntil([&] { return !dimmed(); }));
+}
+
+// The close button ends the session as the user's, and the window goes back
+// to the main page.
+TEST_F(LiveWindowTest, TheCloseButtonReturnsToTheMainPage) {
+  open(360, 720);  // turned: the press goes through the quarter turn
+  click(item("closeButton"));
+  EXPECT_TRUE(spinUntil([&] { return owner_->closedByUser.has_value(); }));
+  EXPECT_EQ(owner_->closedByUser, std::optional<bool>(true));
+  ASSERT_TRUE(spinUntil([&] { return shell_->liveScreen() == nullptr; }));
+  EXPECT_TRUE(spinUntil([&] { return item("hostAddress") && item("hostAddress")->isVisible(); }));
 }
 
 }  // namespace

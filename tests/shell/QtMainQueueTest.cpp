@@ -34,12 +34,15 @@ class QtMainQueueTest : public ::testing::Test {
 };
 
 TEST_F(QtMainQueueTest, TasksPostedFromAnyThreadRunInOrderOnTheLoopsThread) {
+  EXPECT_FALSE(queue_->isCurrent());
   QtMainQueue driver(queue_);
+  EXPECT_TRUE(queue_->isCurrent());  // the GUI thread's own calls are on the queue
   std::vector<int> ran;
   std::atomic<int> onQueue{0}, onGui{0};
   const auto gui = std::this_thread::get_id();
   queue_->post([&] { ran.push_back(0); });  // before the loop comes round
   std::thread([&] {
+    EXPECT_FALSE(queue_->isCurrent());
     for (int i = 1; i <= 3; ++i)
       queue_->post([&, i] {
         ran.push_back(i);
