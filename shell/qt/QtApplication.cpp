@@ -8,15 +8,15 @@
 #include "discovery/MainViewController.h"
 #include "live/CameraAccess.h"
 #include "live/IdleTimer.h"
-#include "platform/device/AppLifecycle.h"
 #include "platform/defaults/UserDefaults.h"
+#include "platform/device/AppLifecycle.h"
 #include "platform/dispatch/MainQueue.h"
 #include "platform/log/Log.h"
 #include "shell/AppDelegate.h"
 #include "shell/CameraCommands.h"
 #include "shell/qt/QtMainQueue.h"
-#include "shell/qt/ScreenSaverInhibitor.h"
 #include "shell/qt/QtWindow.h"
+#include "shell/qt/ScreenSaverInhibitor.h"
 
 namespace oxelo {
 

@@ -17,7 +17,7 @@ struct WindowStart {
   std::shared_ptr<UserDefaults> defaults;  // required
   std::shared_ptr<EncoderFactory> encoders;
   bool hevcDecodeSupported = false;
-  bool virtualCamera = false;  // the simulated camera set is in use
+  bool virtualCamera = false;                 // the simulated camera set is in use
   std::optional<std::string> connectAddress;  // call this host at once
   int instance = 1;
   double duration = -1;  // seconds until the program ends; negative: until closed

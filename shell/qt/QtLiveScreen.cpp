@@ -29,9 +29,7 @@ class QtLiveMessages final : public LiveMessages {
       buttons.push_back(QString::fromStdString(b.key));
       actions.push_back(b.action);
     }
-    auto text = [&](const std::string& s) {
-      return QString::fromStdString(s);
-    };
+    auto text = [&](const std::string& s) { return QString::fromStdString(s); };
     screen->showNotice({{"title", text(alert.title)},
                         {"message", text(alert.message)},
                         {"keys", alert.keys},
@@ -49,8 +47,7 @@ class QtLiveMessages final : public LiveMessages {
 
 std::shared_ptr<QtLiveScreen> QtLiveScreen::create(double width, double height,
                                                    std::shared_ptr<LiveScreenOwner> mainScreen,
-                                                   Sources sources,
-                                                   std::function<void()> closed) {
+                                                   Sources sources, std::function<void()> closed) {
   auto screen = std::shared_ptr<QtLiveScreen>(new QtLiveScreen(width, height));
   auto messages = std::make_shared<QtLiveMessages>();
   messages->screen = screen.get();

@@ -6,8 +6,8 @@
 #include <QQmlContext>
 #include <QTranslator>
 
-#include "platform/dispatch/MainQueue.h"
 #include "live/IdleTimer.h"
+#include "platform/dispatch/MainQueue.h"
 #include "platform/log/Log.h"
 #include "shell/qt/PreviewItem.h"
 
@@ -40,7 +40,6 @@ void QtMainScreen::chooseHost(const std::vector<HostRecord>& hosts,
   if (!hosts.empty()) first = 0;
   MainQueue::post([choice = std::move(choice), first] { choice(first); });
 }
-
 
 QtShell::QtShell(std::shared_ptr<QtMainScreen> screen, QtLiveScreen::Sources sources,
                  std::function<void(const QString&, const QString&)> connect)

@@ -15,7 +15,8 @@ const QString kService = QStringLiteral("org.freedesktop.ScreenSaver");
 const QString kPath = QStringLiteral("/org/freedesktop/ScreenSaver");
 
 void uninhibit(uint32_t cookie) {
-  auto call = QDBusMessage::createMethodCall(kService, kPath, kService, QStringLiteral("UnInhibit"));
+  auto call =
+      QDBusMessage::createMethodCall(kService, kPath, kService, QStringLiteral("UnInhibit"));
   call << cookie;
   QDBusConnection::sessionBus().asyncCall(call);
 }

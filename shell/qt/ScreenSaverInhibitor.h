@@ -21,8 +21,8 @@ class ScreenSaverInhibitor final : public DisplayAwake {
   // Shared with the answers on their way, which may outlive this object.
   struct State {
     bool wanted = false;
-    bool asking = false;   // an Inhibit call is on its way
-    uint32_t cookie = 0;   // of the inhibition in force; 0 for none
+    bool asking = false;  // an Inhibit call is on its way
+    uint32_t cookie = 0;  // of the inhibition in force; 0 for none
   };
   std::shared_ptr<State> state_ = std::make_shared<State>();
   bool warned_ = false;

@@ -1,15 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <array>
 #include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <array>
 #include <sstream>
 
 #include "live/CameraAccess.h"
+#include "live/IdleTimer.h"
 #include "platform/audio/AudioBackend.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/dispatch/MainQueue.h"
@@ -18,6 +19,7 @@
 #include "shell/qt/PreviewItem.h"
 #include "shell/qt/QtMainQueue.h"
 #include "shell/qt/QtWindow.h"
+#include "tests/support/FakeBatteryMonitor.h"
 #include "tests/support/TestSupport.h"
 #include "wire/CommandPackets.h"
 
@@ -83,6 +85,14 @@ class LiveWindowTest : public ::testing::Test {
     QtLiveScreen::Sources sources;
     sources.services.view.cameraAccess = std::make_shared<DeviceNodeAccess>("/dev", true);
     sources.services.view.backCameraHasTorch = true;
+    // A full battery: no battery icon, whatever this machine has.
+    sources.services.view.battery =
+        std::make_shared<FakeBatteryMonitor>(BatteryState::unplugged, 1.0f);
+    {
+      Queue::DrivingScope onMain(*main_);
+      idleTimer_ = IdleTimer::create();
+    }
+    sources.services.idleTimer = idleTimer_;
     shell_ = std::make_shared<QtShell>(std::make_shared<QtMainScreen>(), sources, nullptr);
     engine_ = std::make_unique<QQmlApplicationEngine>();
     ASSERT_TRUE(loadWindow(*engine_, *shell_));
@@ -153,7 +163,11 @@ class LiveWindowTest : public ::testing::Test {
 
   test::TempDir dir_;
   std::shared_ptr<UserDefaults> defaults_;
-  std::shared_ptr<Queue> main_ = Queue::createDriven("main");
+  // The main queue's timers (the idle time-out, the cover's image) wait for
+  // this clock; the camera runs on its own.
+  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
+  std::shared_ptr<Queue> main_ = Queue::createDriven("main", clock_);
+  std::shared_ptr<IdleTimer> idleTimer_;
   std::unique_ptr<QtMainQueue> driver_;
   std::shared_ptr<NoHostOwner> owner_ = std::make_shared<NoHostOwner>();
   std::shared_ptr<QtShell> shell_;
@@ -318,6 +332,32 @@ TEST_F(LiveWindowTest, TheCoverComesOnTheHostsDimAndGoesOnATap) {
   click(cover);
   EXPECT_TRUE(spinUntil([&] { return !cover->isVisible(); }));
   EXPECT_TRUE(spinUntil([&] { return !dimmed(); }));
+}
+
+// Fifteen seconds without a touch cover the preview with the watermark; it
+// goes after fifteen seconds more, the black cover stays, and a tap takes it
+// away.
+TEST_F(LiveWindowTest, TheIdleTimeOutCoversThePreview) {
+  open(1280, 720);
+  IdleInputFilter input(idleTimer_);
+  qApp->installEventFilter(&input);
+  auto* cover = item("cover");
+  auto* watermark = item("watermark");
+  ASSERT_TRUE(cover && watermark);
+  click(item("videoRect"));  // a touch: the idle timer starts
+  clock_->advance(14.9);
+  settle();
+  EXPECT_FALSE(cover->isVisible());
+  clock_->advance(0.2);
+  ASSERT_TRUE(spinUntil([&] { return cover->isVisible() && cover->opacity() == 1.0; }));
+  EXPECT_TRUE(watermark->isVisible());
+  grab("idle-cover");
+  clock_->advance(15.0);
+  EXPECT_TRUE(spinUntil([&] { return !watermark->isVisible(); }));
+  EXPECT_TRUE(cover->isVisible());
+  click(cover);
+  EXPECT_TRUE(spinUntil([&] { return !cover->isVisible(); }));
+  qApp->removeEventFilter(&input);
 }
 
 // The close button ends the session as the user's, and the window goes back
