@@ -44,11 +44,7 @@ int runWindow(int argc, char** argv, const WindowStart& start) {
       std::make_shared<DeviceNodeAccess>("/dev", start.virtualCamera);
   sources.services.displayAwake = std::make_shared<ScreenSaverInhibitor>();
   // 15 seconds without a touch cover the preview.
-  std::shared_ptr<IdleTimer> idleTimer;
-  {
-    Queue::DrivingScope onMain(*main);
-    idleTimer = IdleTimer::create();
-  }
+  auto idleTimer = IdleTimer::create();
   sources.services.idleTimer = idleTimer;
   IdleInputFilter idleInput(idleTimer);
   app.installEventFilter(&idleInput);
@@ -94,12 +90,9 @@ int runWindow(int argc, char** argv, const WindowStart& start) {
   });
   if (start.duration >= 0) main->postAfter(start.duration, [] { QCoreApplication::quit(); });
   const int status = app.exec();
-  {
-    // The screens end on the GUI thread, as the main queue's last step.
-    Queue::DrivingScope onMain(*main);
-    if (auto live = shell->live()) live->shutdown();
-    if (mainVC) mainVC->shutdown();
-  }
+  // The screens end on the GUI thread, as the main queue's last step.
+  if (auto live = shell->live()) live->shutdown();
+  if (mainVC) mainVC->shutdown();
   main->stop();
   start.defaults->synchronize();
   oxlog("MAIN - stopped");

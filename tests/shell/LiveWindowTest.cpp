@@ -68,10 +68,7 @@ class LiveWindowTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (shell_ && shell_->live()) {
-      Queue::DrivingScope onMain(*main_);
-      shell_->live()->shutdown();
-    }
+    if (shell_ && shell_->live()) shell_->live()->shutdown();
     engine_.reset();
     shell_.reset();
     driver_.reset();
@@ -85,13 +82,12 @@ class LiveWindowTest : public ::testing::Test {
     QtLiveScreen::Sources sources;
     sources.services.view.cameraAccess = std::make_shared<DeviceNodeAccess>("/dev", true);
     sources.services.view.backCameraHasTorch = true;
-    // A full battery: no battery icon, whatever this machine has.
-    sources.services.view.battery =
-        std::make_shared<FakeBatteryMonitor>(BatteryState::unplugged, 1.0f);
-    {
-      Queue::DrivingScope onMain(*main_);
-      idleTimer_ = IdleTimer::create();
-    }
+    // A full battery, watched as the main screen would: no battery icon,
+    // whatever this machine has.
+    auto battery = std::make_shared<FakeBatteryMonitor>(BatteryState::unplugged, 1.0f);
+    battery->setBatteryMonitoringEnabled(true);
+    sources.services.view.battery = battery;
+    idleTimer_ = IdleTimer::create();  // the driver puts this thread on the main queue
     sources.services.idleTimer = idleTimer_;
     shell_ = std::make_shared<QtShell>(std::make_shared<QtMainScreen>(), sources, nullptr);
     engine_ = std::make_unique<QQmlApplicationEngine>();
@@ -138,10 +134,7 @@ class LiveWindowTest : public ::testing::Test {
     }
     return image;
   }
-  bool dimmed() {
-    Queue::DrivingScope onMain(*main_);
-    return shell_->live()->liveView()->session()->dim();
-  }
+  bool dimmed() { return shell_->live()->liveView()->session()->dim(); }
   static bool selected(QQuickItem* button) {
     return button->property("look").toMap().value("selected").toBool();
   }
@@ -206,6 +199,8 @@ struct WindowCase {
   // left and bottom right.
   std::array<Colour, 4> corners;
 };
+
+void PrintTo(const WindowCase& c, std::ostream* os) { *os << c.name; }
 
 constexpr std::array<Colour, 4> kUpright{Colour::red, Colour::green, Colour::blue, Colour::white};
 // The back camera's landscape picture in a portrait stream: its left column
