@@ -1,15 +1,17 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace oxelo {
 
+class CameraSystem;
+
 // Whether the program may use the camera or the microphone, with the
 // platform's status numbers: 0 not determined, 1 restricted, 2 denied, 3
-// authorised. On Linux nobody is asked: access is whether the device nodes
-// can be opened, so the status is 3 or 2 at once and the reason says why
-// not and what to do.
+// authorised. On Linux nobody is asked: access is whether the devices can be
+// opened, so the answer comes at once, and a refusal says why and what to do.
 class CameraAccess {
  public:
   enum class Media { video, audio };
@@ -23,27 +25,31 @@ class CameraAccess {
   virtual std::string refusalReason(Media /*media*/) { return {}; }
 };
 
-// The Linux answer: video is granted when the camera backend in use is the
-// virtual one, or when a /dev/video* node opens for reading and writing; the
-// microphone the same with the /dev/snd/pcmC*c capture nodes (or no nodes at
-// all, where a sound server holds them). A node that exists and refuses with
-// EACCES or EPERM is a denial, with the node, the system's reason and the
-// advice to join the group that owns it (`video`, `audio`) and log in again.
-// No node at all is "any other": nothing is done.
-class DeviceNodeAccess final : public CameraAccess {
+// The Linux answer. The camera: granted when the program's camera set has a
+// camera; refused when it has none and a camera was found that the user may
+// not open (the set's problem says which and how to join the `video` group);
+// with no camera at all, neither (status -1: nothing is done). The
+// microphone: granted unless every ALSA capture node under /dev/snd refuses
+// with EACCES or EPERM (then the reason names the node and the group that
+// owns it); no node at all is granted too, since a sound server may hold
+// them.
+class LinuxMediaAccess final : public CameraAccess {
  public:
-  // `devRoot` is "/dev" but for tests; `virtualCamera` when the program
-  // uses the simulated camera.
-  explicit DeviceNodeAccess(std::string devRoot = "/dev", bool virtualCamera = false)
-      : devRoot_(std::move(devRoot)), virtualCamera_(virtualCamera) {}
+  // `cameras` is the process's set (CameraSystem::current()) but for tests;
+  // `devRoot` is "/dev" but for tests.
+  explicit LinuxMediaAccess(std::shared_ptr<CameraSystem> cameras, std::string devRoot = "/dev")
+      : cameras_(std::move(cameras)), devRoot_(std::move(devRoot)) {}
   int authorizationStatus(Media media) override;
   void requestAccess(Media media, std::function<void(bool)> completion) override;
   std::string refusalReason(Media media) override;
 
  private:
+  int cameraStatus();
+  int microphoneStatus();
+
+  std::shared_ptr<CameraSystem> cameras_;
   std::string devRoot_;
-  bool virtualCamera_;
-  std::string reason_[2];
+  std::string reason_[2];  // by media, from the last status
 };
 
 }  // namespace oxelo

@@ -76,9 +76,6 @@ LiveLayout liveLayout(const LiveLayoutInput& in) {
     l.buttons[static_cast<size_t>(button)] = {right - b, l.topMargin, b, b};
     right -= b + space;
   }
-  if (in.torchHidden) {
-    l.buttons[static_cast<size_t>(LiveButton::torch)] = {right - b, l.topMargin, b, b};
-  }
   l.wifiHidden = W <= 320.0;
   l.batteryIcon = {l.rowMargin, l.topMargin, b, b};
 

@@ -52,7 +52,8 @@ struct LiveLayout {
   // Grid lines inside `video`, in its coordinates, one point thick: the two
   // vertical ones then the two horizontal ones.
   std::array<LiveRect, 4> grid{};
-  // Every button, in `video`'s coordinates; a hidden button keeps its place.
+  // Every button, in `video`'s coordinates; a hidden wifi button keeps its
+  // place, a hidden torch has none (empty) and the wifi button closes up.
   std::array<LiveRect, kLiveButtonCount> buttons{};
   bool wifiHidden = false;  // W of 320 points or less
   LiveRect bottomView;      // in `video`'s coordinates, 44 high
@@ -60,7 +61,7 @@ struct LiveLayout {
   LiveRect infoLabel;       // in `video`'s coordinates
   double infoFontSize = 16.0;
   // Centre of the lock label, in `video`'s coordinates; its size follows its
-  // text (text size plus kLockLabelPadding).
+  // text (text size plus the paddings below).
   double lockCenterX = 0, lockCenterY = 0;
   static constexpr double kLockPaddingWidth = 12.0;
   static constexpr double kLockPaddingHeight = 6.0;

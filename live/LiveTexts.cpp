@@ -22,9 +22,9 @@ const std::vector<LiveText>& liveTexts() {
   return texts;
 }
 
-std::string liveText(std::string_view key) {
+std::string liveText(std::string_view key, bool chinese) {
   for (const auto& text : liveTexts())
-    if (key == text.key) return text.english;
+    if (key == text.key) return chinese ? text.chinese : text.english;
   return std::string(key);
 }
 

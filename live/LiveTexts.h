@@ -20,8 +20,9 @@ struct LiveText {
 // Every key the live screen uses, in a fixed order.
 const std::vector<LiveText>& liveTexts();
 
-// The English text of `key`; the key itself when it is not in the table.
-std::string liveText(std::string_view key);
+// The English (or the Chinese) text of `key`; the key itself when it is not
+// in the table.
+std::string liveText(std::string_view key, bool chinese = false);
 
 // Whether the user's first preferred language is a Chinese one written in
 // Han characters: the first entry of LANGUAGE, else LC_ALL, LC_MESSAGES,

@@ -54,7 +54,8 @@ std::shared_ptr<OXLiveView> OXLiveView::create(double width, double height, Serv
 
 OXLiveView::OXLiveView(double width, double height, Services services)
     : width_(width), height_(height), services_(std::move(services)) {
-  if (!services_.cameraAccess) services_.cameraAccess = std::make_shared<DeviceNodeAccess>();
+  if (!services_.cameraAccess)
+    services_.cameraAccess = std::make_shared<LinuxMediaAccess>(CameraSystem::current());
   if (!services_.haptics) services_.haptics = std::make_shared<Haptics>();
   if (!services_.sounds) services_.sounds = std::make_shared<SystemSounds>();
   if (!services_.messages) services_.messages = std::make_shared<LiveMessages>();
@@ -167,19 +168,14 @@ void OXLiveView::showPermissionAlert(CameraAccess::Media media) {
   LiveAlert alert;
   alert.titleColour = kAlertTitleColour;
   alert.transitionStyle = 3;
-  if (chinese) {
-    alert.title = "权限设置";
-    alert.message = video ? "Oxelo 需要访问您的相机以录制视频，现在启用吗？"
-                          : "Oxelo 需要访问您的麦克风以录制音频，现在启用吗？";
-  } else {
-    alert.title = services_.displayName;
-    alert.message = video ? "Oxelo needs to use your camera to record video, enable it now?"
-                          : "Oxelo needs to use your microphone to record audio, enable it now?";
-  }
+  alert.title = chinese ? liveText("S_PERMISSION_TITLE", true) : services_.displayName;
+  alert.message = liveText(video ? "S_CAMERA_PERMISSION" : "S_MIC_PERMISSION", chinese);
   const std::string reason = services_.cameraAccess->refusalReason(media);
   if (!reason.empty()) alert.message += "\n\n" + reason;
-  alert.buttons.push_back(
-      {"A_OK", 0, [messages = services_.messages] { messages->openSettings(); }});
+  // Held weakly: the alert may be kept by the very service that shows it.
+  alert.buttons.push_back({"A_OK", 0, [weak = std::weak_ptr<LiveMessages>(services_.messages)] {
+                             if (auto messages = weak.lock()) messages->openSettings();
+                           }});
   alert.buttons.push_back({"A_CANCEL", 2, {}});
   services_.messages->showAlert(alert);
 }

@@ -104,7 +104,7 @@ class OXLiveView final : public LiveScreenView,
  public:
   struct Services {
     LiveScreenController::Sources sources;       // how the session is built
-    std::shared_ptr<CameraAccess> cameraAccess;  // default: DeviceNodeAccess on /dev
+    std::shared_ptr<CameraAccess> cameraAccess;  // default: LinuxMediaAccess
     std::shared_ptr<Haptics> haptics;            // default: none
     std::shared_ptr<SystemSounds> sounds;        // default: none
     std::shared_ptr<LiveMessages> messages;      // default: none
