@@ -107,7 +107,6 @@ int main(int argc, char** argv) {
     start.defaults = defaults;
     start.encoders = std::make_shared<HardwareEncoderFactory>();
     start.hevcDecodeSupported = isHevcHardwareDecodeSupported();
-    start.virtualCamera = cl->camera == "virtual";
     start.connectAddress = cl->connectAddress;
     start.instance = cl->instance;
     start.duration = cl->duration;

@@ -6,7 +6,6 @@
 
 #include "discovery/AvahiBrowser.h"
 #include "discovery/MainViewController.h"
-#include "live/CameraAccess.h"
 #include "live/IdleTimer.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/device/AppLifecycle.h"
@@ -40,8 +39,6 @@ int runWindow(int argc, char** argv, const WindowStart& start) {
   auto& environment = sources.services.view.sources.environment;
   environment.encoders = start.encoders;
   environment.socket.hevcDecodeSupported = start.hevcDecodeSupported;
-  sources.services.view.cameraAccess =
-      std::make_shared<DeviceNodeAccess>("/dev", start.virtualCamera);
   sources.services.displayAwake = std::make_shared<ScreenSaverInhibitor>();
   // 15 seconds without a touch cover the preview.
   auto idleTimer = IdleTimer::create();

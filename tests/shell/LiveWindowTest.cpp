@@ -9,7 +9,6 @@
 #include <array>
 #include <sstream>
 
-#include "live/CameraAccess.h"
 #include "live/IdleTimer.h"
 #include "platform/audio/AudioBackend.h"
 #include "platform/defaults/UserDefaults.h"
@@ -80,7 +79,6 @@ class LiveWindowTest : public ::testing::Test {
   void open(int width, int height) {
     driver_ = std::make_unique<QtMainQueue>(main_);
     QtLiveScreen::Sources sources;
-    sources.services.view.cameraAccess = std::make_shared<DeviceNodeAccess>("/dev", true);
     sources.services.view.backCameraHasTorch = true;
     // A full battery, watched as the main screen would: no battery icon,
     // whatever this machine has.
