@@ -7,6 +7,7 @@ import Oxelo
 // lays out, draws and forwards.
 Rectangle {
     id: root
+    objectName: "liveScreen"
     property var screen
     readonly property var layout: screen.layout
     color: "black"

@@ -21,6 +21,7 @@ ApplicationWindow {
     }
     Loader {
         anchors.fill: parent
+        focus: true  // the live screen takes the keys (volume: a snapshot)
         active: !!app.liveScreen
         sourceComponent: LiveScreen { screen: app.liveScreen }
     }

@@ -280,6 +280,7 @@ TEST_F(LiveWindowTest, ButtonsFollowTheHostsCommands) {
   ASSERT_TRUE(mirror && beauty && torch && record && lock);
   EXPECT_FALSE(selected(mirror));
   EXPECT_FALSE(lock->isVisible());
+  EXPECT_TRUE(item("liveScreen")->hasActiveFocus());  // the volume keys reach it
 
   hostCommand(wire::kHostMirror, 1);
   hostCommand(wire::kHostBeauty, 1);
