@@ -309,6 +309,22 @@ TEST_F(LiveWindowTest, ButtonsFollowTheHostsCommands) {
   EXPECT_TRUE(spinUntil([&] { return !lock->isVisible(); }));
 }
 
+// With the setting on, the statistics line shows each window's numbers.
+TEST_F(LiveWindowTest, TheStatisticsLineShowsWithItsSetting) {
+  defaults_->setBool("showDebugInfo", true);
+  open(1280, 720);
+  auto* info = item("infoLabel");
+  ASSERT_NE(info, nullptr);
+  EXPECT_TRUE(info->isVisible());
+  LFLiveDebug window;
+  window.currentBandwidth = 65536;  // bytes: 0.50 megabits of 2^20 bits
+  window.currentCapturedVideoCount = 30;
+  main_->post([this, window] { shell_->live()->liveView()->liveScreenDebugInfo(window); });
+  ASSERT_TRUE(spinUntil([&] { return !info->property("text").toString().isEmpty(); }));
+  EXPECT_TRUE(info->property("text").toString().endsWith(QString::fromUtf8("→ 0.50 Mbps, 30 fps")))
+      << info->property("text").toString().toStdString();
+}
+
 // The host's dim covers the preview with the watermark; a tap on the cover
 // takes it away and the picture comes back.
 TEST_F(LiveWindowTest, TheCoverComesOnTheHostsDimAndGoesOnATap) {
