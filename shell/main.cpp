@@ -1,6 +1,7 @@
 #include <signal.h>
 
 #include <cstdio>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -23,29 +24,35 @@
 #include "shell/CommandLine.h"
 #include "shell/HeadlessLiveScreen.h"
 #include "shell/HeadlessMainScreen.h"
+#include "shell/qt/QtApplication.h"
 
 using namespace oxelo;
 
 // libx265 3.5 keeps a few blocks of every encoder it closes (its parameter
 // copies and the SAO state), and a new bit rate reopens the HEVC encoder;
-// they are not ours to free. LeakSanitizer reads this list in the sanitizer
-// builds that run this program; other builds ignore the function.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libx265.so\n"; }
+// the window's fonts leave fontconfig's configuration and caches allocated
+// until the end (Qt never calls FcFini). They are not ours to free.
+// LeakSanitizer reads this list in the sanitizer builds that run this
+// program; other builds ignore the function.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libx265.so\nleak:libfontconfig.so\n";
+}
 
 namespace {
 
 // Signals are taken by one thread with sigwait and turned into main-queue
 // tasks, so that no handler runs inside arbitrary code.
-void startSignalThread(std::shared_ptr<Queue> main, sigset_t set) {
-  std::thread([main, set] {
+// `stop` runs on the main queue.
+void startSignalThread(std::shared_ptr<Queue> main, sigset_t set, std::function<void()> stop) {
+  std::thread([main, set, stop] {
     for (;;) {
       int sig = 0;
       if (sigwait(&set, &sig) != 0) continue;
       if (AppLifecycle::handleSignal(sig)) continue;  // SIGUSR1, SIGUSR2
       if (sig == SIGINT || sig == SIGTERM) {
-        main->post([main, sig] {
+        main->post([stop, sig] {
           oxlog("MAIN - stopping on signal {}", sig);
-          main->stop();
+          stop();
         });
         return;
       }
@@ -71,10 +78,6 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (cl->listCameras || cl->catalogue) return runCameraCommand(*cl, std::cout, std::cerr);
-  if (!cl->headless) {
-    std::fprintf(stderr, "oxelo: this build has no display front end yet; run with --headless\n");
-    return 2;
-  }
 
   // Block the stop signals in every thread; the signal thread takes them.
   sigset_t set;
@@ -99,6 +102,19 @@ int main(int argc, char** argv) {
   AudioBackend::setCurrent(audio);
   // Idle framebuffers go when the system runs short of memory.
   GPUImageContext::sharedFramebufferCache().purgeOnMemoryPressure();
+  if (!cl->headless) {
+    WindowStart start;
+    start.defaults = defaults;
+    start.encoders = std::make_shared<HardwareEncoderFactory>();
+    start.hevcDecodeSupported = isHevcHardwareDecodeSupported();
+    start.connectAddress = cl->connectAddress;
+    start.instance = cl->instance;
+    start.duration = cl->duration;
+    start.startSignals = [set](std::shared_ptr<Queue> main, std::function<void()> stop) {
+      startSignalThread(std::move(main), set, std::move(stop));
+    };
+    return runWindow(argc, argv, start);
+  }
   HeadlessLiveScreen::Sources sources;
   sources.encoders = std::make_shared<HardwareEncoderFactory>();
   sources.hevcDecodeSupported = isHevcHardwareDecodeSupported();
@@ -111,7 +127,7 @@ int main(int argc, char** argv) {
   }
   auto presenter = std::make_shared<HeadlessLivePresenter>(sources);
 
-  startSignalThread(main, set);
+  startSignalThread(main, set, [main] { main->stop(); });
   AppDelegate app;
   std::shared_ptr<MainViewController> mainVC;
   main->post([&] {

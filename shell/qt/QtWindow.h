@@ -1,0 +1,110 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <functional>
+#include <memory>
+
+#include "discovery/LiveScreen.h"
+#include "discovery/MainScreen.h"
+#include "shell/qt/QtLiveScreen.h"
+
+class QQmlApplicationEngine;
+class QGuiApplication;
+
+namespace oxelo {
+
+class IdleTimer;
+
+// The minimal main page's screen half: the state line and the search flag as
+// Qt properties. The host choice takes the first host, as the headless
+// screen does. Main queue (the GUI thread).
+class QtMainScreen final : public QObject, public MainScreen {
+  Q_OBJECT
+  Q_PROPERTY(QString stateText READ stateText NOTIFY changed)
+  Q_PROPERTY(bool stateIsError READ stateIsError NOTIFY changed)
+  Q_PROPERTY(bool discovering READ discovering NOTIFY changed)
+ public:
+  QString stateText() const { return stateText_; }
+  bool stateIsError() const { return stateIsError_; }
+  bool discovering() const { return discovering_; }
+
+  void update_ui_for_discover(bool discovering) override;
+  void update_ui_for_discovered() override {}
+  void showInfo(const std::string& text) override;
+  void showError(const std::string& text) override;
+  void hudShowWithTitleAndIcon(const std::string& title, const std::string& icon) override;
+  void hudHide(double) override {}
+  void chooseHost(const std::vector<HostRecord>& hosts,
+                  std::function<void(std::optional<size_t>)> choice) override;
+  bool isViewInWindow() const override { return showing_; }
+  void setShowing(bool showing) { showing_ = showing; }
+
+ signals:
+  void changed();
+
+ private:
+  QString stateText_;
+  bool stateIsError_ = false;
+  bool discovering_ = false;
+  bool showing_ = true;
+};
+
+// What the QML window sees as `app`: the main page's screen, the live screen
+// while one is open, and the connect action. It presents the live screen
+// (LiveScreenPresenter) and lets it go once it has closed. Main queue.
+class QtShell final : public QObject, public LiveScreenPresenter {
+  Q_OBJECT
+  Q_PROPERTY(QObject* mainScreen READ mainScreen CONSTANT)
+  Q_PROPERTY(QObject* liveScreen READ liveScreen NOTIFY liveScreenChanged)
+ public:
+  // `connect` runs the manual connection of the main screen.
+  QtShell(std::shared_ptr<QtMainScreen> screen, QtLiveScreen::Sources sources,
+          std::function<void(const QString&, const QString&)> connect);
+  // The window's content size in points, for the next live screen.
+  Q_INVOKABLE void setViewSize(double width, double height);
+  ~QtShell() override;
+
+  QObject* mainScreen() const { return screen_.get(); }
+  QObject* liveScreen() const { return live_.get(); }
+  const std::shared_ptr<QtLiveScreen>& live() const { return live_; }
+
+  Q_INVOKABLE void connectTo(const QString& address, const QString& instance);
+
+  // The live screen at the window's size; it appears once the window has
+  // built its view, from a task of its own.
+  std::shared_ptr<LiveViewController> presentLiveScreen(
+      std::shared_ptr<LiveScreenOwner> owner) override;
+
+ signals:
+  void liveScreenChanged();
+
+ private:
+  std::shared_ptr<QtMainScreen> screen_;
+  QtLiveScreen::Sources sources_;
+  std::function<void(const QString&, const QString&)> connect_;
+  // The live screen has closed: the main page shows again.
+  void liveScreenClosed();
+
+  std::shared_ptr<QtLiveScreen> live_;
+  double width_ = 360, height_ = 720;
+};
+
+// Feeds the idle timer from the window's input: a press or a touch that
+// begins counts as a touch, any other input event as an event.
+class IdleInputFilter final : public QObject {
+ public:
+  explicit IdleInputFilter(std::shared_ptr<IdleTimer> timer) : timer_(std::move(timer)) {}
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  std::shared_ptr<IdleTimer> timer_;
+};
+
+// Installs the English texts of the screen keys, and over them the texts of
+// the system's language where there are some.
+void installTranslations(QGuiApplication& app);
+// Loads the window (QML) with `shell` as `app`; false when it fails to load.
+bool loadWindow(QQmlApplicationEngine& engine, QtShell& shell);
+
+}  // namespace oxelo

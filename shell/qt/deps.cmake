@@ -1,0 +1,26 @@
+# Qt 6 Quick with Quick Controls; the QML files and the compiled translations
+# are built into the library as resources, so the program needs no files
+# beside it.
+find_package(Qt6 REQUIRED COMPONENTS Core Gui Quick QuickControls2 DBus LinguistTools)
+set_target_properties(${target} PROPERTIES AUTOMOC ON)
+target_link_libraries(${target} ${scope} Qt6::Core Qt6::Gui Qt6::Quick Qt6::QuickControls2
+                      Qt6::DBus)
+qt_add_resources(${target} oxelo_qml PREFIX / BASE ${PROJECT_SOURCE_DIR} FILES
+  shell/qml/Main.qml shell/qml/MainPage.qml
+  live/qml/LiveScreen.qml live/qml/LiveButton.qml live/qml/FocusSquare.qml live/qml/Notice.qml)
+
+# The screen keys' texts by id (qsTrId): the .ts sources are written from the
+# live screen's text table at build time, compiled to .qm and built in.
+add_executable(oxelo_make_translations ${root}/translations/MakeTranslations.cpp
+                                       ${PROJECT_SOURCE_DIR}/live/LiveTexts.cpp)
+target_include_directories(oxelo_make_translations PRIVATE ${PROJECT_SOURCE_DIR})
+set(ts_dir ${CMAKE_BINARY_DIR}/translations)
+set(qm_files ${ts_dir}/oxelo_en.qm ${ts_dir}/oxelo_zh_CN.qm)
+add_custom_command(OUTPUT ${qm_files}
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${ts_dir}
+  COMMAND oxelo_make_translations ${ts_dir}
+  COMMAND Qt6::lrelease -silent ${ts_dir}/oxelo_en.ts -qm ${ts_dir}/oxelo_en.qm
+  COMMAND Qt6::lrelease -silent ${ts_dir}/oxelo_zh_CN.ts -qm ${ts_dir}/oxelo_zh_CN.qm
+  DEPENDS oxelo_make_translations VERBATIM)
+set_source_files_properties(${qm_files} PROPERTIES GENERATED TRUE)
+qt_add_resources(${target} oxelo_translations PREFIX /i18n BASE ${ts_dir} FILES ${qm_files})

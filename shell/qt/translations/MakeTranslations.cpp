@@ -1,0 +1,73 @@
+// Writes the translation sources of the window, oxelo_en.ts and
+// oxelo_zh_CN.ts, into the folder it is given: the live screen's text table
+// and the main page's few keys, each key as its message id (qsTrId). The
+// build compiles them to .qm files and puts those into the program.
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "live/LiveTexts.h"
+
+namespace {
+
+// The minimal main page's keys.
+const oxelo::LiveText kMainPageTexts[] = {
+    {"M_HOST_ADDRESS", "Host address", "电脑地址"},
+    {"M_INSTANCE", "Instance (1 to 16)", "实例（1 到 16）"},
+    {"M_CONNECT", "Connect", "连接"},
+};
+
+std::string escaped(const char* text) {
+  std::string out;
+  for (const char* c = text; *c; ++c) {
+    switch (*c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      default:
+        out += *c;
+    }
+  }
+  return out;
+}
+
+bool write(const std::string& path, const char* language, bool chinese) {
+  std::ofstream out(path);
+  out << "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<!DOCTYPE TS>\n"
+      << "<TS version=\"2.1\" language=\"" << language << "\">\n<context>\n    <name></name>\n";
+  std::vector<oxelo::LiveText> texts = oxelo::liveTexts();
+  texts.insert(texts.end(), std::begin(kMainPageTexts), std::end(kMainPageTexts));
+  for (const auto& t : texts) {
+    out << "    <message id=\"" << escaped(t.key) << "\">\n"
+        << "        <source>" << escaped(t.key) << "</source>\n"
+        << "        <translation>" << escaped(chinese ? t.chinese : t.english)
+        << "</translation>\n    </message>\n";
+  }
+  out << "</context>\n</TS>\n";
+  return static_cast<bool>(out);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s OUTPUT_DIR\n", argv[0]);
+    return 2;
+  }
+  const std::string dir = argv[1];
+  if (!write(dir + "/oxelo_en.ts", "en", false) || !write(dir + "/oxelo_zh_CN.ts", "zh_CN", true)) {
+    std::fprintf(stderr, "%s: cannot write into %s\n", argv[0], dir.c_str());
+    return 1;
+  }
+  return 0;
+}
