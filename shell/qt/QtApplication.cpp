@@ -13,6 +13,7 @@
 #include "platform/log/Log.h"
 #include "shell/AppDelegate.h"
 #include "shell/CameraCommands.h"
+#include "shell/qt/FeedbackdFeedback.h"
 #include "shell/qt/QtMainQueue.h"
 #include "shell/qt/QtWindow.h"
 #include "shell/qt/ScreenSaverInhibitor.h"
@@ -40,6 +41,9 @@ int runWindow(int argc, char** argv, const WindowStart& start) {
   environment.encoders = start.encoders;
   environment.socket.hevcDecodeSupported = start.hevcDecodeSupported;
   sources.services.displayAwake = std::make_shared<ScreenSaverInhibitor>();
+  auto feedback = std::make_shared<FeedbackdFeedback>();
+  sources.services.view.haptics = feedback;
+  sources.services.view.sounds = feedback;
   // 15 seconds without a touch cover the preview.
   auto idleTimer = IdleTimer::create();
   sources.services.idleTimer = idleTimer;
