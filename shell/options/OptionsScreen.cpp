@@ -298,7 +298,7 @@ void OptionsScreen::setSwitch(OptionsRow row, bool on) {
 void OptionsScreen::activate(OptionsRow row) {
   switch (row) {
     case OptionsRow::help:
-      view_.openBrowser(maker::helpUrl);
+      opener_.openUrl(maker::helpUrl);
       break;
     case OptionsRow::contact:
       opener_.openUrl(fmt::format("mailto:{}?subject=", maker::supportMail));

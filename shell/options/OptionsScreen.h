@@ -28,7 +28,7 @@ enum class OptionsRow {
   grid,
   autoConnect,
   language,
-  help,  // a tap opens the help in the browser, a long press the advanced screen
+  help,  // a tap opens the help in the system's browser, a long press the advanced screen
   contact,
   share,
 };
@@ -127,7 +127,8 @@ class OptionsScreen {
   // written, for an index beyond the sheet or a row without one.
   bool select(OptionsRow row, size_t index);
   void setSwitch(OptionsRow row, bool on);
-  // A tap on an action row: help, contact, share.
+  // A tap on an action row: the help page and the mail to the maker go to
+  // the system's browser and mail program, the share items to the view.
   void activate(OptionsRow row);
   // A long press on `row` at gesture state `state`: on the help row at state
   // 1 (began) it gives a heavy impact and opens the advanced screen. True

@@ -28,8 +28,6 @@ class OptionsView {
   virtual void showAlert(const LiveAlert& alert) = 0;
   // Opens the advanced screen over the options screen.
   virtual void openAdvanced() = 0;
-  // Opens the in-app browser on `url`.
-  virtual void openBrowser(const std::string& url) = 0;
   virtual void share(const ShareItems& items) = 0;
   // Closes the options sheet.
   virtual void dismiss() = 0;

@@ -5,10 +5,11 @@
 
 namespace oxelo {
 
-// The in-app browser without its web view: what it loads when it appears,
+// The in-app browser without its web view: what it shows when it appears,
 // the state of its history buttons and of the activity indicator, its title,
 // and how it closes. The Qt layer drives a web view and tells this class
-// what the view reports. Main queue.
+// what the view reports; an address, rather than load in the window, goes to
+// the system's browser through a UrlOpener. Main queue.
 class WebBrowser {
  public:
   // What to show: an address to load, or a page's text with no base address.

@@ -5,6 +5,7 @@
 #include "platform/defaults/SettingsKeys.h"
 #include "shell/AppDelegate.h"
 #include "shell/options/AppLanguages.h"
+#include "shell/web/MakerAddresses.h"
 #include "tests/shell/OptionsTestSupport.h"
 #include "tests/support/CameraTestSupport.h"
 
@@ -277,6 +278,8 @@ TEST(OptionsScreenTest, SwitchesActionsAndDone) {
   EXPECT_TRUE(reread.boolForKey(keys::showGrid));
   EXPECT_FALSE(reread.boolForKey(keys::autoConnect));
 
+  f.screen().activate(OptionsRow::help);  // in the system's browser
+  EXPECT_EQ(f.view.opened, Texts{maker::helpUrl});
   f.screen().activate(OptionsRow::share);
   ASSERT_EQ(f.view.shared.size(), 1u);
   EXPECT_EQ(f.view.shared[0].text,
