@@ -147,12 +147,12 @@ class OXLiveSettings final : public LiveSettingsPanel,
     bool tablet = false;
   };
   struct Services {
-    std::shared_ptr<PanelCamera> camera;  // required
-    std::shared_ptr<Haptics> haptics;
-    std::shared_ptr<LiveMessages> messages;
-    std::shared_ptr<Animator> animator;  // default: no animation
+    std::shared_ptr<PanelCamera> camera{};  // required
+    std::shared_ptr<Haptics> haptics{};
+    std::shared_ptr<LiveMessages> messages{};
+    std::shared_ptr<Animator> animator{};  // default: no animation
     // Made at the first change of the ruler; default: none.
-    std::function<std::unique_ptr<SelectionFeedback>()> makeFeedback;
+    std::function<std::unique_ptr<SelectionFeedback>()> makeFeedback{};
   };
   static constexpr double kHeight = 110.0;
   static constexpr int64_t kNoStatus = -1;
