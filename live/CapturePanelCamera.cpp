@@ -126,4 +126,26 @@ bool CapturePanelCamera::differs(PanelDeviceKey key, const CaptureDeviceState& a
   return false;
 }
 
+std::shared_ptr<OXLiveSettings> makeLiveSettingsPanel(OXLiveView& view,
+                                                      OXLiveSettings::Services services,
+                                                      bool tablet) {
+  auto session = view.session();
+  auto capture = session ? session->videoCapture() : nullptr;
+  if (!capture) return nullptr;
+  const LiveRect& video = view.layout().video;
+  const auto& configuration = capture->configuration();
+  const VideoSize size = configuration->videoSize();
+  const double shorter = std::min(size.width, size.height),
+               longer = std::max(size.width, size.height);
+  services.camera = CapturePanelCamera::create(capture);
+  return OXLiveSettings::create({.videoWidth = video.width,
+                                 .videoBottom = video.bottom(),
+                                 .inset = static_cast<double>(view.layout().buttonSpace),
+                                 .screenWidth = video.width,
+                                 .landscape = configuration->landscape(),
+                                 .aspect = longer > 0 ? shorter / longer : 0.0,
+                                 .tablet = tablet},
+                                std::move(services));
+}
+
 }  // namespace oxelo

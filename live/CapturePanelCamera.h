@@ -96,4 +96,12 @@ class CapturePanelCamera final : public PanelCamera,
   std::unique_ptr<RepeatingTimer> timer_;
 };
 
+// The panel of the live view `view`: on its session's capture, under its
+// video rectangle with its button_space as the inset, its ruler shaped by
+// the video configuration. `services.camera` is filled in; none when the
+// session has no capture. For OXLiveView::Services::makeSettingsPanel.
+std::shared_ptr<OXLiveSettings> makeLiveSettingsPanel(OXLiveView& view,
+                                                      OXLiveSettings::Services services,
+                                                      bool tablet);
+
 }  // namespace oxelo
