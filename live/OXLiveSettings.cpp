@@ -260,6 +260,23 @@ void OXLiveSettings::onSettingItemChanged(int64_t item) {
                           wbAvailable_,       focusAvailable_, true};
   rulerEnabled_ = item >= 0 && item < 6 && manual[item];
   updateSettingItemText(item);
+  layoutSubviews();
+}
+
+OXLiveSettings::Layout OXLiveSettings::layout() const {
+  Layout l;
+  const double inset = geometry_.inset, width = geometry_.videoWidth;
+  l.autoButton = {inset, 10.0, 44.0, 44.0};
+  const double rulerX = autoButtonHidden_ ? inset : l.autoButton.right() + inset;
+  l.ruler = {rulerX, 0.0, std::max(0.0, width - inset - rulerX), 40.0};
+  l.items = {0.0, l.ruler.bottom() + 10.0, width, kHeight - l.ruler.bottom() - 10.0};
+  l.itemWidth = width / static_cast<double>(itemCount());
+  return l;
+}
+
+void OXLiveSettings::layoutSubviews() {
+  const LiveRect r = layout().ruler;
+  ruler_.setSize(r.width, r.height);
 }
 
 void OXLiveSettings::updateAutoButtonForSettings(int64_t item) {

@@ -185,6 +185,14 @@ class OXLiveSettings final : public LiveSettingsPanel,
     bool orange = false;
   };
   static Icon autoButtonIcon(int64_t status);
+  // The frames inside the panel (0, 0 at its top left, kHeight high).
+  struct Layout {
+    LiveRect autoButton, ruler, items;
+    double itemWidth = 0.0, itemHeight = 60.0;
+  };
+  Layout layout() const;
+  // Lays the panel out again: the ruler takes its new width.
+  void layoutSubviews();
   RulerView& ruler() { return ruler_; }
   bool rulerEnabled() const { return rulerEnabled_; }
   double rulerAlpha() const { return rulerEnabled_ ? 1.0 : 0.75; }

@@ -275,6 +275,21 @@ INSTANTIATE_TEST_SUITE_P(Maxima, ZoomMaxTest,
                                          ZoomMaxCase{10.0, true, 100, 18.0},
                                          ZoomMaxCase{4.0, false, 40, 4.0}));
 
+TEST_F(PanelTest, TheRulerGivesWayToTheAutoButton) {
+  open();  // 390 wide, inset 4
+  auto l = panel_->layout();
+  EXPECT_EQ(l.autoButton.x, 4);
+  EXPECT_EQ(l.ruler.x, 52);
+  EXPECT_EQ(l.ruler.width, 334);
+  EXPECT_EQ(l.items.y, 50);
+  EXPECT_EQ(l.items.height, 60);
+  EXPECT_EQ(l.itemWidth, 65);
+  EXPECT_EQ(panel_->ruler().contentInset(), 167);
+  panel_->didSelectItem(1);  // no auto button for ISO
+  EXPECT_EQ(panel_->layout().ruler.x, 4);
+  EXPECT_EQ(panel_->ruler().contentInset(), 191);
+}
+
 TEST_F(PanelTest, ARowOfFiveWithoutZoom) {
   camera_->maxZoom_ = 1.0;
   open();
