@@ -25,7 +25,7 @@ struct RulerConfig {
   double shortScaleLength = 0.0;
   double longScaleLength = 0.0;
   double scaleWidth = 0.0;  // thickness of a tick and width of its cell
-  PanelColour scaleColor;
+  PanelColour scaleColor{};
   double shortScaleStart = 0.0;  // distance of a short tick from the edge
   double longScaleStart = 0.0;
   double distanceBetweenScale = 0.0;  // free space between two ticks
@@ -34,10 +34,10 @@ struct RulerConfig {
   int64_t numberDirection = 0;
   double distanceFromScaleToNumber = 0.0;
   double pointWidth = 0.0, pointLength = 0.0;  // the indicator
-  PanelColour pointColor;
+  PanelColour pointColor{};
   double pointStart = 0.0;
   double numberFontSize = 0.0;  // system font
-  PanelColour numberColor;
+  PanelColour numberColor{};
   int64_t max = 0;
   int64_t min = 0;
   int64_t defaultNumber = 0;  // the value shown after a reload
@@ -45,6 +45,7 @@ struct RulerConfig {
 
   bool horizontal() const { return numberDirection == 0 || numberDirection == 1; }
   static RulerConfig defaultConfig();
+  bool operator==(const RulerConfig&) const = default;
 };
 
 // The cell layout: one cell per value, cell i at i x pitch along the scale.

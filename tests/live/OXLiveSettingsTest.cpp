@@ -35,21 +35,18 @@ class ScriptedCamera final : public PanelCamera {
   bool awbLock() const override { return awbLock_; }
   bool afLock() const override { return afLock_; }
   int64_t captureDevicePosition() const override { return position_; }
-  void setExposure(double s) override { log("exposure", exposure_ = s); }
-  void setISO(double v) override { log("iso", iso_ = v); }
-  void setExposureTargetBias(double v) override { log("bias", bias_ = v); }
-  void setWbTempAndTint(float t, float tint) override {
-    log("temperature", temperature_ = t);
-    log("tint", tint_ = tint);
-  }
-  void setLensPosition(double v) override { log("lens", lens_ = v); }
-  void setZoomScale(double v) override { log("zoom", zoom_ = v); }
-  void setAutoExposure(bool on) override { log("autoExposure", autoExposure_ = on); }
-  void setAutoWhiteBalance(bool on) override { log("autoWb", autoWb_ = on); }
-  void setAutoFocus(bool on) override { log("autoFocus", autoFocus_ = on); }
-  void setAeLock(bool on) override { log("aeLock", aeLock_ = on); }
-  void setAwbLock(bool on) override { log("awbLock", awbLock_ = on); }
-  void setAfLock(bool on) override { log("afLock", afLock_ = on); }
+  void setExposure(double s) override { exposure_ = s; }
+  void setISO(double v) override { iso_ = v; }
+  void setExposureTargetBias(double v) override { bias_ = v; }
+  void setWbTempAndTint(float t, float tint) override { temperature_ = t, tint_ = tint; }
+  void setLensPosition(double v) override { lens_ = v; }
+  void setZoomScale(double v) override { zoom_ = v; }
+  void setAutoExposure(bool on) override { autoExposure_ = on; }
+  void setAutoWhiteBalance(bool on) override { autoWb_ = on; }
+  void setAutoFocus(bool on) override { autoFocus_ = on; }
+  void setAeLock(bool on) override { aeLock_ = on; }
+  void setAwbLock(bool on) override { awbLock_ = on; }
+  void setAfLock(bool on) override { afLock_ = on; }
   bool isExposureModeSupported(int64_t m) const override { return exposureModes_ >> m & 1; }
   int64_t exposureMode() const override { return exposureMode_; }
   bool isWhiteBalanceModeSupported(int64_t m) const override { return wbModes_ >> m & 1; }
@@ -75,8 +72,6 @@ class ScriptedCamera final : public PanelCamera {
   }
   size_t observers() const { return observers_.size(); }
 
-  void log(const std::string& what, double value) { calls[what] = value; }
-  std::map<std::string, double> calls;  // the last value of each setter
   std::vector<PanelDeviceKey> attached, detached;
 
   double exposure_ = 1.0 / 60, maxExposure_ = 1.0 / 3, iso_ = 400, maxIso_ = 3200, bias_ = 0;
@@ -142,8 +137,8 @@ TEST_P(ExposureSectionTest, TheLongestExposureShapesTheScaleAndItsMarks) {
   EXPECT_EQ(panel_->exposureSections(), c.sections);
   EXPECT_EQ(mark(c.rulerMax), c.topMark);
   pick(c.rulerMax);
-  EXPECT_FLOAT_EQ(camera_->calls.at("exposure"), 1.0f / c.topAsks);
-  EXPECT_EQ(camera_->calls.at("autoExposure"), 0);
+  EXPECT_FLOAT_EQ(camera_->exposure_, 1.0f / c.topAsks);
+  EXPECT_FALSE(camera_->autoExposure_);
 }
 
 // clang-format off
@@ -208,24 +203,45 @@ TEST_F(PanelTest, AutomaticValuesReadAutoAndCustomExposureHidesTheBias) {
   EXPECT_FALSE(panel_->shouldSelectItem(2));
 }
 
-TEST_F(PanelTest, TemperatureDoesNotCarryOverAndTheRulerSetsKelvin) {
-  camera_->autoWb_ = false;
+struct SteerCase {
+  const char* name;
+  int64_t item, value;
+  double ScriptedCamera::*field;
+  double expected;
+};
+class SteerTest : public PanelTest, public testing::WithParamInterface<SteerCase> {};
+
+TEST_P(SteerTest, EachItemsRulerSetsItsValue) {
+  const auto& c = GetParam();
+  open();
+  panel_->didSelectItem(c.item);
+  pick(c.value);
+  EXPECT_DOUBLE_EQ((*camera_).*c.field, c.expected);
+  EXPECT_FALSE(c.item == 4 && camera_->autoFocus_);
+}
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Items, SteerTest, testing::Values(
+    SteerCase{"Iso", 1, 64, &ScriptedCamera::iso_, 640},
+    SteerCase{"Bias", 2, -15, &ScriptedCamera::bias_, -1.5},
+    SteerCase{"Focus", 4, 37, &ScriptedCamera::lens_, 0.37}),
+    [](const auto& info) { return std::string(info.param.name); });
+// clang-format on
+
+TEST_F(PanelTest, WhiteBalanceSetsKelvinKeepingTheTint) {
   open();
   panel_->didSelectItem(3);
-  EXPECT_EQ(panel_->item(3).title, "5000K");
-  EXPECT_EQ(panel_->ruler().currentValue(), 50);
-  EXPECT_EQ(panel_->ruler().rulerConfig().min, 20);
-  EXPECT_EQ(panel_->ruler().rulerConfig().max, 80);
   EXPECT_EQ(mark(50), "5000K");
   pick(63);
-  EXPECT_EQ(camera_->calls.at("temperature"), 6300);
-  EXPECT_EQ(camera_->calls.at("tint"), 3.0f);
+  EXPECT_EQ(camera_->temperature_, 6300);
+  EXPECT_EQ(camera_->tint_, 3.0f);
+  EXPECT_FALSE(camera_->autoWb_);
 }
 
 struct ZoomCase {
   const char* name;
   bool ultraWide;
-  int64_t value;
+  double maxZoom;
+  int64_t rulerMax, value;
   double zoom;
   const char* mark;
 };
@@ -233,68 +249,26 @@ class ZoomRulerTest : public PanelTest, public testing::WithParamInterface<ZoomC
 
 TEST_P(ZoomRulerTest, TheScaleBendsAtTwentyWithAnUltraWideLens) {
   const auto& c = GetParam();
-  camera_->maxZoom_ = 20.0;
+  camera_->maxZoom_ = c.maxZoom;
   if (c.ultraWide) camera_->type_ = AVCaptureDeviceTypeBuiltInDualWideCamera;
   open();
   panel_->didSelectItem(5);
+  EXPECT_EQ(panel_->ruler().rulerConfig().max, c.rulerMax);
   pick(c.value);
-  EXPECT_DOUBLE_EQ(camera_->calls.at("zoom"), c.zoom);
+  EXPECT_DOUBLE_EQ(camera_->zoom_, c.zoom);
   EXPECT_EQ(mark(c.value), c.mark);
   EXPECT_EQ(panel::rulerZoomValue(c.zoom, c.ultraWide), c.value);
 }
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Values, ZoomRulerTest, testing::Values(
-    ZoomCase{"UltraWide19", true, 19, 1.9, "0.9×"},
-    ZoomCase{"UltraWide20", true, 20, 2.0, "1×"},
-    ZoomCase{"UltraWide21", true, 21, 2.2, "1×"},
-    ZoomCase{"UltraWide110", true, 110, 20.0, "10×"},
-    ZoomCase{"Wide21", false, 21, 2.1, "2×"}),
+    ZoomCase{"UltraWide19", true, 20, 110, 19, 1.9, "0.9×"},
+    ZoomCase{"UltraWide20", true, 20, 110, 20, 2.0, "1×"},
+    ZoomCase{"UltraWide21", true, 20, 110, 21, 2.2, "1×"},
+    ZoomCase{"UltraWideTop", true, 20, 110, 110, 20.0, "10×"},
+    ZoomCase{"UltraWideTopOfTen", true, 10, 100, 100, 18.0, "9×"},
+    ZoomCase{"Wide21", false, 4, 40, 21, 2.1, "2×"}),
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
-
-struct ZoomMaxCase {
-  double maxZoom;
-  bool ultraWide;
-  int64_t rulerMax;
-  double topZoom;
-};
-class ZoomMaxTest : public PanelTest, public testing::WithParamInterface<ZoomMaxCase> {};
-
-TEST_P(ZoomMaxTest, TheRulersMaximumAndWhatItAsks) {
-  const auto& c = GetParam();
-  camera_->maxZoom_ = c.maxZoom;
-  if (c.ultraWide) camera_->type_ = AVCaptureDeviceTypeBuiltInTripleCamera;
-  open();
-  panel_->didSelectItem(5);
-  EXPECT_EQ(panel_->ruler().rulerConfig().max, c.rulerMax);
-  pick(c.rulerMax);
-  EXPECT_DOUBLE_EQ(camera_->calls.at("zoom"), c.topZoom);
-}
-INSTANTIATE_TEST_SUITE_P(Maxima, ZoomMaxTest,
-                         testing::Values(ZoomMaxCase{20.0, true, 110, 20.0},
-                                         ZoomMaxCase{10.0, true, 100, 18.0},
-                                         ZoomMaxCase{4.0, false, 40, 4.0}));
-
-TEST_F(PanelTest, TheRulerGivesWayToTheAutoButton) {
-  open();  // 390 wide, inset 4
-  auto l = panel_->layout();
-  EXPECT_EQ(l.autoButton.x, 4);
-  EXPECT_EQ(l.ruler.x, 52);
-  EXPECT_EQ(l.ruler.width, 334);
-  EXPECT_EQ(l.items.y, 50);
-  EXPECT_EQ(l.items.height, 60);
-  EXPECT_EQ(l.itemWidth, 65);
-  EXPECT_EQ(panel_->ruler().contentInset(), 167);
-  panel_->didSelectItem(1);  // no auto button for ISO
-  EXPECT_EQ(panel_->layout().ruler.x, 4);
-  EXPECT_EQ(panel_->ruler().contentInset(), 191);
-}
-
-TEST_F(PanelTest, ARowOfFiveWithoutZoom) {
-  camera_->maxZoom_ = 1.0;
-  open();
-  EXPECT_EQ(panel_->itemCount(), 5);
-}
 
 struct RulerSetupCase {
   const char* name;
@@ -352,6 +326,9 @@ TEST_F(PanelTest, ItemsFollowTheDevicesModes) {
   EXPECT_EQ(panel_->item(3).colour, (PanelColour{218, 224, 237, 0.4}));
   EXPECT_TRUE(panel_->shouldSelectItem(4));
   EXPECT_EQ(panel_->item(0).colour, (PanelColour{237, 237, 0}));
+  EXPECT_EQ(panel_->itemCount(), 6);
+  camera_->maxZoom_ = 1.0;
+  EXPECT_EQ(panel_->itemCount(), 5);
 }
 
 TEST_F(PanelTest, AnItemTheNewCameraLacksHandsOverToTheFirstThatCanBeChosen) {
@@ -407,46 +384,38 @@ TEST_F(PanelTest, WhileAutomaticOnlyTheActiveItemFollowsTheDevice) {
   EXPECT_EQ(panel_->autoButtonStatus(), 1);
 }
 
-TEST_F(PanelTest, TheHostLocksExposureWhileWhiteBalanceIsShown) {
-  camera_->autoWb_ = false;
-  open();
-  panel_->didSelectItem(3);
-  ASSERT_EQ(panel_->autoButtonStatus(), 1);
-  reloaded_.clear();
-  camera_->aeLock_ = true;
-  camera_->autoExposure_ = false;
-  panel_->autoStatusChanged(0);
-  EXPECT_EQ(toasts_->events, (std::vector<std::string>{"toast AE LOCK"}));
-  EXPECT_EQ(panel_->autoButtonStatus(), 1);
-  EXPECT_EQ(reloaded_.back(), 0);
-  EXPECT_EQ(panel_->item(0).titleColour, (PanelColour{255, 149, 0}));
-  EXPECT_EQ(panel_->item(1).title, "400");  // ISO shows the frozen value
-}
-
 struct HostLockCase {
   const char* name;
-  int64_t item;
+  int64_t active, item;
   bool lock;
   const char* toast;  // "" none
   int64_t status;
 };
 class HostLockTest : public PanelTest, public testing::WithParamInterface<HostLockCase> {};
 
-TEST_P(HostLockTest, TheHostsLockReachesTheActiveItemsButton) {
+TEST_P(HostLockTest, TheHostsLockToastsAndReachesOnlyTheActiveItemsButton) {
   const auto& c = GetParam();
+  camera_->autoWb_ = false;
   open();
-  panel_->didSelectItem(c.item);
+  panel_->didSelectItem(c.active);
+  reloaded_.clear();
   camera_->aeLock_ = camera_->awbLock_ = camera_->afLock_ = c.lock;
+  camera_->autoExposure_ = !c.lock;
   panel_->autoStatusChanged(c.item);
   EXPECT_EQ(toasts_->events.empty() ? "" : toasts_->events.back(), std::string(c.toast));
   EXPECT_EQ(panel_->autoButtonStatus(), c.status);
+  EXPECT_EQ(reloaded_.back(), c.item);
+  EXPECT_EQ(panel_->item(c.item).titleColour == (PanelColour{255, 149, 0}), c.lock);
+  if (c.item == 0) {
+    EXPECT_EQ(panel_->item(1).title, c.lock ? "400" : "Auto");  // ISO frozen
+  }
 }
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Items, HostLockTest, testing::Values(
-    HostLockCase{"WhiteBalanceLocked", 3, true, "toast AWB LOCK", 2},
-    HostLockCase{"FocusLocked", 4, true, "toast AF LOCK", 2},
-    HostLockCase{"FocusReleased", 4, false, "", 0},
-    HostLockCase{"OtherItem", 5, true, "", 0}),
+    HostLockCase{"ExposureWhileWhiteBalanceShown", 3, 0, true, "toast AE LOCK", 1},
+    HostLockCase{"WhiteBalanceLocked", 3, 3, true, "toast AWB LOCK", 2},
+    HostLockCase{"FocusLocked", 4, 4, true, "toast AF LOCK", 2},
+    HostLockCase{"ExposureReleased", 0, 0, false, "", 0}),
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
@@ -466,13 +435,9 @@ TEST_F(PanelTest, ATapLocksFromManualAndTheNextReturnsToAutomatic) {
   EXPECT_TRUE(camera_->autoFocus_);
 }
 
-TEST_F(PanelTest, ATapOnExposureLocksAndTheZoomButtonShowsTheLens) {
-  open();
-  panel_->onAutoButtonTapped();
-  EXPECT_TRUE(camera_->aeLock_);
-  EXPECT_FALSE(camera_->autoExposure_);
-  EXPECT_EQ(panel_->item(1).title, "400");
+TEST_F(PanelTest, TheZoomButtonShowsTheLensInUse) {
   camera_->lensType_ = AVCaptureDeviceTypeBuiltInTelephotoCamera;
+  open();
   panel_->didSelectItem(5);
   EXPECT_EQ(panel_->autoButtonStatus(), 5);
   panel_->onAutoButtonTapped();  // nothing on the zoom item
@@ -483,29 +448,6 @@ TEST_F(PanelTest, ATapOnExposureLocksAndTheZoomButtonShowsTheLens) {
   camera_->position_ = AVCaptureDevicePositionFront;
   camera_->fire(PanelDeviceKey::activePrimaryConstituentDevice);
   EXPECT_EQ(panel_->autoButtonStatus(), 6);
-}
-
-TEST_F(PanelTest, SlidingMovesThePanelAndTheFeedbackLivesWhileOpen) {
-  int made = 0;
-  auto feedback = [&made] {
-    ++made;
-    return std::make_unique<SelectionFeedback>();
-  };
-  panel_ = OXLiveSettings::create({.videoWidth = 390, .videoBottom = 600, .screenWidth = 390},
-                                  {.camera = camera_, .makeFeedback = feedback});
-  EXPECT_FALSE(panel_->visible());
-  EXPECT_EQ(panel_->top(), 600 + 120 - 110);
-  panel_->slideUp();
-  EXPECT_EQ(panel_->top(), 600 - 110);
-  EXPECT_EQ(panel_->alpha(), 1.0);
-  pick(10);
-  pick(11);
-  EXPECT_EQ(made, 1);
-  panel_->slideDown({});
-  EXPECT_EQ(panel_->bottomBelowVideo(), 110);
-  panel_->slideUp();
-  pick(12);
-  EXPECT_EQ(made, 2);
 }
 
 }  // namespace
