@@ -90,9 +90,10 @@ std::unique_ptr<CLI::App> makeApp(CommandLine& cl) {
   app->add_option("--duration", cl.duration, "stop cleanly after SECONDS")
       ->type_name("SECONDS")
       ->check(secondsNumber());
-  app->add_flag("--exit-when-ended", cl.exitWhenEnded,
-                "exit with status 0 once the host has ended the stream:\nits close command, or a "
-                "connection lost for good");
+  app->add_flag(
+      "--exit-when-ended", cl.exitWhenEnded,
+      "with --headless: exit with status 0 once the host has ended\nthe stream: its close "
+      "command, or a connection lost for good\n(the window goes back to its main page)");
   app->add_flag("--version", cl.version, "print the version and exit");
   app->add_flag("-h,--help", cl.help, "print this text and exit");
   app->footer(
