@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/Statistics.h"
 #include "filters/GPUImageAlphaBlendFilter.h"
 #include "filters/GPUImageContext.h"
 #include "filters/GPUImageFramebuffer.h"
@@ -31,6 +32,7 @@
 #include "filters/LFGPUImageEmptyFilter.h"
 
 using namespace oxelo;
+using oxelo::bench::median;
 
 namespace {
 
@@ -38,12 +40,6 @@ using Clock = std::chrono::steady_clock;
 
 double millisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-  if (values.empty()) return 0;
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 // Skin-coloured with fine texture, and a few hard edges.

@@ -29,6 +29,7 @@ extern "C" {
 #include <string>
 #include <vector>
 
+#include "bench/Statistics.h"
 #include "filters/GPUImageAlphaBlendFilter.h"
 #include "filters/GPUImageContext.h"
 #include "filters/GPUImageFramebuffer.h"
@@ -37,6 +38,7 @@ extern "C" {
 #include "filters/LFGPUImageEmptyFilter.h"
 
 using namespace oxelo;
+using oxelo::bench::median;
 
 namespace {
 
@@ -44,12 +46,6 @@ using Clock = std::chrono::steady_clock;
 
 double millisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-  if (values.empty()) return 0;
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 std::shared_ptr<PixelBuffer> picture(int width, int height) {
