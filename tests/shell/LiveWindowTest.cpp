@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
 #include <QQuickItem>
@@ -18,6 +16,7 @@
 #include "shell/qt/PreviewItem.h"
 #include "shell/qt/QtMainQueue.h"
 #include "shell/qt/QtWindow.h"
+#include "tests/shell/support/QuickWindow.h"
 #include "tests/support/FakeBatteryMonitor.h"
 #include "tests/support/TestSupport.h"
 #include "wire/CommandPackets.h"
@@ -45,14 +44,7 @@ struct NoHostOwner final : LiveScreenOwner {
 class LiveWindowTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    static int argc = 1;
-    static char name[] = "live-window-test";
-    static char* argv[] = {name, nullptr};
-    if (!QCoreApplication::instance()) {
-      installTranslations(*new QGuiApplication(argc, argv));
-      QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
-    }
+    test::ensureOffscreenApp([](QGuiApplication& app) { installTranslations(app); });
   }
 
   void SetUp() override {
@@ -95,57 +87,18 @@ class LiveWindowTest : public ::testing::Test {
     window_->resize(width, height);
     QCoreApplication::processEvents();
     main_->post([this] { shell_->presentLiveScreen(owner_); });
-    ASSERT_TRUE(spinUntil([&] { return preview() && preview()->shownImage(); }))
+    ASSERT_TRUE(test::spinUntil([&] { return preview() && preview()->shownImage(); }))
         << "no camera picture reached the screen";
   }
 
-  template <typename Done>
-  static bool spinUntil(Done done, int milliseconds = 10000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done() && timer.elapsed() < milliseconds)
-      QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    return done();
-  }
-  // Lets the loop run a few rounds, for changes that carry no sign of their end.
-  static void settle() {
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < 150) QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-  }
-
-  // By object name, anywhere in the scene (a Repeater's items have no
-  // object parent, only their place in the scene).
-  QQuickItem* item(const char* name) const { return find(window_->contentItem(), name); }
-  static QQuickItem* find(QQuickItem* from, const char* name) {
-    if (from->objectName() == QLatin1String(name)) return from;
-    for (auto* child : from->childItems())
-      if (auto* found = find(child, name)) return found;
-    return nullptr;
-  }
+  QQuickItem* item(const char* name) const { return test::findItem(window_->contentItem(), name); }
   PreviewItem* preview() const { return window_ ? window_->findChild<PreviewItem*>() : nullptr; }
-  QImage grab(const char* shotName) const {
-    QImage image = window_->grabWindow();
-    if (auto dir = qgetenv("OXELO_SCREENSHOT_DIR"); !dir.isEmpty()) {
-      QDir().mkpath(QString::fromLocal8Bit(dir));
-      image.save(QString::fromLocal8Bit(dir) + "/" + shotName + ".png");
-    }
-    return image;
-  }
+  QImage grab(const char* shotName) const { return test::grabShot(window_, shotName); }
   bool dimmed() { return shell_->live()->liveView()->session()->dim(); }
   static bool selected(QQuickItem* button) {
     return button->property("look").toMap().value("selected").toBool();
   }
-  // A press and a release at the middle of `target`, as a finger would.
-  void click(QQuickItem* target) {
-    const QPointF at = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
-    for (auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
-      QMouseEvent event(type, at, at, window_->mapToGlobal(at), Qt::LeftButton,
-                        type == QEvent::MouseButtonPress ? Qt::LeftButton : Qt::NoButton,
-                        Qt::NoModifier);
-      QCoreApplication::sendEvent(window_, &event);
-    }
-  }
+  void click(QQuickItem* target) { test::tap(window_, target); }
   void hostCommand(uint32_t command, int32_t p1) {
     main_->post([this, command, p1] {
       shell_->live()->liveView()->session()->socketClientCommand(nullptr, {command, p1, 0});
@@ -287,7 +240,7 @@ TEST_F(LiveWindowTest, ButtonsFollowTheHostsCommands) {
   hostCommand(wire::kHostRecording, 1);
   hostCommand(wire::kHostTorch, 0);  // one step up: level 1
   hostCommand(wire::kHostAeafLock, 1);
-  ASSERT_TRUE(spinUntil([&] { return lock->isVisible(); }));
+  ASSERT_TRUE(test::spinUntil([&] { return lock->isVisible(); }));
   EXPECT_TRUE(selected(mirror));
   EXPECT_TRUE(selected(beauty));
   EXPECT_TRUE(selected(record));
@@ -297,16 +250,16 @@ TEST_F(LiveWindowTest, ButtonsFollowTheHostsCommands) {
   auto* lockText = lock->childItems().value(0);
   ASSERT_NE(lockText, nullptr);
   EXPECT_EQ(lockText->property("text").toString(), "AE/AF LOCK");
-  settle();
+  test::settle();
   const QPointF edge = lock->mapToScene(QPointF(2, lock->height() / 2));
   EXPECT_EQ(QColor(grab("lock").pixel(edge.toPoint())), QColor("yellow"));
 
   hostCommand(wire::kHostAeafLock, 2);
   hostCommand(wire::kHostMirror, 0);
-  ASSERT_TRUE(spinUntil([&] { return !selected(mirror); }));
+  ASSERT_TRUE(test::spinUntil([&] { return !selected(mirror); }));
   EXPECT_EQ(lock->property("color").value<QColor>(), QColor("orange"));
   hostCommand(wire::kHostAeafLock, 0);
-  EXPECT_TRUE(spinUntil([&] { return !lock->isVisible(); }));
+  EXPECT_TRUE(test::spinUntil([&] { return !lock->isVisible(); }));
 }
 
 // With the setting on, the statistics line shows each window's numbers.
@@ -320,7 +273,7 @@ TEST_F(LiveWindowTest, TheStatisticsLineShowsWithItsSetting) {
   window.currentBandwidth = 65536;  // bytes: 0.50 megabits of 2^20 bits
   window.currentCapturedVideoCount = 30;
   main_->post([this, window] { shell_->live()->liveView()->liveScreenDebugInfo(window); });
-  ASSERT_TRUE(spinUntil([&] { return !info->property("text").toString().isEmpty(); }));
+  ASSERT_TRUE(test::spinUntil([&] { return !info->property("text").toString().isEmpty(); }));
   EXPECT_TRUE(info->property("text").toString().endsWith(QString::fromUtf8("→ 0.50 Mbps, 30 fps")))
       << info->property("text").toString().toStdString();
 }
@@ -333,15 +286,15 @@ TEST_F(LiveWindowTest, TheCoverComesOnTheHostsDimAndGoesOnATap) {
   ASSERT_NE(cover, nullptr);
   EXPECT_FALSE(cover->isVisible());
   hostCommand(wire::kHostDim, 1);
-  ASSERT_TRUE(spinUntil([&] { return cover->isVisible() && cover->opacity() == 1.0; }));
+  ASSERT_TRUE(test::spinUntil([&] { return cover->isVisible() && cover->opacity() == 1.0; }));
   EXPECT_TRUE(item("watermark")->isVisible());
   const QImage shot = grab("cover");
   EXPECT_TRUE(looksLike(shot.pixel(5, 300), Colour::black));  // the red patch is covered
   EXPECT_TRUE(dimmed());
 
   click(cover);
-  EXPECT_TRUE(spinUntil([&] { return !cover->isVisible(); }));
-  EXPECT_TRUE(spinUntil([&] { return !dimmed(); }));
+  EXPECT_TRUE(test::spinUntil([&] { return !cover->isVisible(); }));
+  EXPECT_TRUE(test::spinUntil([&] { return !dimmed(); }));
 }
 
 // Fifteen seconds without a touch cover the preview with the watermark; it
@@ -356,17 +309,17 @@ TEST_F(LiveWindowTest, TheIdleTimeOutCoversThePreview) {
   ASSERT_TRUE(cover && watermark);
   click(item("videoRect"));  // a touch: the idle timer starts
   clock_->advance(14.9);
-  settle();
+  test::settle();
   EXPECT_FALSE(cover->isVisible());
   clock_->advance(0.2);
-  ASSERT_TRUE(spinUntil([&] { return cover->isVisible() && cover->opacity() == 1.0; }));
+  ASSERT_TRUE(test::spinUntil([&] { return cover->isVisible() && cover->opacity() == 1.0; }));
   EXPECT_TRUE(watermark->isVisible());
   grab("idle-cover");
   clock_->advance(15.0);
-  EXPECT_TRUE(spinUntil([&] { return !watermark->isVisible(); }));
+  EXPECT_TRUE(test::spinUntil([&] { return !watermark->isVisible(); }));
   EXPECT_TRUE(cover->isVisible());
   click(cover);
-  EXPECT_TRUE(spinUntil([&] { return !cover->isVisible(); }));
+  EXPECT_TRUE(test::spinUntil([&] { return !cover->isVisible(); }));
   qApp->removeEventFilter(&input);
 }
 
@@ -375,10 +328,11 @@ TEST_F(LiveWindowTest, TheIdleTimeOutCoversThePreview) {
 TEST_F(LiveWindowTest, TheCloseButtonReturnsToTheMainPage) {
   open(360, 720);  // turned: the press goes through the quarter turn
   click(item("closeButton"));
-  EXPECT_TRUE(spinUntil([&] { return owner_->closedByUser.has_value(); }));
+  EXPECT_TRUE(test::spinUntil([&] { return owner_->closedByUser.has_value(); }));
   EXPECT_EQ(owner_->closedByUser, std::optional<bool>(true));
-  ASSERT_TRUE(spinUntil([&] { return shell_->liveScreen() == nullptr; }));
-  EXPECT_TRUE(spinUntil([&] { return item("hostAddress") && item("hostAddress")->isVisible(); }));
+  ASSERT_TRUE(test::spinUntil([&] { return shell_->liveScreen() == nullptr; }));
+  EXPECT_TRUE(
+      test::spinUntil([&] { return item("hostAddress") && item("hostAddress")->isVisible(); }));
 }
 
 }  // namespace
