@@ -9,6 +9,7 @@
 #include "live/IdleTimer.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/device/AppLifecycle.h"
+#include "platform/device/Reachability.h"
 #include "platform/dispatch/MainQueue.h"
 #include "platform/log/Log.h"
 #include "shell/AppDelegate.h"
@@ -80,7 +81,11 @@ int runWindow(int argc, char** argv, const WindowStart& start) {
     services.screen = screen;
     services.presenter = shell;
     services.browsers = std::make_shared<AvahiBrowserFactory>();
+    // The page reads the same Wi-Fi watcher as the flow.
+    services.reachability = Reachability::reachabilityForLocalWiFi();
+    auto wifi = services.reachability;
     mainVC = MainViewController::create(std::move(services));
+    screen->attach(mainVC, wifi);
     loadCatalogueAtStartup();
     mainVC->viewDidLoad();
     if (start.connectAddress) {

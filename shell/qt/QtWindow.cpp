@@ -13,34 +13,6 @@
 
 namespace oxelo {
 
-void QtMainScreen::update_ui_for_discover(bool discovering) {
-  discovering_ = discovering;
-  emit changed();
-}
-
-void QtMainScreen::showInfo(const std::string& text) {
-  stateText_ = QString::fromStdString(text);
-  stateIsError_ = false;
-  emit changed();
-}
-
-void QtMainScreen::showError(const std::string& text) {
-  stateText_ = QString::fromStdString(text);
-  stateIsError_ = true;
-  emit changed();
-}
-
-void QtMainScreen::hudShowWithTitleAndIcon(const std::string& title, const std::string&) {
-  showInfo(title);
-}
-
-void QtMainScreen::chooseHost(const std::vector<HostRecord>& hosts,
-                              std::function<void(std::optional<size_t>)> choice) {
-  std::optional<size_t> first;
-  if (!hosts.empty()) first = 0;
-  MainQueue::post([choice = std::move(choice), first] { choice(first); });
-}
-
 QtShell::QtShell(std::shared_ptr<QtMainScreen> screen, QtLiveScreen::Sources sources,
                  std::function<void(const QString&, const QString&)> connect)
     : screen_(std::move(screen)), sources_(std::move(sources)), connect_(std::move(connect)) {}

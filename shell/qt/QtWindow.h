@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "discovery/LiveScreen.h"
-#include "discovery/MainScreen.h"
 #include "shell/qt/QtLiveScreen.h"
+#include "shell/qt/QtMainScreen.h"
 
 class QQmlApplicationEngine;
 class QGuiApplication;
@@ -15,40 +15,6 @@ class QGuiApplication;
 namespace oxelo {
 
 class IdleTimer;
-
-// The minimal main page's screen half: the state line and the search flag as
-// Qt properties. The host choice takes the first host, as the headless
-// screen does. Main queue (the GUI thread).
-class QtMainScreen final : public QObject, public MainScreen {
-  Q_OBJECT
-  Q_PROPERTY(QString stateText READ stateText NOTIFY changed)
-  Q_PROPERTY(bool stateIsError READ stateIsError NOTIFY changed)
-  Q_PROPERTY(bool discovering READ discovering NOTIFY changed)
- public:
-  QString stateText() const { return stateText_; }
-  bool stateIsError() const { return stateIsError_; }
-  bool discovering() const { return discovering_; }
-
-  void update_ui_for_discover(bool discovering) override;
-  void update_ui_for_discovered() override {}
-  void showInfo(const std::string& text) override;
-  void showError(const std::string& text) override;
-  void hudShowWithTitleAndIcon(const std::string& title, const std::string& icon) override;
-  void hudHide(double) override {}
-  void chooseHost(const std::vector<HostRecord>& hosts,
-                  std::function<void(std::optional<size_t>)> choice) override;
-  bool isViewInWindow() const override { return showing_; }
-  void setShowing(bool showing) { showing_ = showing; }
-
- signals:
-  void changed();
-
- private:
-  QString stateText_;
-  bool stateIsError_ = false;
-  bool discovering_ = false;
-  bool showing_ = true;
-};
 
 // What the QML window sees as `app`: the main page's screen, the live screen
 // while one is open, and the connect action. It presents the live screen

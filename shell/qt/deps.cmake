@@ -7,6 +7,12 @@ target_link_libraries(${target} ${scope} Qt6::Core Qt6::Gui Qt6::Quick Qt6::Quic
                       Qt6::DBus)
 qt_add_resources(${target} oxelo_qml PREFIX / BASE ${PROJECT_SOURCE_DIR} FILES
   shell/qml/Main.qml shell/qml/MainPage.qml
+  shell/qml/Radar.qml shell/qml/FadingPicture.qml shell/qml/IconButton.qml
+  shell/qml/ManualConnectSheet.qml shell/qml/HostChooser.qml
+  shell/qml/images/phone.svg shell/qml/images/phone-found.svg shell/qml/images/phone-icon.svg
+  shell/qml/images/computer.svg shell/qml/images/computer-found.svg
+  shell/qml/images/reload.svg shell/qml/images/gear.svg shell/qml/images/help.svg
+  shell/qml/images/plus.svg shell/qml/images/play.svg
   live/qml/LiveScreen.qml live/qml/LiveButton.qml live/qml/FocusSquare.qml live/qml/Notice.qml)
 
 # The screen keys' texts by id (qsTrId): the .ts sources are written from the

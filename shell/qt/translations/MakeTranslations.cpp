@@ -11,11 +11,29 @@
 
 namespace {
 
-// The minimal main page's keys.
+// The main page's keys.
 const oxelo::LiveText kMainPageTexts[] = {
     {"M_HOST_ADDRESS", "Host address", "电脑地址"},
     {"M_INSTANCE", "Instance (1 to 16)", "实例（1 到 16）"},
     {"M_CONNECT", "Connect", "连接"},
+    // The main screen: its state line, the manual sheet, the host chooser,
+    // the buttons' names.
+    {"M_SEARCHING", "Searching for computers…", "正在搜索电脑…"},
+    {"M_NO_WIFI", "No Wi-Fi. Join the computer's network or plug in the USB cable.",
+     "没有 Wi-Fi。请连接电脑所在的网络，或插上 USB 数据线。"},
+    {"M_FOUND_OXELO", "Found %1", "发现 %1"},
+    {"M_FOUND_OXELOS", "Found %1 computers", "发现 %1 台电脑"},
+    {"M_USB_CONNECTED", "Connected by USB", "已通过 USB 连接"},
+    {"M_CONNECT_TO", "Connect to", "连接到"},
+    {"M_INPUT_IP", "The computer's address, and which Oxelo on it (1 to 16):",
+     "电脑的地址，以及连接其上的第几个 Oxelo（1 到 16）："},
+    {"M_LAN_ALERT", "Oxelo needs the local network to find your computer.",
+     "Oxelo 需要访问本地网络才能找到您的电脑。"},
+    {"A_ERROR", "Error", "错误"},
+    {"M_NEW_SEARCH", "New search", "重新搜索"},
+    {"M_MANUAL", "Connect by address", "按地址连接"},
+    {"M_OPTIONS", "Options", "设置"},
+    {"M_HELP", "Help", "帮助"},
 };
 
 std::string escaped(const char* text) {

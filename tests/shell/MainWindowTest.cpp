@@ -1,0 +1,225 @@
+#include <gtest/gtest.h>
+
+#include <QGuiApplication>
+#include <QProcess>
+#include <QQmlApplicationEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <sstream>
+
+#include "discovery/MainViewController.h"
+#include "platform/audio/AudioBackend.h"
+#include "platform/defaults/SettingsKeys.h"
+#include "platform/defaults/UserDefaults.h"
+#include "platform/dispatch/MainQueue.h"
+#include "shell/AppDelegate.h"
+#include "shell/CameraCommands.h"
+#include "shell/qt/QtMainQueue.h"
+#include "shell/qt/QtWindow.h"
+#include "tests/shell/support/QuickWindow.h"
+#include "tests/support/FakeBatteryMonitor.h"
+#include "tests/support/FakeLifecycle.h"
+#include "tests/support/FakeReachability.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo {
+namespace {
+
+// The main page on the offscreen platform over the real connection flow,
+// with Wi-Fi faked on and every probe and listener on loopback. The main
+// queue's timers wait for the test's clock. With OXELO_SCREENSHOT_DIR set,
+// the grabs are also written there (scripts/screenshots).
+class MainWindowTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    test::ensureOffscreenApp([](QGuiApplication& app) { installTranslations(app); });
+  }
+
+  void SetUp() override {
+    defaults_ = std::make_shared<UserDefaults>(dir_.path());
+    UserDefaults::setStandard(defaults_);
+    AppDelegate().applicationDidFinishLaunching(*defaults_);
+    defaults_->setBool(keys::autoConnect, false);  // the play button connects
+    std::ostringstream err;
+    ASSERT_EQ(startCameras("virtual", err), 0) << err.str();
+    std::string error;
+    AudioBackend::setCurrent(AudioBackend::open("synthetic", error));
+    MainQueue::set(main_);
+  }
+
+  void TearDown() override {
+    if (shell_ && shell_->live()) shell_->live()->shutdown();
+    if (flow_) flow_->shutdown();
+    engine_.reset();
+    shell_.reset();
+    driver_.reset();
+    main_->stop();
+    MainQueue::set(nullptr);
+    UserDefaults::setStandard(nullptr);
+    if (host_.state() != QProcess::NotRunning) {
+      host_.kill();
+      host_.waitForFinished();
+    }
+  }
+
+  // The window at `width` x `height` with the flow searching.
+  void open(int width, int height, MainViewController::Connector connector = {}) {
+    driver_ = std::make_unique<QtMainQueue>(main_);
+    screen_ = std::make_shared<QtMainScreen>();
+    screen_->setAddressSource([] { return std::string("192.168.1.23"); });
+    shell_ = std::make_shared<QtShell>(screen_, QtLiveScreen::Sources{}, nullptr);
+    engine_ = std::make_unique<QQmlApplicationEngine>();
+    ASSERT_TRUE(loadWindow(*engine_, *shell_));
+    window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
+    window_->resize(width, height);
+    MainViewController::Services s;
+    s.screen = screen_;
+    s.presenter = shell_;
+    s.reachability = wifi_;
+    s.battery = std::make_shared<FakeBatteryMonitor>(BatteryState::unplugged, 1.0f);
+    s.lifecycle = std::make_shared<FakeLifecycle>();
+    s.connector = std::move(connector);
+    s.listenPort = s.usbPort = s.probes.udpPort = 0;
+    s.probes.probeFirstPort = 1;  // nothing answers there
+    s.probes.subnetBroadcast = [] { return std::string(); };
+    s.probes.limitedBroadcast = "127.0.0.1";
+    flow_ = MainViewController::create(std::move(s));
+    screen_->attach(flow_, wifi_);
+    flow_->viewDidLoad();
+    flow_->viewDidAppear();
+    test::settle();
+  }
+
+  QQuickItem* item(const char* name) const { return test::findItem(window_->contentItem(), name); }
+  QString text(const char* name) const { return item(name)->property("text").toString(); }
+  void advance(double seconds) {
+    clock_->advance(seconds);
+    test::settle();
+  }
+  // Whether an item of a popup (found only while the popup shows) is seen.
+  bool shown(const char* name) const { return item(name) && item(name)->isVisible(); }
+  // Opens the manual sheet with the plus button.
+  bool openManualSheet() {
+    test::tap(window_, item("addButton"));
+    return test::spinUntil([&] { return shown("manualOk"); });
+  }
+
+  test::TempDir dir_;
+  std::shared_ptr<UserDefaults> defaults_;
+  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
+  std::shared_ptr<Queue> main_ = Queue::createDriven("main", clock_);
+  std::shared_ptr<FakeReachability> wifi_ =
+      std::make_shared<FakeReachability>(NetworkStatus::reachableViaWiFi);
+  std::unique_ptr<QtMainQueue> driver_;
+  std::shared_ptr<QtMainScreen> screen_;
+  std::shared_ptr<MainViewController> flow_;
+  std::shared_ptr<QtShell> shell_;
+  std::unique_ptr<QQmlApplicationEngine> engine_;
+  QQuickWindow* window_ = nullptr;
+  QProcess host_;
+};
+
+struct Shape {
+  const char* name;
+  int width, height;
+};
+
+class MainWindowShapeTest : public MainWindowTest, public ::testing::WithParamInterface<Shape> {
+ protected:
+  std::string shot(const char* what) const {
+    return std::string("main-") + what + "-" + GetParam().name;
+  }
+};
+
+// Searching, two computers answer, the play button asks which one, and the
+// second is connected; then a new search and the manual sheet with the last
+// address. What the page shows at each step is checked and grabbed.
+TEST_P(MainWindowShapeTest, SearchFindsTwoComputersAndTheSecondIsChosen) {
+  std::vector<std::pair<std::string, uint16_t>> attempts;
+  open(GetParam().width, GetParam().height,
+       [&](const std::string& host, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
+           OptionalError&) -> std::shared_ptr<Carrier> {
+         attempts.emplace_back(host, port);
+         return nullptr;
+       });
+  ASSERT_TRUE(test::spinUntil([&] { return text("stateLine") == "Searching for computers…"; }))
+      << text("stateLine").toStdString();
+  EXPECT_TRUE(item("radar")->isVisible());
+  EXPECT_FALSE(item("phonePicture")->isVisible());
+  EXPECT_EQ(text("ownAddress"), "192.168.1.23");
+  test::settle(300);
+  test::grabShot(window_, shot("searching").c_str());
+
+  flow_->on_host_detected({"studio", "127.0.0.1", 5901, true});
+  flow_->on_host_detected({"desk", "127.0.0.2", 5902, true});
+  advance(0.5);  // the burst of answers has ended
+  EXPECT_EQ(text("stateLine"), "Found 2 computers");
+  EXPECT_FALSE(item("radar")->isVisible());
+  EXPECT_TRUE(item("phonePicture")->property("found").toBool());
+  EXPECT_FALSE(screen_->playState());  // the plus turns to play half a second later
+  advance(0.5);
+  EXPECT_TRUE(item("computerPicture")->property("found").toBool());
+  ASSERT_TRUE(screen_->playState());
+  test::settle(700);  // the cross-fades
+  test::grabShot(window_, shot("found").c_str());
+
+  test::tap(window_, item("addButton"));
+  ASSERT_TRUE(
+      test::spinUntil([&] { return item("hostChoice1") && item("hostChoice1")->isVisible(); }));
+  EXPECT_EQ(text("hostChoice0"), "studio");
+  EXPECT_EQ(text("hostChoice1"), "desk");
+  test::settle();
+  test::tap(window_, item("hostChoice1"));
+  ASSERT_TRUE(test::spinUntil([&] { return !attempts.empty(); }));
+  EXPECT_EQ(attempts, (std::vector<std::pair<std::string, uint16_t>>{{"127.0.0.2", 5902}}));
+  EXPECT_TRUE(test::spinUntil([&] { return !shown("hostChoiceCancel"); }));
+
+  defaults_->setString(keys::lastHostIP, "10.1.2.3");
+  test::tap(window_, item("refreshButton"));
+  advance(0.5);
+  ASSERT_EQ(text("stateLine"), "Searching for computers…");
+  EXPECT_FALSE(screen_->playState());
+  ASSERT_TRUE(openManualSheet());
+  EXPECT_EQ(text("manualAddress"), "10.1.2.3");
+  EXPECT_EQ(text("manualInstance"), "1");
+  test::settle();
+  test::grabShot(window_, shot("manual").c_str());
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, MainWindowShapeTest,
+                         ::testing::Values(Shape{"portrait", 360, 720},
+                                           Shape{"landscape", 720, 360}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// A user types the reference host's address and instance 16 (port 5910)
+// into the sheet; the host takes the connection, greets and says start, and
+// the live screen opens.
+TEST_F(MainWindowTest, ManualConnectionToTheHostOpensTheLiveScreen) {
+  host_.setProcessChannelMode(QProcess::MergedChannels);
+  host_.start(OXELO_HOST_BIN, {"listen", "--bind", "127.0.0.1", "--port", "5910", "--wait", "15",
+                               "--duration", "1", "--end", "24", "--report",
+                               QString::fromStdString((dir_.path() / "host.json").string())});
+  QByteArray hostLog;
+  ASSERT_TRUE(test::spinUntil([&] {
+    hostLog += host_.readAll();
+    return hostLog.contains("host - listening") || host_.state() == QProcess::NotRunning;
+  })) << hostLog.toStdString();
+  ASSERT_TRUE(hostLog.contains("host - listening")) << hostLog.toStdString();
+
+  open(360, 720);
+  ASSERT_TRUE(openManualSheet());
+  item("manualAddress")->setProperty("text", " 127.0.0.1 ");
+  item("manualInstance")->setProperty("text", "16");
+  test::tap(window_, item("manualOk"));
+  advance(0.1);  // the flow connects a tenth of a second after the sheet
+  EXPECT_EQ(text("stateLine"), "Connect to 127.0.0.1");
+  ASSERT_TRUE(test::spinUntil([&] { return shell_->live() != nullptr; }))
+      << (hostLog + host_.readAll()).toStdString();
+  EXPECT_TRUE(flow_->hasLiveScreen());
+  EXPECT_FALSE(item("stack")->isVisible());
+  EXPECT_EQ(defaults_->stringForKey(keys::lastHostIP), "127.0.0.1");
+  EXPECT_EQ(defaults_->integerForKey(keys::lastHostPort), 5910);
+}
+
+}  // namespace
+}  // namespace oxelo
