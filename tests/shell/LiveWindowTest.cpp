@@ -331,8 +331,7 @@ TEST_F(LiveWindowTest, TheCloseButtonReturnsToTheMainPage) {
   EXPECT_TRUE(test::spinUntil([&] { return owner_->closedByUser.has_value(); }));
   EXPECT_EQ(owner_->closedByUser, std::optional<bool>(true));
   ASSERT_TRUE(test::spinUntil([&] { return shell_->liveScreen() == nullptr; }));
-  EXPECT_TRUE(
-      test::spinUntil([&] { return item("hostAddress") && item("hostAddress")->isVisible(); }));
+  EXPECT_TRUE(test::spinUntil([&] { return item("mainPage") && item("mainPage")->isVisible(); }));
 }
 
 }  // namespace
