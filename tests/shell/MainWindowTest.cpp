@@ -18,6 +18,7 @@
 #include "shell/qt/QtWindow.h"
 #include "tests/shell/support/QuickWindow.h"
 #include "tests/support/FakeBatteryMonitor.h"
+#include "tests/support/FakeCarrier.h"
 #include "tests/support/FakeLifecycle.h"
 #include "tests/support/FakeReachability.h"
 #include "tests/support/TestSupport.h"
@@ -220,6 +221,96 @@ TEST_F(MainWindowTest, ManualConnectionToTheHostOpensTheLiveScreen) {
   EXPECT_EQ(defaults_->stringForKey(keys::lastHostIP), "127.0.0.1");
   EXPECT_EQ(defaults_->integerForKey(keys::lastHostPort), 5910);
 }
+
+// The state line, with no window: what each state of the flow leaves in it.
+struct LineCase {
+  const char* name;
+  bool wifi;
+  std::function<void(MainViewController&, test::ManualMain&)> act;
+  const char* key;
+  const char* argument;
+  bool error, buttonsEnabled;
+};
+
+void PrintTo(const LineCase& c, std::ostream* os) { *os << c.name; }
+
+class StateLineTest : public ::testing::TestWithParam<LineCase> {};
+
+TEST_P(StateLineTest, ShowsTheStatesLine) {
+  const auto& c = GetParam();
+  test::ManualMain env;
+  test::TempDir dir;
+  auto defaults = std::make_shared<UserDefaults>(dir.path());
+  UserDefaults::setStandard(defaults);
+  defaults->setBool(keys::autoConnect, false);
+  auto screen = std::make_shared<QtMainScreen>();
+  auto wifi = std::make_shared<FakeReachability>(c.wifi ? NetworkStatus::reachableViaWiFi
+                                                        : NetworkStatus::notReachable);
+  MainViewController::Services s;
+  s.screen = screen;
+  s.presenter = std::make_shared<QtShell>(screen, QtLiveScreen::Sources{}, nullptr);
+  s.reachability = wifi;
+  s.battery = std::make_shared<FakeBatteryMonitor>(BatteryState::unplugged, 1.0f);
+  s.lifecycle = std::make_shared<FakeLifecycle>();
+  // Port 5999 refuses; any other gets a carrier that is still connecting.
+  s.connector = [](const std::string&, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
+                   OptionalError& error) -> std::shared_ptr<Carrier> {
+    if (port != 5999) return std::make_shared<test::FakeCarrier>(Carrier::Kind::tcp, false);
+    error = Error{kPosixErrorDomain, 111, "Connection refused", ""};
+    return nullptr;
+  };
+  s.listenPort = s.usbPort = s.probes.udpPort = 0;
+  s.probes.probeFirstPort = 1;
+  s.probes.subnetBroadcast = [] { return std::string(); };
+  s.probes.limitedBroadcast = "127.0.0.1";
+  auto flow = MainViewController::create(std::move(s));
+  screen->attach(flow, wifi);
+  flow->viewDidLoad();
+  flow->viewDidAppear();
+  c.act(*flow, env);
+  EXPECT_EQ(screen->stateKey().toStdString(), c.key);
+  EXPECT_EQ(screen->stateArgument().toStdString(), c.argument);
+  EXPECT_EQ(screen->stateIsError(), c.error);
+  EXPECT_EQ(screen->buttonsEnabled(), c.buttonsEnabled);
+  flow->shutdown();
+  UserDefaults::setStandard(nullptr);
+}
+
+const HostRecord kStudio{"studio", "127.0.0.1", 5901, true}, kDesk{"desk", "127.0.0.2", 5902, true};
+
+INSTANTIATE_TEST_SUITE_P(
+    States, StateLineTest,
+    ::testing::Values(LineCase{"NoWifi", false, [](auto&, auto&) {}, "M_NO_WIFI", "", true, false},
+                      LineCase{"Searching", true, [](auto&, auto&) {}, "M_SEARCHING", "", false,
+                               true},
+                      LineCase{"OneHostIsNamed", true,
+                               [](MainViewController& flow, test::ManualMain& env) {
+                                 flow.on_host_detected(kStudio);
+                                 env.advance(0.5);
+                               },
+                               "M_FOUND_OXELO", "studio", false, true},
+                      LineCase{"TwoHostsThenTheOneLeftIsNamed", true,
+                               [](MainViewController& flow, test::ManualMain& env) {
+                                 flow.on_host_detected(kStudio);
+                                 flow.on_host_detected(kDesk);
+                                 env.advance(0.5);
+                                 flow.on_host_removed(kStudio);
+                               },
+                               "M_FOUND_OXELO", "desk", false, true},
+                      LineCase{"ManualAttemptNamesTheAddress", true,
+                               [](MainViewController& flow, test::ManualMain& env) {
+                                 flow.connectManually("127.0.0.1", "3");
+                                 env.advance(0.1);
+                               },
+                               "M_CONNECT_TO", "127.0.0.1", false, true},
+                      // A description that is no key shows whole.
+                      LineCase{"RefusedConnectionShowsTheError", true,
+                               [](MainViewController& flow, test::ManualMain& env) {
+                                 flow.connectViaIPAndPort("127.0.0.1", 5999);
+                                 env.advance(0.1);
+                               },
+                               "Connection refused", "", true, true}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace oxelo
