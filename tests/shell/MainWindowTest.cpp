@@ -26,6 +26,29 @@
 namespace oxelo {
 namespace {
 
+// The flow over `screen`, with every probe and listener on loopback, shown.
+std::shared_ptr<MainViewController> startFlow(std::shared_ptr<QtMainScreen> screen,
+                                              std::shared_ptr<LiveScreenPresenter> presenter,
+                                              std::shared_ptr<Reachability> wifi,
+                                              MainViewController::Connector connector) {
+  MainViewController::Services s;
+  s.screen = screen;
+  s.presenter = std::move(presenter);
+  s.reachability = wifi;
+  s.battery = std::make_shared<FakeBatteryMonitor>(BatteryState::unplugged, 1.0f);
+  s.lifecycle = std::make_shared<FakeLifecycle>();
+  s.connector = std::move(connector);
+  s.listenPort = s.usbPort = s.probes.udpPort = 0;
+  s.probes.probeFirstPort = 1;  // nothing answers there
+  s.probes.subnetBroadcast = [] { return std::string(); };
+  s.probes.limitedBroadcast = "127.0.0.1";
+  auto flow = MainViewController::create(std::move(s));
+  screen->attach(flow, std::move(wifi));
+  flow->viewDidLoad();
+  flow->viewDidAppear();
+  return flow;
+}
+
 // The main page on the offscreen platform over the real connection flow,
 // with Wi-Fi faked on and every probe and listener on loopback. The main
 // queue's timers wait for the test's clock. With OXELO_SCREENSHOT_DIR set,
@@ -73,21 +96,7 @@ class MainWindowTest : public ::testing::Test {
     ASSERT_TRUE(loadWindow(*engine_, *shell_));
     window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
     window_->resize(width, height);
-    MainViewController::Services s;
-    s.screen = screen_;
-    s.presenter = shell_;
-    s.reachability = wifi_;
-    s.battery = std::make_shared<FakeBatteryMonitor>(BatteryState::unplugged, 1.0f);
-    s.lifecycle = std::make_shared<FakeLifecycle>();
-    s.connector = std::move(connector);
-    s.listenPort = s.usbPort = s.probes.udpPort = 0;
-    s.probes.probeFirstPort = 1;  // nothing answers there
-    s.probes.subnetBroadcast = [] { return std::string(); };
-    s.probes.limitedBroadcast = "127.0.0.1";
-    flow_ = MainViewController::create(std::move(s));
-    screen_->attach(flow_, wifi_);
-    flow_->viewDidLoad();
-    flow_->viewDidAppear();
+    flow_ = startFlow(screen_, shell_, wifi_, std::move(connector));
     test::settle();
   }
 
@@ -165,8 +174,7 @@ TEST_P(MainWindowShapeTest, SearchFindsTwoComputersAndTheSecondIsChosen) {
   test::grabShot(window_, shot("found").c_str());
 
   test::tap(window_, item("addButton"));
-  ASSERT_TRUE(
-      test::spinUntil([&] { return item("hostChoice1") && item("hostChoice1")->isVisible(); }));
+  ASSERT_TRUE(test::spinUntil([&] { return shown("hostChoice1"); }));
   EXPECT_EQ(text("hostChoice0"), "studio");
   EXPECT_EQ(text("hostChoice1"), "desk");
   test::settle();
@@ -223,94 +231,51 @@ TEST_F(MainWindowTest, ManualConnectionToTheHostOpensTheLiveScreen) {
 }
 
 // The state line, with no window: what each state of the flow leaves in it.
-struct LineCase {
-  const char* name;
-  bool wifi;
-  std::function<void(MainViewController&, test::ManualMain&)> act;
-  const char* key;
-  const char* argument;
-  bool error, buttonsEnabled;
-};
-
-void PrintTo(const LineCase& c, std::ostream* os) { *os << c.name; }
-
-class StateLineTest : public ::testing::TestWithParam<LineCase> {};
-
-TEST_P(StateLineTest, ShowsTheStatesLine) {
-  const auto& c = GetParam();
+TEST(StateLineTest, EachStateOfTheFlowLeavesItsLine) {
   test::ManualMain env;
   test::TempDir dir;
-  auto defaults = std::make_shared<UserDefaults>(dir.path());
-  UserDefaults::setStandard(defaults);
-  defaults->setBool(keys::autoConnect, false);
+  UserDefaults::setStandard(std::make_shared<UserDefaults>(dir.path()));
+  UserDefaults::standard()->setBool(keys::autoConnect, false);
   auto screen = std::make_shared<QtMainScreen>();
-  auto wifi = std::make_shared<FakeReachability>(c.wifi ? NetworkStatus::reachableViaWiFi
-                                                        : NetworkStatus::notReachable);
-  MainViewController::Services s;
-  s.screen = screen;
-  s.presenter = std::make_shared<QtShell>(screen, QtLiveScreen::Sources{}, nullptr);
-  s.reachability = wifi;
-  s.battery = std::make_shared<FakeBatteryMonitor>(BatteryState::unplugged, 1.0f);
-  s.lifecycle = std::make_shared<FakeLifecycle>();
+  auto wifi = std::make_shared<FakeReachability>();
   // Port 5999 refuses; any other gets a carrier that is still connecting.
-  s.connector = [](const std::string&, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
+  auto flow =
+      startFlow(screen, std::make_shared<QtShell>(screen, QtLiveScreen::Sources{}, nullptr), wifi,
+                [](const std::string&, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
                    OptionalError& error) -> std::shared_ptr<Carrier> {
-    if (port != 5999) return std::make_shared<test::FakeCarrier>(Carrier::Kind::tcp, false);
-    error = Error{kPosixErrorDomain, 111, "Connection refused", ""};
-    return nullptr;
+                  if (port != 5999) return std::make_shared<test::FakeCarrier>();
+                  error = Error{kPosixErrorDomain, 111, "Connection refused", ""};
+                  return nullptr;
+                });
+  using Line = std::tuple<std::string, std::string, bool>;
+  auto line = [&] {
+    return Line(screen->stateKey().toStdString(), screen->stateArgument().toStdString(),
+                screen->stateIsError());
   };
-  s.listenPort = s.usbPort = s.probes.udpPort = 0;
-  s.probes.probeFirstPort = 1;
-  s.probes.subnetBroadcast = [] { return std::string(); };
-  s.probes.limitedBroadcast = "127.0.0.1";
-  auto flow = MainViewController::create(std::move(s));
-  screen->attach(flow, wifi);
-  flow->viewDidLoad();
-  flow->viewDidAppear();
-  c.act(*flow, env);
-  EXPECT_EQ(screen->stateKey().toStdString(), c.key);
-  EXPECT_EQ(screen->stateArgument().toStdString(), c.argument);
-  EXPECT_EQ(screen->stateIsError(), c.error);
-  EXPECT_EQ(screen->buttonsEnabled(), c.buttonsEnabled);
+  EXPECT_EQ(line(), Line("M_NO_WIFI", "", true));
+  EXPECT_FALSE(screen->buttonsEnabled());
+  wifi->setReachableViaWiFi(true);
+  env.drain();
+  EXPECT_EQ(line(), Line("M_SEARCHING", "", false));
+  EXPECT_TRUE(screen->buttonsEnabled());
+  const HostRecord studio{"studio", "127.0.0.1", 5901, true};
+  flow->on_host_detected(studio);
+  env.advance(0.5);
+  EXPECT_EQ(line(), Line("M_FOUND_OXELO", "studio", false));
+  flow->on_host_detected({"desk", "127.0.0.2", 5902, true});
+  env.advance(0.5);
+  flow->on_host_removed(studio);
+  EXPECT_EQ(line(), Line("M_FOUND_OXELO", "desk", false));
+  flow->connectManually("127.0.0.1", "3");
+  env.advance(0.1);
+  EXPECT_EQ(line(), Line("M_CONNECT_TO", "127.0.0.1", false));
+  EXPECT_EQ(screen->hudKey(), "M_CONNECT_TO");
+  flow->connectViaIPAndPort("127.0.0.1", 5999);
+  env.advance(0.1);
+  EXPECT_EQ(line(), Line("Connection refused", "", true)) << "a text that is no key shows whole";
   flow->shutdown();
   UserDefaults::setStandard(nullptr);
 }
-
-const HostRecord kStudio{"studio", "127.0.0.1", 5901, true}, kDesk{"desk", "127.0.0.2", 5902, true};
-
-INSTANTIATE_TEST_SUITE_P(
-    States, StateLineTest,
-    ::testing::Values(LineCase{"NoWifi", false, [](auto&, auto&) {}, "M_NO_WIFI", "", true, false},
-                      LineCase{"Searching", true, [](auto&, auto&) {}, "M_SEARCHING", "", false,
-                               true},
-                      LineCase{"OneHostIsNamed", true,
-                               [](MainViewController& flow, test::ManualMain& env) {
-                                 flow.on_host_detected(kStudio);
-                                 env.advance(0.5);
-                               },
-                               "M_FOUND_OXELO", "studio", false, true},
-                      LineCase{"TwoHostsThenTheOneLeftIsNamed", true,
-                               [](MainViewController& flow, test::ManualMain& env) {
-                                 flow.on_host_detected(kStudio);
-                                 flow.on_host_detected(kDesk);
-                                 env.advance(0.5);
-                                 flow.on_host_removed(kStudio);
-                               },
-                               "M_FOUND_OXELO", "desk", false, true},
-                      LineCase{"ManualAttemptNamesTheAddress", true,
-                               [](MainViewController& flow, test::ManualMain& env) {
-                                 flow.connectManually("127.0.0.1", "3");
-                                 env.advance(0.1);
-                               },
-                               "M_CONNECT_TO", "127.0.0.1", false, true},
-                      // A description that is no key shows whole.
-                      LineCase{"RefusedConnectionShowsTheError", true,
-                               [](MainViewController& flow, test::ManualMain& env) {
-                                 flow.connectViaIPAndPort("127.0.0.1", 5999);
-                                 env.advance(0.1);
-                               },
-                               "Connection refused", "", true, true}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace oxelo
