@@ -34,6 +34,8 @@ Page {
             objectName: "advanced_" + modelData.key
             width: ListView.view.width
             height: 48
+            leftPadding: 16
+            rightPadding: 16
             onClicked: {
                 const values = options.tapAdvanced(index)
                 if (values.length > 0)

@@ -31,6 +31,8 @@ Column {
         objectName: "cell_" + row.entry.name
         width: row.width
         height: 48
+        leftPadding: 16
+        rightPadding: 16
         onClicked: {
             if (row.entry.kind !== "toggle") {
                 row.tapped()
