@@ -16,6 +16,7 @@
 #include "shell/CameraCommands.h"
 #include "shell/qt/FeedbackdFeedback.h"
 #include "shell/qt/QtMainQueue.h"
+#include "shell/qt/QtOptions.h"
 #include "shell/qt/QtWindow.h"
 #include "shell/qt/ScreenSaverInhibitor.h"
 
@@ -69,6 +70,11 @@ int runWindow(int argc, char** argv, const WindowStart& start) {
       });
 
   QQmlApplicationEngine engine;
+  QtOptions::Sources options;
+  options.defaults = start.defaults;
+  options.haptics = feedback;
+  options.device.hevcDecodeSupported = start.hevcDecodeSupported;
+  registerOptions(engine, std::move(options));
   if (!loadWindow(engine, *shell)) {
     oxlog("MAIN - the window could not be loaded");
     return 2;

@@ -13,12 +13,15 @@ qt_add_resources(${target} oxelo_qml PREFIX / BASE ${PROJECT_SOURCE_DIR} FILES
   shell/qml/images/computer.svg shell/qml/images/computer-found.svg
   shell/qml/images/reload.svg shell/qml/images/gear.svg shell/qml/images/help.svg
   shell/qml/images/plus.svg shell/qml/images/play.svg
+  shell/qml/OptionsPage.qml shell/qml/AdvancedPage.qml shell/qml/HelpPage.qml
+  shell/qml/OptionsRow.qml shell/qml/OptionsSheet.qml
   live/qml/LiveScreen.qml live/qml/LiveButton.qml live/qml/FocusSquare.qml live/qml/Notice.qml)
 
 # The screen keys' texts by id (qsTrId): the .ts sources are written from the
 # live screen's text table at build time, compiled to .qm and built in.
 add_executable(oxelo_make_translations ${root}/translations/MakeTranslations.cpp
-                                       ${PROJECT_SOURCE_DIR}/live/LiveTexts.cpp)
+                                       ${PROJECT_SOURCE_DIR}/live/LiveTexts.cpp
+                                       ${PROJECT_SOURCE_DIR}/shell/options/OptionsTexts.cpp)
 target_include_directories(oxelo_make_translations PRIVATE ${PROJECT_SOURCE_DIR})
 set(ts_dir ${CMAKE_BINARY_DIR}/translations)
 set(qm_files ${ts_dir}/oxelo_en.qm ${ts_dir}/oxelo_zh_CN.qm)

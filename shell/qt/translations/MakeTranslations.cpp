@@ -1,13 +1,15 @@
 // Writes the translation sources of the window, oxelo_en.ts and
-// oxelo_zh_CN.ts, into the folder it is given: the live screen's text table
-// and the main page's few keys, each key as its message id (qsTrId). The
-// build compiles them to .qm files and puts those into the program.
+// oxelo_zh_CN.ts, into the folder it is given: the live screen's and the
+// options screens' text tables and the pages' own few keys, each key as its
+// message id (qsTrId). The build compiles them to .qm files and puts those
+// into the program.
 #include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "live/LiveTexts.h"
+#include "shell/options/OptionsTexts.h"
 
 namespace {
 
@@ -34,6 +36,26 @@ const oxelo::LiveText kMainPageTexts[] = {
     {"M_MANUAL", "Connect by address", "按地址连接"},
     {"M_OPTIONS", "Options", "设置"},
     {"M_HELP", "Help", "帮助"},
+};
+
+// The options pages' own keys: titles, group headers, the advanced rows'
+// titles by their setting, and what sharing says.
+const oxelo::LiveText kOptionsPageTexts[] = {
+    {"O_OPTIONS", "Options", "选项"},
+    {"O_ADVANCED", "Advanced", "高级"},
+    {"O_DONE", "Done", "完成"},
+    {"O_GROUP_VIDEO", "Video", "视频"},
+    {"O_GROUP_ABOUT", "About", "关于"},
+    {"O_SHARE_COPIED", "The recommendation is copied: paste it where you like.",
+     "推荐内容已复制，可以粘贴到任何地方。"},
+    {"O_ROW_showDebugInfo", "Show statistics", "显示统计信息"},
+    {"O_ROW_adaptiveBitrate", "Adaptive bit rate", "自适应码率"},
+    {"O_ROW_lowLightBoost", "Low light boost", "弱光增强"},
+    {"O_ROW_smoothAutoFocus", "Smooth autofocus", "平滑自动对焦"},
+    {"O_ROW_faceDrivenAEAF", "Exposure and focus on faces", "人脸驱动曝光和对焦"},
+    {"O_ROW_echoCancellation", "Echo cancellation", "回声消除"},
+    {"O_ROW_hdr", "HDR", "HDR"},
+    {"O_ROW_colorspace", "Colour space", "色彩空间"},
 };
 
 std::string escaped(const char* text) {
@@ -65,6 +87,8 @@ bool write(const std::string& path, const char* language, bool chinese) {
       << "<TS version=\"2.1\" language=\"" << language << "\">\n<context>\n    <name></name>\n";
   std::vector<oxelo::LiveText> texts = oxelo::liveTexts();
   texts.insert(texts.end(), std::begin(kMainPageTexts), std::end(kMainPageTexts));
+  texts.insert(texts.end(), oxelo::optionsTexts().begin(), oxelo::optionsTexts().end());
+  texts.insert(texts.end(), std::begin(kOptionsPageTexts), std::end(kOptionsPageTexts));
   for (const auto& t : texts) {
     out << "    <message id=\"" << escaped(t.key) << "\">\n"
         << "        <source>" << escaped(t.key) << "</source>\n"
