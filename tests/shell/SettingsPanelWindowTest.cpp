@@ -30,45 +30,45 @@ class SettingsPanelWindowTest : public test::LiveWindowFixture {
     clock_->advance(0.1);
     test::settle(50);
   }
-  void mouse(QEvent::Type type, QPointF at) {
+  // A mouse event `after` milliseconds of the event time after the last:
+  // Qt works out a fling's speed from these times.
+  void mouse(QEvent::Type type, QPointF at, ulong after = 16) {
     QMouseEvent event(type, at, at, window_->mapToGlobal(at),
                       type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton,
                       type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton,
                       Qt::NoModifier);
+    event.setTimestamp(time_ += after);
     QCoreApplication::sendEvent(window_, &event);
     test::settle(20);
   }
-  // A finger moved by `dx`, `dy` from `from` in a few steps, held still, lifted.
-  // The scale follows from the second move past the drag threshold, or a
-  // little before: less than a third of a tick of 16.875 points either way.
-  void drag(QPointF from, double dx, double dy) {
+  // A finger on the middle of `name` moved by `by` in a few steps, lifted
+  // after `hold` ms: at once flings, after a while does not. The scale
+  // follows from the second move past the drag threshold, or a little
+  // before: under a third of a tick either way.
+  void drag(const char* name, QPointF by, ulong hold = 300) {
+    const QPointF from = sceneRect(name).center(), way = by / std::hypot(by.x(), by.y());
     mouse(QEvent::MouseButtonPress, from);
-    const QPointF way = QPointF(dx, dy) / std::hypot(dx, dy);
     mouse(QEvent::MouseMove, from + way * 20);
-    const QPointF start = from + way * 25;
-    mouse(QEvent::MouseMove, start);
-    for (int i = 1; i <= 5; ++i) mouse(QEvent::MouseMove, start + QPointF(dx, dy) * i / 5.0);
-    test::settle(300);  // still: no fling
-    mouse(QEvent::MouseButtonRelease, start + QPointF(dx, dy));
+    for (int i = 0; i <= 5; ++i) mouse(QEvent::MouseMove, from + way * 25 + by * i / 5.0);
+    mouse(QEvent::MouseButtonRelease, from + way * 25 + by, hold);
   }
-  QPointF centre(QQuickItem* it) const {
-    return it->mapToScene(QPointF(it->width() / 2, it->height() / 2));
+  ulong time_ = 1000;
+  QRectF sceneRect(const char* name) {
+    auto* it = item(name);
+    return it ? it->mapRectToScene(QRectF(0, 0, it->width(), it->height())) : QRectF();
   }
-  // Pixels of `area` that are near `colour`.
-  static int pixelsLike(const QImage& shot, QRectF area, QColor colour) {
+  // How many pixels of the item `name` are near `colour`.
+  int pixelsLike(const QImage& shot, const char* name, QColor colour) {
+    const QRect area = sceneRect(name).toRect();
     int n = 0;
-    for (int y = int(area.top()); y < int(area.bottom()); ++y)
-      for (int x = int(area.left()); x < int(area.right()); ++x) {
+    for (int y = area.top(); y <= area.bottom(); ++y)
+      for (int x = area.left(); x <= area.right(); ++x) {
         const QColor c = shot.pixelColor(x, y);
         n += std::abs(c.red() - colour.red()) + std::abs(c.green() - colour.green()) +
                  std::abs(c.blue() - colour.blue()) <
              60;
       }
     return n;
-  }
-  QRectF sceneRect(const char* name) {
-    auto* it = item(name);
-    return it ? it->mapRectToScene(QRectF(0, 0, it->width(), it->height())) : QRectF();
   }
 };
 
@@ -90,8 +90,8 @@ TEST_F(SettingsPanelWindowTest, ThePanelSteersTheCameraAndFollowsTheHost) {
   const QColor under = shot.pixelColor(5, 715);
   EXPECT_TRUE(under.blue() > 120 && under.blue() < 175 && under.red() < 40) << under.name().data();
   EXPECT_GT(shot.pixelColor(5, 5).red(), 190);  // the red patch above it is not
-  EXPECT_GT(pixelsLike(shot, sceneRect("rulerIndicator"), QColor(237, 237, 0)), 10);
-  EXPECT_GT(pixelsLike(shot, sceneRect("panelItem0"), QColor(237, 237, 0)), 20);  // active icon
+  EXPECT_GT(pixelsLike(shot, "rulerIndicator", QColor(237, 237, 0)), 10);
+  EXPECT_GT(pixelsLike(shot, "panelItem0", QColor(237, 237, 0)), 20);  // active icon
 
   auto* scale = item("rulerScale");
   ASSERT_NE(scale, nullptr);
@@ -107,12 +107,16 @@ TEST_F(SettingsPanelWindowTest, ThePanelSteersTheCameraAndFollowsTheHost) {
   EXPECT_EQ(title(0), "1/125S");
 
   // Five ticks on: 125 - 65 x 5 / 10 gives 1/93 s, 107 in the block's units.
-  drag(centre(scale), -5 * pitch, 0);
+  drag("rulerScale", QPointF(-5 * pitch, 0));
   ASSERT_TRUE(test::spinUntil([&] { return rulerAt(35); }))
       << "at " << scale->property("contentX").toDouble();
   EXPECT_EQ(statusBlock().exposure, 107);
   pollDevice();
   EXPECT_TRUE(test::spinUntil([&] { return title(0) == "1/93S"; })) << title(0).toStdString();
+  // A fling well past the end rests on the last tick, 60, which asks 1/15 s.
+  drag("rulerScale", QPointF(-150, 0), /*hold=*/16);
+  ASSERT_TRUE(test::spinUntil([&] { return rulerAt(60); }));
+  EXPECT_EQ(statusBlock().exposure, 666);
 
   test::tap(window_, item("panelItem3"));
   ASSERT_TRUE(test::spinUntil([&] { return panel()->activeIndex() == 3; }));
@@ -137,11 +141,9 @@ TEST_F(SettingsPanelWindowTest, ThePanelSteersTheCameraAndFollowsTheHost) {
   test::tap(window_, item("panelItem0"));  // exposure, locked: the orange lock
   ASSERT_TRUE(test::spinUntil([&] { return autoStatus() == 2; }));
   test::settle();
-  EXPECT_GT(pixelsLike(test::grabShot(window_, "panel-lock"), sceneRect("autoButton"),
-                       QColor(255, 149, 0)),
-            20);
+  EXPECT_GT(pixelsLike(window_->grabWindow(), "autoButton", QColor(255, 149, 0)), 20);
 
-  drag(centre(item("panelItem2")), 0, 60);
+  drag("panelItem2", QPointF(0, 60));
   EXPECT_TRUE(
       test::spinUntil([&] { return !panel()->open() && !item("settingsPanel")->isVisible(); }));
   EXPECT_TRUE(item("recordButton")->isVisible());
