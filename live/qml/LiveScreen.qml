@@ -58,18 +58,19 @@ Rectangle {
             }
 
             Repeater {
-                // close, camera, mirror, beauty, torch, wifi; record, snapshot. The
-                // settings button waits for its panel.
-                model: 8
+                // close, camera, mirror, beauty, torch, wifi; record, snapshot,
+                // settings.
+                model: 9
                 LiveButton {
                     objectName: ["closeButton", "cameraButton", "mirrorButton", "beautyButton",
-                                 "torchButton", "wifiButton", "recordButton", "snapshotButton"][index]
+                                 "torchButton", "wifiButton", "recordButton", "snapshotButton",
+                                 "settingsButton"][index]
                     readonly property var place: layout.buttons[index]
                     readonly property bool inBottomRow: index >= 6
                     x: place.x; y: place.y
                     look: screen.buttons[index]
-                    fontSize: [26, 26, 26, 24, 30, 10, 30, 30][index]
-                    selectedGlyph: ["", "", "\u21C4", "\u273F", "\u26A1", "", "\u25CF", ""][index]
+                    fontSize: [26, 26, 26, 24, 30, 10, 30, 30, 26][index]
+                    selectedGlyph: ["", "", "\u21C4", "\u273F", "\u26A1", "", "\u25CF", "", ""][index]
                     selectedColor: index === 4 ? "yellow" : index === 6 ? "red" : "white"
                     visible: !look.hidden && !(inBottomRow && screen.bottomRow.hidden)
                     onPressed: screen.press(index)
@@ -110,6 +111,14 @@ Rectangle {
                     text: qsTrId("V_AEAF_LOCK")
                     font.pixelSize: layout.lockFontSize
                     color: "black"
+                }
+            }
+            // The settings panel, once the settings button made it.
+            Loader {
+                active: !!screen.settingsPanel
+                sourceComponent: SettingsPanel {
+                    panel: screen.settingsPanel; screen: root.screen
+                    areaWidth: video.width; areaHeight: video.height
                 }
             }
         }

@@ -4,7 +4,9 @@
 #include <algorithm>
 
 #include "filters/GPUImageView.h"
+#include "live/CapturePanelCamera.h"
 #include "live/LiveLayout.h"
+#include "shell/qt/QtSettingsPanel.h"
 
 namespace oxelo {
 
@@ -55,6 +57,11 @@ std::shared_ptr<QtLiveScreen> QtLiveScreen::create(double width, double height,
   services.view.messages = messages;
   services.view.preview = screen->preview_;
   services.view.tablet = std::min(width, height) >= 600.0;
+  services.view.makeSettingsPanel = [screen = QPointer<QtLiveScreen>(screen.get()),
+                                     haptics = services.view.haptics, messages,
+                                     tablet = services.view.tablet] {
+    return screen ? screen->makeSettingsPanel(haptics, messages, tablet) : nullptr;
+  };
   services.onClosed = std::move(closed);
   screen->core_ =
       LiveViewControllerCore::create(width, height, std::move(mainScreen), std::move(services));
@@ -67,6 +74,19 @@ QtLiveScreen::QtLiveScreen(double width, double height)
     : preview_(std::make_shared<GPUImageView>()), width_(width), height_(height) {}
 
 QtLiveScreen::~QtLiveScreen() = default;
+
+QObject* QtLiveScreen::settingsPanel() const { return settingsPanel_.get(); }
+
+std::shared_ptr<LiveSettingsPanel> QtLiveScreen::makeSettingsPanel(
+    std::shared_ptr<Haptics> haptics, std::shared_ptr<LiveMessages> messages, bool tablet) {
+  auto view = std::make_unique<QtSettingsPanel>(std::move(haptics), std::move(messages));
+  auto panel = makeLiveSettingsPanel(*liveView(), view->services(), tablet);
+  if (!panel) return nullptr;
+  view->setPanel(panel);
+  settingsPanel_ = std::move(view);
+  emit settingsPanelChanged();
+  return panel;
+}
 
 void QtLiveScreen::follow() {
   auto& view = *liveView();
@@ -218,6 +238,10 @@ void QtLiveScreen::longPress(int state, double x, double y) {
 }
 
 void QtLiveScreen::pinch(int state, double scale) { liveView()->handlePinch(state, scale); }
+
+void QtLiveScreen::swipe(int state, double dx, double dy) {
+  liveView()->handleSwipe(state, dx, dy);
+}
 
 void QtLiveScreen::coverTapped() { core_->coverTapped(); }
 

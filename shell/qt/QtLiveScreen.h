@@ -13,6 +13,7 @@ namespace oxelo {
 
 class GPUImageView;
 class QtLiveMessages;
+class QtSettingsPanel;
 
 // The live screen in the window (LiveViewController): a thin edge between
 // LiveViewControllerCore with its OXLiveView, which decide everything, and
@@ -41,6 +42,9 @@ class QtLiveScreen final : public QObject, public LiveViewController {
   Q_PROPERTY(QVariantMap cover READ cover NOTIFY overlaysChanged)
   Q_PROPERTY(QVariantMap focusSquare READ focusSquare NOTIFY focusSquareChanged)
   Q_PROPERTY(QVariantMap notice READ notice NOTIFY noticeChanged)
+  // The camera settings panel (a QtSettingsPanel), once the settings button
+  // made it; null before.
+  Q_PROPERTY(QObject* settingsPanel READ settingsPanel NOTIFY settingsPanelChanged)
 
  public:
   struct Sources {
@@ -68,6 +72,8 @@ class QtLiveScreen final : public QObject, public LiveViewController {
   QVariantMap cover() const;
   QVariantMap focusSquare() const;
   QVariantMap notice() const { return notice_; }
+  QObject* settingsPanel() const;
+  QtSettingsPanel* settingsPanelView() const { return settingsPanel_.get(); }
 
   // The window's size for the screen, in points.
   Q_INVOKABLE void setViewSize(double width, double height);
@@ -78,6 +84,8 @@ class QtLiveScreen final : public QObject, public LiveViewController {
   Q_INVOKABLE void tap(double x, double y);
   Q_INVOKABLE void longPress(int state, double x, double y);
   Q_INVOKABLE void pinch(int state, double scale);
+  // A drag on the settings panel, its translation in the panel.
+  Q_INVOKABLE void swipe(int state, double dx, double dy);
   Q_INVOKABLE void coverTapped();
   Q_INVOKABLE void volumeKeyPressed();
   // A button of the alert shown in `notice`, by its place; -1 closes a toast.
@@ -93,6 +101,7 @@ class QtLiveScreen final : public QObject, public LiveViewController {
   void overlaysChanged();
   void focusSquareChanged();
   void noticeChanged();
+  void settingsPanelChanged();
 
  private:
   friend class QtLiveMessages;
@@ -102,6 +111,10 @@ class QtLiveScreen final : public QObject, public LiveViewController {
   void layOut();
   void refreshButtons();
   void showNotice(QVariantMap notice, std::vector<std::function<void()>> actions);
+  // The panel at the settings button's first press (makeSettingsPanel).
+  std::shared_ptr<LiveSettingsPanel> makeSettingsPanel(std::shared_ptr<Haptics> haptics,
+                                                       std::shared_ptr<LiveMessages> messages,
+                                                       bool tablet);
   // From this window's video rectangle to the view's own.
   double scaleX() const;
   double scaleY() const;
@@ -116,6 +129,7 @@ class QtLiveScreen final : public QObject, public LiveViewController {
   std::vector<std::function<void()>> noticeActions_;
   std::vector<Subscription> subscriptions_;
   Subscription focusSubscription_;
+  std::unique_ptr<QtSettingsPanel> settingsPanel_;
 };
 
 }  // namespace oxelo

@@ -16,6 +16,14 @@ qt_add_resources(${target} oxelo_qml PREFIX / BASE ${PROJECT_SOURCE_DIR} FILES
   shell/qml/OptionsPage.qml shell/qml/AdvancedPage.qml shell/qml/HelpPage.qml
   shell/qml/OptionsRow.qml shell/qml/OptionsSheet.qml
   live/qml/LiveScreen.qml live/qml/LiveButton.qml live/qml/FocusSquare.qml live/qml/Notice.qml)
+# The settings panel's QML and its icons (white SVGs, tinted when loaded).
+qt_add_resources(${target} oxelo_panel_qml PREFIX / BASE ${PROJECT_SOURCE_DIR} FILES
+  live/qml/SettingsPanel.qml live/qml/Ruler.qml
+  live/qml/icons/exposure-filled.svg live/qml/icons/iso-filled.svg live/qml/icons/iso-alt.svg
+  live/qml/icons/whitebalance.svg live/qml/icons/focus-filled.svg live/qml/icons/zoom-in.svg
+  live/qml/icons/auto.svg live/qml/icons/edit.svg live/qml/icons/lock.svg
+  live/qml/icons/cam-ultra-wide.svg live/qml/icons/cam-wide.svg live/qml/icons/cam-telephoto.svg
+  live/qml/icons/cam-frontcam.svg)
 
 # The screen keys' texts by id (qsTrId): the .ts sources are written from the
 # live screen's text table at build time, compiled to .qm and built in.

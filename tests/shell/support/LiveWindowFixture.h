@@ -1,0 +1,121 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <sstream>
+
+#include "live/IdleTimer.h"
+#include "platform/audio/AudioBackend.h"
+#include "platform/defaults/UserDefaults.h"
+#include "platform/dispatch/MainQueue.h"
+#include "shell/AppDelegate.h"
+#include "shell/CameraCommands.h"
+#include "shell/qt/PreviewItem.h"
+#include "shell/qt/QtMainQueue.h"
+#include "shell/qt/QtWindow.h"
+#include "tests/shell/support/QuickWindow.h"
+#include "tests/support/FakeBatteryMonitor.h"
+#include "tests/support/TestSupport.h"
+
+namespace oxelo::test {
+
+// The main screen's side of the hand-over, with no host: the live screen
+// runs the camera and the preview without a stream.
+struct NoHostOwner final : LiveScreenOwner {
+  void prepareLiveView(LiveViewChannelTarget&) override {}
+  void liveViewRestart() override {}
+  void liveViewConnectionLost() override {}
+  void liveViewUserClose(bool byUser) override { closedByUser = byUser; }
+  void viewWillAppear() override { ++appeared; }
+  void viewDidAppear() override {}
+  std::optional<bool> closedByUser;
+  int appeared = 0;
+};
+
+// The window on the offscreen platform, drawn by the software renderer,
+// with the virtual camera: what a user would see, grabbed as an image. With
+// OXELO_SCREENSHOT_DIR set, the grabs are also written there as PNG files
+// (scripts/screenshots).
+class LiveWindowFixture : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    test::ensureOffscreenApp([](QGuiApplication& app) { installTranslations(app); });
+  }
+
+  void SetUp() override {
+    defaults_ = std::make_shared<UserDefaults>(dir_.path());
+    UserDefaults::setStandard(defaults_);
+    AppDelegate().applicationDidFinishLaunching(*defaults_);
+    std::ostringstream err;
+    ASSERT_EQ(startCameras("virtual", err), 0) << err.str();
+    std::string error;
+    AudioBackend::setCurrent(AudioBackend::open("synthetic", error));
+    MainQueue::set(main_);
+  }
+
+  void TearDown() override {
+    if (shell_ && shell_->live()) shell_->live()->shutdown();
+    engine_.reset();
+    shell_.reset();
+    driver_.reset();
+    main_->stop();
+    MainQueue::set(nullptr);
+  }
+
+  // Opens the window at `width` x `height` and the live screen in it.
+  void open(int width, int height) {
+    driver_ = std::make_unique<QtMainQueue>(main_);
+    QtLiveScreen::Sources sources;
+    sources.services.view.backCameraHasTorch = true;
+    // A full battery, watched as the main screen would: no battery icon,
+    // whatever this machine has.
+    auto battery = std::make_shared<FakeBatteryMonitor>(BatteryState::unplugged, 1.0f);
+    battery->setBatteryMonitoringEnabled(true);
+    sources.services.view.battery = battery;
+    idleTimer_ = IdleTimer::create();  // the driver puts this thread on the main queue
+    sources.services.idleTimer = idleTimer_;
+    shell_ = std::make_shared<QtShell>(std::make_shared<QtMainScreen>(), sources, nullptr);
+    engine_ = std::make_unique<QQmlApplicationEngine>();
+    ASSERT_TRUE(loadWindow(*engine_, *shell_));
+    window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
+    ASSERT_NE(window_, nullptr);
+    window_->resize(width, height);
+    QCoreApplication::processEvents();
+    main_->post([this] { shell_->presentLiveScreen(owner_); });
+    ASSERT_TRUE(test::spinUntil([&] { return preview() && preview()->shownImage(); }))
+        << "no camera picture reached the screen";
+  }
+
+  QQuickItem* item(const char* name) const { return test::findItem(window_->contentItem(), name); }
+  PreviewItem* preview() const { return window_ ? window_->findChild<PreviewItem*>() : nullptr; }
+  QImage grab(const char* shotName) const { return test::grabShot(window_, shotName); }
+  bool dimmed() { return shell_->live()->liveView()->session()->dim(); }
+  static bool selected(QQuickItem* button) {
+    return button->property("look").toMap().value("selected").toBool();
+  }
+  void click(QQuickItem* target) { test::tap(window_, target); }
+  void hostCommand(uint32_t command, int32_t p1) {
+    main_->post([this, command, p1] {
+      shell_->live()->liveView()->session()->socketClientCommand(nullptr, {command, p1, 0});
+    });
+  }
+
+  test::TempDir dir_;
+  std::shared_ptr<UserDefaults> defaults_;
+  // The main queue's timers (the idle time-out, the cover's image) wait for
+  // this clock; the camera runs on its own.
+  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
+  std::shared_ptr<Queue> main_ = Queue::createDriven("main", clock_);
+  std::shared_ptr<IdleTimer> idleTimer_;
+  std::unique_ptr<QtMainQueue> driver_;
+  std::shared_ptr<NoHostOwner> owner_ = std::make_shared<NoHostOwner>();
+  std::shared_ptr<QtShell> shell_;
+  std::unique_ptr<QQmlApplicationEngine> engine_;
+  QQuickWindow* window_ = nullptr;
+};
+
+}  // namespace oxelo::test
