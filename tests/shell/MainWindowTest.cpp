@@ -91,7 +91,7 @@ class MainWindowTest : public ::testing::Test {
     driver_ = std::make_unique<QtMainQueue>(main_);
     screen_ = std::make_shared<QtMainScreen>();
     screen_->setAddressSource([] { return std::string("192.168.1.23"); });
-    shell_ = std::make_shared<QtShell>(screen_, QtLiveScreen::Sources{}, nullptr);
+    shell_ = std::make_shared<QtShell>(screen_, QtLiveScreen::Sources{});
     engine_ = std::make_unique<QQmlApplicationEngine>();
     ASSERT_TRUE(loadWindow(*engine_, *shell_));
     window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
@@ -240,7 +240,7 @@ TEST(StateLineTest, EachStateOfTheFlowLeavesItsLine) {
   auto wifi = std::make_shared<FakeReachability>();
   // Port 5999 refuses; any other gets a carrier that is still connecting.
   auto flow =
-      startFlow(screen, std::make_shared<QtShell>(screen, QtLiveScreen::Sources{}, nullptr), wifi,
+      startFlow(screen, std::make_shared<QtShell>(screen, QtLiveScreen::Sources{}), wifi,
                 [](const std::string&, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
                    OptionalError& error) -> std::shared_ptr<Carrier> {
                   if (port != 5999) return std::make_shared<test::FakeCarrier>();
