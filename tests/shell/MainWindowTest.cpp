@@ -1,12 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <QGuiApplication>
+#include <QPalette>
 #include <QProcess>
 #include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQmlExpression>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QStyleHints>
 #include <sstream>
 
+#include "discovery/HostList.h"
 #include "discovery/MainViewController.h"
 #include "platform/audio/AudioBackend.h"
 #include "platform/defaults/SettingsKeys.h"
@@ -108,6 +113,19 @@ class MainWindowTest : public ::testing::Test {
   }
   // Whether an item of a popup (found only while the popup shows) is seen.
   bool shown(const char* name) const { return item(name) && item(name)->isVisible(); }
+  // A finger held on the add button past the long press.
+  void longPressAdd() {
+    QGuiApplication::styleHints()->setMousePressAndHoldInterval(100);
+    auto* add = item("addButton");
+    const QPointF at = add->mapToScene(QPointF(add->width() / 2, add->height() / 2));
+    for (auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+      QMouseEvent event(type, at, at, window_->mapToGlobal(at), Qt::LeftButton,
+                        type == QEvent::MouseButtonPress ? Qt::LeftButton : Qt::NoButton,
+                        Qt::NoModifier);
+      QCoreApplication::sendEvent(window_, &event);
+      test::settle(300);
+    }
+  }
   // Opens the manual sheet with the plus button.
   bool openManualSheet() {
     test::tap(window_, item("addButton"));
@@ -228,6 +246,82 @@ TEST_F(MainWindowTest, ManualConnectionToTheHostOpensTheLiveScreen) {
   EXPECT_FALSE(item("stack")->isVisible());
   EXPECT_EQ(defaults_->stringForKey(keys::lastHostIP), "127.0.0.1");
   EXPECT_EQ(defaults_->integerForKey(keys::lastHostPort), 5910);
+}
+
+// A long press lists the computers connected before; the chosen one is
+// connected by its address and port. Clear all keeps only the last address,
+// after which a long press is a tap. A dark palette darkens the radar's disc.
+TEST_F(MainWindowTest, LongPressListsTheHistoryAndClearAllEmptiesIt) {
+  defaults_->setObject(keys::hostHistory, UserDefaults::Json::parse(R"([
+      {"name": "studio", "ip": "10.0.0.5", "port": 5897},
+      {"name": "desk", "ip": "10.0.0.6", "port": 5895}])"));
+  HostList::remember("studio", "10.0.0.5", 5897);  // the last host, on top
+  std::vector<std::pair<std::string, uint16_t>> attempts;
+  open(360, 720,
+       [&](const std::string& host, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
+           OptionalError&) -> std::shared_ptr<Carrier> {
+         attempts.emplace_back(host, port);
+         return nullptr;
+       });
+  EXPECT_EQ(item("radar")->property("thumbnailColor").value<QColor>(), QColor(Qt::white));
+  const QPalette light = QGuiApplication::palette();
+  QPalette dark = light;
+  dark.setColor(QPalette::Window, QColor(30, 30, 30));
+  QGuiApplication::setPalette(dark);
+  test::settle();
+  EXPECT_EQ(item("radar")->property("thumbnailColor").value<QColor>(),
+            QColor::fromRgbF(0.1f, 0.1f, 0.1f));
+  QGuiApplication::setPalette(light);
+
+  longPressAdd();
+  ASSERT_TRUE(shown("historyChoice1"));
+  EXPECT_EQ(text("historyChoice0"), "studio (10.0.0.5)");
+  EXPECT_EQ(text("historyChoice1"), "desk (10.0.0.6)");
+  EXPECT_FALSE(shown("manualOk")) << "the long press is no tap";
+  test::grabShot(window_, "main-history");
+  test::tap(window_, item("historyChoice1"));
+  advance(0.1);
+  EXPECT_EQ(attempts, (std::vector<std::pair<std::string, uint16_t>>{{"10.0.0.6", 5895}}));
+  ASSERT_FALSE(flow_->hostDiscovering());
+
+  longPressAdd();
+  ASSERT_TRUE(shown("historyClearAll"));
+  test::tap(window_, item("historyClearAll"));
+  EXPECT_TRUE(defaults_->objectForKey(keys::hostHistory).is_null());
+  EXPECT_TRUE(defaults_->objectForKey(keys::lastHostName).is_null());
+  EXPECT_TRUE(defaults_->objectForKey(keys::lastHostPort).is_null());
+  EXPECT_TRUE(flow_->hostDiscovering()) << "a new search, as none ran";
+  EXPECT_TRUE(test::spinUntil([&] { return !shown("historyCancel"); }));
+  longPressAdd();
+  ASSERT_TRUE(test::spinUntil([&] { return shown("manualOk"); }));
+  EXPECT_EQ(text("manualAddress"), "10.0.0.5");
+}
+
+// A page pushed over the main page takes the screen out of the flow's sight:
+// the search stops, and starts again once the page is gone. Pages closed
+// for the live screen bring no new search; its own close does that.
+TEST_F(MainWindowTest, APageOverTheMainPageHidesItFromTheFlow) {
+  open(360, 720);
+  auto* stack = item("stack");
+  auto run = [&](const char* script) {
+    QQmlExpression expression(qmlContext(stack), stack, QString::fromLatin1(script));
+    expression.evaluate();
+    EXPECT_FALSE(expression.hasError()) << expression.error().toString().toStdString();
+  };
+  const char* push = "push(Qt.createQmlObject('import QtQuick; Item {}', this))";
+  ASSERT_TRUE(flow_->hostDiscovering());
+  run(push);
+  EXPECT_FALSE(screen_->isViewInWindow());
+  EXPECT_FALSE(flow_->hostDiscovering());
+  run("pop()");
+  EXPECT_TRUE(screen_->isViewInWindow());
+  EXPECT_TRUE(flow_->hostDiscovering());
+
+  run(push);
+  screen_->dismissPresented();
+  EXPECT_EQ(stack->property("depth").toInt(), 1);
+  EXPECT_TRUE(screen_->isViewInWindow());
+  EXPECT_FALSE(flow_->hostDiscovering());
 }
 
 // The state line, with no window: what each state of the flow leaves in it.
