@@ -8,7 +8,6 @@
 #include <QQmlExpression>
 #include <QQuickItem>
 #include <QQuickWindow>
-#include <QStyleHints>
 #include <sstream>
 
 #include "discovery/HostList.h"
@@ -91,6 +90,15 @@ class MainWindowTest : public ::testing::Test {
     }
   }
 
+  // A connector that only notes where the flow would connect.
+  using Attempts = std::vector<std::pair<std::string, uint16_t>>;
+  MainViewController::Connector noteAttempts() {
+    return [this](const std::string& host, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
+                  OptionalError&) -> std::shared_ptr<Carrier> {
+      attempts_.emplace_back(host, port);
+      return nullptr;
+    };
+  }
   // The window at `width` x `height` with the flow searching.
   void open(int width, int height, MainViewController::Connector connector = {}) {
     driver_ = std::make_unique<QtMainQueue>(main_);
@@ -113,19 +121,6 @@ class MainWindowTest : public ::testing::Test {
   }
   // Whether an item of a popup (found only while the popup shows) is seen.
   bool shown(const char* name) const { return item(name) && item(name)->isVisible(); }
-  // A finger held on the add button past the long press.
-  void longPressAdd() {
-    QGuiApplication::styleHints()->setMousePressAndHoldInterval(100);
-    auto* add = item("addButton");
-    const QPointF at = add->mapToScene(QPointF(add->width() / 2, add->height() / 2));
-    for (auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
-      QMouseEvent event(type, at, at, window_->mapToGlobal(at), Qt::LeftButton,
-                        type == QEvent::MouseButtonPress ? Qt::LeftButton : Qt::NoButton,
-                        Qt::NoModifier);
-      QCoreApplication::sendEvent(window_, &event);
-      test::settle(300);
-    }
-  }
   // Opens the manual sheet with the plus button.
   bool openManualSheet() {
     test::tap(window_, item("addButton"));
@@ -145,6 +140,7 @@ class MainWindowTest : public ::testing::Test {
   std::unique_ptr<QQmlApplicationEngine> engine_;
   QQuickWindow* window_ = nullptr;
   QProcess host_;
+  Attempts attempts_;
 };
 
 struct Shape {
@@ -163,13 +159,7 @@ class MainWindowShapeTest : public MainWindowTest, public ::testing::WithParamIn
 // second is connected; then a new search and the manual sheet with the last
 // address. What the page shows at each step is checked and grabbed.
 TEST_P(MainWindowShapeTest, SearchFindsTwoComputersAndTheSecondIsChosen) {
-  std::vector<std::pair<std::string, uint16_t>> attempts;
-  open(GetParam().width, GetParam().height,
-       [&](const std::string& host, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
-           OptionalError&) -> std::shared_ptr<Carrier> {
-         attempts.emplace_back(host, port);
-         return nullptr;
-       });
+  open(GetParam().width, GetParam().height, noteAttempts());
   ASSERT_TRUE(test::spinUntil([&] { return text("stateLine") == "Searching for computers…"; }))
       << text("stateLine").toStdString();
   EXPECT_TRUE(item("radar")->isVisible());
@@ -197,8 +187,8 @@ TEST_P(MainWindowShapeTest, SearchFindsTwoComputersAndTheSecondIsChosen) {
   EXPECT_EQ(text("hostChoice1"), "desk");
   test::settle();
   test::tap(window_, item("hostChoice1"));
-  ASSERT_TRUE(test::spinUntil([&] { return !attempts.empty(); }));
-  EXPECT_EQ(attempts, (std::vector<std::pair<std::string, uint16_t>>{{"127.0.0.2", 5902}}));
+  ASSERT_TRUE(test::spinUntil([&] { return !attempts_.empty(); }));
+  EXPECT_EQ(attempts_, Attempts({{"127.0.0.2", 5902}}));
   EXPECT_TRUE(test::spinUntil([&] { return !shown("hostChoiceCancel"); }));
 
   defaults_->setString(keys::lastHostIP, "10.1.2.3");
@@ -248,80 +238,52 @@ TEST_F(MainWindowTest, ManualConnectionToTheHostOpensTheLiveScreen) {
   EXPECT_EQ(defaults_->integerForKey(keys::lastHostPort), 5910);
 }
 
-// A long press lists the computers connected before; the chosen one is
-// connected by its address and port. Clear all keeps only the last address,
-// after which a long press is a tap. A dark palette darkens the radar's disc.
-TEST_F(MainWindowTest, LongPressListsTheHistoryAndClearAllEmptiesIt) {
-  defaults_->setObject(keys::hostHistory, UserDefaults::Json::parse(R"([
-      {"name": "studio", "ip": "10.0.0.5", "port": 5897},
-      {"name": "desk", "ip": "10.0.0.6", "port": 5895}])"));
-  HostList::remember("studio", "10.0.0.5", 5897);  // the last host, on top
-  std::vector<std::pair<std::string, uint16_t>> attempts;
-  open(360, 720,
-       [&](const std::string& host, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
-           OptionalError&) -> std::shared_ptr<Carrier> {
-         attempts.emplace_back(host, port);
-         return nullptr;
-       });
-  EXPECT_EQ(item("radar")->property("thumbnailColor").value<QColor>(), QColor(Qt::white));
+// A page over the main page stops the search until it goes (unless closed
+// for the live screen); a dark palette darkens the radar's disc; a long press
+// lists the remembered hosts, connects the chosen one, and clears them all.
+TEST_F(MainWindowTest, HistorySheetPagesOverTheMainPageAndTheDarkPalette) {
+  HostList::remember("desk", "10.0.0.6", 5895);
+  HostList::remember("studio", "10.0.0.5", 5897);
+  open(360, 720, noteAttempts());
+  auto* stack = item("stack");
+  auto run = [&](const char* script) {
+    QQmlExpression(qmlContext(stack), stack, script).evaluate();
+  };
+  run("push(Qt.createQmlObject('import QtQuick; Item {}', this))");
+  EXPECT_FALSE(screen_->isViewInWindow() || flow_->hostDiscovering());
+  run("pop()");
+  EXPECT_TRUE(screen_->isViewInWindow() && flow_->hostDiscovering());
+  run("push(Qt.createQmlObject('import QtQuick; Item {}', this))");
+  screen_->dismissPresented();
+  EXPECT_EQ(stack->property("depth").toInt(), 1);
+  EXPECT_TRUE(screen_->isViewInWindow() && !flow_->hostDiscovering());
+
+  auto disc = [&] { return item("radar")->property("thumbnailColor").value<QColor>(); };
+  EXPECT_EQ(disc(), QColor(Qt::white));
   const QPalette light = QGuiApplication::palette();
   QPalette dark = light;
   dark.setColor(QPalette::Window, QColor(30, 30, 30));
   QGuiApplication::setPalette(dark);
-  test::settle();
-  EXPECT_EQ(item("radar")->property("thumbnailColor").value<QColor>(),
-            QColor::fromRgbF(0.1f, 0.1f, 0.1f));
+  EXPECT_EQ(disc(), QColor::fromRgbF(0.1f, 0.1f, 0.1f));
   QGuiApplication::setPalette(light);
 
-  longPressAdd();
-  ASSERT_TRUE(shown("historyChoice1"));
+  auto longPress = [&] { QMetaObject::invokeMethod(item("addButton"), "pressAndHold"); };
+  longPress();
+  ASSERT_TRUE(test::spinUntil([&] { return shown("historyChoice1"); }));
   EXPECT_EQ(text("historyChoice0"), "studio (10.0.0.5)");
   EXPECT_EQ(text("historyChoice1"), "desk (10.0.0.6)");
-  EXPECT_FALSE(shown("manualOk")) << "the long press is no tap";
   test::grabShot(window_, "main-history");
   test::tap(window_, item("historyChoice1"));
   advance(0.1);
-  EXPECT_EQ(attempts, (std::vector<std::pair<std::string, uint16_t>>{{"10.0.0.6", 5895}}));
-  ASSERT_FALSE(flow_->hostDiscovering());
-
-  longPressAdd();
-  ASSERT_TRUE(shown("historyClearAll"));
+  EXPECT_EQ(attempts_, Attempts({{"10.0.0.6", 5895}}));
+  longPress();
   test::tap(window_, item("historyClearAll"));
-  EXPECT_TRUE(defaults_->objectForKey(keys::hostHistory).is_null());
-  EXPECT_TRUE(defaults_->objectForKey(keys::lastHostName).is_null());
-  EXPECT_TRUE(defaults_->objectForKey(keys::lastHostPort).is_null());
+  for (auto key : {keys::hostHistory, keys::lastHostName, keys::lastHostPort})
+    EXPECT_TRUE(defaults_->objectForKey(key).is_null()) << key;
   EXPECT_TRUE(flow_->hostDiscovering()) << "a new search, as none ran";
-  EXPECT_TRUE(test::spinUntil([&] { return !shown("historyCancel"); }));
-  longPressAdd();
+  longPress();
   ASSERT_TRUE(test::spinUntil([&] { return shown("manualOk"); }));
   EXPECT_EQ(text("manualAddress"), "10.0.0.5");
-}
-
-// A page pushed over the main page takes the screen out of the flow's sight:
-// the search stops, and starts again once the page is gone. Pages closed
-// for the live screen bring no new search; its own close does that.
-TEST_F(MainWindowTest, APageOverTheMainPageHidesItFromTheFlow) {
-  open(360, 720);
-  auto* stack = item("stack");
-  auto run = [&](const char* script) {
-    QQmlExpression expression(qmlContext(stack), stack, QString::fromLatin1(script));
-    expression.evaluate();
-    EXPECT_FALSE(expression.hasError()) << expression.error().toString().toStdString();
-  };
-  const char* push = "push(Qt.createQmlObject('import QtQuick; Item {}', this))";
-  ASSERT_TRUE(flow_->hostDiscovering());
-  run(push);
-  EXPECT_FALSE(screen_->isViewInWindow());
-  EXPECT_FALSE(flow_->hostDiscovering());
-  run("pop()");
-  EXPECT_TRUE(screen_->isViewInWindow());
-  EXPECT_TRUE(flow_->hostDiscovering());
-
-  run(push);
-  screen_->dismissPresented();
-  EXPECT_EQ(stack->property("depth").toInt(), 1);
-  EXPECT_TRUE(screen_->isViewInWindow());
-  EXPECT_FALSE(flow_->hostDiscovering());
 }
 
 // The state line, with no window: what each state of the flow leaves in it.
