@@ -4,7 +4,9 @@ import "../../live/qml"
 
 // The one window: the main page with the pages pushed over it (options,
 // help), and the live screen over all of them while a session runs. A
-// pushed page closes itself with StackView.view.pop().
+// pushed page closes itself with StackView.view.pop(). While a page covers
+// the main page the connection flow sees the main screen as gone; back on
+// the main page it appears again.
 ApplicationWindow {
     id: window
     width: 360
@@ -21,17 +23,14 @@ ApplicationWindow {
         objectName: "stack"
         anchors.fill: parent
         visible: !app.liveScreen
-        // The options page is open: its closing may start a connection.
-        property bool optionsOpen: false
         initialItem: MainPage {
             onHelpRequested: stack.push(Qt.resolvedUrl("HelpPage.qml"))
-            onOptionsRequested: stack.optionsOpen = !!stack.push(Qt.resolvedUrl("OptionsPage.qml"))
+            onOptionsRequested: stack.push(Qt.resolvedUrl("OptionsPage.qml"))
         }
-        onDepthChanged: {
-            if (depth === 1 && optionsOpen) {
-                optionsOpen = false
-                app.mainScreen.optionsClosed()
-            }
+        onDepthChanged: app.mainScreen.setCovered(depth > 1)
+        Connections {
+            target: app.mainScreen
+            function onDismissRequested() { if (stack.depth > 1) stack.pop(null, StackView.Immediate) }
         }
     }
     Loader {

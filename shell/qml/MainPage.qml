@@ -12,6 +12,10 @@ Page {
     property var screen: app.mainScreen
     readonly property bool portrait: width < height
     readonly property color tint: Qt.rgba(44 / 255, 167 / 255, 234 / 255, 1)
+    // The system's palette decides light or dark: a dark window colour is
+    // the dark style, and the page follows when the palette changes.
+    readonly property bool dark: system.window.hslLightness < 0.5
+    SystemPalette { id: system }
     signal helpRequested
     signal optionsRequested
 
@@ -68,6 +72,7 @@ Page {
                 text: page.screen.playState ? qsTrId("M_CONNECT") : qsTrId("M_MANUAL")
                 enabled: page.screen.buttonsEnabled
                 onClicked: page.screen.add()
+                onPressAndHold: page.screen.addLongPressed()
             }
         }
     }
@@ -86,6 +91,7 @@ Page {
             x: page.portrait ? (stage.width - width) / 2 : 20
             y: page.portrait ? 0 : Math.max(0, stage.height / 2 - 30 - height / 2)
             running: page.screen.discovering
+            thumbnailColor: page.dark ? Qt.rgba(0.1, 0.1, 0.1, 1) : "white"
             visible: page.screen.discovering
         }
         FadingPicture {
@@ -133,7 +139,9 @@ Page {
             wrapMode: Text.Wrap
             font.pixelSize: 16
             text: page.line(page.screen.stateKey, page.screen.stateArgument)
-            color: page.screen.stateIsError ? "#ff3b30" : "#6d6d72"
+            color: page.screen.stateIsError ? (page.dark ? "#ff453a" : "#ff3b30")
+                                            : (page.dark ? Qt.rgba(235 / 255, 235 / 255, 245 / 255, 0.6)
+                                                         : "#6d6d72")
         }
     }
 
@@ -141,7 +149,7 @@ Page {
     Rectangle {
         objectName: "progress"
         anchors.fill: parent
-        color: Qt.rgba(0, 0, 0, 0.4)
+        color: page.dark ? Qt.rgba(0.4, 0.4, 0.4, 0.4) : Qt.rgba(0, 0, 0, 0.4)
         visible: page.screen.hudKey.length > 0
         MouseArea { anchors.fill: parent }  // the screen below waits
         Rectangle {
@@ -177,8 +185,12 @@ Page {
     HostChooser {
         screen: page.screen
     }
+    HistorySheet {
+        screen: page.screen
+    }
     Connections {
         target: page.screen
         function onManualRequested() { manual.openWith(page.screen.lastHostAddress()) }
+        function onDismissRequested() { manual.close() }
     }
 }

@@ -46,6 +46,7 @@ int runWindow(int argc, char** argv, const WindowStart& start) {
   auto feedback = std::make_shared<FeedbackdFeedback>();
   sources.services.view.haptics = feedback;
   sources.services.view.sounds = feedback;
+  screen->setHaptics(feedback);
   // 15 seconds without a touch cover the preview.
   auto idleTimer = IdleTimer::create();
   sources.services.idleTimer = idleTimer;
@@ -64,10 +65,7 @@ int runWindow(int argc, char** argv, const WindowStart& start) {
       }
     });
   });
-  auto shell = std::make_shared<QtShell>(
-      screen, sources, [&mainVC](const QString& address, const QString& instance) {
-        if (mainVC) mainVC->connectManually(address.toStdString(), instance.toStdString());
-      });
+  auto shell = std::make_shared<QtShell>(screen, sources);
 
   QQmlApplicationEngine engine;
   QtOptions::Sources options;

@@ -3,6 +3,7 @@
 #include <QRegularExpression>
 
 #include "discovery/MainViewController.h"
+#include "live/OXHelper.h"
 #include "platform/defaults/SettingsKeys.h"
 #include "platform/defaults/UserDefaults.h"
 #include "platform/device/NetworkInterfaces.h"
@@ -28,6 +29,17 @@ std::pair<QString, QString> splitKey(const std::string& text) {
   const auto match = key.match(all);
   if (!match.hasMatch()) return {all, QString()};
   return {match.captured(1), match.captured(2)};
+}
+
+// A history entry's field as text; what is no string reads as empty.
+std::string field(const UserDefaults::Json& entry, const char* key) {
+  auto it = entry.find(key);
+  return it != entry.end() && it->is_string() ? it->get<std::string>() : std::string();
+}
+
+long long portOf(const UserDefaults::Json& entry) {
+  auto it = entry.find("port");
+  return it != entry.end() && it->is_number() ? it->get<long long>() : 0;
 }
 
 }  // namespace
@@ -188,8 +200,79 @@ void QtMainScreen::openLiveScreen() {
   if (auto flow = this->flow()) flow->showLiveView();
 }
 
-void QtMainScreen::optionsClosed() {
-  if (auto flow = this->flow()) flow->optionsDidDismiss();
+void QtMainScreen::addLongPressed() {
+  OXHelper::heavyVibrate(haptics_.get());
+  auto defaults = UserDefaults::standard();
+  const auto history = defaults ? defaults->objectForKey(keys::hostHistory) : UserDefaults::Json();
+  if (!history.is_array() || history.empty()) return add();
+  QStringList titles;
+  std::vector<std::pair<std::string, long long>> hosts;
+  for (const auto& entry : history) {
+    if (!entry.is_object()) {
+      defaults->removeObjectForKey(keys::hostHistory);
+      defaults->synchronize();
+      return add();
+    }
+    hosts.emplace_back(field(entry, "ip"), portOf(entry));
+    titles << QStringLiteral("%1 (%2)").arg(QString::fromStdString(field(entry, "name")),
+                                            QString::fromStdString(hosts.back().first));
+  }
+  historyHosts_ = std::move(hosts);
+  historyChoices_ = std::move(titles);
+  emit changed();
+}
+
+void QtMainScreen::closeHistory() {
+  historyHosts_.clear();
+  historyChoices_.clear();
+  emit changed();
+}
+
+void QtMainScreen::chooseHistoryAt(int index) {
+  if (historyHosts_.empty()) return;
+  std::optional<std::pair<std::string, long long>> chosen;
+  if (index >= 0 && size_t(index) < historyHosts_.size()) chosen = historyHosts_[size_t(index)];
+  closeHistory();
+  auto flow = this->flow();
+  if (chosen && flow) flow->connectViaIPAndPort(chosen->first, chosen->second);
+}
+
+void QtMainScreen::clearHistory() {
+  if (historyHosts_.empty()) return;
+  closeHistory();
+  if (auto defaults = UserDefaults::standard()) {
+    defaults->removeObjectForKey(keys::hostHistory);
+    defaults->removeObjectForKey(keys::lastHostName);
+    defaults->removeObjectForKey(keys::lastHostPort);
+    defaults->synchronize();
+  }
+  auto flow = this->flow();
+  if (flow && !flow->hostDiscovering()) flow->discover();
+}
+
+void QtMainScreen::dismissPresented() {
+  choice_ = nullptr;
+  hostChoices_.clear();
+  historyHosts_.clear();
+  historyChoices_.clear();
+  emit changed();
+  dismissing_ = true;
+  emit dismissRequested();
+  dismissing_ = false;
+}
+
+void QtMainScreen::setCovered(bool covered) {
+  if (covered == covered_) return;
+  covered_ = covered;
+  showing_ = !covered;
+  auto flow = this->flow();
+  if (!flow) return;
+  if (covered) {
+    flow->viewDidDisappear();
+  } else if (!dismissing_) {
+    flow->viewWillAppear();
+    flow->viewDidAppear();
+  }
 }
 
 }  // namespace oxelo

@@ -5,12 +5,16 @@
 #include <QStringList>
 #include <functional>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "discovery/MainScreen.h"
 #include "platform/dispatch/Queue.h"
 
 namespace oxelo {
 
+class Haptics;
 class MainViewController;
 class Reachability;
 
@@ -34,6 +38,7 @@ class QtMainScreen final : public QObject,
   Q_PROPERTY(QString hudKey READ hudKey NOTIFY changed)
   Q_PROPERTY(QString hudArgument READ hudArgument NOTIFY changed)
   Q_PROPERTY(QStringList hostChoices READ hostChoices NOTIFY changed)
+  Q_PROPERTY(QStringList historyChoices READ historyChoices NOTIFY changed)
  public:
   QtMainScreen();
 
@@ -42,6 +47,8 @@ class QtMainScreen final : public QObject,
   void attach(std::weak_ptr<MainViewController> flow, std::shared_ptr<Reachability> wifi);
   // Where the phone's own address comes from (default: getIPAddress).
   void setAddressSource(std::function<std::string()> source) { addressSource_ = std::move(source); }
+  // The motor behind the long press's impact (default: none).
+  void setHaptics(std::shared_ptr<Haptics> haptics) { haptics_ = std::move(haptics); }
 
   QString stateKey() const { return stateKey_; }
   QString stateArgument() const { return stateArgument_; }
@@ -55,6 +62,9 @@ class QtMainScreen final : public QObject,
   QString hudKey() const { return hudKey_; }
   QString hudArgument() const { return hudArgument_; }
   QStringList hostChoices() const { return hostChoices_; }
+  // The history sheet's entries, "name (address)", newest first; the sheet
+  // is open while there are some.
+  QStringList historyChoices() const { return historyChoices_; }
 
   // MainScreen.
   void update_ui_for_discover(bool discovering) override;
@@ -68,12 +78,25 @@ class QtMainScreen final : public QObject,
   bool isViewInWindow() const override { return showing_; }
   bool isPlayState() const override { return playState_; }
   void setShowing(bool showing) { showing_ = showing; }
+  // Closes the host choice and the history sheet without an answer, and
+  // asks the page to close its sheets and the pages over it.
+  void dismissPresented() override;
 
   // The page's buttons.
   Q_INVOKABLE void refresh();
   // The add button: with the plus symbol it asks the page for the manual
   // sheet (manualRequested); with the play symbol it connects.
   Q_INVOKABLE void add();
+  // A long press on the add button: an impact, then the history sheet; with
+  // no history (or a broken one, which is dropped) the same as add().
+  Q_INVOKABLE void addLongPressed();
+  // The history sheet's answer: an index into historyChoices, or -1 for
+  // cancel. A chosen host is connected by its address and port.
+  Q_INVOKABLE void chooseHistoryAt(int index);
+  // The sheet's "clear all": the history and the last host's name and port
+  // go (its address stays, as the manual sheet's start text), and a search
+  // starts unless one runs.
+  Q_INVOKABLE void clearHistory();
   Q_INVOKABLE void connectManually(const QString& address, const QString& instance);
   // The start text of the sheet's address field: the last host's address.
   Q_INVOKABLE QString lastHostAddress() const;
@@ -81,21 +104,28 @@ class QtMainScreen final : public QObject,
   Q_INVOKABLE void chooseHostAt(int index);
   // A tap on the computer picture.
   Q_INVOKABLE void openLiveScreen();
-  // The options page has closed.
-  Q_INVOKABLE void optionsClosed();
+  // A page (options, help) covers the main page (true) or has gone
+  // (false). Covered, the flow sees the screen as gone from the window;
+  // uncovered, it appears again, unless the pages were closed for the live
+  // screen, whose own close brings the screen back.
+  Q_INVOKABLE void setCovered(bool covered);
 
  signals:
   void changed();
   void manualRequested();
+  // Whatever is open over the main page should close (dismissPresented).
+  void dismissRequested();
 
  private:
   void setState(QString key, QString argument, bool error);
   void setPlayState(bool play);
+  void closeHistory();
   std::shared_ptr<MainViewController> flow() const { return flow_.lock(); }
 
   std::weak_ptr<MainViewController> flow_;
   std::shared_ptr<Reachability> wifi_;
   std::function<std::string()> addressSource_;
+  std::shared_ptr<Haptics> haptics_;
   QString stateKey_, stateArgument_;
   bool stateIsError_ = false;
   bool discovering_ = false;
@@ -107,7 +137,11 @@ class QtMainScreen final : public QObject,
   QString hudKey_, hudArgument_;
   QStringList hostChoices_;
   std::function<void(std::optional<size_t>)> choice_;
+  QStringList historyChoices_;
+  std::vector<std::pair<std::string, long long>> historyHosts_;  // address, port
   bool showing_ = true;
+  bool covered_ = false;
+  bool dismissing_ = false;
   TimerHandle computerTimer_, playTimer_, hudTimer_;
 };
 

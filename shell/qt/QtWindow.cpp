@@ -13,15 +13,10 @@
 
 namespace oxelo {
 
-QtShell::QtShell(std::shared_ptr<QtMainScreen> screen, QtLiveScreen::Sources sources,
-                 std::function<void(const QString&, const QString&)> connect)
-    : screen_(std::move(screen)), sources_(std::move(sources)), connect_(std::move(connect)) {}
+QtShell::QtShell(std::shared_ptr<QtMainScreen> screen, QtLiveScreen::Sources sources)
+    : screen_(std::move(screen)), sources_(std::move(sources)) {}
 
 QtShell::~QtShell() = default;
-
-void QtShell::connectTo(const QString& address, const QString& instance) {
-  if (connect_) connect_(address.trimmed(), instance.trimmed());
-}
 
 void QtShell::setViewSize(double width, double height) {
   if (width <= 0 || height <= 0) return;

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <QObject>
-#include <QString>
-#include <functional>
 #include <memory>
 
 #include "discovery/LiveScreen.h"
@@ -16,17 +14,15 @@ namespace oxelo {
 
 class IdleTimer;
 
-// What the QML window sees as `app`: the main page's screen, the live screen
-// while one is open, and the connect action. It presents the live screen
+// What the QML window sees as `app`: the main page's screen and the live
+// screen while one is open. It presents the live screen
 // (LiveScreenPresenter) and lets it go once it has closed. Main queue.
 class QtShell final : public QObject, public LiveScreenPresenter {
   Q_OBJECT
   Q_PROPERTY(QObject* mainScreen READ mainScreen CONSTANT)
   Q_PROPERTY(QObject* liveScreen READ liveScreen NOTIFY liveScreenChanged)
  public:
-  // `connect` runs the manual connection of the main screen.
-  QtShell(std::shared_ptr<QtMainScreen> screen, QtLiveScreen::Sources sources,
-          std::function<void(const QString&, const QString&)> connect);
+  QtShell(std::shared_ptr<QtMainScreen> screen, QtLiveScreen::Sources sources);
   // The window's content size in points, for the next live screen.
   Q_INVOKABLE void setViewSize(double width, double height);
   ~QtShell() override;
@@ -34,8 +30,6 @@ class QtShell final : public QObject, public LiveScreenPresenter {
   QObject* mainScreen() const { return screen_.get(); }
   QObject* liveScreen() const { return live_.get(); }
   const std::shared_ptr<QtLiveScreen>& live() const { return live_; }
-
-  Q_INVOKABLE void connectTo(const QString& address, const QString& instance);
 
   // The live screen at the window's size; it appears once the window has
   // built its view, from a task of its own.
@@ -48,7 +42,6 @@ class QtShell final : public QObject, public LiveScreenPresenter {
  private:
   std::shared_ptr<QtMainScreen> screen_;
   QtLiveScreen::Sources sources_;
-  std::function<void(const QString&, const QString&)> connect_;
   // The live screen has closed: the main page shows again.
   void liveScreenClosed();
 

@@ -9,6 +9,7 @@ qt_add_resources(${target} oxelo_qml PREFIX / BASE ${PROJECT_SOURCE_DIR} FILES
   shell/qml/Main.qml shell/qml/MainPage.qml
   shell/qml/Radar.qml shell/qml/FadingPicture.qml shell/qml/IconButton.qml
   shell/qml/ManualConnectSheet.qml shell/qml/HostChooser.qml
+  shell/qml/HistorySheet.qml
   shell/qml/images/phone.svg shell/qml/images/phone-found.svg shell/qml/images/phone-icon.svg
   shell/qml/images/computer.svg shell/qml/images/computer-found.svg
   shell/qml/images/reload.svg shell/qml/images/gear.svg shell/qml/images/help.svg

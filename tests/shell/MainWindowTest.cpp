@@ -1,12 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <QGuiApplication>
+#include <QPalette>
 #include <QProcess>
 #include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQmlExpression>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <sstream>
 
+#include "discovery/HostList.h"
 #include "discovery/MainViewController.h"
 #include "platform/audio/AudioBackend.h"
 #include "platform/defaults/SettingsKeys.h"
@@ -86,12 +90,21 @@ class MainWindowTest : public ::testing::Test {
     }
   }
 
+  // A connector that only notes where the flow would connect.
+  using Attempts = std::vector<std::pair<std::string, uint16_t>>;
+  MainViewController::Connector noteAttempts() {
+    return [this](const std::string& host, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
+                  OptionalError&) -> std::shared_ptr<Carrier> {
+      attempts_.emplace_back(host, port);
+      return nullptr;
+    };
+  }
   // The window at `width` x `height` with the flow searching.
   void open(int width, int height, MainViewController::Connector connector = {}) {
     driver_ = std::make_unique<QtMainQueue>(main_);
     screen_ = std::make_shared<QtMainScreen>();
     screen_->setAddressSource([] { return std::string("192.168.1.23"); });
-    shell_ = std::make_shared<QtShell>(screen_, QtLiveScreen::Sources{}, nullptr);
+    shell_ = std::make_shared<QtShell>(screen_, QtLiveScreen::Sources{});
     engine_ = std::make_unique<QQmlApplicationEngine>();
     ASSERT_TRUE(loadWindow(*engine_, *shell_));
     window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
@@ -127,6 +140,7 @@ class MainWindowTest : public ::testing::Test {
   std::unique_ptr<QQmlApplicationEngine> engine_;
   QQuickWindow* window_ = nullptr;
   QProcess host_;
+  Attempts attempts_;
 };
 
 struct Shape {
@@ -145,13 +159,7 @@ class MainWindowShapeTest : public MainWindowTest, public ::testing::WithParamIn
 // second is connected; then a new search and the manual sheet with the last
 // address. What the page shows at each step is checked and grabbed.
 TEST_P(MainWindowShapeTest, SearchFindsTwoComputersAndTheSecondIsChosen) {
-  std::vector<std::pair<std::string, uint16_t>> attempts;
-  open(GetParam().width, GetParam().height,
-       [&](const std::string& host, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
-           OptionalError&) -> std::shared_ptr<Carrier> {
-         attempts.emplace_back(host, port);
-         return nullptr;
-       });
+  open(GetParam().width, GetParam().height, noteAttempts());
   ASSERT_TRUE(test::spinUntil([&] { return text("stateLine") == "Searching for computers…"; }))
       << text("stateLine").toStdString();
   EXPECT_TRUE(item("radar")->isVisible());
@@ -179,8 +187,8 @@ TEST_P(MainWindowShapeTest, SearchFindsTwoComputersAndTheSecondIsChosen) {
   EXPECT_EQ(text("hostChoice1"), "desk");
   test::settle();
   test::tap(window_, item("hostChoice1"));
-  ASSERT_TRUE(test::spinUntil([&] { return !attempts.empty(); }));
-  EXPECT_EQ(attempts, (std::vector<std::pair<std::string, uint16_t>>{{"127.0.0.2", 5902}}));
+  ASSERT_TRUE(test::spinUntil([&] { return !attempts_.empty(); }));
+  EXPECT_EQ(attempts_, Attempts({{"127.0.0.2", 5902}}));
   EXPECT_TRUE(test::spinUntil([&] { return !shown("hostChoiceCancel"); }));
 
   defaults_->setString(keys::lastHostIP, "10.1.2.3");
@@ -230,6 +238,54 @@ TEST_F(MainWindowTest, ManualConnectionToTheHostOpensTheLiveScreen) {
   EXPECT_EQ(defaults_->integerForKey(keys::lastHostPort), 5910);
 }
 
+// A page over the main page stops the search until it goes (unless closed
+// for the live screen); a dark palette darkens the radar's disc; a long press
+// lists the remembered hosts, connects the chosen one, and clears them all.
+TEST_F(MainWindowTest, HistorySheetPagesOverTheMainPageAndTheDarkPalette) {
+  HostList::remember("desk", "10.0.0.6", 5895);
+  HostList::remember("studio", "10.0.0.5", 5897);
+  open(360, 720, noteAttempts());
+  auto* stack = item("stack");
+  auto run = [&](const char* script) {
+    QQmlExpression(qmlContext(stack), stack, script).evaluate();
+  };
+  run("push(Qt.createQmlObject('import QtQuick; Item {}', this))");
+  EXPECT_FALSE(screen_->isViewInWindow() || flow_->hostDiscovering());
+  run("pop()");
+  EXPECT_TRUE(screen_->isViewInWindow() && flow_->hostDiscovering());
+  run("push(Qt.createQmlObject('import QtQuick; Item {}', this))");
+  screen_->dismissPresented();
+  EXPECT_EQ(stack->property("depth").toInt(), 1);
+  EXPECT_TRUE(screen_->isViewInWindow() && !flow_->hostDiscovering());
+
+  auto disc = [&] { return item("radar")->property("thumbnailColor").value<QColor>(); };
+  EXPECT_EQ(disc(), QColor(Qt::white));
+  const QPalette light = QGuiApplication::palette();
+  QPalette dark = light;
+  dark.setColor(QPalette::Window, QColor(30, 30, 30));
+  QGuiApplication::setPalette(dark);
+  EXPECT_EQ(disc(), QColor::fromRgbF(0.1f, 0.1f, 0.1f));
+  QGuiApplication::setPalette(light);
+
+  auto longPress = [&] { QMetaObject::invokeMethod(item("addButton"), "pressAndHold"); };
+  longPress();
+  ASSERT_TRUE(test::spinUntil([&] { return shown("historyChoice1"); }));
+  EXPECT_EQ(text("historyChoice0"), "studio (10.0.0.5)");
+  EXPECT_EQ(text("historyChoice1"), "desk (10.0.0.6)");
+  test::grabShot(window_, "main-history");
+  test::tap(window_, item("historyChoice1"));
+  advance(0.1);
+  EXPECT_EQ(attempts_, Attempts({{"10.0.0.6", 5895}}));
+  longPress();
+  test::tap(window_, item("historyClearAll"));
+  for (auto key : {keys::hostHistory, keys::lastHostName, keys::lastHostPort})
+    EXPECT_TRUE(defaults_->objectForKey(key).is_null()) << key;
+  EXPECT_TRUE(flow_->hostDiscovering()) << "a new search, as none ran";
+  longPress();
+  ASSERT_TRUE(test::spinUntil([&] { return shown("manualOk"); }));
+  EXPECT_EQ(text("manualAddress"), "10.0.0.5");
+}
+
 // The state line, with no window: what each state of the flow leaves in it.
 TEST(StateLineTest, EachStateOfTheFlowLeavesItsLine) {
   test::ManualMain env;
@@ -240,7 +296,7 @@ TEST(StateLineTest, EachStateOfTheFlowLeavesItsLine) {
   auto wifi = std::make_shared<FakeReachability>();
   // Port 5999 refuses; any other gets a carrier that is still connecting.
   auto flow =
-      startFlow(screen, std::make_shared<QtShell>(screen, QtLiveScreen::Sources{}, nullptr), wifi,
+      startFlow(screen, std::make_shared<QtShell>(screen, QtLiveScreen::Sources{}), wifi,
                 [](const std::string&, uint16_t port, double, std::weak_ptr<CarrierDelegate>,
                    OptionalError& error) -> std::shared_ptr<Carrier> {
                   if (port != 5999) return std::make_shared<test::FakeCarrier>();

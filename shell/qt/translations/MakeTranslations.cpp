@@ -27,6 +27,7 @@ const oxelo::LiveText kMainPageTexts[] = {
     {"M_FOUND_OXELOS", "Found %1 computers", "发现 %1 台电脑"},
     {"M_USB_CONNECTED", "Connected by USB", "已通过 USB 连接"},
     {"M_CONNECT_TO", "Connect to", "连接到"},
+    {"M_CLEAR_ALL", "Clear all", "全部清除"},
     {"M_INPUT_IP", "The computer's address, and which Oxelo on it (1 to 16):",
      "电脑的地址，以及连接其上的第几个 Oxelo（1 到 16）："},
     {"M_LAN_ALERT", "Oxelo needs the local network to find your computer.",

@@ -78,7 +78,7 @@ class LiveWindowFixture : public ::testing::Test {
     sources.services.view.battery = battery;
     idleTimer_ = IdleTimer::create();  // the driver puts this thread on the main queue
     sources.services.idleTimer = idleTimer_;
-    shell_ = std::make_shared<QtShell>(std::make_shared<QtMainScreen>(), sources, nullptr);
+    shell_ = std::make_shared<QtShell>(std::make_shared<QtMainScreen>(), sources);
     engine_ = std::make_unique<QQmlApplicationEngine>();
     ASSERT_TRUE(loadWindow(*engine_, *shell_));
     window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
