@@ -46,6 +46,7 @@ Item {
     }
     TapHandler {
         enabled: button.enabled
+        gesturePolicy: TapHandler.ReleaseWithinBounds
         onTapped: button.pressed()
     }
 }

@@ -46,7 +46,10 @@ Rectangle {
                     x: modelData.x; y: modelData.y; width: modelData.width; height: modelData.height
                 }
             }
+            // A tap taken by a button or the panel above is theirs alone:
+            // each tap handler here grabs its point exclusively on the press.
             TapHandler {
+                gesturePolicy: TapHandler.ReleaseWithinBounds
                 onTapped: (point) => screen.tap(point.position.x, point.position.y)
                 onLongPressed: screen.longPress(1, point.position.x, point.position.y)
             }

@@ -85,6 +85,8 @@ TEST_F(SettingsPanelWindowTest, ThePanelSteersTheCameraAndFollowsTheHost) {
     return item("settingsPanel") && item("settingsPanel")->opacity() == 1.0 && panel()->open();
   }));
   test::settle();
+  // The button's tap is the button's: the picture beneath neither focuses nor exposes.
+  EXPECT_EQ(shell_->live()->focusSquare().value("phase").toInt(), 0);
   QImage shot = test::grabShot(window_, "panel-item0");
   // The blue patch at the bottom left lies under the panel's black at 0.4.
   const QColor under = shot.pixelColor(5, 715);
