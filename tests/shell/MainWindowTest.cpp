@@ -8,6 +8,8 @@
 #include <QQmlExpression>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "discovery/HostList.h"
@@ -19,6 +21,7 @@
 #include "shell/AppDelegate.h"
 #include "shell/CameraCommands.h"
 #include "shell/qt/QtMainQueue.h"
+#include "shell/qt/QtOptions.h"
 #include "shell/qt/QtWindow.h"
 #include "tests/shell/support/QuickWindow.h"
 #include "tests/support/FakeBatteryMonitor.h"
@@ -70,6 +73,7 @@ class MainWindowTest : public ::testing::Test {
     defaults_->setBool(keys::autoConnect, false);  // the play button connects
     std::ostringstream err;
     ASSERT_EQ(startCameras("virtual", err), 0) << err.str();
+    loadCatalogueAtStartup();
     std::string error;
     AudioBackend::setCurrent(AudioBackend::open("synthetic", error));
     MainQueue::set(main_);
@@ -99,20 +103,26 @@ class MainWindowTest : public ::testing::Test {
       return nullptr;
     };
   }
-  // The window at `width` x `height` with the flow searching.
+  // The window at `width` x `height` with the flow searching, the options
+  // page behind its button; the host side decodes HEVC.
   void open(int width, int height, MainViewController::Connector connector = {}) {
     driver_ = std::make_unique<QtMainQueue>(main_);
     screen_ = std::make_shared<QtMainScreen>();
     screen_->setAddressSource([] { return std::string("192.168.1.23"); });
-    shell_ = std::make_shared<QtShell>(screen_, QtLiveScreen::Sources{});
+    QtLiveScreen::Sources sources;
+    sources.services.view.sources.environment.socket.hevcDecodeSupported = true;
+    shell_ = std::make_shared<QtShell>(screen_, sources);
     engine_ = std::make_unique<QQmlApplicationEngine>();
+    QtOptions::Sources options;
+    options.defaults = defaults_;
+    options.device.hevcDecodeSupported = true;
+    registerOptions(*engine_, options);
     ASSERT_TRUE(loadWindow(*engine_, *shell_));
     window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
     window_->resize(width, height);
     flow_ = startFlow(screen_, shell_, wifi_, std::move(connector));
     test::settle();
   }
-
   QQuickItem* item(const char* name) const { return test::findItem(window_->contentItem(), name); }
   QString text(const char* name) const { return item(name)->property("text").toString(); }
   void advance(double seconds) {
@@ -208,34 +218,76 @@ INSTANTIATE_TEST_SUITE_P(Shapes, MainWindowShapeTest,
                                            Shape{"landscape", 720, 360}),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// A user types the reference host's address and instance 16 (port 5910)
-// into the sheet; the host takes the connection, greets and says start, and
-// the live screen opens.
-TEST_F(MainWindowTest, ManualConnectionToTheHostOpensTheLiveScreen) {
-  host_.setProcessChannelMode(QProcess::MergedChannels);
-  host_.start(OXELO_HOST_BIN, {"listen", "--bind", "127.0.0.1", "--port", "5910", "--wait", "15",
-                               "--duration", "1", "--end", "24", "--report",
-                               QString::fromStdString((dir_.path() / "host.json").string())});
+// A new user's first runs against the reference host: its address and
+// instance 16 (port 5910) typed into the sheet open the live screen; when the
+// host has ended the session, the options page changes the size and the
+// codec, and the next connection streams what they say, as the host's
+// report shows.
+TEST_F(MainWindowTest, ANewUserConnectsChangesSizeAndCodecAndReconnects) {
   QByteArray hostLog;
-  ASSERT_TRUE(test::spinUntil([&] {
-    hostLog += host_.readAll();
-    return hostLog.contains("host - listening") || host_.state() == QProcess::NotRunning;
-  })) << hostLog.toStdString();
-  ASSERT_TRUE(hostLog.contains("host - listening")) << hostLog.toStdString();
+  const auto reportPath = [&](int run) {
+    return dir_.path() / ("host" + std::to_string(run) + ".json");
+  };
+  auto startHost = [&](int run) {
+    hostLog.clear();
+    host_.setProcessChannelMode(QProcess::MergedChannels);
+    host_.start(OXELO_HOST_BIN,
+                {"listen", "--bind", "127.0.0.1", "--port", "5910", "--wait", "15", "--duration",
+                 "1", "--end", "24", "--report", QString::fromStdString(reportPath(run).string())});
+    return test::spinUntil([&] {
+             hostLog += host_.readAll();
+             return hostLog.contains("host - listening") || host_.state() == QProcess::NotRunning;
+           }) &&
+           host_.state() == QProcess::Running;
+  };
+  auto connectThroughTheSheet = [&] {
+    ASSERT_TRUE(openManualSheet());
+    item("manualAddress")->setProperty("text", " 127.0.0.1 ");
+    item("manualInstance")->setProperty("text", "16");
+    test::tap(window_, item("manualOk"));
+    advance(0.1);  // the flow connects a tenth of a second after the sheet
+    EXPECT_EQ(text("stateLine"), "Connect to 127.0.0.1");
+    ASSERT_TRUE(test::spinUntil([&] { return shell_->live() != nullptr; }))
+        << (hostLog + host_.readAll()).toStdString();
+  };
+  // What the host saw of the stream, once it has ended and the live screen
+  // has closed.
+  auto streamInfo = [&](int run) {
+    EXPECT_TRUE(host_.waitForFinished(15000)) << hostLog.toStdString();
+    EXPECT_TRUE(test::spinUntil([&] { return shell_->live() == nullptr && shown("mainPage"); }));
+    std::ifstream in(reportPath(run));
+    const auto report = nlohmann::json::parse(in, nullptr, /*allow_exceptions=*/false);
+    return report.is_discarded() ? nlohmann::json() : report["stream"]["info"];
+  };
 
+  ASSERT_TRUE(startHost(1)) << hostLog.toStdString();
   open(360, 720);
-  ASSERT_TRUE(openManualSheet());
-  item("manualAddress")->setProperty("text", " 127.0.0.1 ");
-  item("manualInstance")->setProperty("text", "16");
-  test::tap(window_, item("manualOk"));
-  advance(0.1);  // the flow connects a tenth of a second after the sheet
-  EXPECT_EQ(text("stateLine"), "Connect to 127.0.0.1");
-  ASSERT_TRUE(test::spinUntil([&] { return shell_->live() != nullptr; }))
-      << (hostLog + host_.readAll()).toStdString();
+  connectThroughTheSheet();
   EXPECT_TRUE(flow_->hasLiveScreen());
   EXPECT_FALSE(item("stack")->isVisible());
   EXPECT_EQ(defaults_->stringForKey(keys::lastHostIP), "127.0.0.1");
   EXPECT_EQ(defaults_->integerForKey(keys::lastHostPort), 5910);
+  const auto first = streamInfo(1);
+  EXPECT_EQ(first.value("width", 0), 1280) << first.dump();
+  EXPECT_EQ(first.value("video_encoder", -1), 0);
+
+  test::tap(window_, item("optionsButton"));
+  ASSERT_TRUE(test::spinUntil(
+      [&] { return shown("cell_videoSize") && !item("stack")->property("busy").toBool(); }));
+  ASSERT_TRUE(test::chooseSheetEntry(window_, "cell_videoSize", QString::fromUtf8("640 × 480")));
+  ASSERT_TRUE(test::chooseSheetEntry(window_, "cell_encoder", "HEVC"));
+  test::tap(window_, item("optionsDone"));
+  ASSERT_TRUE(test::spinUntil([&] {
+    return item("stack")->property("depth").toInt() == 1 &&
+           !item("stack")->property("busy").toBool();
+  }));
+
+  ASSERT_TRUE(startHost(2)) << hostLog.toStdString();
+  connectThroughTheSheet();
+  const auto second = streamInfo(2);
+  EXPECT_EQ(second.value("width", 0), 640) << second.dump();
+  EXPECT_EQ(second.value("height", 0), 480);
+  EXPECT_EQ(second.value("video_encoder", -1), 1);
 }
 
 // A page over the main page stops the search until it goes (unless closed

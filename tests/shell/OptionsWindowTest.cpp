@@ -79,19 +79,9 @@ class OptionsWindowTest : public ::testing::Test {
   int depth() const { return item("stack")->property("depth").toInt(); }
   // No page is on its way in or out.
   bool still() const { return !item("stack")->property("busy").toBool(); }
-  // Taps the row, then the sheet's entry whose text is `entry`.
   void choose(const char* cell, const QString& entry) {
-    test::tap(window_, item(cell));
-    ASSERT_TRUE(test::spinUntil([&] { return item("sheetEntry0"); })) << cell;
-    test::settle();  // the sheet lays itself out as it is drawn
-    for (int i = 0; auto* e = item(("sheetEntry" + std::to_string(i)).c_str()); ++i) {
-      if (e->property("text").toString() != entry) continue;
-      test::tap(window_, e);
-      ASSERT_TRUE(test::spinUntil([&] { return !item("sheetEntry0"); }));
-      test::settle();  // the rows are made again with the new values
-      return;
-    }
-    FAIL() << cell << " offers no " << entry.toStdString();
+    ASSERT_TRUE(test::chooseSheetEntry(window_, cell, entry))
+        << cell << ": " << entry.toStdString();
   }
   void shoot(const char* name, int width, int height) {
     window_->resize(width, height);

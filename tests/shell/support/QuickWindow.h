@@ -8,6 +8,7 @@
 #include <QMouseEvent>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <string>
 
 namespace oxelo::test {
 
@@ -68,6 +69,23 @@ inline void tapAt(QQuickWindow* window, QPointF at) {
 // A tap at the middle of `target`.
 inline void tap(QQuickWindow* window, QQuickItem* target) {
   tapAt(window, target->mapToScene(QPointF(target->width() / 2, target->height() / 2)));
+}
+
+// On the options page: taps the row `cell`, then the sheet's entry whose
+// text is `entry`; false when the sheet does not come or offers no such entry.
+inline bool chooseSheetEntry(QQuickWindow* window, const char* cell, const QString& entry) {
+  auto* root = window->contentItem();
+  tap(window, findItem(root, cell));
+  if (!spinUntil([&] { return findItem(root, "sheetEntry0"); })) return false;
+  settle();  // the sheet lays itself out as it is drawn
+  for (int i = 0; auto* e = findItem(root, ("sheetEntry" + std::to_string(i)).c_str()); ++i) {
+    if (e->property("text").toString() != entry) continue;
+    tap(window, e);
+    if (!spinUntil([&] { return !findItem(root, "sheetEntry0"); })) return false;
+    settle();  // the rows are made again with the new values
+    return true;
+  }
+  return false;
 }
 
 // The window as an image; with OXELO_SCREENSHOT_DIR set, also written there
