@@ -57,14 +57,16 @@ struct LiveAlert {
   uint32_t titleColour = 0;  // 0xRRGGBB; 0 for the default
 };
 
+// How long a toast stays where nothing says otherwise.
+constexpr double kToastDefaultSeconds = 2.0;
+
 // Alerts, toasts, the settings page of the system, and the pulse of a button.
 class LiveMessages {
  public:
   virtual ~LiveMessages() = default;
   virtual void showAlert(const LiveAlert& /*alert*/) {}
-  // A short text, by its key, at the centre for the toast manager's
-  // default time.
-  virtual void showToast(const std::string& /*key*/) {}
+  // A short text, by its key, at the centre for `seconds`.
+  virtual void showToast(const std::string& /*key*/, double /*seconds*/) {}
   // Opens where the user gives the program its camera and microphone.
   virtual void openSettings() {}
   // The opacity pulse on a button: 1.0 to 0.0 and back, 0.3 s each way.

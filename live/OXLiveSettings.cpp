@@ -66,6 +66,8 @@ double zoomFromRuler(int64_t value, bool ultraWide) {
 }  // namespace panel
 
 namespace {
+// The host's lock toasts stay a second.
+constexpr double kLockToastSeconds = 1.0;
 constexpr PanelColour kNormal{218, 224, 237};
 constexpr PanelColour kActive{237, 237, 0};
 constexpr PanelColour kOrange{255, 149, 0};
@@ -491,7 +493,7 @@ void OXLiveSettings::autoStatusChanged(int64_t item) {
       if (item == activeIndex_) setAutoButtonStatus(0);
       return;
   }
-  if (lock && services_.messages) services_.messages->showToast(toast);
+  if (lock && services_.messages) services_.messages->showToast(toast, kLockToastSeconds);
   if (item == 0) videoCaptureSettingsChanged(1);
   if (item == activeIndex_) setAutoButtonStatus(lock ? 2 : 0);
   reloadCell(item);

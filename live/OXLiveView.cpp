@@ -511,7 +511,7 @@ void OXLiveView::cameraPressed() {
   s->setCaptureDevicePosition(0);
   const int64_t now = s->captureDevicePosition();
   if (now == position && s->captureDeviceType() == type)
-    services_.messages->showToast("S_UNSUPPORTED_VIDEO_SIZE");
+    services_.messages->showToast("S_UNSUPPORTED_VIDEO_SIZE", kToastDefaultSeconds);
   if (!buttons_[index(LiveButton::torch)].get().hidden) {
     editButton(LiveButton::torch, [now](auto& b) { b.enabled = now == 1; });
     s->setTorch(0);

@@ -57,7 +57,7 @@ Rectangle {
     }
     Timer {
         running: !!notice.content.toast
-        interval: 2000
+        interval: notice.content.milliseconds || 2000
         onTriggered: notice.screen.noticeButton(-1)
     }
 }

@@ -40,9 +40,12 @@ class QtLiveMessages final : public LiveMessages {
                         {"hasTitleColour", alert.titleColour != 0}},
                        std::move(actions));
   }
-  void showToast(const std::string& key) override {
+  void showToast(const std::string& key, double seconds) override {
     if (!screen) return;
-    screen->showNotice({{"message", QString::fromStdString(key)}, {"keys", true}, {"toast", true}},
+    screen->showNotice({{"message", QString::fromStdString(key)},
+                        {"keys", true},
+                        {"toast", true},
+                        {"milliseconds", int(seconds * 1000)}},
                        {});
   }
 };

@@ -31,7 +31,9 @@ class FakeAccess final : public CameraAccess {
 class Recorder final : public LiveMessages, public SystemSounds, public Haptics {
  public:
   void showAlert(const LiveAlert& alert) override { alerts.push_back(alert); }
-  void showToast(const std::string& key) override { events.push_back("toast " + key); }
+  void showToast(const std::string& key, double seconds) override {
+    events.push_back("toast " + key + " " + std::to_string(int(seconds * 1000)) + " ms");
+  }
   void play(int sound) override { events.push_back("sound " + std::to_string(sound)); }
   void impact(int style) override { events.push_back("impact " + std::to_string(style)); }
   int count(const std::string& event) const {

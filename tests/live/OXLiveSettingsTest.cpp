@@ -92,7 +92,9 @@ class ScriptedCamera final : public PanelCamera {
 
 class Toasts final : public LiveMessages, public Haptics {
  public:
-  void showToast(const std::string& key) override { events.push_back("toast " + key); }
+  void showToast(const std::string& key, double seconds) override {
+    events.push_back("toast " + key + " " + std::to_string(int(seconds * 1000)) + " ms");
+  }
   void impact(int style) override { events.push_back("impact " + std::to_string(style)); }
   std::vector<std::string> events;
 };
@@ -399,9 +401,9 @@ TEST_P(HostLockTest, TheHostsLockToastsAndReachesOnlyTheActiveItemsButton) {
 }
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Items, HostLockTest, testing::Values(
-    HostLockCase{"ExposureWhileWhiteBalanceShown", 3, 0, true, "toast AE LOCK", 1},
-    HostLockCase{"WhiteBalanceLocked", 3, 3, true, "toast AWB LOCK", 2},
-    HostLockCase{"FocusLocked", 4, 4, true, "toast AF LOCK", 2},
+    HostLockCase{"ExposureWhileWhiteBalanceShown", 3, 0, true, "toast AE LOCK 1000 ms", 1},
+    HostLockCase{"WhiteBalanceLocked", 3, 3, true, "toast AWB LOCK 1000 ms", 2},
+    HostLockCase{"FocusLocked", 4, 4, true, "toast AF LOCK 1000 ms", 2},
     HostLockCase{"ExposureReleased", 0, 0, false, "", 0}),
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
