@@ -52,7 +52,18 @@ class SettingsPanelWindowTest : public test::LiveWindowFixture {
     for (int i = 0; i <= 5; ++i) mouse(QEvent::MouseMove, from + way * 25 + by * i / 5.0);
     mouse(QEvent::MouseButtonRelease, from + way * 25 + by, hold);
   }
-  ulong time_ = 1000;
+  // The live screen at 1280 x 720 with the panel opened by its button.
+  void openPanel() {
+    open(1280, 720);
+    test::tap(window_, item("settingsButton"));
+    clock_->advance(0.1);  // the panel slides up a tenth of a second later
+    ASSERT_TRUE(test::spinUntil([&] {
+      return item("settingsPanel") && item("settingsPanel")->opacity() == 1.0 && panel()->open();
+    }));
+    test::settle();
+  }
+  // Event times only go forward, across tests too: the pointer keeps its last.
+  static inline ulong time_ = 1000;
   QRectF sceneRect(const char* name) {
     auto* it = item(name);
     return it ? it->mapRectToScene(QRectF(0, 0, it->width(), it->height())) : QRectF();
@@ -78,13 +89,7 @@ class SettingsPanelWindowTest : public test::LiveWindowFixture {
 // turns item 0 orange while item 3 is shown, with the toast; a drag down
 // closes it.
 TEST_F(SettingsPanelWindowTest, ThePanelSteersTheCameraAndFollowsTheHost) {
-  open(1280, 720);
-  test::tap(window_, item("settingsButton"));
-  clock_->advance(0.1);  // the panel slides up a tenth of a second later
-  ASSERT_TRUE(test::spinUntil([&] {
-    return item("settingsPanel") && item("settingsPanel")->opacity() == 1.0 && panel()->open();
-  }));
-  test::settle();
+  openPanel();
   // The button's tap is the button's: the picture beneath neither focuses nor exposes.
   EXPECT_EQ(shell_->live()->focusSquare().value("phase").toInt(), 0);
   QImage shot = test::grabShot(window_, "panel-item0");
@@ -149,6 +154,29 @@ TEST_F(SettingsPanelWindowTest, ThePanelSteersTheCameraAndFollowsTheHost) {
   EXPECT_TRUE(
       test::spinUntil([&] { return !panel()->open() && !item("settingsPanel")->isVisible(); }));
   EXPECT_TRUE(item("recordButton")->isVisible());
+}
+
+// Each other item steers its own value: five ticks of its ruler change what
+// the host then reads of the camera.
+TEST_F(SettingsPanelWindowTest, EveryItemSteersItsValueOnTheCamera) {
+  openPanel();
+  const double pitch = panel()->panel()->ruler().rulerLayout().pitch();
+  const std::pair<int, int32_t wire::StatusBlock::*> items[] = {
+      {2, &wire::StatusBlock::bias},  // before ISO: bias only acts in automatic exposure
+      {1, &wire::StatusBlock::iso},
+      {3, &wire::StatusBlock::temperature},
+      {4, &wire::StatusBlock::lensPosition},
+      {5, &wire::StatusBlock::zoom}};
+  for (auto [index, field] : items) {
+    test::tap(window_, item(("panelItem" + std::to_string(index)).c_str()));
+    ASSERT_TRUE(test::spinUntil([&] { return panel()->activeIndex() == index; }))
+        << "item " << index;
+    test::settle();
+    const int32_t before = statusBlock().*field;
+    drag("rulerScale", QPointF(-5 * pitch, 0));
+    EXPECT_TRUE(test::spinUntil([&] { return statusBlock().*field != before; }, 3000))
+        << "item " << index << " left the camera at " << before;
+  }
 }
 
 }  // namespace
