@@ -4,11 +4,13 @@
 #include <QTranslator>
 
 #include "live/LiveTexts.h"
+#include "shell/options/OptionsTexts.h"
 
 namespace oxelo {
 namespace {
 
-// The window's translations are built from the live screen's table: each
+// The window's translations are built from the live screen's and the
+// options screens' tables: each
 // key, looked up by id in the compiled file of each language, gives that
 // language's text (an escaped character or a lost message would not).
 TEST(TranslationsTest, EveryKeyResolvesByIdInEnglishAndChinese) {
@@ -16,7 +18,9 @@ TEST(TranslationsTest, EveryKeyResolvesByIdInEnglishAndChinese) {
     QTranslator translator;
     const QString file = chinese ? ":/i18n/oxelo_zh_CN.qm" : ":/i18n/oxelo_en.qm";
     ASSERT_TRUE(translator.load(file)) << file.toStdString();
-    for (const auto& text : liveTexts()) {
+    auto texts = liveTexts();
+    texts.insert(texts.end(), optionsTexts().begin(), optionsTexts().end());
+    for (const auto& text : texts) {
       EXPECT_EQ(translator.translate(nullptr, text.key).toStdString(),
                 chinese ? text.chinese : text.english)
           << text.key;
