@@ -23,7 +23,7 @@
 #include "shell/qt/QtMainQueue.h"
 #include "shell/qt/QtOptions.h"
 #include "shell/qt/QtWindow.h"
-#include "tests/shell/support/QuickWindow.h"
+#include "tests/shell/support/WindowTestBase.h"
 #include "tests/support/FakeBatteryMonitor.h"
 #include "tests/support/FakeCarrier.h"
 #include "tests/support/FakeLifecycle.h"
@@ -60,22 +60,11 @@ std::shared_ptr<MainViewController> startFlow(std::shared_ptr<QtMainScreen> scre
 // with Wi-Fi faked on and every probe and listener on loopback. The main
 // queue's timers wait for the test's clock. With OXELO_SCREENSHOT_DIR set,
 // the grabs are also written there (scripts/screenshots).
-class MainWindowTest : public ::testing::Test {
+class MainWindowTest : public test::WindowTestBase {
  protected:
-  static void SetUpTestSuite() {
-    test::ensureOffscreenApp([](QGuiApplication& app) { installTranslations(app); });
-  }
-
   void SetUp() override {
-    defaults_ = std::make_shared<UserDefaults>(dir_.path());
-    UserDefaults::setStandard(defaults_);
-    AppDelegate().applicationDidFinishLaunching(*defaults_);
+    WindowTestBase::SetUp();
     defaults_->setBool(keys::autoConnect, false);  // the play button connects
-    std::ostringstream err;
-    ASSERT_EQ(startCameras("virtual", err), 0) << err.str();
-    loadCatalogueAtStartup();
-    std::string error;
-    AudioBackend::setCurrent(AudioBackend::open("synthetic", error));
     MainQueue::set(main_);
   }
 
@@ -87,7 +76,7 @@ class MainWindowTest : public ::testing::Test {
     driver_.reset();
     main_->stop();
     MainQueue::set(nullptr);
-    UserDefaults::setStandard(nullptr);
+    WindowTestBase::TearDown();
     if (host_.state() != QProcess::NotRunning) {
       host_.kill();
       host_.waitForFinished();
@@ -137,8 +126,6 @@ class MainWindowTest : public ::testing::Test {
     return test::spinUntil([&] { return shown("manualOk"); });
   }
 
-  test::TempDir dir_;
-  std::shared_ptr<UserDefaults> defaults_;
   std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
   std::shared_ptr<Queue> main_ = Queue::createDriven("main", clock_);
   std::shared_ptr<FakeReachability> wifi_ =

@@ -15,7 +15,7 @@
 #include "shell/qt/QtWindow.h"
 #include "shell/web/MakerAddresses.h"
 #include "tests/shell/OptionsTestSupport.h"
-#include "tests/shell/support/QuickWindow.h"
+#include "tests/shell/support/WindowTestBase.h"
 #include "tests/support/TestSupport.h"
 #include "transport/StreamAnnouncement.h"
 
@@ -37,18 +37,10 @@ ApplicationWindow {
 // The options pages on the offscreen platform with the virtual cameras,
 // driven by taps as a user would; the settings store is the program's own.
 // With OXELO_SCREENSHOT_DIR set the pages are written there as PNG files.
-class OptionsWindowTest : public ::testing::Test {
+class OptionsWindowTest : public test::WindowTestBase {
  protected:
-  static void SetUpTestSuite() {
-    test::ensureOffscreenApp([](QGuiApplication& app) { installTranslations(app); });
-  }
-
   void SetUp() override {
-    defaults_ = std::make_shared<UserDefaults>(dir_.path());
-    UserDefaults::setStandard(defaults_);
-    AppDelegate().applicationDidFinishLaunching(*defaults_);
-    std::ostringstream err;
-    ASSERT_EQ(startCameras("virtual", err), 0) << err.str();
+    WindowTestBase::SetUp();
     MainQueue::set(main_);
     driver_ = std::make_unique<QtMainQueue>(main_);
     catalogue_.applyStartupSizeRule();
@@ -70,6 +62,7 @@ class OptionsWindowTest : public ::testing::Test {
     driver_.reset();
     main_->stop();
     MainQueue::set(nullptr);
+    WindowTestBase::TearDown();
   }
 
   QQuickItem* item(const char* name) const { return test::findItem(window_->contentItem(), name); }
@@ -89,8 +82,6 @@ class OptionsWindowTest : public ::testing::Test {
     test::grabShot(window_, name);
   }
 
-  test::TempDir dir_;
-  std::shared_ptr<UserDefaults> defaults_;
   std::shared_ptr<Queue> main_ = Queue::createDriven("main");
   std::unique_ptr<QtMainQueue> driver_;
   VideoSizeCatalogue catalogue_;

@@ -18,6 +18,7 @@
 #include "shell/qt/QtMainQueue.h"
 #include "shell/qt/QtWindow.h"
 #include "tests/shell/support/QuickWindow.h"
+#include "tests/shell/support/WindowTestBase.h"
 #include "tests/support/FakeBatteryMonitor.h"
 #include "tests/support/TestSupport.h"
 
@@ -40,20 +41,10 @@ struct NoHostOwner final : LiveScreenOwner {
 // with the virtual camera: what a user would see, grabbed as an image. With
 // OXELO_SCREENSHOT_DIR set, the grabs are also written there as PNG files
 // (scripts/screenshots).
-class LiveWindowFixture : public ::testing::Test {
+class LiveWindowFixture : public WindowTestBase {
  protected:
-  static void SetUpTestSuite() {
-    test::ensureOffscreenApp([](QGuiApplication& app) { installTranslations(app); });
-  }
-
   void SetUp() override {
-    defaults_ = std::make_shared<UserDefaults>(dir_.path());
-    UserDefaults::setStandard(defaults_);
-    AppDelegate().applicationDidFinishLaunching(*defaults_);
-    std::ostringstream err;
-    ASSERT_EQ(startCameras("virtual", err), 0) << err.str();
-    std::string error;
-    AudioBackend::setCurrent(AudioBackend::open("synthetic", error));
+    WindowTestBase::SetUp();
     MainQueue::set(main_);
   }
 
@@ -64,6 +55,7 @@ class LiveWindowFixture : public ::testing::Test {
     driver_.reset();
     main_->stop();
     MainQueue::set(nullptr);
+    WindowTestBase::TearDown();
   }
 
   // Opens the window at `width` x `height` and the live screen in it.
@@ -104,8 +96,6 @@ class LiveWindowFixture : public ::testing::Test {
     });
   }
 
-  test::TempDir dir_;
-  std::shared_ptr<UserDefaults> defaults_;
   // The main queue's timers (the idle time-out, the cover's image) wait for
   // this clock; the camera runs on its own.
   std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
