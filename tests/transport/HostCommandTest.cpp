@@ -25,14 +25,9 @@ struct AutoItems final : OXLiveSessionDelegate {
   std::pair<double, double> focus{-1, -1};
 };
 
-class HostCommandTest : public testing::Test {
+class HostCommandTest : public test::LiveSessionFixture {
  protected:
   void SetUp() override { useCameras(16.0); }
-  void TearDown() override {
-    if (session_) session_->stopLive();
-    main_.drain();
-    CameraSystem::setCurrent(nullptr);
-  }
 
   // A back and a front camera zooming maxZoom times, with every control.
   void useCameras(double maxZoom) {
@@ -43,12 +38,7 @@ class HostCommandTest : public testing::Test {
         {{"cameras",
           {{{"type", "wide"}, {"position", "back"}, {"formats", {format}}},
            {{"type", "wide"}, {"position", "front"}, {"formats", {format}}}}}}));
-    auto info = test::makeStreamInfo();
-    LiveSessionEnvironment environment;
-    environment.socket.sendQueue = send_;
-    session_ = OXLiveSession::create(info->audioConfiguration, info->videoConfiguration,
-                                     kCaptureMaskVideo, environment);
-    session_->setDelegate(view_);
+    createSession(kCaptureMaskVideo, view_);
     capture_ = session_->videoCapture();
     ASSERT_TRUE(capture_ && capture_->device());
   }
@@ -59,17 +49,7 @@ class HostCommandTest : public testing::Test {
     main_.drain();
   }
 
-  wire::StatusBlock status() {
-    auto block = wire::parseStatusBlock(wire::buildStatusBlock(*session_->statusSource()));
-    EXPECT_TRUE(block.ok());
-    return block.ok() ? *block : wire::StatusBlock{};
-  }
-
-  test::StreamFixtureSettings settings_{/*audioFormat=*/0};
-  test::ManualMain main_;
-  std::shared_ptr<Queue> send_ = Queue::createDriven("send", main_.clockPtr());
   std::shared_ptr<AutoItems> view_ = std::make_shared<AutoItems>();
-  std::shared_ptr<OXLiveSession> session_;
   std::shared_ptr<LFVideoCapture> capture_;
 };
 
@@ -77,7 +57,7 @@ TEST_F(HostCommandTest, TorchStepsThroughZeroToFiveAndBackWhateverP1Holds) {
   std::vector<uint32_t> onTheWire;
   for (int i = 0; i < 7; ++i) {
     host(i % 2 ? "88 00 00 00 | 25 00 00 00" : "88 00 00 00 | 25 00 00 00 | 03 00 00 00");
-    onTheWire.push_back(status().session.torch);
+    onTheWire.push_back(statusBlock().session.torch);
   }
   EXPECT_EQ(onTheWire, (std::vector<uint32_t>{1, 2, 3, 4, 5, 0, 1}));
   EXPECT_FLOAT_EQ(capture_->device()->torchLevel(), 0.2f);
@@ -99,7 +79,7 @@ TEST_P(CameraParameterTest, ReachesTheCameraAndTheNextStatusBlock) {
   capture_->setWbTempAndTint(4000.0f, 10.0f);
   const float tint = capture_->wbTempAndTint().tint;
   host(GetParam().record);
-  EXPECT_NEAR(status().*GetParam().field, GetParam().expected, 1);
+  EXPECT_NEAR(statusBlock().*GetParam().field, GetParam().expected, 1);
   EXPECT_NEAR(capture_->wbTempAndTint().tint, tint, 0.01f);
 }
 
@@ -156,15 +136,15 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(HostCommandTest, LockFiveActsAsOneAndTheBlockFollows) {
   host("88000000 29000000 02000000");
   EXPECT_TRUE(capture_->aeLock() && capture_->afLock() && capture_->awbLock());
-  EXPECT_EQ(status().session.aeafLock, 2u);
+  EXPECT_EQ(statusBlock().session.aeafLock, 2u);
   host("88000000 29000000 05000000");
   EXPECT_FALSE(capture_->aeLock() || capture_->afLock() || capture_->awbLock());
   EXPECT_FALSE(capture_->autoExposure() || capture_->autoFocus() || capture_->autoWhiteBalance());
   EXPECT_FALSE(capture_->device()->isSubjectAreaChangeMonitoringEnabled());
-  EXPECT_EQ(status().session.aeafLock, 1u);
+  EXPECT_EQ(statusBlock().session.aeafLock, 1u);
   host("88000000 29000000 00000000");
   EXPECT_TRUE(capture_->autoExposure() && capture_->autoFocus() && capture_->autoWhiteBalance());
-  EXPECT_EQ(status().session.aeafLock, 0u);
+  EXPECT_EQ(statusBlock().session.aeafLock, 0u);
 }
 
 // The session flags word as the host reads it: beauty 1, mirror, torch 3,
@@ -179,13 +159,14 @@ TEST_F(HostCommandTest, SessionFlagsWordCarriesWhatTheCommandsSet) {
   host("88000000 26000000 00000000");  // off, and the method with it
   EXPECT_FALSE(session_->beautyFace());
   EXPECT_EQ(session_->beautyMethod(), 0);
-  EXPECT_EQ(status().session.beauty, 0u);
+  EXPECT_EQ(statusBlock().session.beauty, 0u);
 }
 
-TEST_F(HostCommandTest, FocusPointIsMirroredWithThePicture) {
+TEST_F(HostCommandTest, FocusPointIsMirroredAndTheCapabilityBlockTellsTheZoomLimit) {
   session_->setMirror(true);
   host("88000000 17000000 ff000000 ff000000");
   EXPECT_EQ(view_->focus, std::make_pair(0.0, 1.0));
+  EXPECT_EQ(capabilityBlock().zoomMax, 100) << "a 16x wide camera zooms 10x at most";
 }
 
 // Zoom steps of 5 percent within 1.0 and the camera's limit; a step out that
@@ -218,16 +199,6 @@ INSTANTIATE_TEST_SUITE_P(Steps, ZoomStepTest,
                                          Z{"OutFrom105ReachesOne", 16, 1.05, kOut, 1.0},
                                          Z{"OutFrom104Stays", 16, 1.04, kOut, 1.04}),
                          [](const auto& info) { return info.param.name; });
-
-// The capability block reads the capture's limits: a 16x wide camera zooms
-// 10x at most.
-TEST_F(HostCommandTest, CapabilityBlockTellsTheCapturesZoomLimit) {
-  auto block = wire::parseCapabilityBlock(wire::buildCapabilityBlock(*session_->statusSource()));
-  ASSERT_TRUE(block.ok());
-  EXPECT_EQ(block->zoomMax, 100);
-}
-
-// ---- Presets ----
 
 // 42 saves to slot P1 mod 5 + 1 and makes it durable, 43 loads it, 44
 // deletes it; a slot with no value loads nothing.

@@ -62,23 +62,12 @@ struct RecordingView final : OXLiveSessionDelegate {
   std::pair<double, double> focus{-1, -1};
 };
 
-class LiveSessionTest : public testing::Test {
+class LiveSessionTest : public test::LiveSessionFixture {
  protected:
-  void TearDown() override {
-    if (session_) session_->stopLive();
-    send_->runPending();
-    main_.drain();
-  }
-
   std::shared_ptr<OXLiveSession> makeSession(int64_t captureType) {
-    auto info = test::makeStreamInfo();
     LiveSessionEnvironment environment;
     environment.encoders = encoders_;
-    environment.socket.sendQueue = send_;
-    session_ = OXLiveSession::create(info->audioConfiguration, info->videoConfiguration,
-                                     captureType, environment);
-    session_->setDelegate(view_);
-    session_->startLive();
+    createSession(captureType, view_, environment)->startLive();
     return session_;
   }
 
@@ -87,7 +76,6 @@ class LiveSessionTest : public testing::Test {
     session_->socketStatus(session_->streamSocket().get(), state);
     main_.drain();
   }
-
   void encoderGivesVideo(uint64_t timestamp, bool key) {
     session_->videoEncoderVideoFrame(nullptr, test::videoFrame(timestamp, key, {1}));
   }
@@ -95,8 +83,7 @@ class LiveSessionTest : public testing::Test {
     session_->audioEncoderAudioFrame(nullptr, test::audioFrame(timestamp, {2}));
   }
 
-  // What entered the socket's buffer: timestamps, video as positive, audio
-  // as negative numbers.
+  // The timestamps that entered the socket's buffer: video as they are, audio as -t - 1.
   std::vector<int64_t> streamed() {
     std::vector<int64_t> out;
     for (const auto& frame : session_->streamSocket()->buffer()->list()) {
@@ -106,37 +93,20 @@ class LiveSessionTest : public testing::Test {
     return out;
   }
 
-  test::StreamFixtureSettings settings_;
-  test::ManualMain main_;
-  std::shared_ptr<Queue> send_ = Queue::createDriven("send", main_.clockPtr());
   std::shared_ptr<FakeEncoders> encoders_ = std::make_shared<FakeEncoders>();
   std::shared_ptr<RecordingView> view_ = std::make_shared<RecordingView>();
-  std::shared_ptr<OXLiveSession> session_;
 };
 
-// The capture type follows the audio setting.
-struct CaptureCase {
-  const char* name;
-  int64_t audioFormat;
-  int64_t mask;
-  bool audio, video;
-};
-
-class CaptureTypeTest : public testing::TestWithParam<CaptureCase> {};
-
-TEST_P(CaptureTypeTest, FollowsTheAudioSetting) {
-  int64_t mask = captureTypeForAudioFormat(GetParam().audioFormat);
-  EXPECT_EQ(mask, GetParam().mask);
-  EXPECT_EQ(captureTypeHasAudio(mask), GetParam().audio);
-  EXPECT_EQ(captureTypeHasVideo(mask), GetParam().video);
+// The capture type follows the audio setting: no audio at 0 or below, AAC from 1.
+TEST(CaptureTypeTest, FollowsTheAudioSetting) {
+  const std::tuple<int64_t, int64_t, bool> cases[] = {
+      {0, 2, false}, {-1, 2, false}, {1, 3, true}, {2, 3, true}};
+  for (auto [audioFormat, mask, audio] : cases) {
+    EXPECT_EQ(captureTypeForAudioFormat(audioFormat), mask) << audioFormat;
+    EXPECT_EQ(captureTypeHasAudio(mask), audio) << audioFormat;
+    EXPECT_TRUE(captureTypeHasVideo(mask)) << audioFormat;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(AudioFormats, CaptureTypeTest,
-                         testing::Values(CaptureCase{"NoAudio", 0, 2, false, true},
-                                         CaptureCase{"NegativeIsNoAudio", -1, 2, false, true},
-                                         CaptureCase{"Aac", 1, 3, true, true},
-                                         CaptureCase{"AnyHigher", 2, 3, true, true}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(LiveSessionTest, CreationNeedsTheConfigurationsItsCaptureTypeUses) {
   auto info = test::makeStreamInfo();
@@ -323,8 +293,7 @@ TEST_F(LiveSessionTest, RequestsToTheHostTravelOnTheHandedOverConnection) {
             test::cat({test::recordStartCommand(), test::snapshotCommand()}));
 }
 
-// The session with its camera front on a set of three virtual cameras: back
-// wide angle (the first back camera), front, back ultra wide.
+// Three virtual cameras: back wide angle (the first back camera), front, back ultra wide.
 class LiveSessionCameraTest : public LiveSessionTest {
  protected:
   void SetUp() override {
@@ -334,24 +303,9 @@ class LiveSessionCameraTest : public LiveSessionTest {
                                  test::cameraJson("wide", "front", {{{1280, 720}, 30}}),
                                  test::cameraJson("ultraWide", "back", {{{1280, 720}, 30}})}}}));
   }
-  void TearDown() override {
-    LiveSessionTest::TearDown();
-    CameraSystem::setCurrent(nullptr);
-  }
   void hostSends(uint32_t command, int32_t p1) {
     session_->socketClientCommand(nullptr, {command, p1, 0});
     main_.drain();
-  }
-  // What the next key frame's blocks tell the host.
-  wire::CapabilityBlock capabilities() {
-    auto block = wire::parseCapabilityBlock(wire::buildCapabilityBlock(*session_->statusSource()));
-    EXPECT_TRUE(block.ok());
-    return block.ok() ? *block : wire::CapabilityBlock{};
-  }
-  bool mirrorOnTheWire() {
-    auto block = wire::parseStatusBlock(wire::buildStatusBlock(*session_->statusSource()));
-    EXPECT_TRUE(block.ok());
-    return block.ok() && block->session.mirror;
   }
 };
 
@@ -386,7 +340,7 @@ struct CameraStep {
 TEST_F(LiveSessionCameraTest, ChoosingACameraSwitchesItAndTheBlocksFollow) {
   makeSession(kCaptureMaskDefault);
   ASSERT_TRUE(session_->videoCapture()->videoCamera());
-  EXPECT_EQ(capabilities().cameraKind, 7u);  // any other back camera
+  EXPECT_EQ(capabilityBlock().cameraKind, 7u);  // any other back camera
   std::vector<int64_t> positions;
   auto watch = session_->captureDevicePositionProperty().observe(
       [&](int64_t, int64_t now) { positions.push_back(now); });
@@ -407,7 +361,7 @@ TEST_F(LiveSessionCameraTest, ChoosingACameraSwitchesItAndTheBlocksFollow) {
     hostSends(wire::kHostChooseCamera, step.p1);
     EXPECT_EQ(session_->captureDevicePosition(), step.position);
     EXPECT_EQ(session_->captureDeviceType(), step.deviceType);
-    EXPECT_EQ(capabilities().cameraKind, step.kind);
+    EXPECT_EQ(capabilityBlock().cameraKind, step.kind);
     EXPECT_EQ(session_->deviceChanged(), step.deviceChanged);
   }
   EXPECT_EQ(positions, (std::vector<int64_t>{2, 1})) << "told when the session turns the camera";
@@ -416,15 +370,15 @@ TEST_F(LiveSessionCameraTest, ChoosingACameraSwitchesItAndTheBlocksFollow) {
 TEST_F(LiveSessionCameraTest, MirrorCommandReachesTheCaptureAndTheStatusBlock) {
   makeSession(kCaptureMaskVideo);
   auto capture = session_->videoCapture();
-  EXPECT_TRUE(mirrorOnTheWire()) << "a capture mirrors from the start";
+  EXPECT_TRUE(statusBlock().session.mirror) << "a capture mirrors from the start";
   std::vector<bool> seen;
   auto watch = session_->mirrorProperty().observe([&](bool, bool now) { seen.push_back(now); });
   hostSends(wire::kHostMirror, 0);
   EXPECT_FALSE(capture->mirror());
-  EXPECT_FALSE(mirrorOnTheWire());
+  EXPECT_FALSE(statusBlock().session.mirror);
   hostSends(wire::kHostMirror, 5);
   EXPECT_TRUE(session_->mirror());
-  EXPECT_TRUE(mirrorOnTheWire());
+  EXPECT_TRUE(statusBlock().session.mirror);
   EXPECT_EQ(seen, (std::vector<bool>{false, true}));
 }
 

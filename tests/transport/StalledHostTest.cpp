@@ -1,8 +1,6 @@
-// A host that stops reading, over TCP and over the USB framed channel, and a
-// host that goes away and comes back between retries. The stall runs in real
-// time (the kernel's buffers filling is the subject); the stream's own clock
-// is the manual clock, moved on one frame interval per frame, so that the
-// write statistics and the late-frame rule judge the same stream each run.
+// A host that stops reading, over TCP and over the USB framed channel, and one that restarts
+// between retries. The stall runs in real time (the kernel's buffers filling is the subject); the
+// stream's clock is the manual one, moved one frame interval per frame.
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 
@@ -21,6 +19,7 @@
 #include "tests/transport/support/StreamSocketHarness.h"
 #include "wire/InfoPacket.h"
 #include "wire/WireConstants.h"
+#include "wire/WireStream.h"
 
 namespace oxelo {
 namespace {
@@ -73,14 +72,17 @@ struct VideoArrival {
   bool key;
 };
 
-// The host's end: reads while told to, on a thread of its own, and keeps the
-// video frames it finds (not the sequence headers). `framed`: the USB framed
-// channel, whose frames each carry one packet (or the info, or a tail).
+uint32_t littleEndian32(const test::Bytes& bytes, size_t at) {
+  uint32_t v = 0;
+  for (int i = 0; i < 4; ++i) v |= uint32_t{bytes[at + i]} << (8 * i);
+  return v;
+}
+
+// The host's end, with a receive buffer that fills soon: reads while told to, on a thread of its
+// own, and keeps the video frames it finds. `framed`: the USB channel, one packet per frame.
 class Host {
  public:
   Host(const test::Fd& fd, bool framed) : fd_(fd.get()), framed_(framed) {
-    // A host whose receive buffer fills soon, so that the stall reaches the
-    // phone within a frame or two.
     int size = 64 * 1024;
     setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
     thread_ = std::thread([this] { run(); });
@@ -100,39 +102,29 @@ class Host {
   void run() {
     uint8_t chunk[64 * 1024];
     while (!stop_) {
-      if (!reading_) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        continue;
-      }
-      ssize_t n = recv(fd_, chunk, sizeof chunk, MSG_DONTWAIT);
+      ssize_t n = reading_ ? recv(fd_, chunk, sizeof chunk, MSG_DONTWAIT) : 0;
       if (n <= 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         continue;
       }
       buffer_.insert(buffer_.end(), chunk, chunk + n);
-      framed_ ? takeFrames() : takePackets();
+      size_t rest = 0;
+      if (framed_) {
+        for (auto& frame : test::parseFrames(buffer_, &rest))
+          if (frame.type == wire::kPacketTypeVideo) packet(frame.payload, 0);
+      } else {
+        size_t at = 0;
+        for (;;) {
+          auto record = wire::nextRecord(std::span<const uint8_t>(buffer_).subspan(at));
+          broken_ = broken_ || (!record && record.error() != wire::WireError::Truncated);
+          if (!record) break;
+          if (record->type == wire::kPacketTypeVideo) packet(buffer_, at);
+          at += record->length;
+        }
+        rest = buffer_.size() - at;
+      }
+      buffer_.erase(buffer_.begin(), buffer_.end() - static_cast<long>(rest));
     }
-  }
-  void takeFrames() {
-    size_t rest = 0;
-    for (auto& frame : test::parseFrames(buffer_, &rest))
-      if (frame.type == wire::kPacketTypeVideo) packet(frame.payload, 0);
-    buffer_.erase(buffer_.begin(), buffer_.end() - static_cast<long>(rest));
-  }
-  void takePackets() {
-    size_t at = 0;
-    if (!infoSeen_) {
-      if (buffer_.size() < wire::kInfoPacketSize) return;
-      infoSeen_ = true;
-      at = wire::kInfoPacketSize;
-    }
-    while (buffer_.size() - at >= wire::kCommonHeaderSize) {
-      size_t size = littleEndian32(at + 8);
-      if (buffer_.size() - at < wire::kCommonHeaderSize + size) break;
-      if (littleEndian32(at) == wire::kPacketTypeVideo) packet(buffer_, at);
-      at += wire::kCommonHeaderSize + size;
-    }
-    buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<long>(at));
   }
   // A video packet at `at` of `bytes`.
   void packet(const test::Bytes& bytes, size_t at) {
@@ -140,17 +132,9 @@ class Host {
       broken_ = true;
       return;
     }
-    const uint8_t tag = bytes[at + 12], kind = bytes[at + 13];
-    if (kind != wire::kVideoKindFrame) return;
-    uint32_t timestamp = 0;
-    for (int i = 0; i < 4; ++i) timestamp |= uint32_t{bytes[at + 4 + i]} << (8 * i);
+    if (bytes[at + 13] != wire::kVideoKindFrame) return;
     std::lock_guard lock(mutex_);
-    video_.push_back({timestamp, tag == wire::kVideoTagKeyFrame});
-  }
-  uint32_t littleEndian32(size_t at) const {
-    uint32_t v = 0;
-    for (int i = 0; i < 4; ++i) v |= uint32_t{buffer_[at + i]} << (8 * i);
-    return v;
+    video_.push_back({littleEndian32(bytes, at + 4), bytes[at + 12] == wire::kVideoTagKeyFrame});
   }
 
   const int fd_;
@@ -158,34 +142,14 @@ class Host {
   std::thread thread_;
   std::atomic<bool> stop_{false}, reading_{true}, broken_{false};
   test::Bytes buffer_;  // reader thread only
-  bool infoSeen_ = false;
   mutable std::mutex mutex_;
   std::vector<VideoArrival> video_;
 };
 
-class StalledHostTest : public testing::TestWithParam<bool> {
+class StalledHostTest : public test::StreamSocketFixture, public testing::WithParamInterface<bool> {
  protected:
-  void TearDown() override {
-    if (socket_) socket_->stop();
-    test::pumpBoth(
-        main_.main(), *send_, [] { return false; }, 0.05);
-  }
-
-  std::shared_ptr<OXStreamSocket> makeSocket(std::shared_ptr<LFLiveStreamInfo> info) {
-    StreamSocketEnvironment environment;
-    environment.sendQueue = send_;
-    socket_ = OXStreamSocket::create(std::move(info), 0, 0, environment);
-    socket_->setDelegate(session_);
-    return socket_;
-  }
-
-  bool pump(const std::function<bool()>& done, double seconds = 5.0) {
-    return test::pumpBoth(main_.main(), *send_, done, seconds);
-  }
-
-  // One frame interval of a 30 fps stream: a video frame (a key frame every
-  // 30) and an audio frame, handed over; then the clock moves on. Paced to
-  // real time from `start`.
+  // One frame interval of a 30 fps stream (a video frame, a key frame every 30, and an audio
+  // frame) handed over; then the clock moves on. Paced to real time from `start`.
   void frameInterval(std::chrono::steady_clock::time_point start) {
     const uint64_t n = frames_++;
     const uint64_t timestamp = 1000 + n * kFrameMs;
@@ -205,12 +169,6 @@ class StalledHostTest : public testing::TestWithParam<bool> {
   }
   uint64_t lastTimestamp() const { return 1000 + (frames_ - 1) * kFrameMs; }
 
-  test::StreamFixtureSettings settings_{/*audioFormat=*/0};
-  test::ManualMain main_;
-  std::shared_ptr<Queue> send_ = Queue::createDriven("send", main_.clockPtr());
-  std::shared_ptr<test::RecordingSession> session_ =
-      std::make_shared<test::RecordingSession>(test::statusValues());
-  std::shared_ptr<OXStreamSocket> socket_;
   uint64_t frames_ = 0;
 };
 
@@ -222,16 +180,13 @@ TEST_P(StalledHostTest, MemoryStaysBoundedAndTheStreamRecoversFromAKeyFrame) {
   const bool usb = GetParam();
   std::shared_ptr<test::UsbLoopback> usbLink;
   test::LoopbackConnection tcpLink;
-  std::shared_ptr<Carrier> carrier;
-  if (usb) {
+  if (usb)
     usbLink = test::UsbLoopback::connect(main_.main());
-    ASSERT_TRUE(usbLink->carrier);
-    carrier = usbLink->carrier;
-  } else {
+  else
     tcpLink = test::connectLoopback(main_.main());
-    ASSERT_TRUE(tcpLink.carrier);
-    carrier = tcpLink.carrier;
-  }
+  std::shared_ptr<Carrier> carrier =
+      usb ? std::shared_ptr<Carrier>(usbLink->carrier) : tcpLink.carrier;
+  ASSERT_TRUE(carrier);
   const test::Fd& hostFd = usb ? usbLink->host : tcpLink.host;
   Host host(hostFd, usb);
   makeSocket(test::makeStreamInfo());
@@ -291,9 +246,9 @@ TEST_P(StalledHostTest, MemoryStaysBoundedAndTheStreamRecoversFromAKeyFrame) {
   EXPECT_EQ(verdicts.back(), BufferVerdict::RaiseBitrate) << "the link is good again";
 }
 
-// A listener on 127.0.0.1:`port` (0: the system's choice) that may take a
-// port whose last connection is still in TIME_WAIT, as a restarted host does.
-test::Fd listenOn(uint16_t port) {
+// A listener on 127.0.0.1:`port` (0: the system's choice, written back) that may take a port whose
+// last connection is still in TIME_WAIT, as a restarted host does.
+test::Fd listenOn(uint16_t& port) {
   test::Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   int one = 1;
   setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
@@ -301,31 +256,24 @@ test::Fd listenOn(uint16_t port) {
   a.sin_family = AF_INET;
   a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   a.sin_port = htons(port);
-  if (bind(fd.get(), reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || listen(fd.get(), 4) != 0)
+  socklen_t length = sizeof a;
+  if (bind(fd.get(), reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || listen(fd.get(), 4) != 0 ||
+      getsockname(fd.get(), reinterpret_cast<sockaddr*>(&a), &length) != 0)
     ADD_FAILURE() << "listen on " << port << ": " << std::strerror(errno);
+  port = ntohs(a.sin_port);
   return fd;
 }
 
-uint16_t portOf(const test::Fd& fd) {
-  sockaddr_in a{};
-  socklen_t length = sizeof a;
-  getsockname(fd.get(), reinterpret_cast<sockaddr*>(&a), &length);
-  return ntohs(a.sin_port);
-}
-
-using HostRestartTest = StalledHostTest;
+using HostRestartTest = test::StreamSocketFixture;
 
 // The host goes away mid-stream and comes back on the same port between two
 // retries: the retries stay 3 s apart, no error reaches the session, and the
 // new connection starts over with the info packet and then the sequence
 // header at timestamp 0.
 TEST_F(HostRestartTest, TheNextRetryFindsTheRestartedHostAndStartsOver) {
-  auto listener = listenOn(0);
-  const uint16_t port = portOf(listener);
-  auto info = test::makeStreamInfo();
-  info->host = "127.0.0.1";
-  info->port = port;
-  makeSocket(info)->start();
+  uint16_t port = 0;
+  auto listener = listenOn(port);
+  makeSocket(test::loopbackStreamInfo(port))->start();
   auto accept = [&] {
     test::Fd host;
     pump([&] {
@@ -367,7 +315,7 @@ TEST_F(HostRestartTest, TheNextRetryFindsTheRestartedHostAndStartsOver) {
   EXPECT_TRUE(wire::parseInfoPacket(first)) << "the new connection starts with the info packet";
   // The session starts its timestamps again from 0 on a new connection.
   socket_->sendFrame(test::videoFrame(0, true, test::keyFrameData()));
-  ASSERT_TRUE(pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); }));
+  ASSERT_TRUE(sent());
   EXPECT_EQ(test::peer::receive(host, test::h264SequenceHeaderPacket().size()),
             test::h264SequenceHeaderPacket());
 }

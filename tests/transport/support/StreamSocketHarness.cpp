@@ -27,6 +27,13 @@ std::shared_ptr<LFLiveStreamInfo> makeStreamInfo(uint64_t fps) {
   return info;
 }
 
+std::shared_ptr<LFLiveStreamInfo> loopbackStreamInfo(uint16_t port) {
+  auto info = makeStreamInfo();
+  info->host = "127.0.0.1";
+  info->port = port;
+  return info;
+}
+
 LoopbackConnection connectLoopback(Queue& main) {
   // The greeting's delegate, until the socket becomes a carrier.
   auto greeter = std::make_shared<Recorder>();

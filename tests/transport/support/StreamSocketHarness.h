@@ -5,13 +5,19 @@
 #include <mutex>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "channels/TcpCarrier.h"
 #include "media/LFLiveAudioConfiguration.h"
 #include "media/LFLiveVideoConfiguration.h"
+#include "platform/camera/CameraSystem.h"
 #include "platform/defaults/UserDefaults.h"
 #include "tests/support/PlainStatusSource.h"
 #include "tests/support/SocketTestSupport.h"
+#include "tests/support/WireVectors.h"
+#include "transport/OXLiveSession.h"
 #include "transport/OXStreamSocket.h"
+#include "wire/TailBlocks.h"
 
 namespace oxelo::test {
 
@@ -74,6 +80,8 @@ struct StreamFixtureSettings {
   ~StreamFixtureSettings();
 };
 std::shared_ptr<LFLiveStreamInfo> makeStreamInfo(uint64_t fps = 30);
+// That stream, opening its own connection to 127.0.0.1:`port`.
+std::shared_ptr<LFLiveStreamInfo> loopbackStreamInfo(uint16_t port);
 
 // A TCP connection on loopback: the phone's GCDAsyncSocket (delegate queue: the main queue) in the
 // carrier that the main screen hands over, and the host's plain socket.
@@ -92,6 +100,76 @@ inline bool pumpBoth(Queue& main, Queue& send, const std::function<bool()>& done
     main.runPending();
   });
 }
+
+// A socket test's world: the settings store, the manual main queue and a driven send queue, the
+// recording session, and the socket made with them (stopped at the end).
+class StreamSocketFixture : public testing::Test {
+ protected:
+  void TearDown() override {
+    if (socket_) socket_->stop();
+    pump([] { return false; }, 0.05);
+  }
+  std::shared_ptr<OXStreamSocket> makeSocket(std::shared_ptr<LFLiveStreamInfo> info,
+                                             std::shared_ptr<AppLifecycle> lifecycle = nullptr) {
+    StreamSocketEnvironment environment;
+    environment.sendQueue = send_;
+    environment.lifecycle = std::move(lifecycle);
+    socket_ = OXStreamSocket::create(std::move(info), 0, 0, environment);
+    socket_->setDelegate(session_);
+    return socket_;
+  }
+  bool pump(const std::function<bool()>& done, double seconds = 5.0) {
+    return pumpBoth(main_.main(), *send_, done, seconds);
+  }
+  // Every frame handed in has left the buffer and been written.
+  bool sent() {
+    return pump([&] { return socket_->buffer()->listCount() == 0 && !socket_->isSending(); });
+  }
+
+  StreamFixtureSettings settings_{/*audioFormat=*/0};
+  ManualMain main_;
+  std::shared_ptr<Queue> send_ = Queue::createDriven("send", main_.clockPtr());
+  std::shared_ptr<RecordingSession> session_ = std::make_shared<RecordingSession>(statusValues());
+  std::shared_ptr<OXStreamSocket> socket_;
+};
+
+// A live session's world: the settings store, the manual main queue and a driven send queue.
+class LiveSessionFixture : public testing::Test {
+ protected:
+  void TearDown() override {
+    if (session_) session_->stopLive();
+    send_->runPending();
+    main_.drain();
+    CameraSystem::setCurrent(nullptr);
+  }
+  // A session of `captureType` with `environment` and `send_`, telling `view`.
+  std::shared_ptr<OXLiveSession> createSession(int64_t captureType,
+                                               std::shared_ptr<OXLiveSessionDelegate> view,
+                                               LiveSessionEnvironment environment = {}) {
+    auto info = makeStreamInfo();
+    environment.socket.sendQueue = send_;
+    session_ = OXLiveSession::create(info->audioConfiguration, info->videoConfiguration,
+                                     captureType, environment);
+    session_->setDelegate(view);
+    return session_;
+  }
+  // The blocks behind the next key frame, as the host reads them.
+  wire::StatusBlock statusBlock() {
+    auto block = wire::parseStatusBlock(wire::buildStatusBlock(*session_->statusSource()));
+    EXPECT_TRUE(block.ok());
+    return block.ok() ? *block : wire::StatusBlock{};
+  }
+  wire::CapabilityBlock capabilityBlock() {
+    auto block = wire::parseCapabilityBlock(wire::buildCapabilityBlock(*session_->statusSource()));
+    EXPECT_TRUE(block.ok());
+    return block.ok() ? *block : wire::CapabilityBlock{};
+  }
+
+  StreamFixtureSettings settings_;
+  ManualMain main_;
+  std::shared_ptr<Queue> send_ = Queue::createDriven("send", main_.clockPtr());
+  std::shared_ptr<OXLiveSession> session_;
+};
 
 // A video frame with the test vectors' parameter sets (H.264).
 std::shared_ptr<LFVideoFrame> videoFrame(uint64_t timestamp, bool key, Bytes data);
