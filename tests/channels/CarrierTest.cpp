@@ -32,8 +32,9 @@ std::shared_ptr<const Bytes> shared(Bytes bytes) {
 class CarrierTest : public testing::TestWithParam<Carrier::Kind> {
  protected:
   // A carrier connected to `peer_`, with `events_` as its delegate.
+  bool tcp() const { return GetParam() == Carrier::Kind::tcp; }
   void connect() {
-    if (GetParam() == Carrier::Kind::tcp) {
+    if (tcp()) {
       test::LoopbackListener listener;
       OptionalError error;
       carrier_ =
@@ -58,7 +59,7 @@ class CarrierTest : public testing::TestWithParam<Carrier::Kind> {
   test::Fd peer_;
 };
 
-TEST_P(CarrierTest, RecordsLeaveWithTheirTailsAndReportOnlyWhenAsked) {
+TEST_P(CarrierTest, RecordsLeaveWithTheirTailsAndReportOnlyWhenAskedToAWeakDelegate) {
   connect();
   ASSERT_TRUE(carrier_);
   CarrierRecord packet{shared({1, 2, 3}),    shared({9, 9}),  /*tag=*/4242, -1, /*frameType=*/9,
@@ -71,7 +72,7 @@ TEST_P(CarrierTest, RecordsLeaveWithTheirTailsAndReportOnlyWhenAsked) {
   carrier_->sendRecord(quiet);
   carrier_->sendRecord(notice);
 
-  if (GetParam() == Carrier::Kind::tcp) {
+  if (tcp()) {
     // One write for the packet and its tail; the framed channel's notice
     // never goes over TCP.
     EXPECT_EQ(test::peer::receive(peer_, 6, 5.0), (Bytes{1, 2, 3, 9, 9, 4}));
@@ -84,37 +85,33 @@ TEST_P(CarrierTest, RecordsLeaveWithTheirTailsAndReportOnlyWhenAsked) {
   }
   // The quiet record is never reported; the notice only where it was sent.
   std::vector<int64_t> reported{4242};
-  if (GetParam() == Carrier::Kind::usb) reported.push_back(8814);
+  if (!tcp()) reported.push_back(8814);
   ASSERT_TRUE(test::pumpUntil(env_, [&] { return !events_->written.empty(); }));
   test::pumpFor(env_.main(), 0.1);
   EXPECT_EQ(events_->written, reported);
+
+  // The delegate is held weakly: once gone, what arrives is delivered to nobody, without harm.
+  std::weak_ptr<CarrierEvents> weak = events_;
+  events_.reset();
+  EXPECT_TRUE(weak.expired());
+  EXPECT_EQ(carrier_->delegate(), nullptr);
+  test::peer::sendAll(peer_, tcp() ? Bytes{1} : test::frame(88, 1, {1}));
+  test::pumpFor(env_.main(), 0.1);
+  EXPECT_TRUE(carrier_->isConnected());
 }
 
 TEST_P(CarrierTest, ReadsArriveAsStreamPiecesOrWholeMessagesAndTheEndOnce) {
   connect();
   ASSERT_TRUE(carrier_);
-  bool tcp = GetParam() == Carrier::Kind::tcp;
-  test::peer::sendAll(peer_, tcp ? Bytes{5, 6, 7} : test::frame(88, 1, {5, 6, 7}));
+  test::peer::sendAll(peer_, tcp() ? Bytes{5, 6, 7} : test::frame(88, 1, {5, 6, 7}));
   ASSERT_TRUE(test::pumpUntil(env_, [&] { return events_->received.size() == 3; }));
   EXPECT_EQ(events_->received, (Bytes{5, 6, 7}));
-  EXPECT_EQ(events_->endsMessage.front(), !tcp);
+  EXPECT_EQ(events_->endsMessage.front(), !tcp());
 
   peer_.reset();
   ASSERT_TRUE(test::pumpUntil(env_, [&] { return events_->ended > 0; }));
   test::pumpFor(env_.main(), 0.1);
   EXPECT_EQ(events_->ended, 1);
-}
-
-TEST_P(CarrierTest, HoldsItsDelegateWeakly) {
-  connect();
-  ASSERT_TRUE(carrier_);
-  std::weak_ptr<CarrierEvents> weak = events_;
-  events_.reset();
-  EXPECT_TRUE(weak.expired());
-  EXPECT_EQ(carrier_->delegate(), nullptr);
-  test::peer::sendAll(peer_, GetParam() == Carrier::Kind::tcp ? Bytes{1} : test::frame(88, 1, {1}));
-  test::pumpFor(env_.main(), 0.1);  // delivered to nobody, without harm
-  EXPECT_TRUE(carrier_->isConnected());
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, CarrierTest,

@@ -90,19 +90,17 @@ TEST_F(GCDAsyncSocketConcurrencyTest, HandOverInsideACallbackIsClean) {
     peer::sendAll(c.peer, test::bytesOf("start"));
     ASSERT_TRUE(test::waitUntil([&] { return handedOver.load(); }));
     // A stream of data and writes right behind the hand-over.
+    Bytes expected;
     for (int i = 0; i < 20; ++i) {
-      peer::sendAll(c.peer, test::bytesOf("cmd" + std::to_string(i)));
+      auto cmd = test::bytesOf("cmd" + std::to_string(i));
+      expected.insert(expected.end(), cmd.begin(), cmd.end());
+      peer::sendAll(c.peer, cmd);
       c.sock->writeData(test::bytesOf("frame"), -1, i + 2);
     }
     EXPECT_EQ(peer::receive(c.peer, 20 * 5).size(), 100u);
     c.peer.reset();
     ASSERT_TRUE(test::waitUntil([&] { return second->count(SocketEvent::disconnected) == 1; }));
     EXPECT_EQ(first->kinds(), (std::vector{SocketEvent::connected, SocketEvent::read}));
-    Bytes expected;
-    for (int i = 0; i < 20; ++i) {
-      auto cmd = test::bytesOf("cmd" + std::to_string(i));
-      expected.insert(expected.end(), cmd.begin(), cmd.end());
-    }
     EXPECT_EQ(second->readBytes(), expected);
     EXPECT_EQ(second->count(SocketEvent::wrote), 20u);
     EXPECT_EQ(second->kinds().back(), SocketEvent::disconnected);

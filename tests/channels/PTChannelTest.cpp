@@ -48,24 +48,19 @@ TEST_F(PTChannelTest, SendWritesBigEndianHeaderAndPayloadAndCallsBackOnce) {
   Fd peer;
   auto channel = connectPeer(peer);
   ASSERT_TRUE(channel);
-  std::vector<OptionalError> results;
-  bool onMain = true;
-  auto callback = [&](OptionalError error) {
-    onMain = onMain && MainQueue::isCurrent();
-    results.push_back(error);
-  };
-  channel->sendFrameOfType(0x65, 0x01020304, Bytes{0xAA, 0xBB, 0xCC}, callback);
-  channel->sendFrameOfType(88, 8810, {}, callback);      // no payload
-  channel->sendFrameOfType(0xFFFFFFFF, 0, Bytes{0x00});  // no callback
+  SendResults results;
+  channel->sendFrameOfType(0x65, 0x01020304, Bytes{0xAA, 0xBB, 0xCC}, results.callback());
+  channel->sendFrameOfType(88, 8810, {}, results.callback());  // no payload
+  channel->sendFrameOfType(0xFFFFFFFF, 0, Bytes{0x00});        // no callback
 
   const Bytes expected =
       hex("00000001 00000065 01020304 00000003 AABBCC | 00000001 00000058 0000226A 00000000"
           "| 00000001 FFFFFFFF 00000000 00000001 00");
   EXPECT_EQ(peer::receive(peer, expected.size()), expected);
-  ASSERT_TRUE(pumpUntil([&] { return results.size() == 2; }));
+  ASSERT_TRUE(pumpUntil([&] { return results.errors.size() == 2; }));
   pumpFor(main.main(), 0.05);
-  EXPECT_TRUE(results == std::vector<OptionalError>(2)) << "each once, with no error";
-  EXPECT_TRUE(onMain);
+  EXPECT_TRUE(results.errors == std::vector<OptionalError>(2)) << "each once, with no error";
+  EXPECT_TRUE(results.onMain);
 }
 
 struct ReceiveCase {
@@ -194,27 +189,20 @@ TEST_P(PTChannelStopTest, CancelFinishesPendingWritesCloseDropsThemAndLaterSends
   // More than the socket buffers hold while the peer does not read.
   constexpr uint32_t kFrames = 16;
   const Bytes payload = patternBytes(1 << 20, 9);
-  std::vector<OptionalError> results;
-  bool onMain = true;
-  auto callback = [&](OptionalError error) {
-    onMain = onMain && MainQueue::isCurrent();
-    results.push_back(error);
-  };
-  for (uint32_t i = 0; i < kFrames; ++i) channel->sendFrameOfType(100 + i, i, payload, callback);
+  SendResults sends, late;
+  for (uint32_t i = 0; i < kFrames; ++i)
+    channel->sendFrameOfType(100 + i, i, payload, sends.callback());
   stop(*channel);
   EXPECT_FALSE(channel->isConnected());
   EXPECT_EQ(channel->connState(), PTChannel::kStateNone);
-  std::vector<OptionalError> late;
-  channel->sendFrameOfType(1, 2, bytesOf("late"), [&](OptionalError error) {
-    onMain = onMain && MainQueue::isCurrent();
-    late.push_back(error);
-  });
+  channel->sendFrameOfType(1, 2, bytesOf("late"), late.callback());
 
   auto wire = peer::readToEnd(peer, 30.0);
   ASSERT_TRUE(wire) << "the stream did not end";
-  ASSERT_TRUE(pumpUntil([&] { return results.size() == kFrames && late.size() == 1; }));
-  EXPECT_TRUE(isError(late[0], "NSPOSIXErrorDomain", 1));
-  EXPECT_TRUE(onMain);
+  ASSERT_TRUE(pumpUntil([&] { return sends.errors.size() == kFrames && late.errors.size() == 1; }));
+  EXPECT_TRUE(isError(late.errors[0], "NSPOSIXErrorDomain", 1));
+  EXPECT_TRUE(sends.onMain && late.onMain);
+  const auto& results = sends.errors;
   size_t rest = 0;
   auto frames = parseFrames(*wire, &rest);
   for (uint32_t i = 0; i < frames.size(); ++i) {
@@ -223,23 +211,13 @@ TEST_P(PTChannelStopTest, CancelFinishesPendingWritesCloseDropsThemAndLaterSends
     EXPECT_EQ(frames[i].tag, i);
     EXPECT_TRUE(frames[i].payload == payload) << "frame " << i;
   }
-  size_t succeeded = 0;
-  for (auto& result : results) {
-    if (!result) {
-      EXPECT_EQ(succeeded, &result - &results[0]) << "an error came before a success";
-      ++succeeded;
-      continue;
-    }
-    EXPECT_TRUE(isError(result, "NSPOSIXErrorDomain", ECANCELED)) << result->toString();
-  }
-  if (cancel) {
-    EXPECT_EQ(frames.size(), kFrames);
-    EXPECT_EQ(rest, 0u);
-    EXPECT_EQ(succeeded, kFrames);
-  } else {
-    EXPECT_LT(frames.size(), kFrames);
-    EXPECT_EQ(succeeded, frames.size()) << "each whole frame on the wire succeeded, no other";
-  }
+  // Successes first, then cancellations only; each whole frame on the wire succeeded, no other.
+  auto firstError = std::find_if(results.begin(), results.end(), [](auto& e) { return bool(e); });
+  for (auto e = firstError; e != results.end(); ++e)
+    EXPECT_TRUE(isError(*e, "NSPOSIXErrorDomain", ECANCELED)) << errorText(*e);
+  EXPECT_EQ(size_t(firstError - results.begin()), frames.size());
+  EXPECT_TRUE(cancel ? frames.size() == kFrames && rest == 0 : frames.size() < kFrames)
+      << frames.size() << " frames and " << rest << " bytes";
   ASSERT_TRUE(pumpUntil([&] { return recorder->endsOf(channel) == 1; }));
   EXPECT_FALSE(recorder->ends[0].error);
 }
@@ -249,11 +227,10 @@ INSTANTIATE_TEST_SUITE_P(CancelOrClose, PTChannelStopTest, testing::Bool(),
 
 // A listener takes neither a stream nor frames to send.
 TEST_F(PTChannelTest, StartReadingMakesAChannelOfAnyConnectedStreamButAListener) {
-  std::vector<OptionalError> results;
-  listener->sendFrameOfType(1, 1, bytesOf("x"),
-                            [&](OptionalError error) { results.push_back(error); });
-  ASSERT_TRUE(pumpUntil([&] { return results.size() == 1; }));
-  EXPECT_TRUE(isError(results[0], "NSPOSIXErrorDomain", 1));
+  SendResults results;
+  listener->sendFrameOfType(1, 1, bytesOf("x"), results.callback());
+  ASSERT_TRUE(pumpUntil([&] { return results.errors.size() == 1; }));
+  EXPECT_TRUE(isError(results.errors[0], "NSPOSIXErrorDomain", 1));
 
   int pair[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);

@@ -81,6 +81,18 @@ class PTRecorder : public PTChannelDelegate {
   void note() { allOnMainQueue = allOnMainQueue && MainQueue::isCurrent(); }
 };
 
+// The results of sends, in order, and whether each came on the main queue.
+struct SendResults {
+  std::vector<OptionalError> errors;
+  bool onMain = true;
+  PTChannel::Callback callback() {
+    return [this](OptionalError error) {
+      onMain = onMain && MainQueue::isCurrent();
+      errors.push_back(error);
+    };
+  }
+};
+
 inline constexpr uint32_t kLoopback = 0x7f000001;
 
 // A channel listening on 127.0.0.1 on the test's driven main queue, with `recorder` as delegate;
