@@ -1,6 +1,5 @@
-// The live session between encoders and socket: when frames may enter the
-// stream, how their times are rewritten, the bit-rate steps, and how the
-// socket's reports reach the live view.
+// The live session between encoders and socket: when frames may enter the stream, how their times
+// are rewritten, the bit-rate steps, and how the socket's reports reach the live view.
 #include <gtest/gtest.h>
 
 #include "platform/defaults/SettingsKeys.h"

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
+#include <poll.h>
 
 #include <atomic>
 #include <cstring>
@@ -30,13 +30,11 @@ constexpr size_t kInterFrameBytes = 20 * 1024;
 constexpr size_t kAudioBytes = 400;
 
 #ifdef __SANITIZE_ADDRESS__
-// The sanitizer runtime's own count (GCC ships no header that declares it).
-extern "C" size_t __sanitizer_get_current_allocated_bytes();
+extern "C" size_t __sanitizer_get_current_allocated_bytes();  // declared by no GCC header
 #endif
 
-// The memory the process holds, in kB: its resident size, or under
-// AddressSanitizer, whose quarantine keeps freed blocks resident for a long
-// while, the bytes its allocator has handed out and not had back.
+// The memory the process holds, in kB: its resident size, or under AddressSanitizer (whose
+// quarantine keeps freed blocks resident) the bytes its allocator has handed out.
 long heldKb() {
 #ifdef __SANITIZE_ADDRESS__
   return static_cast<long>(__sanitizer_get_current_allocated_bytes() / 1024);
@@ -49,19 +47,17 @@ long heldKb() {
 #endif
 }
 
-// The bytes that wait unsent in the kernel on this process's end of the
-// connection whose other end is `host`; -1 when that end is not found.
+// The bytes unsent in the kernel on this process's end of the connection to `host`; -1: no end.
 long unsentBytesTowards(const test::Fd& host) {
   sockaddr_storage hostAddress{}, peer{};
   socklen_t length = sizeof hostAddress;
   if (getsockname(host.get(), reinterpret_cast<sockaddr*>(&hostAddress), &length) != 0) return -1;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    int fd = std::stoi(entry.path().filename().string());
+    int fd = std::stoi(entry.path().filename().string()), unsent = 0;
     socklen_t peerLength = sizeof peer;
     if (fd == host.get() || getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 ||
         peerLength != length || std::memcmp(&peer, &hostAddress, length) != 0)
       continue;
-    int unsent = 0;
     return ioctl(fd, SIOCOUTQNSD, &unsent) == 0 ? unsent : -1;
   }
   return -1;
@@ -172,10 +168,8 @@ class StalledHostTest : public test::StreamSocketFixture, public testing::WithPa
   uint64_t frames_ = 0;
 };
 
-// Ten seconds in which the host reads nothing: what waits for it stays
-// bounded (the streaming buffer, the carrier's queue, the kernel's unsent
-// bytes, the process's memory), and when it reads again the stream goes on
-// from a key frame and the write statistics raise the rate again.
+// Ten seconds in which the host reads nothing: what waits for it stays bounded, and when it reads
+// again the stream goes on from a key frame and the write statistics raise the rate again.
 TEST_P(StalledHostTest, MemoryStaysBoundedAndTheStreamRecoversFromAKeyFrame) {
   const bool usb = GetParam();
   std::shared_ptr<test::UsbLoopback> usbLink;
@@ -266,22 +260,17 @@ test::Fd listenOn(uint16_t& port) {
 
 using HostRestartTest = test::StreamSocketFixture;
 
-// The host goes away mid-stream and comes back on the same port between two
-// retries: the retries stay 3 s apart, no error reaches the session, and the
-// new connection starts over with the info packet and then the sequence
-// header at timestamp 0.
+// The host goes away and comes back on its port between two retries: the retries stay 3 s apart,
+// no error reaches the session, and the new connection starts over (info, then the header at 0).
 TEST_F(HostRestartTest, TheNextRetryFindsTheRestartedHostAndStartsOver) {
   uint16_t port = 0;
   auto listener = listenOn(port);
   makeSocket(test::loopbackStreamInfo(port))->start();
   auto accept = [&] {
-    test::Fd host;
-    pump([&] {
-      host.reset(::accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-      return host.valid();
-    });
-    int flags = fcntl(host.get(), F_GETFL);
-    fcntl(host.get(), F_SETFL, flags & ~O_NONBLOCK);
+    pollfd waiting{listener.get(), POLLIN, 0};
+    test::Fd host(pump([&] { return ::poll(&waiting, 1, 0) > 0; })
+                      ? ::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC)
+                      : -1);
     EXPECT_TRUE(pump([&] { return socket_->isConnected(); }));
     return host;
   };

@@ -1,10 +1,10 @@
-// The stream socket as the program drives it: encoder threads hand in frames
-// while the send queue and the main queue run on threads of their own, the
-// host's status requests change what rides behind key frames, and a stop
-// comes while frames still arrive.
+// The stream socket as the program drives it: encoder threads hand in frames while the send queue
+// and the main queue run on threads of their own, the host's status requests change what rides
+// behind key frames, and a stop comes while frames still arrive.
 #include <gtest/gtest.h>
 
 #include <future>
+#include <map>
 #include <thread>
 
 #include "tests/support/WireVectors.h"
@@ -16,26 +16,21 @@
 namespace oxelo {
 namespace {
 
+// Records of each type on the wire; `broken`, or `truncated` while the last is not all there.
 struct StreamTally {
-  size_t records = 0, video = 0, audio = 0, tails = 0, info = 0;
-  bool broken = false;
-  bool truncated = false;  // the last record is not all there (yet)
+  std::map<uint32_t, size_t> records;
+  bool broken = false, truncated = false;
 };
 
 StreamTally tally(const test::Bytes& stream) {
   StreamTally t;
-  std::span<const uint8_t> rest(stream);
-  while (!rest.empty()) {
+  for (std::span<const uint8_t> rest(stream); !rest.empty();) {
     auto record = wire::nextRecord(rest);
     if (!record) {
       (record.error() == wire::WireError::Truncated ? t.truncated : t.broken) = true;
-      return t;
+      break;
     }
-    ++t.records;
-    t.video += record->type == wire::kPacketTypeVideo;
-    t.audio += record->type == wire::kPacketTypeAudio;
-    t.tails += record->type == wire::kPacketTypeTail;
-    t.info += record->type == wire::kPacketTypeInfo;
+    ++t.records[record->type];
     rest = rest.subspan(record->length);
   }
   return t;
@@ -114,16 +109,17 @@ TEST_F(StreamSocketConcurrencyTest, EncoderThreadsStreamWhileTheHostAsksForStatu
         wire.insert(wire.end(), more.begin(), more.end());
         auto sofar = tally(wire);
         return sofar.broken ||
-               (!sofar.truncated && sofar.video >= videoExpected && sofar.audio >= kAudio);
+               (!sofar.truncated && sofar.records[wire::kPacketTypeVideo] >= videoExpected &&
+                sofar.records[wire::kPacketTypeAudio] >= kAudio);
       },
       10.0);
   auto t = tally(wire);
   EXPECT_FALSE(t.broken);
   EXPECT_FALSE(t.truncated);
-  EXPECT_EQ(t.info, 1u);
-  EXPECT_EQ(t.video, videoExpected) << "header and frames";
-  EXPECT_EQ(t.audio, static_cast<size_t>(kAudio)) << "the header stands for the first frame";
-  EXPECT_GE(t.tails, 1u) << "at least the capability block";
+  EXPECT_EQ(t.records[wire::kPacketTypeInfo], 1u);
+  EXPECT_EQ(t.records[wire::kPacketTypeVideo], videoExpected) << "header and frames";
+  EXPECT_EQ(t.records[wire::kPacketTypeAudio], size_t{kAudio}) << "the header stands for the first";
+  EXPECT_GE(t.records[wire::kPacketTypeTail], 1u) << "at least the capability block";
 
   // A stop while frames still come: the connection ends, nothing crashes.
   std::thread late([&] {

@@ -10,33 +10,21 @@
 namespace oxelo {
 namespace {
 
-struct VerdictCase {
-  const char* name;
-  std::vector<int64_t> samples;
-  int64_t threshold;
-  BufferVerdict verdict;
-};
-
-class BufferVerdictTest : public testing::TestWithParam<VerdictCase> {};
-
-TEST_P(BufferVerdictTest, JudgesTheTrendOfACycle) {
-  EXPECT_EQ(LFStreamingBuffer::currentBufferState(GetParam().samples, GetParam().threshold),
-            GetParam().verdict);
+TEST(BufferVerdictTest, JudgesTheTrendOfACycle) {
+  const auto kLower = BufferVerdict::LowerBitrate, kSame = BufferVerdict::NoChange;
+  const std::tuple<const char*, std::vector<int64_t>, int64_t, BufferVerdict> cases[] = {
+      {"NoSamples", {}, 5, kSame},
+      {"SteadyLength", {3, 3, 3, 3, 3}, 5, kSame},
+      {"FiveRisesFirstAgainstZero", {1, 2, 3, 4, 5}, 5, kLower},
+      {"FirstSampleZeroLeavesFourRises", {0, 1, 2, 3, 4}, 5, kSame},
+      {"APlateauBreaksTheRun", {1, 2, 2, 3, 4}, 5, kSame},
+      {"RisesNeedNotBeInARow", {1, 2, 1, 2, 3, 4, 5}, 5, kLower},
+      {"FiveSamplesCannotFallFiveTimes", {5, 4, 3, 2, 1}, 5, kSame},
+      {"SixSamplesFallFiveTimes", {9, 8, 7, 6, 5, 4}, 5, BufferVerdict::RaiseBitrate},
+      {"RisesWinOverFalls", {1, 2, 1, 0}, 2, kLower}};
+  for (const auto& [name, samples, threshold, verdict] : cases)
+    EXPECT_EQ(LFStreamingBuffer::currentBufferState(samples, threshold), verdict) << name;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cycles, BufferVerdictTest,
-    testing::Values(
-        VerdictCase{"NoSamples", {}, 5, BufferVerdict::NoChange},
-        VerdictCase{"SteadyLength", {3, 3, 3, 3, 3}, 5, BufferVerdict::NoChange},
-        VerdictCase{"FiveRisesFirstAgainstZero", {1, 2, 3, 4, 5}, 5, BufferVerdict::LowerBitrate},
-        VerdictCase{"FirstSampleZeroLeavesFourRises", {0, 1, 2, 3, 4}, 5, BufferVerdict::NoChange},
-        VerdictCase{"APlateauBreaksTheRun", {1, 2, 2, 3, 4}, 5, BufferVerdict::NoChange},
-        VerdictCase{"RisesNeedNotBeInARow", {1, 2, 1, 2, 3, 4, 5}, 5, BufferVerdict::LowerBitrate},
-        VerdictCase{"FiveSamplesCannotFallFiveTimes", {5, 4, 3, 2, 1}, 5, BufferVerdict::NoChange},
-        VerdictCase{"SixSamplesFallFiveTimes", {9, 8, 7, 6, 5, 4}, 5, BufferVerdict::RaiseBitrate},
-        VerdictCase{"RisesWinOverFalls", {1, 2, 1, 0}, 2, BufferVerdict::LowerBitrate}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 std::shared_ptr<LFFrame> videoFrame(uint64_t timestamp) {
   auto f = std::make_shared<LFVideoFrame>();
