@@ -73,8 +73,7 @@ TEST_P(CarrierTest, RecordsLeaveWithTheirTailsAndReportOnlyWhenAskedToAWeakDeleg
   carrier_->sendRecord(notice);
 
   if (tcp()) {
-    // One write for the packet and its tail; the framed channel's notice
-    // never goes over TCP.
+    // One write for the packet and its tail; the framed channel's notice never goes over TCP.
     EXPECT_EQ(test::peer::receive(peer_, 6, 5.0), (Bytes{1, 2, 3, 9, 9, 4}));
     EXPECT_TRUE(test::peer::receiveAvailable(peer_, 0.2).empty());
   } else {

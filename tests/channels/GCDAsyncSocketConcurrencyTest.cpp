@@ -108,9 +108,8 @@ TEST_F(GCDAsyncSocketConcurrencyTest, HandOverInsideACallbackIsClean) {
   }
 }
 
-// The stop sequence: clear the delegate, then disconnect, from another
-// thread while the connection is busy. The old delegate hears nothing of
-// the close, however the events fall.
+// The stop sequence: clear the delegate, then disconnect, from another thread while the connection
+// is busy. The old delegate hears nothing of the close, however the events fall.
 TEST_F(GCDAsyncSocketConcurrencyTest, DelegateRemovedBeforeDisconnectNeverHearsOfTheClose) {
   for (int round = 0; round < 50; ++round) {
     auto r = std::make_shared<Recorder>();

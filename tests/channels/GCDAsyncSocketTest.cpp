@@ -386,8 +386,7 @@ TEST_P(GCDAsyncSocketClockTest, ExpiresWhenTheClockPassesTheTimeOutAndNotBefore)
     EXPECT_TRUE(peer::seesEnd(c.peer));
   }
   if (param.operation == TimedOperation::write) {
-    // Asked once, then closed; measured on the same clock: exactly the
-    // manual time that went by.
+    // Asked once, then closed; measured on the same clock: exactly the manual time that went by.
     EXPECT_EQ(recorder->kinds(), (Kinds{SocketEvent::connected, SocketEvent::shouldTimeout,
                                         SocketEvent::disconnected}));
     auto question = recorder->first(SocketEvent::shouldTimeout);

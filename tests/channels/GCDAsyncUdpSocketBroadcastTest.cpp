@@ -1,7 +1,6 @@
-// Broadcast sends run only inside a network namespace that this test makes
-// for itself: the test binary starts a copy of itself in a new network
-// namespace with a veth pair at 10.213.0.1/24, and that copy sends to
-// 10.213.0.255. Nothing leaves the namespace.
+// Broadcast sends run only inside a network namespace that this test makes for itself: the test
+// binary starts a copy of itself in a new network namespace with a veth pair at 10.213.0.1/24, and
+// that copy sends to 10.213.0.255. Nothing leaves the namespace.
 
 #include <sched.h>
 #include <sys/wait.h>

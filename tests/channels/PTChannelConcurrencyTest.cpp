@@ -40,10 +40,9 @@ using PTChannelConcurrencyTest = PTListenerTest;
 
 class PTChannelThreadsTest : public PTListenerTest, public testing::WithParamInterface<bool> {};
 
-// Threads send at once and, with the parameter, the channel closes while
-// they do: every callback comes once, on the main queue, and each whole
-// frame on the wire is a write that succeeded, in its thread's order and
-// unmixed with any other.
+// Threads send at once and, with the parameter, the channel closes while they do: every callback
+// comes once, on the main queue, and each whole frame on the wire is a write that succeeded, in its
+// thread's order and unmixed with any other.
 TEST_P(PTChannelThreadsTest, FramesFromSeveralThreadsArriveWholeAndInCallOrder) {
   const bool closeMidway = GetParam();
   Fd peer;
