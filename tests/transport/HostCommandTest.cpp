@@ -6,24 +6,11 @@
 #include "tests/support/CameraTestSupport.h"
 #include "tests/support/TestBytes.h"
 #include "tests/transport/support/StreamSocketHarness.h"
-#include "transport/OXLiveSession.h"
-#include "wire/TailBlocks.h"
 
 namespace oxelo {
 namespace {
 
 using test::hex;
-
-struct AutoItems final : OXLiveSessionDelegate {
-  void liveSessionClientSetAutoStatusForItem(OXLiveSession*, int64_t item) override {
-    items.push_back(item);
-  }
-  void liveSessionClientSetFocusPoint(OXLiveSession*, double x, double y) override {
-    focus = {x, y};
-  }
-  std::vector<int64_t> items;
-  std::pair<double, double> focus{-1, -1};
-};
 
 class HostCommandTest : public test::LiveSessionFixture {
  protected:
@@ -49,7 +36,7 @@ class HostCommandTest : public test::LiveSessionFixture {
     main_.drain();
   }
 
-  std::shared_ptr<AutoItems> view_ = std::make_shared<AutoItems>();
+  std::shared_ptr<test::RecordingView> view_ = std::make_shared<test::RecordingView>();
   std::shared_ptr<LFVideoCapture> capture_;
 };
 

@@ -8,8 +8,6 @@
 #include "tests/support/WireVectors.h"
 #include "tests/transport/support/StreamSocketHarness.h"
 #include "transport/InitError.h"
-#include "transport/OXLiveSession.h"
-#include "wire/TailBlocks.h"
 #include "wire/WireConstants.h"
 
 namespace oxelo {
@@ -46,21 +44,6 @@ struct FakeEncoders final : EncoderFactory {
   std::vector<std::shared_ptr<FakeAudioEncoder>> audios;
 };
 
-struct RecordingView final : OXLiveSessionDelegate {
-  void liveSessionLiveStateDidChange(OXLiveSession*, LiveStreamState state) override {
-    states.push_back(state);
-  }
-  void liveSessionErrorCode(OXLiveSession*, LiveStreamError e) override { errors.push_back(e); }
-  void liveSessionDebugInfo(OXLiveSession*, const LFLiveDebug&) override { ++debugInfos; }
-  void liveSessionClientSetFocusPoint(OXLiveSession*, double x, double y) override {
-    focus = {x, y};
-  }
-  std::vector<LiveStreamState> states;
-  std::vector<LiveStreamError> errors;
-  int debugInfos = 0;
-  std::pair<double, double> focus{-1, -1};
-};
-
 class LiveSessionTest : public test::LiveSessionFixture {
  protected:
   std::shared_ptr<OXLiveSession> makeSession(int64_t captureType) {
@@ -93,7 +76,7 @@ class LiveSessionTest : public test::LiveSessionFixture {
   }
 
   std::shared_ptr<FakeEncoders> encoders_ = std::make_shared<FakeEncoders>();
-  std::shared_ptr<RecordingView> view_ = std::make_shared<RecordingView>();
+  std::shared_ptr<test::RecordingView> view_ = std::make_shared<test::RecordingView>();
 };
 
 // The capture type follows the audio setting: no audio at 0 or below, AAC from 1.

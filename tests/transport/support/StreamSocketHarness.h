@@ -133,6 +133,26 @@ class StreamSocketFixture : public testing::Test {
   std::shared_ptr<OXStreamSocket> socket_;
 };
 
+// Plays the live view for a session: records its reports and the host's requests.
+struct RecordingView final : OXLiveSessionDelegate {
+  void liveSessionLiveStateDidChange(OXLiveSession*, LiveStreamState state) override {
+    states.push_back(state);
+  }
+  void liveSessionErrorCode(OXLiveSession*, LiveStreamError e) override { errors.push_back(e); }
+  void liveSessionDebugInfo(OXLiveSession*, const LFLiveDebug&) override { ++debugInfos; }
+  void liveSessionClientSetFocusPoint(OXLiveSession*, double x, double y) override {
+    focus = {x, y};
+  }
+  void liveSessionClientSetAutoStatusForItem(OXLiveSession*, int64_t item) override {
+    items.push_back(item);
+  }
+  std::vector<LiveStreamState> states;
+  std::vector<LiveStreamError> errors;
+  int debugInfos = 0;
+  std::pair<double, double> focus{-1, -1};
+  std::vector<int64_t> items;  // panel items to bring up to date
+};
+
 // A live session's world: the settings store, the manual main queue and a driven send queue.
 class LiveSessionFixture : public testing::Test {
  protected:
