@@ -83,8 +83,8 @@ TEST_F(GCDAsyncUdpSocketTest, DatagramsArriveWholeInOrderWithTheSendersAddressBo
   // An unbound sender gets a port from the system; names are looked up.
   auto unbound = GCDAsyncUdpSocket::create(senderEvents, queue);
   unbound->sendData(bytesOf("by name"), "localhost", receiver->localPort(), 5.0, 1710);
-  ASSERT_TRUE(pumpUntil([&] { return received().size() == 4; }));
-  ASSERT_TRUE(pumpUntil([&] { return senderEvents->count(SocketEvent::udpSent) == 4; }));
+  ASSERT_TRUE(pumpUntil(
+      [&] { return received().size() == 4 && senderEvents->count(SocketEvent::udpSent) == 4; }));
   EXPECT_EQ(received()[3].data, bytesOf("by name"));
   EXPECT_EQ(received()[3].address.port(), unbound->localPort());
   EXPECT_NE(unbound->localPort(), 0);

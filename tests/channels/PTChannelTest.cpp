@@ -79,17 +79,11 @@ TEST_P(PTChannelReceiveTest, DeliversEveryFrameWholeHoweverTheBytesArrive) {
   const Bytes odd = patternBytes(300, 3);
   Bytes wire = cat({frame(1, 10, bytesOf("hello")), frame(2, 20), frame(3, 0xFFFFFFFF, odd),
                     frame(0x7FFFFFFF, 4, big)});
-  size_t chunk = GetParam().chunk;
-  if (chunk == 0) {
-    peer::sendAll(peer, wire);
-  } else {
-    int one = 1;
-    setsockopt(peer.get(), IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-    for (size_t at = 0; at < wire.size(); at += chunk) {
-      size_t n = std::min(chunk, wire.size() - at);
-      peer::sendAll(peer, Bytes(wire.begin() + at, wire.begin() + at + n));
-    }
-  }
+  const size_t chunk = GetParam().chunk ? GetParam().chunk : wire.size();
+  int one = 1;
+  setsockopt(peer.get(), IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+  for (size_t at = 0; at < wire.size(); at += chunk)
+    peer::sendAll(peer, Bytes(wire.begin() + at, wire.begin() + std::min(at + chunk, wire.size())));
   ASSERT_TRUE(pumpUntil([&] { return recorder->frames.size() == 4; }));
   // A frame of size 0 comes with no payload.
   std::vector<std::tuple<uint32_t, uint32_t, bool, Bytes>> got,
