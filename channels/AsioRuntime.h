@@ -6,7 +6,9 @@
 namespace oxelo {
 
 // The one I/O thread that runs every socket of the process ("socket
-// worker"). Started on first use; runs until the process ends.
+// worker"). Started on first use; at the process's exit it is parked (it
+// runs what is queued, then waits for the end) before the static objects
+// its handlers read, such as the error categories, are destroyed.
 class AsioRuntime {
  public:
   static AsioRuntime& shared();
@@ -17,6 +19,8 @@ class AsioRuntime {
  private:
   AsioRuntime();
   ~AsioRuntime();
+  // At exit, from another thread: parks the I/O thread.
+  void parkAtExit();
   mutable asio::io_context context_;
   struct Thread;
   std::unique_ptr<Thread> thread_;
