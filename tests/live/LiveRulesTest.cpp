@@ -1,7 +1,4 @@
-// The live screen's rules as plain values: the layout of the overlays, the
-// signal icon and the statistics line, the battery icon, the gestures, the
-// focus square's timing and the idle timer. Expected values worked out by
-// hand from the screen's rules.
+// The live screen's rules as plain values, expected values worked out by hand.
 #include <gtest/gtest.h>
 
 #include "live/CameraAccess.h"
@@ -16,11 +13,6 @@
 
 namespace oxelo {
 namespace {
-
-template <typename T>
-std::string caseName(const testing::TestParamInfo<T>& info) {
-  return info.param.name;
-}
 
 struct LayoutCase {
   const char* name;
@@ -51,7 +43,7 @@ INSTANTIATE_TEST_SUITE_P(Devices, LayoutValuesTest, testing::Values(
     LayoutCase{"SmallPhoneLandscape", 568, 320, false, true, 7, 5, 5, 5, false},
     LayoutCase{"TabletLandscape", 1024, 768, true, true, 20, 15, 20, 15, false},
     LayoutCase{"TabletPortrait", 768, 1024, true, false, 15, 15, 20, 15, false}),
-    caseName<LayoutCase>);
+    [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
 TEST(LiveLayoutTest, TheVideoRectangleAndTheRowsOfATallPhoneInLandscape) {

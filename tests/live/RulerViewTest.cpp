@@ -1,8 +1,4 @@
-// The ruler's logic driven as its scroll view would drive it: value and
-// offset both ways, the visible ticks, snapping, and the rule that a value
-// set from outside never comes back through the delegate. Offsets worked out
-// by hand from pitch = scaleWidth + distanceBetweenScale and an inset of half
-// the control's width.
+// The ruler driven as its scroll view would; offsets by hand from pitch 2 + 8 and half-width inset.
 #include <gtest/gtest.h>
 
 #include "live/RulerView.h"
@@ -30,12 +26,13 @@ class RulerTest : public testing::Test {
       ruler_.scrollViewDidScroll(offset);
     });
   }
-  void reload(int64_t min, int64_t max, int64_t value, int64_t offset = 1) {
+  void reload(int64_t min, int64_t max, int64_t value, int64_t offset = 1, bool reverse = false) {
     RulerConfig c = RulerConfig::defaultConfig();
     c.min = min;
     c.max = max;
     c.defaultNumber = value;
     c.offset = offset;
+    c.reverse = reverse;
     ruler_.roloadWithNewConfig(c);
   }
   // A drag from the current place to `offset` through its ticks.
@@ -51,26 +48,6 @@ class RulerTest : public testing::Test {
   RecordingDelegate delegate_;
   std::vector<Move> moves_;
 };
-
-TEST(RulerConfigTest, DefaultConfigHoldsEveryDefault) {
-  const RulerConfig expected{.shortScaleLength = 17.5,
-                             .longScaleLength = 25.0,
-                             .scaleWidth = 2.0,
-                             .scaleColor = {218, 224, 237},
-                             .shortScaleStart = 25.0,
-                             .longScaleStart = 25.0,
-                             .distanceBetweenScale = 8.0,
-                             .numberDirection = 1,
-                             .distanceFromScaleToNumber = 35.0,
-                             .pointWidth = 4.0,
-                             .pointLength = 40.0,
-                             .pointColor = {32, 198, 186},
-                             .pointStart = 20.0,
-                             .numberFontSize = 11.0,
-                             .numberColor = {97, 114, 114},
-                             .offset = 1};
-  EXPECT_EQ(RulerConfig::defaultConfig(), expected);
-}
 
 TEST_F(RulerTest, TwentyToEightyHasSixtyOneCellsWithTwentyAtTheStart) {
   reload(20, 80, 20);
@@ -92,12 +69,7 @@ class RulerPlaceTest : public RulerTest, public testing::WithParamInterface<Plac
 
 TEST_P(RulerPlaceTest, ValueTurnsIntoOffsetAndADragBackIntoTheValue) {
   const auto& c = GetParam();
-  RulerConfig config = RulerConfig::defaultConfig();
-  config.min = c.min;
-  config.max = c.max;
-  config.reverse = c.reverse;
-  config.defaultNumber = c.value;
-  ruler_.roloadWithNewConfig(config);
+  reload(c.min, c.max, c.value, 1, c.reverse);
   ASSERT_FALSE(moves_.empty());
   EXPECT_DOUBLE_EQ(moves_.back().offset, c.offset);
   if (c.value < c.min || c.value > c.max) return;
