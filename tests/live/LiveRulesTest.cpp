@@ -46,7 +46,7 @@ INSTANTIATE_TEST_SUITE_P(Devices, LayoutValuesTest, testing::Values(
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
-TEST(LiveLayoutTest, TheVideoRectangleAndTheRowsOfATallPhoneInLandscape) {
+TEST(LiveLayoutTest, TheVideoRectangleAndTheRowsOfATallPhoneInLandscapeAndOtherShapes) {
   const LiveLayout l = liveLayout({.width = 844, .height = 390});
   // 390 x 16/9 = 693.33 wide, centred: (844 - 693.33) / 2 on each side.
   EXPECT_NEAR(l.video.x, 75.333, 1e-3);
@@ -65,9 +65,6 @@ TEST(LiveLayoutTest, TheVideoRectangleAndTheRowsOfATallPhoneInLandscape) {
   // Without a torch the wifi button takes its place.
   LiveLayout noTorch = liveLayout({.width = 844, .height = 390, .torchHidden = true});
   EXPECT_NEAR(noTorch.buttons[static_cast<int>(LiveButton::wifi)].x, 403.333, 1e-3);
-}
-
-TEST(LiveLayoutTest, AVideoOfTheScreensShapeHasNoInsets) {
   EXPECT_EQ(videoRectangle({.width = 1280, .height = 720}), (LiveRect{0, 0, 1280, 720}));
   // A 4:3 picture on a 16:9 landscape screen is inset left and right only.
   EXPECT_EQ(videoRectangle({.width = 1280, .height = 720, .videoWidth = 640, .videoHeight = 480}),

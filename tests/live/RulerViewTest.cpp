@@ -49,16 +49,6 @@ class RulerTest : public testing::Test {
   std::vector<Move> moves_;
 };
 
-TEST_F(RulerTest, TwentyToEightyHasSixtyOneCellsWithTwentyAtTheStart) {
-  reload(20, 80, 20);
-  EXPECT_EQ(ruler_.rulerLayout().actualLength, 61);
-  ASSERT_EQ(moves_.size(), 1u);
-  EXPECT_EQ(moves_[0].offset, -150 + 1);  // -inset + w x 0.5
-  EXPECT_FALSE(moves_[0].animated);
-  EXPECT_EQ(ruler_.currentValue(), 20);
-  EXPECT_TRUE(delegate_.picked.empty());
-}
-
 struct PlaceCase {
   const char* name;
   int64_t min, max, value;
@@ -72,9 +62,12 @@ TEST_P(RulerPlaceTest, ValueTurnsIntoOffsetAndADragBackIntoTheValue) {
   reload(c.min, c.max, c.value, 1, c.reverse);
   ASSERT_FALSE(moves_.empty());
   EXPECT_DOUBLE_EQ(moves_.back().offset, c.offset);
+  EXPECT_FALSE(moves_.back().animated);
+  EXPECT_EQ(ruler_.rulerLayout().actualLength, c.max - c.min + 1);
+  EXPECT_TRUE(delegate_.picked.empty());
   if (c.value < c.min || c.value > c.max) return;
   // Away and back by hand: the value comes through the delegate.
-  dragTo(c.offset - 30);
+  dragTo(c.value == c.min ? c.offset + 30 : c.offset - 30);
   dragTo(c.offset + 0.4);
   ASSERT_FALSE(delegate_.picked.empty());
   EXPECT_EQ(delegate_.picked.back(), c.value);
@@ -82,6 +75,7 @@ TEST_P(RulerPlaceTest, ValueTurnsIntoOffsetAndADragBackIntoTheValue) {
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Values, RulerPlaceTest, testing::Values(
+    PlaceCase{"First", 20, 80, 20, false, -150 + 1},  // -inset + w x 0.5
     PlaceCase{"Middle", 0, 100, 37, false, 37 * 10 - 150 + 1},
     PlaceCase{"Last", 0, 100, 100, false, 1000 - 150 + 1},
     PlaceCase{"NegativeMin", -20, 20, 0, false, 200 - 150 + 1},
