@@ -11,8 +11,7 @@
 namespace oxelo {
 namespace {
 
-// An Avahi backend whose events the test sends, from its own thread as the
-// poll thread would.
+// An Avahi backend whose events the test sends, as the poll thread would.
 class FakeAvahi final : public AvahiBackend {
  public:
   struct Op final : AvahiOperation {
@@ -282,8 +281,7 @@ TEST_F(AvahiNetServiceTest, FailuresArriveAsNetServicesCodesAndStopEndsTheResolv
   EXPECT_EQ(recorder_->events.size(), 2u);
 }
 
-// No daemon, a lost connection and a time-out are reported by the browser and
-// resolve tests above; these are the codes only this table reaches.
+// The codes the browser and resolve tests above do not reach.
 TEST(AvahiErrorCodeTest, MapsToTheNetServicesCode) {
   const std::pair<int, int> codes[] = {{AVAHI_ERR_BAD_STATE, -72003},  // ends retries
                                        {AVAHI_ERR_NOT_FOUND, -72002},
@@ -294,14 +292,13 @@ TEST(AvahiErrorCodeTest, MapsToTheNetServicesCode) {
     EXPECT_EQ(netServicesErrorForAvahi(avahi), netServices) << avahi;
 }
 
-// The real client library with no daemon to reach: the system bus is pointed
-// at a socket that does not exist, so nothing leaves this process.
+// The real client library, the system bus pointed at a socket that does not exist.
 TEST(AvahiWithoutDaemonTest, SearchFailsWithOneLogLine) {
   test::ManualMain env;
   test::TempDir dir;
   test::LogCapture log;
   const char* old = getenv("DBUS_SYSTEM_BUS_ADDRESS");
-  std::string saved = old ? old : "";
+  const std::optional<std::string> saved = old ? std::optional<std::string>(old) : std::nullopt;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + (dir.path() / "no-bus").string()).c_str(), 1);
   auto recorder = std::make_shared<Recorder>();
   auto browser = AvahiBrowserFactory().makeBrowser();
@@ -309,11 +306,8 @@ TEST(AvahiWithoutDaemonTest, SearchFailsWithOneLogLine) {
   browser->searchForServicesOfTypeInDomain(kOxeloServiceType, kOxeloServiceDomain);
   browser->searchForServicesOfTypeInDomain(kOxeloServiceType, kOxeloServiceDomain);
   env.drain();
-  if (old) {
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", saved.c_str(), 1);
-  } else {
-    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-  }
+  saved ? setenv("DBUS_SYSTEM_BUS_ADDRESS", saved->c_str(), 1)
+        : unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
   ASSERT_EQ(recorder->events.size(), 2u);
   EXPECT_EQ(recorder->events[0].what, "didNotSearch");
   EXPECT_EQ(log.count("DNS-SD - no search for _tarnvik_oxelo._tcp. in local.: "), 1u)

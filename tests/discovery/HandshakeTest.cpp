@@ -1,6 +1,4 @@
-// The greeting on each way a connection comes about, as the flow runs it:
-// what goes out on the carrier, how the host's packets are worked off, the
-// hand-over, and that nothing of one connection reaches the next.
+// The greeting on each way a connection comes about, as the flow runs it.
 #include <gtest/gtest.h>
 
 #include "media/VideoSizeCatalogue.h"
@@ -125,8 +123,6 @@ TEST_F(HandshakeTest, ASizeOutsideTheCatalogueIsStoredButLeavesVideoSize) {
   EXPECT_EQ(defaults_->integerForKey(keys::videoSize), 4);
 }
 
-// The bytes of a packet cut short by a connection that then ended belong to
-// that connection: the next one's first read stands on its own.
 TEST_F(HandshakeTest, StaleBytesOfADroppedConnectionNeverReachTheNext) {
   auto first = connected();
   first->receive(head(hs::videoSettings({640, 480, 24, 1, 2, 1, 2}), 20));

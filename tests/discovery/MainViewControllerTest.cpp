@@ -21,6 +21,9 @@ class FlowTest : public test::FlowFixture {
  protected:
   void SetUp() override { startFlow(); }
   size_t attempts() const { return connections_.attempts.size(); }
+  std::string attempt(size_t i) const {  // "host:port"
+    return connections_.attempts.at(i).host + ":" + std::to_string(connections_.attempts[i].port);
+  }
 };
 
 TEST_F(FlowTest, OneHostDetectedSettlesAfterHalfASecondAndConnects) {
@@ -31,8 +34,7 @@ TEST_F(FlowTest, OneHostDetectedSettlesAfterHalfASecondAndConnects) {
   EXPECT_EQ(attempts(), 0u);
   env_.advance(0.1);
   ASSERT_EQ(attempts(), 1u);  // connecting to the one host
-  EXPECT_EQ(connections_.attempts[0].host, "127.0.0.1");
-  EXPECT_EQ(connections_.attempts[0].port, 5897);
+  EXPECT_EQ(attempt(0), "127.0.0.1:5897");
   EXPECT_EQ(connections_.attempts[0].timeout, 5.0);
   EXPECT_TRUE(flow_->hasConnection());
 }
@@ -46,8 +48,7 @@ TEST_F(FlowTest, LastHostMatchTakesTheNameWithItsCase) {
   EXPECT_EQ(screen_->choices.size(), 1u);
 }
 
-// A burst of hosts settles once, half a second after the last; two unknown
-// hosts let the user choose.
+// A burst settles 0.5 s after the last host; two unknown hosts let the user choose.
 TEST_F(FlowTest, BurstOfHostsAsksOnceAndACancelledChoiceStopsAutomaticConnecting) {
   flow_->on_host_detected(host("A", "10.0.0.1"));
   env_.advance(0.4);
@@ -74,21 +75,16 @@ TEST_F(FlowTest, ChoosingAHostWithPortZeroConnectsOn5895) {
   EXPECT_EQ(screen_->choices[0].first.size(), 2u);
   screen_->choices[0].second(1);
   ASSERT_EQ(attempts(), 1u);
-  EXPECT_EQ(connections_.attempts[0].host, "127.0.0.2");
-  EXPECT_EQ(connections_.attempts[0].port, 5895);
+  EXPECT_EQ(attempt(0), "127.0.0.2:5895");
 }
 
-TEST_F(FlowTest, SameHostInOtherCaseOrFromTheOtherPathStaysOneEntryWithTheFirstRecord) {
-  flow_->on_host_detected(host("Desk", "10.0.0.9", 5895, true));
-  flow_->on_host_detected(host("DESK", "10.0.0.9", 5897, false));
-  ASSERT_EQ(flow_->arr_hosts().size(), 1u);
-  EXPECT_EQ(flow_->arr_hosts()[0], host("Desk", "10.0.0.9", 5895, true));
-}
-
-TEST_F(FlowTest, HostLeavingRemovesOnlyTheIdenticalRecord) {
+TEST_F(FlowTest, OneEntryPerHostWithItsFirstRecordWhichAloneRemovesIt) {
   flow_->on_host_detected(host("A", "10.0.0.1", 5895, false));
+  flow_->on_host_detected(host("a", "10.0.0.1", 5897, true));  // other case, other path
   flow_->on_host_detected(host("B", "10.0.0.2"));
   env_.advance(0.6);
+  ASSERT_EQ(flow_->arr_hosts().size(), 2u);
+  EXPECT_EQ(flow_->arr_hosts()[0], host("A", "10.0.0.1", 5895, false));
   // A UDP goodbye for a host found by service discovery removes nothing...
   flow_->on_host_removed(host("A", "10.0.0.1", 5895, true));
   EXPECT_EQ(flow_->arr_hosts().size(), 2u);
@@ -197,8 +193,7 @@ TEST_F(FlowTest, ASecondCallerReplacesTheAddressButIsNotKept) {
   EXPECT_EQ(second->delegate(), nullptr);
 }
 
-// Every public operation of the flow runs on the main queue; a call from
-// another thread is a fault of the program and stops it in the test builds.
+// A call off the main queue is a fault of the program: the test builds stop it.
 class FlowQueueCheckDeathTest : public test::FlowFixture {};
 
 TEST_F(FlowQueueCheckDeathTest, DiscoverOffTheMainQueueAborts) {
