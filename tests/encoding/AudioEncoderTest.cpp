@@ -4,10 +4,7 @@
 #include <numbers>
 
 #include "encoding/LFHardwareAudioEncoder.h"
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
+#include "tests/encoding/EncodingTestSupport.h"
 
 namespace oxelo {
 namespace {
@@ -180,42 +177,28 @@ TEST_P(AudioInfoTest, RawAacDecodesWithTheAscAlone) {
     encoder.encodeAudioData(Bytes(bytes + at, bytes + std::min(length, at + piece)), at);
   ASSERT_EQ(recorder->frames.size(), total / 1024) << "one frame per 1024 samples";
 
-  const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_AAC);
-  AVCodecContext* decoder = avcodec_alloc_context3(codec);
-  decoder->extradata = static_cast<uint8_t*>(av_mallocz(2 + AV_INPUT_BUFFER_PADDING_SIZE));
-  decoder->extradata_size = 2;
   for (const auto& frame : recorder->frames) {
     ASSERT_TRUE(frame->audioInfo);
     EXPECT_EQ(*frame->audioInfo, c.asc);
     ASSERT_FALSE(frame->data.empty());
     EXPECT_NE(frame->data[0], 0xff) << "no ADTS header";
   }
-  std::copy(c.asc.begin(), c.asc.end(), decoder->extradata);
-  ASSERT_EQ(avcodec_open2(decoder, codec, nullptr), 0);
-  AVPacket* packet = av_packet_alloc();
-  AVFrame* out = av_frame_alloc();
+  test::TestDecoder decoder(AV_CODEC_ID_AAC, c.asc);
+  ASSERT_TRUE(decoder.opened());
   size_t decoded = 0;
   double energy = 0;
-  for (const auto& frame : recorder->frames) {
-    ASSERT_EQ(av_new_packet(packet, static_cast<int>(frame->data.size())), 0);
-    std::copy(frame->data.begin(), frame->data.end(), packet->data);
-    ASSERT_EQ(avcodec_send_packet(decoder, packet), 0);
-    av_packet_unref(packet);
-    while (avcodec_receive_frame(decoder, out) == 0) {
-      EXPECT_EQ(out->nb_samples, 1024);
-      EXPECT_EQ(out->sample_rate, static_cast<int>(c.rate));
-      EXPECT_EQ(out->ch_layout.nb_channels, static_cast<int>(c.channels));
-      const auto* samples = reinterpret_cast<const float*>(out->extended_data[0]);
-      for (int i = 0; i < out->nb_samples; ++i) energy += samples[i] * samples[i];
-      decoded += static_cast<size_t>(out->nb_samples);
-      av_frame_unref(out);
-    }
-  }
+  for (const auto& frame : recorder->frames)
+    decoder.decode(frame->data, [&](const AVFrame& out) {
+      EXPECT_EQ(out.nb_samples, 1024);
+      EXPECT_EQ(out.sample_rate, static_cast<int>(c.rate));
+      EXPECT_EQ(out.ch_layout.nb_channels, static_cast<int>(c.channels));
+      const auto* samples = reinterpret_cast<const float*>(out.extended_data[0]);
+      for (int i = 0; i < out.nb_samples; ++i) energy += samples[i] * samples[i];
+      decoded += static_cast<size_t>(out.nb_samples);
+    });
+  EXPECT_EQ(decoder.errors(), 0);
   EXPECT_EQ(decoded, recorder->frames.size() * 1024);
   EXPECT_GT(energy / static_cast<double>(decoded), 0.01) << "the tone comes through";
-  av_frame_free(&out);
-  av_packet_free(&packet);
-  avcodec_free_context(&decoder);
 }
 
 INSTANTIATE_TEST_SUITE_P(Configurations, AudioInfoTest,
@@ -229,12 +212,11 @@ TEST(DeinterleaveTest, SplitsChannelsAndScales) {
   float left[3], right[3];
   float* planes[] = {left, right};
   deinterleaveToFloat(pcm, 3, 2, planes);
-  EXPECT_FLOAT_EQ(left[0], 0.0f);
-  EXPECT_FLOAT_EQ(right[0], -1.0f);
-  EXPECT_FLOAT_EQ(left[1], 0.5f);
-  EXPECT_NEAR(right[1], 1.0f, 1e-4);
-  EXPECT_FLOAT_EQ(left[2], -0.5f);
-  EXPECT_FLOAT_EQ(right[2], 1.0f / 32768.0f);
+  const float want[2][3] = {{0.0f, 0.5f, -0.5f}, {-1.0f, 32767.0f / 32768.0f, 1.0f / 32768.0f}};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_FLOAT_EQ(left[i], want[0][i]) << i;
+    EXPECT_FLOAT_EQ(right[i], want[1][i]) << i;
+  }
 }
 
 }  // namespace

@@ -76,12 +76,19 @@ inline std::optional<std::vector<std::vector<uint8_t>>> lengthPrefixedUnits(
 }
 
 // libavcodec's decoder fed the way a host would: the parameter sets, then
-// each frame body turned back to Annex B.
+// each frame body turned back to Annex B (or a raw packet as it is).
 class TestDecoder {
  public:
-  explicit TestDecoder(AVCodecID codec) {
+  // `extradata`: what the stream carries out of band (an AAC asc).
+  explicit TestDecoder(AVCodecID codec, const std::vector<uint8_t>& extradata = {}) {
     context_ = avcodec_alloc_context3(avcodec_find_decoder(codec));
-    avcodec_open2(context_, avcodec_find_decoder(codec), nullptr);
+    if (!extradata.empty()) {
+      context_->extradata =
+          static_cast<uint8_t*>(av_mallocz(extradata.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+      std::copy(extradata.begin(), extradata.end(), context_->extradata);
+      context_->extradata_size = static_cast<int>(extradata.size());
+    }
+    opened_ = avcodec_open2(context_, avcodec_find_decoder(codec), nullptr) == 0;
     packet_ = av_packet_alloc();
     frame_ = av_frame_alloc();
   }
@@ -118,6 +125,7 @@ class TestDecoder {
     return decode(stream, look);
   }
   int errors() const { return errors_; }
+  bool opened() const { return opened_; }
 
   static void appendAnnexB(std::vector<uint8_t>& out, const std::vector<uint8_t>& unit) {
     static const uint8_t startCode[] = {0, 0, 0, 1};
@@ -130,6 +138,7 @@ class TestDecoder {
   AVPacket* packet_ = nullptr;
   AVFrame* frame_ = nullptr;
   int errors_ = 0;
+  bool opened_ = false;
 };
 
 // Keeps every frame a video encoder hands out.
