@@ -1,5 +1,4 @@
-// The GPU-side 4:2:0 output against libswscale's conversion of the same
-// BGRA picture, and when that conversion is chosen.
+// The GPU-side 4:2:0 output against libswscale's, and when it is chosen.
 #include <gtest/gtest.h>
 
 extern "C" {
