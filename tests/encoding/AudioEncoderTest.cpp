@@ -26,8 +26,7 @@ class AudioFrameRecorder final : public LFAudioEncodingDelegate {
   std::vector<std::shared_ptr<LFAudioFrame>> frames;
 };
 
-// Counts blocks and keeps their first bytes, answering each with a packet
-// that names the block's number.
+// Keeps each block, answering with a packet that names the block's number.
 struct BlockLog {
   std::vector<std::vector<uint8_t>> blocks;
   int failuresLeft = 0;
@@ -156,8 +155,7 @@ struct AscCase {
 
 class AudioInfoTest : public testing::TestWithParam<AscCase> {};
 
-// Real AAC: every frame carries the asc bytes, and a decoder given only
-// those bytes reads the raw packets at the configured rate and layout.
+// Real AAC: every frame carries the asc, which alone lets a decoder read the raw packets.
 TEST_P(AudioInfoTest, RawAacDecodesWithTheAscAlone) {
   const auto& c = GetParam();
   auto recorder = std::make_shared<AudioFrameRecorder>();

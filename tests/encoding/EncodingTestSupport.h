@@ -36,8 +36,7 @@ inline std::shared_ptr<LFLiveVideoConfiguration> smallVideoConfiguration(
   return configuration;
 }
 
-// A moving picture with detail, so that every frame costs bits: diagonal
-// stripes that slide by `index` and noise from a fixed generator.
+// Sliding stripes and fixed noise, so that every frame costs bits.
 inline std::shared_ptr<PixelBuffer> movingPicture(int width, int height, int index) {
   auto picture = PixelBuffer::create(width, height);
   uint32_t state = 0x9e3779b9u * static_cast<uint32_t>(index + 1);
@@ -56,8 +55,7 @@ inline std::shared_ptr<PixelBuffer> movingPicture(int width, int height, int ind
   return picture;
 }
 
-// The NAL units of a frame body of 4-byte big-endian lengths; none when the
-// lengths do not cover the body exactly or a length is zero.
+// A body's NAL units by 4-byte lengths; none unless they cover it exactly, none zero.
 inline std::optional<std::vector<std::vector<uint8_t>>> lengthPrefixedUnits(
     const std::vector<uint8_t>& body) {
   std::vector<std::vector<uint8_t>> units;
@@ -97,8 +95,7 @@ class TestDecoder {
     av_packet_free(&packet_);
     av_frame_free(&frame_);
   }
-  // Returns the size of every picture that came out, each of which is
-  // also shown to `look` where given.
+  // The size of every picture out, each also shown to `look`.
   std::vector<std::pair<int, int>> decode(const std::vector<uint8_t>& annexB,
                                           const std::function<void(const AVFrame&)>& look = {}) {
     std::vector<std::pair<int, int>> sizes;
