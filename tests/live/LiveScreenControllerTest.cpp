@@ -84,9 +84,8 @@ TEST_F(LiveScreenControllerTest, TheStoredBeautyAndMirrorReachTheNewSession) {
   }
 }
 
-// What a session leaves when it ends is where the next one starts: kept in
-// the settings durably, single precision where the settings say so, and
-// applied with the torch and the zoom following later.
+// What a session leaves is stored (single precision where the settings say so) and is
+// where the next one starts, the torch and the zoom following later.
 TEST_F(LiveScreenControllerTest, TheCameraStateSurvivesIntoTheNextSession) {
   openAndStart();
   auto session = controller_->session();

@@ -1,6 +1,4 @@
-// The live screen controller's own behaviour: the first appearance, the
-// volume keys, the idle cover, and the four ways of ending reported to the
-// main screen.
+// The live screen controller: appearing, the volume keys, the idle cover, the endings.
 #include "live/LiveViewControllerCore.h"
 #include "tests/live/LiveViewFixture.h"
 

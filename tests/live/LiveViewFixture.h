@@ -1,6 +1,4 @@
-// The live view on the virtual camera with the settings in a temporary
-// directory, the manual clock, and recording fakes for what the screen asks
-// of the platform.
+// The live view on the virtual camera, settings of its own, the manual clock, and fakes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -54,8 +52,7 @@ class CoverRecorder final : public OXLiveViewDelegate {
   std::function<void()> completion;
 };
 
-// The main screen: hands over the host and a carrier (a new one unless
-// given), and records what it is told.
+// The main screen: hands over the host and a carrier (new unless given); records calls.
 class RecordingOwner final : public LiveScreenOwner {
  public:
   void prepareLiveView(LiveViewChannelTarget& view) override {

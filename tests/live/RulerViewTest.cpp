@@ -15,8 +15,7 @@ class RecordingDelegate final : public RulerViewDelegate {
   std::vector<int64_t> picked;
 };
 
-// A 300 wide ruler (inset 150) with pitch 2 + 8 = 10 whose scroller reports
-// every move back at once, as the platform's scroll view does.
+// A 300 wide ruler whose scroller reports every move back at once, as the platform's does.
 class RulerTest : public testing::Test {
  protected:
   RulerTest() {
