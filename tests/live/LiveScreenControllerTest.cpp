@@ -76,8 +76,9 @@ TEST_F(LiveScreenControllerTest, TheStoredBeautyAndMirrorReachTheNewSession) {
     cameras_.defaults().setInteger(keys::beautyMethod, method);
     cameras_.defaults().setBool(keys::horizontalFlip, mirror);
     openAndStart();
-    auto capture = controller_->session()->videoCapture();
-    ASSERT_TRUE(capture);
+    auto session = controller_->session();
+    ASSERT_TRUE(session && session->videoCapture());
+    auto capture = session->videoCapture();
     EXPECT_EQ(capture->beautyFace(), beauty) << method;
     EXPECT_EQ(capture->beautyMethod(), expected) << method;
     EXPECT_EQ(capture->mirror(), mirror) << method;
