@@ -120,17 +120,7 @@ INSTANTIATE_TEST_SUITE_P(
                     RegroupCase{"MonoEmptyCall", 1, {0, 2048}, {0, 1}, 0}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(AudioEncoderTest, StopKeepsHeldPcmForTheNextCall) {
-  RecordedEncoder e(1);
-  e.encoder.encodeAudioData(counting(2000, 0), 1);
-  e.encoder.stopEncoder();
-  EXPECT_EQ(e.encoder.leftLength(), 2000);
-  e.encoder.encodeAudioData(counting(48, 208), 2);
-  ASSERT_EQ(e.log.blocks.size(), 1u);
-  EXPECT_EQ(e.log.blocks[0], counting(2048, 0));
-}
-
-TEST(AudioEncoderTest, ConverterIsMadeWithTheFirstPcmAndRetriedAfterFailure) {
+TEST(AudioEncoderTest, ConverterIsMadeWithTheFirstPcmRetriedAfterFailureAndStopKeepsHeldPcm) {
   RecordedEncoder e(1, /*failures=*/2);
   auto& [log, recorder, encoder] = e;
   EXPECT_EQ(log.creations, 0) << "not at construction";
@@ -144,6 +134,12 @@ TEST(AudioEncoderTest, ConverterIsMadeWithTheFirstPcmAndRetriedAfterFailure) {
   EXPECT_EQ(log.blocks[0], counting(2048, 0)) << "nothing of the failed calls is kept";
   encoder.encodeAudioData(Bytes(2048), 4);
   EXPECT_EQ(log.creations, 3) << "made once";
+  encoder.encodeAudioData(counting(2000, 0), 5);
+  encoder.stopEncoder();  // keeps the held PCM for the next call
+  EXPECT_EQ(encoder.leftLength(), 2000);
+  encoder.encodeAudioData(counting(48, 208), 6);
+  ASSERT_EQ(log.blocks.size(), 3u);
+  EXPECT_EQ(log.blocks[2], counting(2048, 0));
 }
 
 struct AscCase {
