@@ -94,24 +94,9 @@ TEST_F(FlowTest, OneEntryPerHostWithItsFirstRecordWhichAloneRemovesIt) {
   EXPECT_EQ(flow_->hostName(), "B");
 }
 
-TEST_F(FlowTest, FailedManualConnectionShowsTheErrorAndSearchesAgainIn600Seconds) {
+TEST_F(FlowTest, ManualConnectionWaitsATenthOfASecondAndAFailureSearchesAgainIn600Seconds) {
   battery_->setCablePlugged(true);  // a search needs Wi-Fi or a cable
   env_.drain();
-  flow_->connectViaIPAndPort("127.0.0.1", 5899);
-  env_.advance(0.1);
-  ASSERT_EQ(attempts(), 1u);
-  connections_.last()->end(posixError(ECONNREFUSED));
-  EXPECT_FALSE(flow_->hasConnection());
-  EXPECT_EQ(screen_->errors.size(), 1u);  // a manual attempt shows the error
-  EXPECT_FALSE(flow_->hostIP().has_value());
-  int searches = screen_->discoverTrueCount();
-  env_.advance(599.0, 1.0);
-  EXPECT_EQ(screen_->discoverTrueCount(), searches);
-  env_.advance(1.5, 0.5);
-  EXPECT_EQ(screen_->discoverTrueCount(), searches + 1);
-}
-
-TEST_F(FlowTest, ManualConnectionWaitsATenthOfASecond) {
   flow_->connectManually("127.0.0.1", "17");
   EXPECT_EQ(flow_->hostPort(), 5895);
   EXPECT_EQ(flow_->hostName(), "Unknown");
@@ -119,9 +104,19 @@ TEST_F(FlowTest, ManualConnectionWaitsATenthOfASecond) {
   EXPECT_TRUE(screen_->huds.empty());
   env_.advance(0.1);
   EXPECT_EQ(screen_->huds, (std::vector<std::string>{"M_CONNECT_TO 127.0.0.1"}));
+  ASSERT_EQ(attempts(), 1u);
+  EXPECT_EQ(attempt(0), "127.0.0.1:5895");
+  connections_.last()->end(posixError(ECONNREFUSED));
+  EXPECT_FALSE(flow_->hasConnection());
+  EXPECT_EQ(screen_->errors.size(), 1u);  // a manual attempt shows the error
+  EXPECT_FALSE(flow_->hostIP().has_value());
+  int searches = screen_->discoverTrueCount();
   flow_->connectManually("", "3");  // an empty address does nothing
-  env_.advance(0.2);
+  env_.advance(599.0, 1.0);
   EXPECT_EQ(screen_->huds.size(), 1u);
+  EXPECT_EQ(screen_->discoverTrueCount(), searches);
+  env_.advance(1.5, 0.5);
+  EXPECT_EQ(screen_->discoverTrueCount(), searches + 1);
 }
 
 TEST_F(FlowTest, ViewDidAppearRules) {
