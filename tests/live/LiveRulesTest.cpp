@@ -71,7 +71,7 @@ TEST(LiveLayoutTest, TheVideoRectangleAndTheRowsOfATallPhoneInLandscapeAndOtherS
             (LiveRect{160, 0, 960, 720}));
 }
 
-TEST(SignalLevelTest, LevelFromTheEncodersShareOfTheConfiguredRate) {
+TEST(SignalTest, LevelFromTheEncodersShareOfTheConfiguredRateAndTheStatisticsLine) {
   struct Case {
     const char* name;
     int64_t encoder;
@@ -88,9 +88,7 @@ TEST(SignalLevelTest, LevelFromTheEncodersShareOfTheConfiguredRate) {
   // clang-format on
   for (const auto& c : cases)
     EXPECT_EQ(signalLevel(c.encoder, 1000000, c.bandwidth), c.level) << c.name;
-}
-
-TEST(StatisticsLineTest, MegabitsOf1048576BitsAndTheDroppedTotal) {
+  // The statistics line: megabits of 1048576 bits, and the dropped total.
   LFLiveDebug info;
   info.currentBandwidth = 131072;  // bytes: 1 Mbit of 2^20 bits
   info.currentCapturedVideoCount = 30;

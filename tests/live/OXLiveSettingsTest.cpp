@@ -378,8 +378,9 @@ INSTANTIATE_TEST_SUITE_P(Items, HostLockTest, testing::Values(
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
-TEST_F(PanelTest, ATapLocksFromManualAndTheNextReturnsToAutomatic) {
+TEST_F(PanelTest, ATapLocksFromManualTheNextReturnsToAutomaticAndZoomShowsTheLens) {
   camera_->autoFocus_ = false;
+  camera_->lensType_ = AVCaptureDeviceTypeBuiltInTelephotoCamera;
   open();
   panel_->didSelectItem(4);
   ASSERT_EQ(panel_->autoButtonStatus(), 1);
@@ -392,11 +393,7 @@ TEST_F(PanelTest, ATapLocksFromManualAndTheNextReturnsToAutomatic) {
   EXPECT_EQ(panel_->autoButtonStatus(), 0);
   EXPECT_FALSE(camera_->afLock_);
   EXPECT_TRUE(camera_->autoFocus_);
-}
 
-TEST_F(PanelTest, TheZoomButtonShowsTheLensInUse) {
-  camera_->lensType_ = AVCaptureDeviceTypeBuiltInTelephotoCamera;
-  open();
   panel_->didSelectItem(5);
   EXPECT_EQ(panel_->autoButtonStatus(), 5);
   panel_->onAutoButtonTapped();  // nothing on the zoom item
