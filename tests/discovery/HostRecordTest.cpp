@@ -25,35 +25,29 @@ Json entry(const std::string& name, const std::string& ip, int port) {
   return {{"name", name}, {"ip", ip}, {"port", port}};
 }
 
-TEST(HostHistoryTest, NewHostGoesOnTopAndTheEleventhPushesTheOldestOut) {
+TEST(HostHistoryTest, NewOrKnownHostGoesOnTopTenAtMostAndAnythingElseStartsAnew) {
   Json history = Json::array();
-  for (int i = 0; i < 11; ++i) {
+  for (int i = 0; i < 11; ++i)
     history =
         updatedHostHistory(history, "H" + std::to_string(i), "10.0.0." + std::to_string(i), 5895);
-  }
   ASSERT_EQ(history.size(), 10u);
   EXPECT_EQ(history[0], entry("H10", "10.0.0.10", 5895));
   EXPECT_EQ(history[9], entry("H1", "10.0.0.1", 5895));  // H0 went out
-}
 
-TEST(HostHistoryTest, KnownHostMovesToTheTopUnderItsNewName) {
-  Json history = Json::array(
+  history = Json::array(
       {entry("A", "10.0.0.1", 5895), entry("B", "10.0.0.2", 5896), entry("C", "10.0.0.3", 5895)});
   history = updatedHostHistory(history, "B-renamed", "10.0.0.2", 5896);
   EXPECT_EQ(history, Json::array({entry("B-renamed", "10.0.0.2", 5896),
                                   entry("A", "10.0.0.1", 5895), entry("C", "10.0.0.3", 5895)}));
-  // Same address on another port is another host.
-  history = updatedHostHistory(history, "A", "10.0.0.1", 5897);
+  history = updatedHostHistory(history, "A", "10.0.0.1", 5897);  // another port: another host
   EXPECT_EQ(history.size(), 4u);
-}
 
-TEST(HostHistoryTest, AnEntryOfTheWrongTypeOrAHistoryThatIsNoListStartsAnew) {
   Json bad =
       Json::array({entry("A", "10.0.0.1", 5895), "not a dictionary", entry("C", "10.0.0.3", 1)});
-  for (const Json& history : {bad, Json("text"), Json()})
-    EXPECT_EQ(updatedHostHistory(history, "N", "10.0.0.9", 5895),
+  for (const Json& stored : {bad, Json("text"), Json()})
+    EXPECT_EQ(updatedHostHistory(stored, "N", "10.0.0.9", 5895),
               Json::array({entry("N", "10.0.0.9", 5895)}))
-        << history;
+        << stored;
 }
 
 }  // namespace

@@ -21,6 +21,9 @@ class FlowTest : public test::FlowFixture {
  protected:
   void SetUp() override { startFlow(); }
   size_t attempts() const { return connections_.attempts.size(); }
+  std::string attempt(size_t i) const {  // "host:port"
+    return connections_.attempts.at(i).host + ":" + std::to_string(connections_.attempts[i].port);
+  }
 };
 
 TEST_F(FlowTest, OneHostDetectedSettlesAfterHalfASecondAndConnects) {
@@ -31,8 +34,7 @@ TEST_F(FlowTest, OneHostDetectedSettlesAfterHalfASecondAndConnects) {
   EXPECT_EQ(attempts(), 0u);
   env_.advance(0.1);
   ASSERT_EQ(attempts(), 1u);  // connecting to the one host
-  EXPECT_EQ(connections_.attempts[0].host, "127.0.0.1");
-  EXPECT_EQ(connections_.attempts[0].port, 5897);
+  EXPECT_EQ(attempt(0), "127.0.0.1:5897");
   EXPECT_EQ(connections_.attempts[0].timeout, 5.0);
   EXPECT_TRUE(flow_->hasConnection());
 }
@@ -46,8 +48,7 @@ TEST_F(FlowTest, LastHostMatchTakesTheNameWithItsCase) {
   EXPECT_EQ(screen_->choices.size(), 1u);
 }
 
-// A burst of hosts settles once, half a second after the last; two unknown
-// hosts let the user choose.
+// A burst settles 0.5 s after the last host; two unknown hosts let the user choose.
 TEST_F(FlowTest, BurstOfHostsAsksOnceAndACancelledChoiceStopsAutomaticConnecting) {
   flow_->on_host_detected(host("A", "10.0.0.1"));
   env_.advance(0.4);
@@ -74,21 +75,16 @@ TEST_F(FlowTest, ChoosingAHostWithPortZeroConnectsOn5895) {
   EXPECT_EQ(screen_->choices[0].first.size(), 2u);
   screen_->choices[0].second(1);
   ASSERT_EQ(attempts(), 1u);
-  EXPECT_EQ(connections_.attempts[0].host, "127.0.0.2");
-  EXPECT_EQ(connections_.attempts[0].port, 5895);
+  EXPECT_EQ(attempt(0), "127.0.0.2:5895");
 }
 
-TEST_F(FlowTest, SameHostInOtherCaseOrFromTheOtherPathStaysOneEntryWithTheFirstRecord) {
-  flow_->on_host_detected(host("Desk", "10.0.0.9", 5895, true));
-  flow_->on_host_detected(host("DESK", "10.0.0.9", 5897, false));
-  ASSERT_EQ(flow_->arr_hosts().size(), 1u);
-  EXPECT_EQ(flow_->arr_hosts()[0], host("Desk", "10.0.0.9", 5895, true));
-}
-
-TEST_F(FlowTest, HostLeavingRemovesOnlyTheIdenticalRecord) {
+TEST_F(FlowTest, OneEntryPerHostWithItsFirstRecordWhichAloneRemovesIt) {
   flow_->on_host_detected(host("A", "10.0.0.1", 5895, false));
+  flow_->on_host_detected(host("a", "10.0.0.1", 5897, true));  // other case, other path
   flow_->on_host_detected(host("B", "10.0.0.2"));
   env_.advance(0.6);
+  ASSERT_EQ(flow_->arr_hosts().size(), 2u);
+  EXPECT_EQ(flow_->arr_hosts()[0], host("A", "10.0.0.1", 5895, false));
   // A UDP goodbye for a host found by service discovery removes nothing...
   flow_->on_host_removed(host("A", "10.0.0.1", 5895, true));
   EXPECT_EQ(flow_->arr_hosts().size(), 2u);
@@ -98,24 +94,9 @@ TEST_F(FlowTest, HostLeavingRemovesOnlyTheIdenticalRecord) {
   EXPECT_EQ(flow_->hostName(), "B");
 }
 
-TEST_F(FlowTest, FailedManualConnectionShowsTheErrorAndSearchesAgainIn600Seconds) {
+TEST_F(FlowTest, ManualConnectionWaitsATenthOfASecondAndAFailureSearchesAgainIn600Seconds) {
   battery_->setCablePlugged(true);  // a search needs Wi-Fi or a cable
   env_.drain();
-  flow_->connectViaIPAndPort("127.0.0.1", 5899);
-  env_.advance(0.1);
-  ASSERT_EQ(attempts(), 1u);
-  connections_.last()->end(posixError(ECONNREFUSED));
-  EXPECT_FALSE(flow_->hasConnection());
-  EXPECT_EQ(screen_->errors.size(), 1u);  // a manual attempt shows the error
-  EXPECT_FALSE(flow_->hostIP().has_value());
-  int searches = screen_->discoverTrueCount();
-  env_.advance(599.0, 1.0);
-  EXPECT_EQ(screen_->discoverTrueCount(), searches);
-  env_.advance(1.5, 0.5);
-  EXPECT_EQ(screen_->discoverTrueCount(), searches + 1);
-}
-
-TEST_F(FlowTest, ManualConnectionWaitsATenthOfASecond) {
   flow_->connectManually("127.0.0.1", "17");
   EXPECT_EQ(flow_->hostPort(), 5895);
   EXPECT_EQ(flow_->hostName(), "Unknown");
@@ -123,9 +104,19 @@ TEST_F(FlowTest, ManualConnectionWaitsATenthOfASecond) {
   EXPECT_TRUE(screen_->huds.empty());
   env_.advance(0.1);
   EXPECT_EQ(screen_->huds, (std::vector<std::string>{"M_CONNECT_TO 127.0.0.1"}));
+  ASSERT_EQ(attempts(), 1u);
+  EXPECT_EQ(attempt(0), "127.0.0.1:5895");
+  connections_.last()->end(posixError(ECONNREFUSED));
+  EXPECT_FALSE(flow_->hasConnection());
+  EXPECT_EQ(screen_->errors.size(), 1u);  // a manual attempt shows the error
+  EXPECT_FALSE(flow_->hostIP().has_value());
+  int searches = screen_->discoverTrueCount();
   flow_->connectManually("", "3");  // an empty address does nothing
-  env_.advance(0.2);
+  env_.advance(599.0, 1.0);
   EXPECT_EQ(screen_->huds.size(), 1u);
+  EXPECT_EQ(screen_->discoverTrueCount(), searches);
+  env_.advance(1.5, 0.5);
+  EXPECT_EQ(screen_->discoverTrueCount(), searches + 1);
 }
 
 TEST_F(FlowTest, ViewDidAppearRules) {
@@ -197,8 +188,7 @@ TEST_F(FlowTest, ASecondCallerReplacesTheAddressButIsNotKept) {
   EXPECT_EQ(second->delegate(), nullptr);
 }
 
-// Every public operation of the flow runs on the main queue; a call from
-// another thread is a fault of the program and stops it in the test builds.
+// A call off the main queue is a fault of the program: the test builds stop it.
 class FlowQueueCheckDeathTest : public test::FlowFixture {};
 
 TEST_F(FlowQueueCheckDeathTest, DiscoverOffTheMainQueueAborts) {

@@ -10,8 +10,7 @@ namespace {
 
 using test::FakeNetService;
 
-// The service-discovery half of the flow against a browser the test drives.
-// Wi-Fi is up; the UDP probes go to loopback ports where nothing listens.
+// The service-discovery half of the flow against a browser the test drives, on Wi-Fi.
 class ServiceDiscoveryTest : public test::FlowFixture {
  protected:
   void SetUp() override {
@@ -84,12 +83,9 @@ TEST_F(ServiceDiscoveryTest, HostFoundByUdpFirstStaysOneEntryAndLeavesByItsExact
 }
 
 TEST_F(ServiceDiscoveryTest, RemovalsWithMoreComingOnlyDropEntriesTheLastOneRefreshes) {
-  auto a = found("A");
-  auto b = found("B");
-  auto c = found("C");
-  a->resolveTo({SocketAddress::ipv4("10.77.0.2", 5899)});
-  b->resolveTo({SocketAddress::ipv4("10.77.0.3", 5899)});
-  c->resolveTo({SocketAddress::ipv4("10.77.0.4", 5899)});
+  auto a = found("A"), b = found("B"), c = found("C");
+  for (auto [service, ip] : {std::pair{a, "10.77.0.2"}, {b, "10.77.0.3"}, {c, "10.77.0.4"}})
+    service->resolveTo({SocketAddress::ipv4(ip, 5899)});
   env_.advance(0.6);  // settled: three hosts
   ASSERT_EQ(flow_->arr_hosts().size(), 3u);
   int refreshes = screen_->discoveredCount;
@@ -123,9 +119,8 @@ TEST_F(ServiceDiscoveryTest, NewSearchStopsTheServicesOfTheLastOne) {
   EXPECT_EQ(service->resolves.size(), 1u);
 }
 
-// Five seconds after each net search (the one of SetUp at 0 s), the flow
-// tries the last host, provided that no host was detected, the search still
-// runs and no TCP connection is being made.
+// 5 s after each net search (SetUp's at 0 s) the flow tries the last host, unless a
+// host was detected, the search stopped or a TCP connection is being made.
 using Flow = MainViewController;
 struct LastHostCase {
   const char* name;

@@ -13,15 +13,19 @@
 namespace oxelo {
 namespace {
 
-// A non-blocking UDP socket bound to `ip`:`port` (0 for a free one); not
-// valid when the port is taken.
-test::Fd boundUdp(const char* ip, uint16_t port) {
-  test::Fd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+sockaddr_in ipv4(const char* ip, uint16_t port) {
   sockaddr_in a{};
   a.sin_family = AF_INET;
   a.sin_port = htons(port);
   inet_pton(AF_INET, ip, &a.sin_addr);
-  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) fd.reset();
+  return a;
+}
+
+// A non-blocking UDP socket bound to `ip`:`port`; not valid when the port is taken.
+test::Fd boundUdp(const char* ip, uint16_t port) {
+  test::Fd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  const sockaddr_in a = ipv4(ip, port);
+  if (::bind(fd.get(), reinterpret_cast<const sockaddr*>(&a), sizeof a) != 0) fd.reset();
   return fd;
 }
 
@@ -53,8 +57,7 @@ class ProbeReceivers {
   bool ok() const { return fds_.size() == 8; }
   uint16_t firstPort() const { return first_; }
 
-  // Reads what has come; counts the probes per address and the datagrams
-  // that are not the probe.
+  // Counts what has come: probes per address, and other datagrams.
   void collect() {
     char buffer[64];
     for (const auto& [limited, subnet] : fds_)
@@ -71,9 +74,8 @@ class ProbeReceivers {
   std::vector<std::pair<test::Fd, test::Fd>> fds_;
 };
 
-// UDP discovery of the flow on real sockets, all on loopback: the "limited
-// broadcast" is 127.0.0.1 and the "subnet broadcast" 127.0.0.2. Time runs on
-// the manual clock; the sockets' events are pumped in real time.
+// UDP discovery on real loopback sockets ("limited broadcast" 127.0.0.1, "subnet" 127.0.0.2);
+// time on the manual clock, the sockets' events pumped in real time.
 class UdpDiscoveryTest : public test::FlowFixture {
  protected:
   void start(std::string subnet, bool autoConnect = true) {
@@ -85,8 +87,7 @@ class UdpDiscoveryTest : public test::FlowFixture {
     });
     flow_->discover();
   }
-  // Pumps until `count` probes have come (or `seconds` of real time have
-  // passed), then a little longer to see that no more follow.
+  // Pumps until `count` probes came (or `seconds` passed), then a little longer.
   int probesAfterPumping(int count, double seconds = 5.0) {
     auto counted = [&] {
       receivers_.collect();
@@ -99,12 +100,9 @@ class UdpDiscoveryTest : public test::FlowFixture {
   }
   // Sends `text` to the flow's UDP port from 127.0.0.1.
   void answer(const std::string& text) {
-    test::Fd fd = boundUdp("127.0.0.1", 0);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(udpPort_);
-    inet_pton(AF_INET, "127.0.0.1", &to.sin_addr);
-    ::sendto(fd.get(), text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+    const sockaddr_in to = ipv4("127.0.0.1", udpPort_);
+    ::sendto(boundUdp("127.0.0.1", 0).get(), text.data(), text.size(), 0,
+             reinterpret_cast<const sockaddr*>(&to), sizeof to);
   }
 
   ProbeReceivers receivers_;
@@ -148,8 +146,7 @@ TEST_F(UdpDiscoveryTest, PortTakenEndsTheTickThenTheUnboundSocketIsDroppedAndBou
   EXPECT_EQ(probesAfterPumping(1, 0.2), 0);  // the failed bind ended the first tick
   EXPECT_EQ(log_.count("Error binding UDP port: "), 1u);
   EXPECT_FALSE(log_.contains("Error UDP enableBroadcast"));
-  // The next tick goes on with the socket as it stands: it cannot receive,
-  // so it is closed and dropped.
+  // The next tick's socket cannot receive, so it is closed and dropped.
   env_.advance(5.0);
   test::pumpUntil(env_, [&] { return log_.contains("Error UDP beginReceiving: "); });
   EXPECT_EQ(log_.count("Error UDP beginReceiving: "), 1u);

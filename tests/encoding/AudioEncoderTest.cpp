@@ -4,10 +4,7 @@
 #include <numbers>
 
 #include "encoding/LFHardwareAudioEncoder.h"
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
+#include "tests/encoding/EncodingTestSupport.h"
 
 namespace oxelo {
 namespace {
@@ -29,8 +26,7 @@ class AudioFrameRecorder final : public LFAudioEncodingDelegate {
   std::vector<std::shared_ptr<LFAudioFrame>> frames;
 };
 
-// Counts blocks and keeps their first bytes, answering each with a packet
-// that names the block's number.
+// Keeps each block, answering with a packet that names the block's number.
 struct BlockLog {
   std::vector<std::vector<uint8_t>> blocks;
   int failuresLeft = 0;
@@ -124,17 +120,7 @@ INSTANTIATE_TEST_SUITE_P(
                     RegroupCase{"MonoEmptyCall", 1, {0, 2048}, {0, 1}, 0}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(AudioEncoderTest, StopKeepsHeldPcmForTheNextCall) {
-  RecordedEncoder e(1);
-  e.encoder.encodeAudioData(counting(2000, 0), 1);
-  e.encoder.stopEncoder();
-  EXPECT_EQ(e.encoder.leftLength(), 2000);
-  e.encoder.encodeAudioData(counting(48, 208), 2);
-  ASSERT_EQ(e.log.blocks.size(), 1u);
-  EXPECT_EQ(e.log.blocks[0], counting(2048, 0));
-}
-
-TEST(AudioEncoderTest, ConverterIsMadeWithTheFirstPcmAndRetriedAfterFailure) {
+TEST(AudioEncoderTest, ConverterIsMadeWithTheFirstPcmRetriedAfterFailureAndStopKeepsHeldPcm) {
   RecordedEncoder e(1, /*failures=*/2);
   auto& [log, recorder, encoder] = e;
   EXPECT_EQ(log.creations, 0) << "not at construction";
@@ -148,6 +134,12 @@ TEST(AudioEncoderTest, ConverterIsMadeWithTheFirstPcmAndRetriedAfterFailure) {
   EXPECT_EQ(log.blocks[0], counting(2048, 0)) << "nothing of the failed calls is kept";
   encoder.encodeAudioData(Bytes(2048), 4);
   EXPECT_EQ(log.creations, 3) << "made once";
+  encoder.encodeAudioData(counting(2000, 0), 5);
+  encoder.stopEncoder();  // keeps the held PCM for the next call
+  EXPECT_EQ(encoder.leftLength(), 2000);
+  encoder.encodeAudioData(counting(48, 208), 6);
+  ASSERT_EQ(log.blocks.size(), 3u);
+  EXPECT_EQ(log.blocks[2], counting(2048, 0));
 }
 
 struct AscCase {
@@ -159,8 +151,7 @@ struct AscCase {
 
 class AudioInfoTest : public testing::TestWithParam<AscCase> {};
 
-// Real AAC: every frame carries the asc bytes, and a decoder given only
-// those bytes reads the raw packets at the configured rate and layout.
+// Real AAC: every frame carries the asc, which alone lets a decoder read the raw packets.
 TEST_P(AudioInfoTest, RawAacDecodesWithTheAscAlone) {
   const auto& c = GetParam();
   auto recorder = std::make_shared<AudioFrameRecorder>();
@@ -180,42 +171,28 @@ TEST_P(AudioInfoTest, RawAacDecodesWithTheAscAlone) {
     encoder.encodeAudioData(Bytes(bytes + at, bytes + std::min(length, at + piece)), at);
   ASSERT_EQ(recorder->frames.size(), total / 1024) << "one frame per 1024 samples";
 
-  const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_AAC);
-  AVCodecContext* decoder = avcodec_alloc_context3(codec);
-  decoder->extradata = static_cast<uint8_t*>(av_mallocz(2 + AV_INPUT_BUFFER_PADDING_SIZE));
-  decoder->extradata_size = 2;
   for (const auto& frame : recorder->frames) {
     ASSERT_TRUE(frame->audioInfo);
     EXPECT_EQ(*frame->audioInfo, c.asc);
     ASSERT_FALSE(frame->data.empty());
     EXPECT_NE(frame->data[0], 0xff) << "no ADTS header";
   }
-  std::copy(c.asc.begin(), c.asc.end(), decoder->extradata);
-  ASSERT_EQ(avcodec_open2(decoder, codec, nullptr), 0);
-  AVPacket* packet = av_packet_alloc();
-  AVFrame* out = av_frame_alloc();
+  test::TestDecoder decoder(AV_CODEC_ID_AAC, c.asc);
+  ASSERT_TRUE(decoder.opened());
   size_t decoded = 0;
   double energy = 0;
-  for (const auto& frame : recorder->frames) {
-    ASSERT_EQ(av_new_packet(packet, static_cast<int>(frame->data.size())), 0);
-    std::copy(frame->data.begin(), frame->data.end(), packet->data);
-    ASSERT_EQ(avcodec_send_packet(decoder, packet), 0);
-    av_packet_unref(packet);
-    while (avcodec_receive_frame(decoder, out) == 0) {
-      EXPECT_EQ(out->nb_samples, 1024);
-      EXPECT_EQ(out->sample_rate, static_cast<int>(c.rate));
-      EXPECT_EQ(out->ch_layout.nb_channels, static_cast<int>(c.channels));
-      const auto* samples = reinterpret_cast<const float*>(out->extended_data[0]);
-      for (int i = 0; i < out->nb_samples; ++i) energy += samples[i] * samples[i];
-      decoded += static_cast<size_t>(out->nb_samples);
-      av_frame_unref(out);
-    }
-  }
+  for (const auto& frame : recorder->frames)
+    decoder.decode(frame->data, [&](const AVFrame& out) {
+      EXPECT_EQ(out.nb_samples, 1024);
+      EXPECT_EQ(out.sample_rate, static_cast<int>(c.rate));
+      EXPECT_EQ(out.ch_layout.nb_channels, static_cast<int>(c.channels));
+      const auto* samples = reinterpret_cast<const float*>(out.extended_data[0]);
+      for (int i = 0; i < out.nb_samples; ++i) energy += samples[i] * samples[i];
+      decoded += static_cast<size_t>(out.nb_samples);
+    });
+  EXPECT_EQ(decoder.errors(), 0);
   EXPECT_EQ(decoded, recorder->frames.size() * 1024);
   EXPECT_GT(energy / static_cast<double>(decoded), 0.01) << "the tone comes through";
-  av_frame_free(&out);
-  av_packet_free(&packet);
-  avcodec_free_context(&decoder);
 }
 
 INSTANTIATE_TEST_SUITE_P(Configurations, AudioInfoTest,
@@ -229,12 +206,11 @@ TEST(DeinterleaveTest, SplitsChannelsAndScales) {
   float left[3], right[3];
   float* planes[] = {left, right};
   deinterleaveToFloat(pcm, 3, 2, planes);
-  EXPECT_FLOAT_EQ(left[0], 0.0f);
-  EXPECT_FLOAT_EQ(right[0], -1.0f);
-  EXPECT_FLOAT_EQ(left[1], 0.5f);
-  EXPECT_NEAR(right[1], 1.0f, 1e-4);
-  EXPECT_FLOAT_EQ(left[2], -0.5f);
-  EXPECT_FLOAT_EQ(right[2], 1.0f / 32768.0f);
+  const float want[2][3] = {{0.0f, 0.5f, -0.5f}, {-1.0f, 32767.0f / 32768.0f, 1.0f / 32768.0f}};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_FLOAT_EQ(left[i], want[0][i]) << i;
+    EXPECT_FLOAT_EQ(right[i], want[1][i]) << i;
+  }
 }
 
 }  // namespace

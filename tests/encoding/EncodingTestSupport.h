@@ -36,8 +36,7 @@ inline std::shared_ptr<LFLiveVideoConfiguration> smallVideoConfiguration(
   return configuration;
 }
 
-// A moving picture with detail, so that every frame costs bits: diagonal
-// stripes that slide by `index` and noise from a fixed generator.
+// Sliding stripes and fixed noise, so that every frame costs bits.
 inline std::shared_ptr<PixelBuffer> movingPicture(int width, int height, int index) {
   auto picture = PixelBuffer::create(width, height);
   uint32_t state = 0x9e3779b9u * static_cast<uint32_t>(index + 1);
@@ -56,8 +55,7 @@ inline std::shared_ptr<PixelBuffer> movingPicture(int width, int height, int ind
   return picture;
 }
 
-// The NAL units of a frame body of 4-byte big-endian lengths; none when the
-// lengths do not cover the body exactly or a length is zero.
+// A body's NAL units by 4-byte lengths; none unless they cover it exactly, none zero.
 inline std::optional<std::vector<std::vector<uint8_t>>> lengthPrefixedUnits(
     const std::vector<uint8_t>& body) {
   std::vector<std::vector<uint8_t>> units;
@@ -76,12 +74,19 @@ inline std::optional<std::vector<std::vector<uint8_t>>> lengthPrefixedUnits(
 }
 
 // libavcodec's decoder fed the way a host would: the parameter sets, then
-// each frame body turned back to Annex B.
+// each frame body turned back to Annex B (or a raw packet as it is).
 class TestDecoder {
  public:
-  explicit TestDecoder(AVCodecID codec) {
+  // `extradata`: what the stream carries out of band (an AAC asc).
+  explicit TestDecoder(AVCodecID codec, const std::vector<uint8_t>& extradata = {}) {
     context_ = avcodec_alloc_context3(avcodec_find_decoder(codec));
-    avcodec_open2(context_, avcodec_find_decoder(codec), nullptr);
+    if (!extradata.empty()) {
+      context_->extradata =
+          static_cast<uint8_t*>(av_mallocz(extradata.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+      std::copy(extradata.begin(), extradata.end(), context_->extradata);
+      context_->extradata_size = static_cast<int>(extradata.size());
+    }
+    opened_ = avcodec_open2(context_, avcodec_find_decoder(codec), nullptr) == 0;
     packet_ = av_packet_alloc();
     frame_ = av_frame_alloc();
   }
@@ -90,8 +95,7 @@ class TestDecoder {
     av_packet_free(&packet_);
     av_frame_free(&frame_);
   }
-  // Returns the size of every picture that came out, each of which is
-  // also shown to `look` where given.
+  // The size of every picture out, each also shown to `look`.
   std::vector<std::pair<int, int>> decode(const std::vector<uint8_t>& annexB,
                                           const std::function<void(const AVFrame&)>& look = {}) {
     std::vector<std::pair<int, int>> sizes;
@@ -118,6 +122,7 @@ class TestDecoder {
     return decode(stream, look);
   }
   int errors() const { return errors_; }
+  bool opened() const { return opened_; }
 
   static void appendAnnexB(std::vector<uint8_t>& out, const std::vector<uint8_t>& unit) {
     static const uint8_t startCode[] = {0, 0, 0, 1};
@@ -130,6 +135,7 @@ class TestDecoder {
   AVPacket* packet_ = nullptr;
   AVFrame* frame_ = nullptr;
   int errors_ = 0;
+  bool opened_ = false;
 };
 
 // Keeps every frame a video encoder hands out.

@@ -60,8 +60,7 @@ INSTANTIATE_TEST_SUITE_P(
                     kNone, kNone}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// The table above finds each codec's sets; a byte that names a set in one
-// codec is no set in the other.
+// A byte that names a set in one codec is no set in the other.
 TEST(NalKindTest, ReadsTheTypeFieldOfEachCodec) {
   EXPECT_EQ(nalKind(VideoCodec::h264, Bytes{0x40, 0x01}), NalKind::other);  // HEVC VPS
   EXPECT_EQ(nalKind(VideoCodec::hevc, Bytes{0x67}), NalKind::other);        // H.264 SPS: type 51

@@ -1,5 +1,4 @@
-// NV12 and I420 pictures through the real libx264: what the host decodes has
-// the picture's colours, in the range and matrix the stream's tags name.
+// NV12 and I420 pictures through the real libx264, decoded as the host would.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -65,9 +64,8 @@ struct InputCase {
 
 class PictureInputTest : public testing::TestWithParam<InputCase> {};
 
-// Flat patches at a generous rate come back within a few levels of the
-// colour in the stream's own range (limited) and matrix, whatever the
-// picture's layout, range and matrix were; the tags say so.
+// Flat patches come back within a few levels in the stream's (limited) range and matrix,
+// whatever the picture's layout, range and matrix; the tags say so.
 TEST_P(PictureInputTest, DecodesToTheColoursUnderTheStreamsTags) {
   const auto& c = GetParam();
   const VideoCodecSettings settings{.width = kWidth,

@@ -1,6 +1,4 @@
-// The three threads of the video encoder at once: pictures on the video
-// processing queue, rate changes from the socket side, the life cycle on the
-// main queue.
+// Pictures, rate changes and the life cycle on three threads at once.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -35,8 +33,7 @@ TEST(VideoEncoderConcurrencyTest, PicturesRateChangesAndSessionReplacementsInter
       configuration, LibavVideoCodecSession::factory({"libx264"}), lifecycle);
   encoder->setDelegate(recorder);
 
-  // Pictures flow until the main thread has replaced the session ten
-  // times, then ten more with nothing else going on.
+  // Pictures flow while the session is replaced ten times, then ten more alone.
   std::atomic<bool> replacing{true};
   std::atomic<bool> done{false};
   std::thread pictures([&] {

@@ -1,6 +1,4 @@
-// The bilateral-and-edge group: its combination step and colour gain
-// against their per-pixel steps worked out here, and the whole group on
-// textured pictures, read back from the machine's GL.
+// The bilateral-and-edge group: its last steps per pixel, and the whole on textures.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -33,8 +31,6 @@ struct CombinationCase {
 };
 class CombinationTest : public testing::TestWithParam<CombinationCase> {};
 
-// The combination and the colour matrix as the group wires them, each input
-// a flat picture of its own.
 TEST_P(CombinationTest, DrawsThePerPixelSteps) {
   ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   const auto& c = GetParam();
@@ -87,8 +83,7 @@ struct TextureCase {
 };
 class BeautifyGroupTest : public testing::TestWithParam<TextureCase> {};
 
-// Fine noise on a flat colour: on skin the group smooths it away, elsewhere
-// it keeps it; either way the middle tones come out lifted.
+// Fine noise smoothed away on skin only; the middle tones lifted either way.
 TEST_P(BeautifyGroupTest, SmoothsSkinTextureOnly) {
   ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   const auto& c = GetParam();

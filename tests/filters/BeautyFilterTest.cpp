@@ -1,6 +1,4 @@
-// The one-pass skin smoothing against its per-pixel steps worked out here in
-// double precision, on pictures made for each case, read back from the
-// machine's GL (llvmpipe without a GPU).
+// The one-pass skin smoothing against its per-pixel steps in double precision.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -62,8 +60,7 @@ Rgba beautyReference(const PixelBuffer& picture, int x, int y, const Levels& l) 
 
 Rgba black(int, int) { return {0, 0, 0, 1}; }
 Rgba white(int, int) { return {1, 1, 1, 1}; }
-// Smooth waves in every channel, kept away from 0 so that the lift's power
-// stays defined.
+// Smooth waves in every channel, away from 0 where the lift's power is undefined.
 Rgba waves(int x, int y) {
   return {0.55 + 0.3 * std::sin(x / 5.0), 0.45 + 0.25 * std::cos(y / 4.0),
           0.4 + 0.2 * std::sin((x + y) / 7.0), 1};

@@ -1,6 +1,4 @@
-// The blur and edge stages of the bilateral-and-edge group, each against its
-// per-pixel steps worked out here, on pictures made for each case; and two
-// properties of the generated blur texts.
+// The blur and edge stages of the bilateral-and-edge group against their per-pixel steps.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -52,8 +50,7 @@ TEST(GaussianBlurTextTest, PrintsSixDecimalsAndKeepsAtMostSevenPairsInTheVertexS
             5u);
   const auto decimals = decimalsOfFactors(vertex + fragment);
   EXPECT_EQ(decimals, std::vector<size_t>(9, 6));
-  // Twelve pairs: seven in the vertex stage (15 coordinates), five read
-  // around the centre in the fragment stage.
+  // Twelve pairs: seven in the vertex stage (15 coordinates), five in the fragment stage.
   EXPECT_EQ(Blur::sampleRadiusForPixels(12.0), 24u);
   const std::string wideVertex = Blur::vertexShaderForOptimizedBlur(24, 12.0);
   const std::string wideFragment = Blur::fragmentShaderForOptimizedBlur(24, 12.0);
@@ -104,8 +101,7 @@ double smoothstep(double lower, double upper, double x) {
   const double t = std::clamp((x - lower) / (upper - lower), 0.0, 1.0);
   return t * t * (3.0 - 2.0 * t);
 }
-// No direction: the neighbours along it are the pixel itself, and only the
-// thresholds 0.1 and 0.4 decide.
+// No direction: the neighbours are the pixel itself; the thresholds 0.1 and 0.4 decide.
 Rgba suppressed(const PixelBuffer& in, int x, int y) {
   return grey(smoothstep(0.1, 0.4, test::colourAt(in, x, y).r));
 }
@@ -145,9 +141,7 @@ INSTANTIATE_TEST_SUITE_P(
                   }},
         // Twelve pairs, five of them read in the fragment stage: still sums to one.
         StageCase{"WideBlurKeepsAFlatArea", blurAt12, [](int, int) { return grey(0.4); }, same},
-        // Greys 0.2 to 1.0 in 4 by 4 blocks, repeating every five blocks: the
-        // taps, 4 to 16 pixels off, all differ by 0.2 or more, weigh nothing,
-        // and every pixel keeps its colour.
+        // Grey blocks of 4 x 4: the taps 4 to 16 pixels off differ by 0.2 or more, weigh nothing.
         StageCase{"BilateralPixelOfDistantNeighboursKeepsItsColour", bilateral,
                   [](int x, int y) { return grey(0.2 + 0.2 * ((x / 4 + y / 4) % 5)); }, same},
         StageCase{"FlatAreaHasNoEdge", canny, [](int, int) { return grey(0.6); }, black},
@@ -162,8 +156,7 @@ INSTANTIATE_TEST_SUITE_P(
         StageCase{"SuppressionKeepsOnlyMaximaAlongTheGradient", suppression,
                   [](int x, int) { return gradient(x % 2 ? 0.8 : 0.6, 1.0, 0.5); },
                   [](const PixelBuffer&, int x, int) { return grey(x % 2 ? 1.0 : 0.0); }},
-        // A lone pixel of 0.8 sums to less than 1.5 and goes; with four
-        // neighbours of 0.3 (2.0 in all) it stays, and each neighbour (1.7) too.
+        // A lone 0.8 sums under 1.5 and goes; with four 0.3 neighbours (2.0) all stay.
         StageCase{"LoneWeakPixelIsDropped", weakPixels,
                   [](int x, int y) { return grey(x == 20 && y == 16 ? 0.8 : 0.0); }, black},
         StageCase{"WeakPixelWithNeighboursStays", weakPixels,
@@ -175,8 +168,7 @@ INSTANTIATE_TEST_SUITE_P(
                   }}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// A step between two flat areas: one or two white columns along it, black
-// away from it.
+// A step between two flat areas: one or two white columns along it, black elsewhere.
 TEST(CannyEdgeTest, StepBetweenTwoAreasGivesALineAlongIt) {
   ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
   auto out = canny(*test::paint(40, 32, [](int x, int) { return grey(x < 20 ? 0.2 : 0.8); }));

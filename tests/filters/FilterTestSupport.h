@@ -15,8 +15,7 @@
 
 namespace oxelo::test {
 
-// A picture in which every pixel differs from its neighbours in every
-// channel, so that a shift, a flip or a blend of one pixel shows.
+// Every pixel differs from its neighbours in every channel: a shift or a blend shows.
 inline std::shared_ptr<PixelBuffer> patternPicture(int width, int height) {
   auto picture = PixelBuffer::create(width, height);
   for (int y = 0; y < height; ++y) {

@@ -1,5 +1,4 @@
-// The counts and the cache of framebuffers, and the timing rules of the
-// multi-input filters, without reading pixels unless said.
+// The framebuffer cache and counts, and the timing of the multi-input filters.
 #include <gtest/gtest.h>
 
 #include "filters/GPUImageFramebufferCache.h"
@@ -49,8 +48,8 @@ class FramebufferCacheEdgeTest : public testing::Test {
   }
 };
 
-TEST_F(FramebufferCacheEdgeTest, ASizeOnlyInUseMakesANewObjectAndTwoReturnsGiveTwoSlots) {
-  auto first = fetch(), second = fetch();
+TEST_F(FramebufferCacheEdgeTest, ReturnsStackPerKeyAndAPurgeDropsOnlyTheIdle) {
+  auto first = fetch(), second = fetch();  // a size only in use: new objects
   EXPECT_NE(first, second);
   EXPECT_EQ(first->referenceCount(), 1u);
   giveBack(first);
@@ -58,21 +57,14 @@ TEST_F(FramebufferCacheEdgeTest, ASizeOnlyInUseMakesANewObjectAndTwoReturnsGiveT
   EXPECT_EQ(idleCount(key_), 2);
   EXPECT_EQ(idleAt(key_, 0), first);
   EXPECT_EQ(idleAt(key_, 1), second);
-  // A stack per key: the last one returned comes out first.
-  EXPECT_EQ(fetch(), second);
+  EXPECT_EQ(fetch(), second);  // the last one returned comes out first
   EXPECT_EQ(idleCount(key_), 1);
-}
-
-TEST_F(FramebufferCacheEdgeTest, AfterAPurgeAnObjectInUseComesBackAtSlotZero) {
-  auto inUse = fetch(), idle = fetch();
-  giveBack(idle);
-  ASSERT_EQ(idleCount(key_), 1);
   cache().purgeAllUnassignedFramebuffers();
   EXPECT_EQ(idleCount(key_), 0);
-  giveBack(inUse);
+  giveBack(second);  // in use during the purge: back at slot 0
   EXPECT_EQ(idleCount(key_), 1);
-  EXPECT_EQ(idleAt(key_, 0), inUse);
-  EXPECT_EQ(fetch(), inUse);
+  EXPECT_EQ(idleAt(key_, 0), second);
+  EXPECT_EQ(fetch(), second);
 }
 
 // Takes a lock on each frame handed to it and keeps it until told.

@@ -1,21 +1,13 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <memory>
 #include <vector>
 
-#include "filters/GPUImageOutput.h"
-#include "filters/GPUImagePixelBufferInput.h"
-#include "media/PixelBuffer.h"
 #include "tests/filters/FilterTestSupport.h"
 
-// What the tests of the beauty filters share: pictures painted from a
-// function, colours as the shaders see them (0 to 1), and the comparison of
-// read-back pixels with a value worked out in the test within 1 in 255.
+// Painted pictures, colours as the shaders see them (0 to 1), comparison within 1 in 255.
 namespace oxelo::test {
 
 struct Rgba {

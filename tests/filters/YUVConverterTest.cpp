@@ -1,5 +1,4 @@
-// The GPU-side 4:2:0 output against libswscale's conversion of the same
-// BGRA picture, and when that conversion is chosen.
+// The GPU-side 4:2:0 output against libswscale's, and when it is chosen.
 #include <gtest/gtest.h>
 
 extern "C" {
@@ -118,7 +117,7 @@ struct PaysCase {
   bool pays;
 };
 
-TEST(YUVConverterRuleTest, PaysOnlyOnAHardwareRendererUnlessOverridden) {
+TEST(YUVConverterRuleTest, PaysOnlyOnAHardwareRendererUnlessOverriddenAndRefusesOddSizes) {
   for (const PaysCase& c : {PaysCase{"llvmpipe (LLVM 15.0.6, 256 bits)", nullptr, false},
                             PaysCase{"softpipe", "", false}, PaysCase{"Mesa swrast", "yes", false},
                             PaysCase{"Mali-G52 r1p0", nullptr, true},
@@ -126,10 +125,7 @@ TEST(YUVConverterRuleTest, PaysOnlyOnAHardwareRendererUnlessOverridden) {
                             PaysCase{"AMD Radeon RX 6600", "0", false}})
     EXPECT_EQ(gpuYuvConversionPays(c.renderer, c.override), c.pays)
         << c.renderer << " with " << (c.override ? c.override : "no override");
-}
-
-TEST(YUVConverterRuleTest, RefusesASizeItCannotLayOut) {
-  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
+  ASSERT_NO_FATAL_FAILURE(test::expectGlContext());  // and a size it cannot lay out is refused
   GPUImageYUVConverter converter;
   auto framebuffer =
       GPUImageContext::sharedFramebufferCache().fetchFramebufferForSize({36, 20}, false);

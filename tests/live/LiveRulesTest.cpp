@@ -1,7 +1,4 @@
-// The live screen's rules as plain values: the layout of the overlays, the
-// signal icon and the statistics line, the battery icon, the gestures, the
-// focus square's timing and the idle timer. Expected values worked out by
-// hand from the screen's rules.
+// The live screen's rules as plain values, expected values worked out by hand.
 #include <gtest/gtest.h>
 
 #include "live/CameraAccess.h"
@@ -16,11 +13,6 @@
 
 namespace oxelo {
 namespace {
-
-template <typename T>
-std::string caseName(const testing::TestParamInfo<T>& info) {
-  return info.param.name;
-}
 
 struct LayoutCase {
   const char* name;
@@ -51,10 +43,10 @@ INSTANTIATE_TEST_SUITE_P(Devices, LayoutValuesTest, testing::Values(
     LayoutCase{"SmallPhoneLandscape", 568, 320, false, true, 7, 5, 5, 5, false},
     LayoutCase{"TabletLandscape", 1024, 768, true, true, 20, 15, 20, 15, false},
     LayoutCase{"TabletPortrait", 768, 1024, true, false, 15, 15, 20, 15, false}),
-    caseName<LayoutCase>);
+    [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
-TEST(LiveLayoutTest, TheVideoRectangleAndTheRowsOfATallPhoneInLandscape) {
+TEST(LiveLayoutTest, TheVideoRectangleAndTheRowsOfATallPhoneInLandscapeAndOtherShapes) {
   const LiveLayout l = liveLayout({.width = 844, .height = 390});
   // 390 x 16/9 = 693.33 wide, centred: (844 - 693.33) / 2 on each side.
   EXPECT_NEAR(l.video.x, 75.333, 1e-3);
@@ -73,16 +65,13 @@ TEST(LiveLayoutTest, TheVideoRectangleAndTheRowsOfATallPhoneInLandscape) {
   // Without a torch the wifi button takes its place.
   LiveLayout noTorch = liveLayout({.width = 844, .height = 390, .torchHidden = true});
   EXPECT_NEAR(noTorch.buttons[static_cast<int>(LiveButton::wifi)].x, 403.333, 1e-3);
-}
-
-TEST(LiveLayoutTest, AVideoOfTheScreensShapeHasNoInsets) {
   EXPECT_EQ(videoRectangle({.width = 1280, .height = 720}), (LiveRect{0, 0, 1280, 720}));
   // A 4:3 picture on a 16:9 landscape screen is inset left and right only.
   EXPECT_EQ(videoRectangle({.width = 1280, .height = 720, .videoWidth = 640, .videoHeight = 480}),
             (LiveRect{160, 0, 960, 720}));
 }
 
-TEST(SignalLevelTest, LevelFromTheEncodersShareOfTheConfiguredRate) {
+TEST(SignalTest, LevelFromTheEncodersShareOfTheConfiguredRateAndTheStatisticsLine) {
   struct Case {
     const char* name;
     int64_t encoder;
@@ -99,9 +88,7 @@ TEST(SignalLevelTest, LevelFromTheEncodersShareOfTheConfiguredRate) {
   // clang-format on
   for (const auto& c : cases)
     EXPECT_EQ(signalLevel(c.encoder, 1000000, c.bandwidth), c.level) << c.name;
-}
-
-TEST(StatisticsLineTest, MegabitsOf1048576BitsAndTheDroppedTotal) {
+  // The statistics line: megabits of 1048576 bits, and the dropped total.
   LFLiveDebug info;
   info.currentBandwidth = 131072;  // bytes: 1 Mbit of 2^20 bits
   info.currentCapturedVideoCount = 30;

@@ -1,45 +1,13 @@
-// The live screen's behaviour without a display: the session it builds from
-// the settings and the hand-over, and how each way a session ends reaches
-// the main screen, once.
-#include <gtest/gtest.h>
-
+// The live screen without a display: the session it builds, and how it ends.
 #include "live/LiveScreenController.h"
 #include "media/VideoSizeCatalogue.h"
-#include "platform/defaults/SettingsKeys.h"
-#include "platform/defaults/UserDefaults.h"
-#include "tests/support/CameraTestSupport.h"
-#include "tests/support/FakeCarrier.h"
-#include "tests/support/FakeLifecycle.h"
-#include "tests/support/PlainStatusSource.h"
-#include "tests/support/TestSupport.h"
+#include "tests/live/LiveViewFixture.h"
 
 namespace oxelo {
 namespace {
 
-using Calls = std::vector<std::string>;
-
-// The main screen as the live screen sees it: hands over the host and a
-// carrier, and records what it is told.
-class RecordingOwner final : public LiveScreenOwner {
- public:
-  void prepareLiveView(LiveViewChannelTarget& view) override {
-    calls.push_back("prepareLiveView");
-    view.setHostIP("127.0.0.1");
-    view.setHostPort(port);
-    if (carrier) view.setCarrier(carrier);
-  }
-  void liveViewRestart() override { calls.push_back("liveViewRestart"); }
-  void liveViewConnectionLost() override { calls.push_back("liveViewConnectionLost"); }
-  void liveViewUserClose(bool byUser) override {
-    calls.push_back(byUser ? "liveViewUserClose(true)" : "liveViewUserClose(false)");
-  }
-  void viewWillAppear() override { calls.push_back("viewWillAppear"); }
-  void viewDidAppear() override { calls.push_back("viewDidAppear"); }
-
-  long long port = 5899;
-  std::shared_ptr<Carrier> carrier;
-  Calls calls;
-};
+using test::closedWith;
+const std::vector<std::string> kPrepared = {"prepare"};
 
 class RecordingView final : public LiveScreenView {
  public:
@@ -50,50 +18,27 @@ class RecordingView final : public LiveScreenView {
   std::vector<bool> started, stopped;
 };
 
-const Calls kPrepared = {"prepareLiveView"};
-Calls closedWith(const std::string& reaction) {
-  return {"prepareLiveView", reaction, "viewWillAppear", "viewDidAppear"};
-}
-
-class LiveScreenControllerTest : public testing::Test {
+class LiveScreenControllerTest : public test::LiveViewFixture {
  protected:
   void SetUp() override {
-    defaults_ = std::make_shared<UserDefaults>(dir_.path());
-    UserDefaults::setStandard(defaults_);
     VideoSizeCatalogue::shared().reloadVideoSizes();
-    defaults_->setInteger(keys::audioFormat, 0);  // no microphone in the tests
-    LiveScreenController::Sources sources;
-    // The stream socket's own queue is driven by nobody: the hand-over and
-    // the reactions are the main queue's business.
-    sources.environment.socket.sendQueue = sendQueue_;
-    sources.environment.socket.lifecycle = std::make_shared<FakeLifecycle>();
-    sources.environment.statusSource = std::make_shared<PlainStatusSource>();
     owner_->carrier = carrier_;
-    sources_ = sources;
-    controller_ = LiveScreenController::create(sources, view_);
+    controller_ = LiveScreenController::create(services().sources, view_);
   }
-  void TearDown() override {
-    // The socket's tasks wait on a queue that nobody drives and hold the
-    // socket, which holds the queue: dropping them ends the cycle.
-    sendQueue_->stop();
-    UserDefaults::setStandard(nullptr);
-  }
-
-  // Opens the screen and lets the session start.
   void openAndStart() {
     controller_->open(owner_);
     env_.drain();
   }
+  // A new screen with a carrier of its own, not yet opened.
+  void reopen() {
+    controller_ = LiveScreenController::create(services().sources, view_);
+    owner_->carrier = std::make_shared<test::FakeCarrier>();
+  }
   void error(LiveStreamError code) { controller_->liveSessionErrorCode(nullptr, code); }
 
-  test::ManualMain env_;
-  std::shared_ptr<Queue> sendQueue_ = Queue::createDriven("send", env_.clockPtr());
-  test::TempDir dir_;
-  std::shared_ptr<UserDefaults> defaults_;
   std::shared_ptr<test::FakeCarrier> carrier_ = std::make_shared<test::FakeCarrier>();
-  std::shared_ptr<RecordingOwner> owner_ = std::make_shared<RecordingOwner>();
+  std::shared_ptr<test::RecordingOwner> owner_ = std::make_shared<test::RecordingOwner>();
   std::shared_ptr<RecordingView> view_ = std::make_shared<RecordingView>();
-  LiveScreenController::Sources sources_;
   std::shared_ptr<LiveScreenController> controller_;
 };
 
@@ -118,46 +63,31 @@ TEST_F(LiveScreenControllerTest, TheSessionStartsAfterTheHandOverWithTheHostAndT
   EXPECT_EQ(view_->started, std::vector<bool>{true});
 }
 
-// The camera state the user left reaches the new session's capture.
-struct CameraStateCase {
-  const char* name;
-  bool faceBeautify;
-  int64_t beautyMethod;
-  bool horizontalFlip;
-  int64_t expectedMethod;  // switching beauty off clears the method
-};
-class CameraStateTest : public LiveScreenControllerTest,
-                        public testing::WithParamInterface<CameraStateCase> {};
-
-TEST_P(CameraStateTest, TheStoredStateReachesTheNewSession) {
-  const auto& c = GetParam();
-  defaults_->setBool(keys::faceBeautify, c.faceBeautify);
-  defaults_->setInteger(keys::beautyMethod, c.beautyMethod);
-  defaults_->setBool(keys::horizontalFlip, c.horizontalFlip);
-  openAndStart();
-  auto session = controller_->session();
-  ASSERT_TRUE(session && session->videoCapture());
-  auto capture = session->videoCapture();
-  EXPECT_EQ(capture->beautyFace(), c.faceBeautify);
-  EXPECT_EQ(capture->beautyMethod(), c.expectedMethod);
-  EXPECT_EQ(capture->mirror(), c.horizontalFlip);
+TEST_F(LiveScreenControllerTest, TheStoredBeautyAndMirrorReachTheNewSession) {
+  // Stored beauty, method and mirror; the method the capture gets.
+  const std::tuple<bool, int64_t, bool, int64_t> cases[] = {
+      {true, 1, true, 1}, {true, 2, false, 2}, {false, 1, true, 0}};  // off clears the method
+  for (auto [beauty, method, mirror, expected] : cases) {
+    if (controller_->session()) {
+      controller_->userClose();
+      reopen();
+    }
+    cameras_.defaults().setBool(keys::faceBeautify, beauty);
+    cameras_.defaults().setInteger(keys::beautyMethod, method);
+    cameras_.defaults().setBool(keys::horizontalFlip, mirror);
+    openAndStart();
+    auto session = controller_->session();
+    ASSERT_TRUE(session && session->videoCapture());
+    auto capture = session->videoCapture();
+    EXPECT_EQ(capture->beautyFace(), beauty) << method;
+    EXPECT_EQ(capture->beautyMethod(), expected) << method;
+    EXPECT_EQ(capture->mirror(), mirror) << method;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Stored, CameraStateTest,
-                         testing::Values(CameraStateCase{"BeautifyMirrored", true, 1, true, 1},
-                                         CameraStateCase{"BeautyPlain", true, 2, false, 2},
-                                         CameraStateCase{"BeautyOffClearsMethod", false, 1, true,
-                                                         0}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-// What a session leaves when it ends is where the next one starts: kept in
-// the settings durably, single precision where the settings say so, and
-// applied with the torch and the zoom following later.
+// What a session leaves is stored (single precision where the settings say so) and is
+// where the next one starts, the torch and the zoom following later.
 TEST_F(LiveScreenControllerTest, TheCameraStateSurvivesIntoTheNextSession) {
-  CameraSystem::setCurrent(test::defaultVirtualCameraSystem());
-  struct Restore {
-    ~Restore() { CameraSystem::setCurrent(nullptr); }
-  } restore;
   openAndStart();
   auto session = controller_->session();
   auto capture = session->videoCapture();
@@ -172,14 +102,13 @@ TEST_F(LiveScreenControllerTest, TheCameraStateSurvivesIntoTheNextSession) {
   controller_->userClose();
   capture->setTorch(0);  // the lamp goes out with the camera
 
-  auto stored = UserDefaults(dir_.path());
+  auto stored = UserDefaults(cameras_.directory());
   EXPECT_EQ(stored.integerForKey(keys::torchLevel), 2);
   EXPECT_EQ(stored.doubleForKey(keys::zoomScale), static_cast<double>(2.2f));
   EXPECT_EQ(stored.doubleForKey(keys::lensPosition), static_cast<double>(0.3f));
   EXPECT_TRUE(stored.stringForKey(keys::deviceType).has_value());
 
-  controller_ = LiveScreenController::create(sources_, view_);
-  owner_->carrier = std::make_shared<test::FakeCarrier>();
+  reopen();
   openAndStart();
   auto next = controller_->session();
   ASSERT_NE(next, session);
@@ -202,39 +131,6 @@ TEST_F(LiveScreenControllerTest, WithoutAPortTheStreamInfoNamesNoHost) {
   EXPECT_EQ(controller_->session()->streamInfo()->port, 0);
 }
 
-struct EndCase {
-  const char* name;
-  LiveStreamError error;
-  Calls atOnce;  // what the main screen hears at the error
-  Calls after;   // and 250 ms later
-};
-class SessionEndTest : public LiveScreenControllerTest,
-                       public testing::WithParamInterface<EndCase> {};
-
-TEST_P(SessionEndTest, EachErrorCodeReachesTheMainScreenOnce) {
-  openAndStart();
-  error(GetParam().error);
-  EXPECT_EQ(owner_->calls, GetParam().atOnce);
-  env_.advance(1.0);
-  EXPECT_EQ(owner_->calls, GetParam().after);
-  // A later report of the same kind changes nothing.
-  error(GetParam().error);
-  env_.advance(1.0);
-  EXPECT_EQ(owner_->calls, GetParam().after);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Codes, SessionEndTest,
-    testing::Values(
-        EndCase("ConnectionLost205", LiveStreamError::ConnectionLost,
-                closedWith("liveViewConnectionLost"), closedWith("liveViewConnectionLost")),
-        EndCase("PeerClosed206", LiveStreamError::PeerClosed,
-                closedWith("liveViewUserClose(false)"), closedWith("liveViewUserClose(false)")),
-        EndCase("PeerRestart207", LiveStreamError::PeerRestart, kPrepared,
-                closedWith("liveViewRestart")),
-        EndCase("ConnectFailed203", LiveStreamError::ConnectFailed, kPrepared, kPrepared)),
-    [](const auto& info) { return std::string(info.param.name); });
-
 TEST_F(LiveScreenControllerTest, RestartStopsTheSessionAtOnceAndAsksExactly250MsLater) {
   openAndStart();
   auto session = controller_->session();
@@ -249,7 +145,7 @@ TEST_F(LiveScreenControllerTest, RestartStopsTheSessionAtOnceAndAsksExactly250Ms
   EXPECT_FALSE(controller_->isClosed());
   env_.clock().set(t0 + 0.25);
   env_.drain();
-  EXPECT_EQ(owner_->calls, closedWith("liveViewRestart"));
+  EXPECT_EQ(owner_->calls, closedWith("restart"));
   EXPECT_FALSE(session->running());
   EXPECT_EQ(view_->stopped, std::vector<bool>{true});  // told before the session stopped
 }
@@ -260,7 +156,7 @@ TEST_F(LiveScreenControllerTest, ALossBeforeThePendingRestartClosesOnceAsALoss) 
   env_.advance(0.1);
   error(LiveStreamError::ConnectionLost);
   env_.advance(0.5);
-  EXPECT_EQ(owner_->calls, closedWith("liveViewConnectionLost"));
+  EXPECT_EQ(owner_->calls, closedWith("lost"));
   EXPECT_EQ(view_->stopped.size(), 1u);
 }
 
@@ -268,7 +164,7 @@ TEST_F(LiveScreenControllerTest, TheCloseButtonTellsTheUserClosedAndNoSessionSta
   controller_->open(owner_);
   controller_->userClose();
   env_.drain();  // the start task finds the screen closed
-  EXPECT_EQ(owner_->calls, closedWith("liveViewUserClose(true)"));
+  EXPECT_EQ(owner_->calls, closedWith("user"));
   EXPECT_EQ(controller_->session(), nullptr);
   EXPECT_TRUE(view_->started.empty());
 }

@@ -1,6 +1,4 @@
-// The settings panel on the live view's session and the virtual camera:
-// opened by the settings button, steering the camera, following the host's
-// changes through the capture, observing only while open.
+// The settings panel on the live view's session and the virtual camera.
 #include "live/CapturePanelCamera.h"
 #include "tests/live/LiveViewFixture.h"
 
@@ -9,7 +7,8 @@ namespace {
 
 class LiveSettingsPanelTest : public LiveViewFixture {
  protected:
-  std::shared_ptr<OXLiveView> makeViewWithPanel() {
+  // A view whose settings button makes the real panel, opened.
+  std::shared_ptr<OXLiveView> openPanel() {
     auto slot = std::make_shared<std::weak_ptr<OXLiveView>>();
     auto s = services();
     s.makeSettingsPanel = [this, slot,
@@ -24,10 +23,6 @@ class LiveSettingsPanelTest : public LiveViewFixture {
     auto view = OXLiveView::create(844, 390, s);
     *slot = view;
     view->setDelegate(cover_);
-    return view;
-  }
-  std::shared_ptr<OXLiveView> openPanel() {
-    auto view = makeViewWithPanel();
     view->pressButton(LiveButton::settings);
     env_.advance(0.1);
     return view;

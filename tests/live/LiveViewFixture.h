@@ -1,6 +1,4 @@
-// The live view on the virtual camera with the settings in a temporary
-// directory, the manual clock, and recording fakes for what the screen asks
-// of the platform.
+// The live view on the virtual camera, settings of its own, the manual clock, and fakes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +8,7 @@
 #include "platform/defaults/SettingsKeys.h"
 #include "tests/support/CameraTestSupport.h"
 #include "tests/support/FakeBatteryMonitor.h"
+#include "tests/support/FakeCarrier.h"
 #include "tests/support/FakeLifecycle.h"
 #include "tests/support/PlainStatusSource.h"
 #include "tests/support/TestSupport.h"
@@ -52,6 +51,28 @@ class CoverRecorder final : public OXLiveViewDelegate {
   std::vector<std::string> images;
   std::function<void()> completion;
 };
+
+// The main screen: hands over the host and a carrier (new unless given); records calls.
+class RecordingOwner final : public LiveScreenOwner {
+ public:
+  void prepareLiveView(LiveViewChannelTarget& view) override {
+    calls.push_back("prepare");
+    view.setHostIP("127.0.0.1");
+    view.setHostPort(port);
+    view.setCarrier(carrier ? carrier : std::make_shared<FakeCarrier>());
+  }
+  void liveViewRestart() override { calls.push_back("restart"); }
+  void liveViewConnectionLost() override { calls.push_back("lost"); }
+  void liveViewUserClose(bool byUser) override { calls.push_back(byUser ? "user" : "host"); }
+  void viewWillAppear() override { calls.push_back("appear"); }
+  void viewDidAppear() override { calls.push_back("didAppear"); }
+  long long port = 5899;
+  std::shared_ptr<Carrier> carrier;
+  std::vector<std::string> calls;
+};
+inline std::vector<std::string> closedWith(const std::string& reaction) {
+  return {"prepare", reaction, "appear", "didAppear"};
+}
 
 class LiveViewFixture : public testing::Test {
  protected:

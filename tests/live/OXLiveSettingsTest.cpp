@@ -1,13 +1,9 @@
-// The camera settings panel on a scripted camera: the conversions both ways
-// as tables, the items' rules, the auto button, the host's locks, and the
-// device observers across opening, closing and a camera change. Expected
-// values worked out by hand from the panel's rules.
-#include <gtest/gtest.h>
-
+// The camera settings panel on a scripted camera; expected values worked out by hand.
 #include <map>
 
 #include "live/OXLiveSettings.h"
 #include "platform/camera/CaptureTypes.h"
+#include "tests/live/LiveViewFixture.h"
 
 namespace oxelo {
 namespace {
@@ -90,15 +86,6 @@ class ScriptedCamera final : public PanelCamera {
   std::map<int, std::pair<PanelDeviceKey, std::function<void()>>> observers_;
 };
 
-class Toasts final : public LiveMessages, public Haptics {
- public:
-  void showToast(const std::string& key, double seconds) override {
-    events.push_back("toast " + key + " " + std::to_string(int(seconds * 1000)) + " ms");
-  }
-  void impact(int style) override { events.push_back("impact " + std::to_string(style)); }
-  std::vector<std::string> events;
-};
-
 class PanelTest : public testing::Test {
  protected:
   std::shared_ptr<OXLiveSettings> open(OXLiveSettings::Geometry geometry = {.videoWidth = 390,
@@ -116,7 +103,7 @@ class PanelTest : public testing::Test {
   std::string mark(int64_t value) { return *panel_->rulerViewTextForCalibration(value); }
 
   std::shared_ptr<ScriptedCamera> camera_ = std::make_shared<ScriptedCamera>();
-  std::shared_ptr<Toasts> toasts_ = std::make_shared<Toasts>();
+  std::shared_ptr<test::Recorder> toasts_ = std::make_shared<test::Recorder>();
   std::shared_ptr<OXLiveSettings> panel_;
   std::vector<int64_t> reloaded_;
   Subscription reloads_;
@@ -152,38 +139,21 @@ INSTANTIATE_TEST_SUITE_P(MaxExposures, ExposureSectionTest, testing::Values(
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
-struct DenominatorCase {
-  int64_t value, denominator;
-};
-class RulerDenominatorTest : public testing::TestWithParam<DenominatorCase> {};
-
-TEST_P(RulerDenominatorTest, RulerValueAsksTheConstantTablesDenominator) {
-  EXPECT_EQ(panel::rulerExposureDenominator(GetParam().value), GetParam().denominator);
+TEST(ExposureScaleTest, RulerValuesDenominatorsAndBack) {
+  const std::pair<int64_t, int64_t> denominators[] = {{0, 1000}, {25, 188}, {15, 375},
+                                                      {47, 39},  {60, 15},  {61, 15}};
+  for (auto [value, denominator] : denominators)
+    EXPECT_EQ(panel::rulerExposureDenominator(value), denominator) << value;
+  // 1/188 lies between the marks 250 and 125: 20 + 10 x 62 / 125 = 24.96.
+  const std::tuple<double, int64_t, int64_t> exposures[] = {
+      {0.0004, 1000, 0},  {0.001, 1000, 0},   {1.0 / 250, 250, 20}, {1.0 / 188, 188, 24},
+      {1.0 / 60, 60, 40}, {1.0 / 20, 20, 56}, {0.5, 1, 0}};
+  for (auto [exposure, fraction, rulerValue] : exposures) {
+    EXPECT_EQ(panel::exposureFraction(exposure, panel::kExposureSections, 6), fraction) << exposure;
+    EXPECT_EQ(panel::rulerValueFromExposure(exposure, panel::kExposureSections, 6), rulerValue)
+        << exposure;
+  }
 }
-INSTANTIATE_TEST_SUITE_P(Values, RulerDenominatorTest,
-                         testing::Values(DenominatorCase{0, 1000}, DenominatorCase{25, 188},
-                                         DenominatorCase{15, 375}, DenominatorCase{47, 39},
-                                         DenominatorCase{60, 15}, DenominatorCase{61, 15}));
-
-struct FractionCase {
-  double exposure;
-  int64_t fraction, rulerValue;
-};
-class ExposureFractionTest : public testing::TestWithParam<FractionCase> {};
-
-TEST_P(ExposureFractionTest, ExposureTurnsIntoItsDenominatorAndRulerValue) {
-  const auto& c = GetParam();
-  EXPECT_EQ(panel::exposureFraction(c.exposure, panel::kExposureSections, 6), c.fraction);
-  EXPECT_EQ(panel::rulerValueFromExposure(c.exposure, panel::kExposureSections, 6), c.rulerValue);
-}
-// 1/188 lies between the marks 250 and 125: 20 + 10 x 62 / 125 = 24.96.
-INSTANTIATE_TEST_SUITE_P(Exposures, ExposureFractionTest,
-                         testing::Values(FractionCase{0.0004, 1000, 0},
-                                         FractionCase{0.001, 1000, 0},
-                                         FractionCase{1.0 / 250, 250, 20},
-                                         FractionCase{1.0 / 188, 188, 24},
-                                         FractionCase{1.0 / 60, 60, 40},
-                                         FractionCase{1.0 / 20, 20, 56}, FractionCase{0.5, 1, 0}));
 
 TEST_F(PanelTest, TitlesOfManualValues) {
   camera_->autoExposure_ = camera_->autoWb_ = camera_->autoFocus_ = false;
@@ -408,8 +378,9 @@ INSTANTIATE_TEST_SUITE_P(Items, HostLockTest, testing::Values(
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
-TEST_F(PanelTest, ATapLocksFromManualAndTheNextReturnsToAutomatic) {
+TEST_F(PanelTest, ATapLocksFromManualTheNextReturnsToAutomaticAndZoomShowsTheLens) {
   camera_->autoFocus_ = false;
+  camera_->lensType_ = AVCaptureDeviceTypeBuiltInTelephotoCamera;
   open();
   panel_->didSelectItem(4);
   ASSERT_EQ(panel_->autoButtonStatus(), 1);
@@ -422,11 +393,7 @@ TEST_F(PanelTest, ATapLocksFromManualAndTheNextReturnsToAutomatic) {
   EXPECT_EQ(panel_->autoButtonStatus(), 0);
   EXPECT_FALSE(camera_->afLock_);
   EXPECT_TRUE(camera_->autoFocus_);
-}
 
-TEST_F(PanelTest, TheZoomButtonShowsTheLensInUse) {
-  camera_->lensType_ = AVCaptureDeviceTypeBuiltInTelephotoCamera;
-  open();
   panel_->didSelectItem(5);
   EXPECT_EQ(panel_->autoButtonStatus(), 5);
   panel_->onAutoButtonTapped();  // nothing on the zoom item

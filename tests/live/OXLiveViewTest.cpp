@@ -1,6 +1,4 @@
-// The live view without a display: the permission flow, the camera state it
-// restores, the signal icon, the idle cover's counter, and the buttons and
-// labels following the session.
+// The live view without a display: permission, restored state, cover, buttons.
 #include "tests/live/LiveViewFixture.h"
 
 namespace oxelo {
@@ -48,16 +46,6 @@ INSTANTIATE_TEST_SUITE_P(
                     PermissionCase{"Authorized", FakeAccess::authorized, true, 0},
                     PermissionCase{"NoCamera", -1, false, 0}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(LiveViewFixture, TheSignalIconChangesWithoutTheStatisticsLine) {
-  auto view = makeView();
-  EXPECT_FALSE(view->hasInfoLabel());
-  EXPECT_EQ(view->button(LiveButton::wifi).get().image, "wifi_5");
-  view->liveScreenDebugInfo({});  // nothing sent: level 0
-  EXPECT_EQ(view->wifiStrength(), 0);
-  EXPECT_EQ(view->button(LiveButton::wifi).get().image, "wifi_0");
-  EXPECT_EQ(view->infoText().get(), "");
-}
 
 TEST_F(LiveViewFixture, StoredTorchComesHalfASecondAfterTheSessionAndZeroLeavesItAlone) {
   for (int64_t level : {0, 3}) {
@@ -126,6 +114,12 @@ TEST_F(LiveViewFixture, TheCoverComesOnceUntilTheHostOrAnUpperLeftLongPressReset
 
 TEST_F(LiveViewFixture, ButtonsFollowTheSessionWhoeverChangesIt) {
   auto view = makeView();
+  EXPECT_FALSE(view->hasInfoLabel());  // the signal icon changes without the statistics line
+  EXPECT_EQ(view->button(LiveButton::wifi).get().image, "wifi_5");
+  view->liveScreenDebugInfo({});  // nothing sent: level 0
+  EXPECT_EQ(view->wifiStrength(), 0);
+  EXPECT_EQ(view->button(LiveButton::wifi).get().image, "wifi_0");
+  EXPECT_EQ(view->infoText().get(), "");
   auto session = view->session();
   auto torch = [&] { return view->button(LiveButton::torch).get(); };
   session->setTorch(5);
@@ -181,7 +175,7 @@ TEST_F(LiveViewFixture, TheFrontCameraTurnsTheTorchOffAndDisablesItsButton) {
   EXPECT_EQ(view->currentZoom(), 1.0);
 }
 
-TEST_F(LiveViewFixture, TapsAndTheHostsPointFollowTheLocks) {
+TEST_F(LiveViewFixture, TapsAndTheHostsPointFollowTheLocksAndAPinchStartsFromItsZoom) {
   auto view = makeView();
   auto session = view->session();
   auto capture = session->videoCapture();
@@ -201,11 +195,7 @@ TEST_F(LiveViewFixture, TapsAndTheHostsPointFollowTheLocks) {
   capture->setAfLock(true);
   view->liveScreenClientSetFocusPoint(0.25, 0.25);
   EXPECT_EQ(view->focusSquare()->state().phase, CameraFocusSquare::Phase::fading);
-}
 
-TEST_F(LiveViewFixture, PinchZoomsFromTheZoomAtItsStart) {
-  auto view = makeView();
-  auto session = view->session();
   view->handlePinch(1, 1.0);
   view->handlePinch(2, 2.0);
   EXPECT_DOUBLE_EQ(session->zoomScale(), 2.0);

@@ -1,8 +1,4 @@
-// The ruler's logic driven as its scroll view would drive it: value and
-// offset both ways, the visible ticks, snapping, and the rule that a value
-// set from outside never comes back through the delegate. Offsets worked out
-// by hand from pitch = scaleWidth + distanceBetweenScale and an inset of half
-// the control's width.
+// The ruler driven as its scroll view would; offsets by hand from pitch 2 + 8 and half-width inset.
 #include <gtest/gtest.h>
 
 #include "live/RulerView.h"
@@ -19,8 +15,7 @@ class RecordingDelegate final : public RulerViewDelegate {
   std::vector<int64_t> picked;
 };
 
-// A 300 wide ruler (inset 150) with pitch 2 + 8 = 10 whose scroller reports
-// every move back at once, as the platform's scroll view does.
+// A 300 wide ruler whose scroller reports every move back at once, as the platform's does.
 class RulerTest : public testing::Test {
  protected:
   RulerTest() {
@@ -30,12 +25,13 @@ class RulerTest : public testing::Test {
       ruler_.scrollViewDidScroll(offset);
     });
   }
-  void reload(int64_t min, int64_t max, int64_t value, int64_t offset = 1) {
+  void reload(int64_t min, int64_t max, int64_t value, int64_t offset = 1, bool reverse = false) {
     RulerConfig c = RulerConfig::defaultConfig();
     c.min = min;
     c.max = max;
     c.defaultNumber = value;
     c.offset = offset;
+    c.reverse = reverse;
     ruler_.roloadWithNewConfig(c);
   }
   // A drag from the current place to `offset` through its ticks.
@@ -52,36 +48,6 @@ class RulerTest : public testing::Test {
   std::vector<Move> moves_;
 };
 
-TEST(RulerConfigTest, DefaultConfigHoldsEveryDefault) {
-  const RulerConfig expected{.shortScaleLength = 17.5,
-                             .longScaleLength = 25.0,
-                             .scaleWidth = 2.0,
-                             .scaleColor = {218, 224, 237},
-                             .shortScaleStart = 25.0,
-                             .longScaleStart = 25.0,
-                             .distanceBetweenScale = 8.0,
-                             .numberDirection = 1,
-                             .distanceFromScaleToNumber = 35.0,
-                             .pointWidth = 4.0,
-                             .pointLength = 40.0,
-                             .pointColor = {32, 198, 186},
-                             .pointStart = 20.0,
-                             .numberFontSize = 11.0,
-                             .numberColor = {97, 114, 114},
-                             .offset = 1};
-  EXPECT_EQ(RulerConfig::defaultConfig(), expected);
-}
-
-TEST_F(RulerTest, TwentyToEightyHasSixtyOneCellsWithTwentyAtTheStart) {
-  reload(20, 80, 20);
-  EXPECT_EQ(ruler_.rulerLayout().actualLength, 61);
-  ASSERT_EQ(moves_.size(), 1u);
-  EXPECT_EQ(moves_[0].offset, -150 + 1);  // -inset + w x 0.5
-  EXPECT_FALSE(moves_[0].animated);
-  EXPECT_EQ(ruler_.currentValue(), 20);
-  EXPECT_TRUE(delegate_.picked.empty());
-}
-
 struct PlaceCase {
   const char* name;
   int64_t min, max, value;
@@ -92,17 +58,15 @@ class RulerPlaceTest : public RulerTest, public testing::WithParamInterface<Plac
 
 TEST_P(RulerPlaceTest, ValueTurnsIntoOffsetAndADragBackIntoTheValue) {
   const auto& c = GetParam();
-  RulerConfig config = RulerConfig::defaultConfig();
-  config.min = c.min;
-  config.max = c.max;
-  config.reverse = c.reverse;
-  config.defaultNumber = c.value;
-  ruler_.roloadWithNewConfig(config);
+  reload(c.min, c.max, c.value, 1, c.reverse);
   ASSERT_FALSE(moves_.empty());
   EXPECT_DOUBLE_EQ(moves_.back().offset, c.offset);
+  EXPECT_FALSE(moves_.back().animated);
+  EXPECT_EQ(ruler_.rulerLayout().actualLength, c.max - c.min + 1);
+  EXPECT_TRUE(delegate_.picked.empty());
   if (c.value < c.min || c.value > c.max) return;
   // Away and back by hand: the value comes through the delegate.
-  dragTo(c.offset - 30);
+  dragTo(c.value == c.min ? c.offset + 30 : c.offset - 30);
   dragTo(c.offset + 0.4);
   ASSERT_FALSE(delegate_.picked.empty());
   EXPECT_EQ(delegate_.picked.back(), c.value);
@@ -110,6 +74,7 @@ TEST_P(RulerPlaceTest, ValueTurnsIntoOffsetAndADragBackIntoTheValue) {
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Values, RulerPlaceTest, testing::Values(
+    PlaceCase{"First", 20, 80, 20, false, -150 + 1},  // -inset + w x 0.5
     PlaceCase{"Middle", 0, 100, 37, false, 37 * 10 - 150 + 1},
     PlaceCase{"Last", 0, 100, 100, false, 1000 - 150 + 1},
     PlaceCase{"NegativeMin", -20, 20, 0, false, 200 - 150 + 1},

@@ -22,8 +22,7 @@
 
 namespace oxelo::test {
 
-// A service whose resolution the test decides: it records the time-outs
-// asked for, and the test calls the delegate as the system would.
+// A service whose resolution the test decides; records the time-outs asked for.
 class FakeNetService : public NetService {
  public:
   explicit FakeNetService(std::string name, int port = 5895)
@@ -124,8 +123,7 @@ class FakeMainScreen : public MainScreen {
 
 class FakeLiveScreen : public LiveViewController {};
 
-// Opens a fake live screen and, like the real one, asks the main screen to
-// prepare its live view at once.
+// Opens a fake live screen which, like the real one, asks for its live view at once.
 class FakePresenter : public LiveScreenPresenter, public LiveViewChannelTarget {
  public:
   std::shared_ptr<LiveViewController> presentLiveScreen(
@@ -145,8 +143,7 @@ class FakePresenter : public LiveScreenPresenter, public LiveViewChannelTarget {
   std::shared_ptr<Carrier> carrier;
 };
 
-// Stands in for TcpCarrier::connect: every attempt gets a fake carrier,
-// not yet connected, which the test then connects or ends.
+// Stands in for TcpCarrier::connect: each attempt gets an unconnected fake carrier.
 class FakeConnector {
  public:
   struct Attempt {
@@ -169,17 +166,13 @@ class FakeConnector {
   std::vector<Attempt> attempts;
 };
 
-// The connection flow with every platform service faked, shared by the
-// flow's tests: no Wi-Fi, no cable, the screen in its window, the listeners
-// on free loopback ports, the probes towards a loopback port where nothing
-// listens, a service browser the test drives, and outgoing connections made
-// of fake carriers. The main queue and the clock are the test's.
+// The connection flow with every platform service faked: no Wi-Fi, no cable, listeners on
+// free loopback ports, probes to a closed loopback port, the test's browser and carriers.
 class FlowFixture : public testing::Test {
  protected:
   using Adjust = std::function<void(MainViewController::Services&)>;
 
-  // Builds the flow with `autoConnect` stored as the default, lets `adjust`
-  // change the services, then runs viewDidLoad.
+  // Builds the flow with `autoConnect` as the default and `adjust`ed services; viewDidLoad.
   void startFlow(bool autoConnect = true, const Adjust& adjust = {});
   void TearDown() override;
 
