@@ -53,8 +53,7 @@ class CameraFrameRecorder final : public CameraFrameSink {
     list.push_back(item);
     changed_.notify_all();
   }
-  template <class T>
-  size_t sizeOf(const std::vector<T>& list) {
+  size_t sizeOf(const auto& list) {
     std::lock_guard lock(mutex_);
     return list.size();
   }
@@ -87,14 +86,8 @@ class FakeV4l2Camera final : public V4l2Syscalls {
   // values of an integer menu by index.
   struct Control {
     Control(int32_t v = 0) : value(v) {}  // NOLINT: a number is a read-only control
-    Control(uint32_t type, int32_t minimum, int32_t maximum, int32_t value,
-            std::vector<int64_t> menu = {})
-        : value(value),
-          type(type),
-          minimum(minimum),
-          maximum(maximum),
-          flags(0),
-          menu(std::move(menu)) {}
+    Control(uint32_t type, int32_t min, int32_t max, int32_t value, std::vector<int64_t> menu = {})
+        : value(value), type(type), minimum(min), maximum(max), flags(0), menu(std::move(menu)) {}
     int32_t value;
     uint32_t type = V4L2_CTRL_TYPE_INTEGER;
     int32_t minimum = 0, maximum = 0;
@@ -235,10 +228,7 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     errno = p != path ? ENOENT : openError;
     return errno ? -1 : kFd;
   }
-  int close(int fd) override {
-    wakeClosed = wakeClosed || fd == kWakeFd;
-    return 0;
-  }
+  int close(int fd) override { return wakeClosed = wakeClosed || fd == kWakeFd, 0; }
   int fstat(int, struct stat*) override { return -1; }  // no sysfs placement
   int makeWakeFd() override {
     std::lock_guard lock(mutex_);
@@ -257,10 +247,7 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     ++mapped;
     return buffers_[i].data();
   }
-  int munmap(void*, size_t) override {
-    --mapped;
-    return 0;
-  }
+  int munmap(void*, size_t) override { return --mapped, 0; }
   int poll(pollfd* fds, nfds_t count, int) override {
     std::unique_lock lock(mutex_);
     // A generous bound, so that a broken stream fails its test, not the run.

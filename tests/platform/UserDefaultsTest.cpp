@@ -18,12 +18,10 @@ TEST(UserDefaultsTest, StoredValuesWinOverRegisteredDefaultsWhichWinOverNeutralV
   EXPECT_EQ(d.integerForKey("videoSize"), 4);
   d.setInteger("videoSize", 6);
   d.registerDefaults({{"videoSize", 4}});  // registering again never overwrites
-  EXPECT_EQ(d.integerForKey("videoSize"), 6);
-  EXPECT_TRUE(d.boolForKey("autoConnect"));
-  EXPECT_EQ(d.stringForKey("hdr"), "Auto");
-  EXPECT_FALSE(d.stringForKey("lastHostIP").has_value());  // missing: the neutral value
-  // Removing a stored value uncovers the default again.
-  d.removeObjectForKey("videoSize");
+  EXPECT_EQ(std::tuple(d.integerForKey("videoSize"), d.boolForKey("autoConnect"),
+                       d.stringForKey("hdr"), d.stringForKey("lastHostIP")),
+            std::tuple(6, true, "Auto", std::nullopt));  // missing: the neutral value
+  d.removeObjectForKey("videoSize");                     // uncovers the default again
   EXPECT_EQ(d.integerForKey("videoSize"), 4);
 }
 
@@ -34,10 +32,9 @@ TEST(UserDefaultsTest, TypedReadsConvertBetweenNumberKinds) {
   d.setInteger("videoFPS", 60);
   d.setBool("faceBeautify", true);
   d.setObject("hostHistory", Json::array({{{"name", "Desk"}, {"ip", "10.0.0.9"}, {"port", 5895}}}));
-  EXPECT_EQ(d.integerForKey("zoomScale"), 2);
-  EXPECT_FLOAT_EQ(d.floatForKey("zoomScale"), 2.75f);
-  EXPECT_DOUBLE_EQ(d.doubleForKey("videoFPS"), 60.0);
-  EXPECT_EQ(d.integerForKey("faceBeautify"), 1);
+  EXPECT_EQ(std::tuple(d.integerForKey("zoomScale"), d.floatForKey("zoomScale"),
+                       d.doubleForKey("videoFPS"), d.integerForKey("faceBeautify")),
+            std::tuple(2, 2.75f, 60.0, 1));
   EXPECT_FALSE(d.stringForKey("videoFPS").has_value());    // a number is not a string
   EXPECT_TRUE(d.dictionaryForKey("hostHistory").empty());  // an array is not a dictionary
   EXPECT_EQ(d.arrayForKey("hostHistory")[0]["port"], 5895);
@@ -45,33 +42,25 @@ TEST(UserDefaultsTest, TypedReadsConvertBetweenNumberKinds) {
 
 // A hand-edited file may hold numbers that no integer holds: they read as the
 // nearest end of the range instead of being converted with undefined result.
-struct OutOfRangeCase {
-  const char* name;
-  const char* value;  // the JSON text of the stored value
-  long long expected;
-};
-class OutOfRangeIntegerTest : public testing::TestWithParam<OutOfRangeCase> {};
-
-TEST_P(OutOfRangeIntegerTest, ReadsAsTheNearestEndOfTheRange) {
-  test::TempDir dir;
-  std::ofstream(dir.path() / "settings.json") << "{\"videoFPS\": " << GetParam().value << "}";
-  UserDefaults d(dir.path());
-  EXPECT_EQ(d.integerForKey("videoFPS"), GetParam().expected);
+TEST(OutOfRangeIntegerTest, ReadsAsTheNearestEndOfTheRange) {
+  constexpr long long kMax = std::numeric_limits<long long>::max();
+  constexpr long long kMin = std::numeric_limits<long long>::min();
+  const std::pair<const char*, long long> values[] = {
+      // the JSON text of the stored value
+      {"1e300", kMax},
+      {"-1e300", kMin},
+      {"9223372036854775808.0", kMax},   // two to the 63rd
+      {"-9223372036854775808.0", kMin},  // the largest float below
+      {"18446744073709551615", kMax},    // unsigned, above the range
+      {"\"99999999999999999999\"", kMax},
+      {"\"-99999999999999999999\"", kMin},
+      {"-2.75", -2}};
+  for (auto [text, expected] : values) {
+    test::TempDir dir;
+    std::ofstream(dir.path() / "settings.json") << "{\"videoFPS\": " << text << "}";
+    EXPECT_EQ(UserDefaults(dir.path()).integerForKey("videoFPS"), expected) << text;
+  }
 }
-
-constexpr long long kMax = std::numeric_limits<long long>::max();
-constexpr long long kMin = std::numeric_limits<long long>::min();
-INSTANTIATE_TEST_SUITE_P(
-    Values, OutOfRangeIntegerTest,
-    testing::Values(OutOfRangeCase{"HugeFloat", "1e300", kMax},
-                    OutOfRangeCase{"HugeNegativeFloat", "-1e300", kMin},
-                    OutOfRangeCase{"TwoToThe63", "9223372036854775808.0", kMax},
-                    OutOfRangeCase{"LargestFloatBelow", "-9223372036854775808.0", kMin},
-                    OutOfRangeCase{"UnsignedAboveTheRange", "18446744073709551615", kMax},
-                    OutOfRangeCase{"DigitsInAString", "\"99999999999999999999\"", kMax},
-                    OutOfRangeCase{"NegativeDigitsInAString", "\"-99999999999999999999\"", kMin},
-                    OutOfRangeCase{"FractionTruncated", "-2.75", -2}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(UserDefaultsTest, SynchronizedValuesSurviveARestartButDefaultsAreNotWritten) {
   test::TempDir dir;
@@ -87,8 +76,8 @@ TEST(UserDefaultsTest, SynchronizedValuesSurviveARestartButDefaultsAreNotWritten
   EXPECT_EQ(onDisk, (Json{{"lastHostIP", "192.0.2.7"}, {"videoSize", 2}}));
   UserDefaults again(dir.path() / "oxelo");
   again.registerDefaults({{"videoSize", 4}});
-  EXPECT_EQ(again.integerForKey("videoSize"), 2);
-  EXPECT_EQ(again.stringForKey("lastHostIP"), "192.0.2.7");
+  EXPECT_EQ(std::tuple(again.integerForKey("videoSize"), again.stringForKey("lastHostIP")),
+            std::tuple(2, "192.0.2.7"));
   EXPECT_FALSE(std::filesystem::exists(dir.path() / "oxelo" / "settings.json.tmp"));
 }
 
