@@ -72,8 +72,7 @@ const std::vector<Seen> kToBackground = {{Event::willResignActive, State::inacti
 const std::vector<Seen> kToForeground = {{Event::willEnterForeground, State::inactive},
                                          {Event::didBecomeActive, State::active}};
 
-// Each listener reads the state that goes with its event; repeated or
-// untimely signals change nothing.
+// Each listener reads the state of its event; repeated or untimely signals change nothing.
 TEST(LifecycleTest, SignalsSendTheApplicationToTheBackgroundAndBack) {
   test::ManualMain env;
   auto lifecycle = std::make_shared<AppLifecycle>();
@@ -114,8 +113,7 @@ TEST(LifecycleLifetimeTest, NotificationsOfALifecycleThatIsGoneAreDropped) {
 
 using Attributes = std::map<std::string, std::string>;
 
-// A staged sysfs class folder: one sub-folder per entry, one file per
-// attribute, each text ending in a line feed as sysfs writes it.
+// A staged sysfs class folder: a file per attribute, ending in a line feed as sysfs writes it.
 struct Staged : test::TempDir {
   void set(const std::string& entry, const Attributes& attributes) {
     std::filesystem::create_directories(path() / entry);
@@ -183,9 +181,7 @@ INSTANTIATE_TEST_SUITE_P(
 // Steps of a whole binary fraction keep each look exactly on its interval.
 constexpr double kStep = 0.25;
 
-// Off until switched on, then read at once without an event and looked at
-// again every kPollInterval: a change of state sends the state event, a
-// change of level the level event, both in that order.
+// Read at once when switched on, without an event; then each change tells its event, state first.
 TEST(PowerSupplyBatteryTest, LooksEveryIntervalWhileOnAndTellsEachChangeOnce) {
   test::ManualMain env;
   Staged power;
@@ -260,8 +256,7 @@ struct ListCase {
 
 class WiFiInterfaceListTest : public testing::TestWithParam<ListCase> {};
 
-// The last IPv4 entry of the Wi-Fi interface gives the addresses; reachable
-// needs the interface up, with carrier and an IPv4 address.
+// The last IPv4 entry gives the addresses; reachable needs up, carrier and an IPv4 address.
 TEST_P(WiFiInterfaceListTest, AddressesAndReachabilityOfTheWiFiInterface) {
   EXPECT_EQ(ipAddressOf(GetParam().list, "wlan0"), GetParam().address);
   EXPECT_EQ(broadcastAddressOf(GetParam().list, "wlan0"), GetParam().broadcast);
@@ -296,8 +291,7 @@ INSTANTIATE_TEST_SUITE_P(
                  "10.0.0.2", "", false)),
     [](const auto& info) { return std::string(info.param.name); });
 
-// A staged /sys/class/net: "ifindex" in each interface's folder, and
-// "wireless" or "phy80211" in a wireless one's.
+// A staged /sys/class/net: "ifindex" in each folder, "wireless" or "phy80211" in a wireless one's.
 TEST(WiFiInterfaceTest, FirstWirelessInterfaceByIndexUnlessNamed) {
   Staged net;
   net.set("lo", {{"ifindex", "1"}});
@@ -319,8 +313,7 @@ bool writeFile(const char* path, const std::string& text) {
   return static_cast<bool>(std::ofstream(path) << text << std::flush);
 }
 
-// A new network namespace for this process: directly when privileged, else
-// inside a new user namespace. Returns an error text, empty on success.
+// A new network namespace, inside a new user namespace unless privileged; the error, if any.
 std::string enterNewNetworkNamespace() {
   if (unshare(CLONE_NEWNET) == 0) return {};
   const int first = errno;
@@ -335,8 +328,7 @@ std::string enterNewNetworkNamespace() {
   return {};
 }
 
-// Drains the main queue until `done` holds or 10 real seconds pass: the wait
-// is for the kernel's events, not for a delay of the system's own.
+// Drains the main queue until `done` holds or 10 real seconds pass (the kernel's events).
 bool waitFor(Queue& main, const std::function<bool()>& done) {
   auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   while (std::chrono::steady_clock::now() < deadline) {
@@ -390,8 +382,7 @@ void runInNamespace(std::string& report) {
     if (getIPAddress() != "10.77.0.1") report += "getIPAddress gave " + getIPAddress() + "\n";
     if (getBroadcastIPAddress() != "10.77.0.255")
       report += "getBroadcastIPAddress gave " + getBroadcastIPAddress() + "\n";
-    // A second address is an event that leaves the status as it was; losing
-    // the carrier (the peer goes down) ends reachability.
+    // A second address leaves the status as it was; the carrier lost (peer down) ends it.
     if (!expect({"addr add 10.77.1.1/24 dev oxwl0", "link set oxwl1 down"}, 2, false) ||
         !expect({"link set oxwl1 up"}, 3, true) || !expect({"addr flush dev oxwl0"}, 4, false))
       return;

@@ -68,8 +68,7 @@ TEST(QueueTest, RunSyncRunsInlineOnItsOwnQueueAndIsCurrentFollowsTheQueue) {
   EXPECT_TRUE(wasCurrent && inner);
 }
 
-// A stopped queue drops what is queued and refuses more; runSync returns
-// when the queue is stopped before or while it waits.
+// runSync returns when the queue is stopped before or while it waits.
 TEST(QueueTest, StoppedQueueDropsEverythingAndReleasesRunSync) {
   auto q = Queue::createDriven("q");
   int ran = 0;
@@ -173,8 +172,7 @@ TEST_P(ObserversDeliveryTest, CallsTheObserversRegisteredAtDeliveryInOrderAfterT
   });
   Subscription late;
   list.notifyWithStep([&] { seen.push_back("step"); }, 7);
-  // Added after the notification but before its delivery: a queued
-  // notification reaches it too.
+  // Added after the notification but before its delivery: a queued one reaches it too.
   late = list.add([&](int v) { seen.push_back("late " + std::to_string(v)); });
   if (queued()) {
     EXPECT_TRUE(seen.empty()) << "delivered inline";

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
 
 #include "platform/defaults/UserDefaults.h"
@@ -10,6 +12,12 @@ namespace oxelo {
 namespace {
 
 using Json = nlohmann::json;
+namespace fs = std::filesystem;
+
+std::string contents(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 TEST(UserDefaultsTest, StoredValuesWinOverRegisteredDefaultsWhichWinOverNeutralValues) {
   test::TempDir dir;
@@ -40,8 +48,7 @@ TEST(UserDefaultsTest, TypedReadsConvertBetweenNumberKinds) {
   EXPECT_EQ(d.arrayForKey("hostHistory")[0]["port"], 5895);
 }
 
-// A hand-edited file may hold numbers that no integer holds: they read as the
-// nearest end of the range instead of being converted with undefined result.
+// Numbers of a hand-edited file that no integer holds, not converted with undefined result.
 TEST(OutOfRangeIntegerTest, ReadsAsTheNearestEndOfTheRange) {
   constexpr long long kMax = std::numeric_limits<long long>::max();
   constexpr long long kMin = std::numeric_limits<long long>::min();
@@ -95,8 +102,7 @@ TEST_P(CorruptSettingsTest, IsKeptAsideAndTheStoreStartsFromDefaults) {
   for (auto& e : std::filesystem::directory_iterator(dir.path())) {
     ASSERT_TRUE(e.path().filename().string().starts_with("settings.json.corrupt-")) << e.path();
     ++aside;
-    std::ifstream in(e.path());
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), GetParam());
+    EXPECT_EQ(contents(e.path()), GetParam());
   }
   EXPECT_EQ(aside, 1);
   // The next synchronize writes a fresh file and leaves the kept copy alone.
@@ -116,6 +122,53 @@ TEST(UserDefaultsTest, UnwritableLocationFailsWithALogLineAndKeepsMemory) {
   d.setInteger("videoFPS", 24);
   EXPECT_FALSE(d.synchronize());
   EXPECT_EQ(d.integerForKey("videoFPS"), 24);
+}
+
+// The disk fills while the new file is written: the temporary file is /dev/full (ENOSPC).
+TEST(SettingsWriteFaultTest, AFullDiskLeavesTheOldFileWholeAndTheValuesAreWrittenLater) {
+  test::TempDir dir;
+  {
+    UserDefaults first(dir.path());
+    first.setInteger("videoFPS", 24);
+    ASSERT_TRUE(first.synchronize());
+  }
+  const auto file = dir.path() / "settings.json";
+  const auto before = contents(file);
+
+  auto store = std::make_unique<UserDefaults>(dir.path());
+  store->setInteger("videoFPS", 60);
+  store->setString("lastHostIP", "192.0.2.7");
+  fs::create_symlink("/dev/full", dir.path() / "settings.json.tmp");
+  EXPECT_FALSE(store->synchronize());
+  EXPECT_EQ(contents(file), before);
+  EXPECT_FALSE(fs::exists(fs::symlink_status(dir.path() / "settings.json.tmp")));
+  // On disk the old value, in memory the new one.
+  EXPECT_EQ(std::tuple(UserDefaults(dir.path()).integerForKey("videoFPS"),
+                       store->integerForKey("videoFPS")),
+            std::tuple(24, 60));
+
+  // With room again, the values that failed are written when the store goes away.
+  store.reset();
+  UserDefaults again(dir.path());
+  EXPECT_EQ(std::tuple(again.integerForKey("videoFPS"), again.stringForKey("lastHostIP")),
+            std::tuple(60, "192.0.2.7"));
+}
+
+// A settings path that even root cannot read as a file (a directory) is not a broken file.
+TEST(SettingsWriteFaultTest, AFileThatCannotBeReadIsNeitherMovedAsideNorReplaced) {
+  test::TempDir dir;
+  fs::create_directory(dir.path() / "settings.json");
+  std::ofstream(dir.path() / "settings.json" / "kept") << "x";
+  UserDefaults store(dir.path());
+  store.registerDefaults({{"videoSize", 4}});
+  EXPECT_EQ(store.integerForKey("videoSize"), 4);
+  store.setInteger("videoSize", 5);
+  EXPECT_FALSE(store.synchronize());
+  EXPECT_EQ(store.integerForKey("videoSize"), 5);
+  EXPECT_EQ(contents(dir.path() / "settings.json" / "kept"), "x");
+  int entries = 0;
+  for ([[maybe_unused]] auto& e : fs::directory_iterator(dir.path())) ++entries;
+  EXPECT_EQ(entries, 1) << "nothing set aside, no temporary file left";
 }
 
 }  // namespace

@@ -248,9 +248,8 @@ TEST(V4l2SettlingTest, OneTimeFocusLocksWhenTheScanIsNoLongerBusy) {
   EXPECT_EQ(device->focusMode(), AVCaptureFocusModeLocked);
 }
 
-// The virtual camera's one-time modes settle on the clock: exposure and white
-// balance after the metering time, focus after its scan; setting a mode again
-// starts again, and the continuous modes stay.
+// Exposure and white balance after the metering time, focus after its scan; a mode set again
+// starts again.
 TEST(VirtualSettlingTest, OneTimeModesSettleIntoLockedOnTheClock) {
   test::ManualMain main;
   auto device = makeVirtualCamera(defaultVirtualCameras().front());
