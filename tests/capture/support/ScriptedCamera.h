@@ -33,28 +33,24 @@ class ScriptedDriver final : public CaptureDeviceDriver {
   }
   // False when the camera is not streaming.
   bool deliver(const CameraFramePtr& frame) {
-    std::shared_ptr<CameraFrameSink> sink;
-    {
-      std::lock_guard lock(mutex_);
-      sink = sink_.lock();
-    }
+    auto sink = currentSink(false);
     if (sink) sink->cameraDidOutputFrame(frame);
     return sink != nullptr;
   }
-  // Ends the stream by itself, as a camera that vanished does. False when the
-  // camera is not streaming.
+  // Ends the stream by itself, as a camera that vanished does. False when not streaming.
   bool endStream(const CameraError& error) {
-    std::shared_ptr<CameraFrameSink> sink;
-    {
-      std::lock_guard lock(mutex_);
-      sink = sink_.lock();
-      sink_.reset();
-    }
+    auto sink = currentSink(true);
     if (sink) sink->cameraStreamDidEnd(error);
     return sink != nullptr;
   }
 
  private:
+  std::shared_ptr<CameraFrameSink> currentSink(bool andEnd) {
+    std::lock_guard lock(mutex_);
+    auto sink = sink_.lock();
+    if (andEnd) sink_.reset();
+    return sink;
+  }
   std::mutex mutex_;
   std::weak_ptr<CameraFrameSink> sink_;
 };
