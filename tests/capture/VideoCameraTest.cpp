@@ -60,9 +60,7 @@ class CameraHarness : public GPUImageVideoCameraDelegate {
   CameraHarness(AVCaptureDevicePosition position, CameraMounting mounting, int64_t orientation,
                 bool mirror) {
     test::expectGlContext();
-    auto device = test::scriptedCamera("scripted", AVCaptureDeviceTypeBuiltInWideAngleCamera,
-                                       position, mounting, {{64, 32, 30}}, &driver);
-    cameras = std::make_shared<CameraSystem>("scripted", std::vector{device});
+    cameras = test::scriptedCameras(position, mounting, {{64, 32, 30}}, &driver);
     camera = GPUImageVideoCamera::create(AVCaptureSessionPresetHigh, position, cameras);
     if (!camera) return;
     camera->setOutputImageOrientation(orientation);

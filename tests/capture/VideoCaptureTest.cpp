@@ -32,9 +32,7 @@ std::vector<CaptureDeviceFormatPtr> formatsOf(const std::string& list) {
     formats.push_back(f);
     if (list.find(',', at) == std::string::npos) break;
   }
-  return test::scriptedCamera("walk", AVCaptureDeviceTypeBuiltInWideAngleCamera,
-                              AVCaptureDevicePositionBack, test::kPhoneBack, formats)
-      ->formats();
+  return test::scriptedCamera(AVCaptureDevicePositionBack, test::kPhoneBack, formats)->formats();
 }
 
 TEST(FormatWalkTest, ChoosesAsTheWalkSays) {
@@ -95,6 +93,12 @@ TEST(CropRegionTest, CentralPartOfTheFormat) {
   }
 }
 
+// Medium quality at size preset 0 (640 x 360).
+std::shared_ptr<LFLiveVideoConfiguration> preset0(int fps, int64_t orientation) {
+  return LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
+      1, 0, fps, orientation);
+}
+
 // Keeps every picture; the first one may be held at a gate until it opens.
 class PictureRecorder : public LFVideoCaptureDelegate {
  public:
@@ -118,14 +122,10 @@ class PictureRecorder : public LFVideoCaptureDelegate {
 
 TEST(VideoCaptureTest, Preset0CropsTheWebcamAndMirrorsByDefault) {
   test::ScriptedDriver* driver = nullptr;
-  auto webcam = test::scriptedCamera("usb", AVCaptureDeviceTypeBuiltInWideAngleCamera,
-                                     AVCaptureDevicePositionBack, test::kUsbWebcam,
-                                     {{640, 480, 30}}, &driver);
-  test::CameraAndSettings env(std::make_shared<CameraSystem>("scripted", std::vector{webcam}));
+  test::CameraAndSettings env(test::scriptedCameras(AVCaptureDevicePositionBack, test::kUsbWebcam,
+                                                    {{640, 480, 30}}, &driver));
   test::expectGlContext();
-  auto configuration =
-      LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
-          1, 0, 30, 3);
+  auto configuration = preset0(30, 3);
   ASSERT_EQ(configuration->videoSize(), (VideoSize{640, 360}));
   auto capture = LFVideoCapture::create(configuration);
   ASSERT_TRUE(capture->videoCamera());
@@ -165,15 +165,10 @@ TEST(VideoCaptureTest, Preset0CropsTheWebcamAndMirrorsByDefault) {
 }
 
 TEST(VideoCaptureTest, CameraWithoutThePresetFallsBackAndTakesTheBestRate) {
-  auto camera = test::scriptedCamera("hd", AVCaptureDeviceTypeBuiltInWideAngleCamera,
-                                     AVCaptureDevicePositionBack, test::kPhoneBack,
-                                     {{1280, 720, 30}, {1920, 1080, 30}});
-  test::CameraAndSettings env(std::make_shared<CameraSystem>("scripted", std::vector{camera}));
+  test::CameraAndSettings env(test::scriptedCameras(AVCaptureDevicePositionBack, test::kPhoneBack,
+                                                    {{1280, 720, 30}, {1920, 1080, 30}}));
   test::expectGlContext();
-  auto configuration =
-      LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
-          1, 0, 60, 1);
-  auto capture = LFVideoCapture::create(configuration);
+  auto capture = LFVideoCapture::create(preset0(60, 1));
   ASSERT_TRUE(capture->videoCamera());
   // High takes 1920 x 1080; asked for 60 there, the rate falls to 30.
   EXPECT_EQ(std::tuple(capture->videoCamera()->captureSessionPreset(),
@@ -188,9 +183,7 @@ class DirectPathTest : public testing::Test {
   void SetUp() override {
     ASSERT_NO_FATAL_FAILURE(test::expectGlContext());
     env.defaults().setString(keys::colorspace, "Auto");
-    auto configuration =
-        LFLiveVideoConfiguration::defaultConfigurationForQualityPresetFPSOutputImageOrientation(
-            1, 0, 30, 3);
+    auto configuration = preset0(30, 3);
     configuration->setVideoSize({64, 32});
     capture = LFVideoCapture::create(configuration);
     ASSERT_TRUE(capture->videoCamera());
@@ -210,10 +203,8 @@ class DirectPathTest : public testing::Test {
   }
 
   test::ScriptedDriver* driver = nullptr;
-  test::CameraAndSettings env{std::make_shared<CameraSystem>(
-      "scripted", std::vector{test::scriptedCamera("usb", AVCaptureDeviceTypeBuiltInWideAngleCamera,
-                                                   AVCaptureDevicePositionBack, test::kUsbWebcam,
-                                                   {{64, 32, 30}}, &driver)})};
+  test::CameraAndSettings env{test::scriptedCameras(AVCaptureDevicePositionBack, test::kUsbWebcam,
+                                                    {{64, 32, 30}}, &driver)};
   std::shared_ptr<LFVideoCapture> capture;
   std::shared_ptr<PictureRecorder> recorder = std::make_shared<PictureRecorder>();
 };

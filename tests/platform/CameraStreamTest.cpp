@@ -530,19 +530,18 @@ TEST(V4l2MappingTest, WritableControlsBecomeCapabilities) {
   }
 }
 
+// The writes these turn into (lens, zoom, exposure time, ISO menu) are in V4l2ControlTest.
 TEST(V4l2MappingTest, ControlValuesConvertBothWays) {
   auto focus = integer(V4L2_CID_FOCUS_ABSOLUTE, 0, 250);
   focus.step = 5;
-  EXPECT_FLOAT_EQ(lensPositionFromFocus(focus, 0), 0.0f);
-  EXPECT_FLOAT_EQ(lensPositionFromFocus(focus, 125), 0.5f);
-  EXPECT_FLOAT_EQ(lensPositionFromFocus(focus, 250), 1.0f);
-  EXPECT_EQ(focusFromLensPosition(focus, 0.5f), 125);
+  EXPECT_EQ(std::tuple(lensPositionFromFocus(focus, 0), lensPositionFromFocus(focus, 125),
+                       lensPositionFromFocus(focus, 250)),
+            std::tuple(0.0f, 0.5f, 1.0f));
   EXPECT_EQ(focusFromLensPosition(focus, 0.515f), 130);  // 128.75 to the step of 5
 
   auto zoom = integer(V4L2_CID_ZOOM_ABSOLUTE, 100, 500);
   EXPECT_DOUBLE_EQ(zoomFactorFromV4l2(zoom, 100), 1.0);
   EXPECT_DOUBLE_EQ(zoomFactorFromV4l2(zoom, 300), 3.0);
-  EXPECT_EQ(v4l2FromZoomFactor(zoom, 2.5), 250);
   auto fromZero = integer(V4L2_CID_ZOOM_ABSOLUTE, 0, 10);
   EXPECT_DOUBLE_EQ(maxZoomFactorOf(fromZero), 4.0);
   EXPECT_DOUBLE_EQ(zoomFactorFromV4l2(fromZero, 5), 2.5);
@@ -550,12 +549,11 @@ TEST(V4l2MappingTest, ControlValuesConvertBothWays) {
 
   auto exposure = integer(V4L2_CID_EXPOSURE_ABSOLUTE, 3, 2047);
   EXPECT_DOUBLE_EQ(exposureFromV4l2(333).seconds(), 0.0333);
-  EXPECT_EQ(v4l2FromExposure(exposure, CaptureTime::make(1, 30)), 333);
-  EXPECT_EQ(v4l2FromExposure(exposure, CaptureTime::make(1, 100000)), 3);  // clamped up
-  EXPECT_EQ(v4l2FromExposure(exposure, CaptureTime::make(1, 1)), 2047);    // clamped down
-
+  // Clamped up and down.
+  EXPECT_EQ(std::tuple(v4l2FromExposure(exposure, CaptureTime::make(1, 100000)),
+                       v4l2FromExposure(exposure, CaptureTime::make(1, 1))),
+            std::tuple(3, 2047));
   auto iso = menu(V4L2_CID_ISO_SENSITIVITY, {100, 200, 400, 800}, V4L2_CTRL_TYPE_INTEGER_MENU);
-  EXPECT_EQ(nearestMenuIndex(iso, 290), 1u);
   EXPECT_EQ(nearestMenuIndex(iso, 5000), 3u);
 }
 
