@@ -140,8 +140,8 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal("HdrWhileTheDeviceAdjustsIt", {}, [](D& d) { return d.setVideoHDREnabled(true); }),
         Refusal("HdrOnAFormatWithout", {},  // the 1920x1080 format has it, 1280x720 not
                 [](D& d) {
-                  return d.setAutomaticallyAdjustsVideoHDREnabled(false),
-                         d.setVideoHDREnabled(true);
+                  d.setAutomaticallyAdjustsVideoHDREnabled(false);
+                  return d.setVideoHDREnabled(true);
                 }),
         Refusal("FrameDurationOutsideTheRanges", {},
                 [](D& d) { return d.setActiveVideoMinFrameDuration(CaptureTime::make(1, 45)); })),
