@@ -225,9 +225,10 @@ TEST(CameraDeviceTest, SubjectAreaChangesReachObserversOnlyWhileMonitored) {
   ASSERT_TRUE(d->setSubjectAreaChangeMonitoringEnabled(true));
   d->unlockForConfiguration();
   d->subjectAreaDidChange();
+  d->subjectAreaDidChange();
   subscription.reset();
   d->subjectAreaDidChange();
-  EXPECT_EQ(seen, 1);
+  EXPECT_EQ(seen, 2);
 }
 
 TEST(CameraTimeTest, ComparesAcrossTimeScalesExactly) {
