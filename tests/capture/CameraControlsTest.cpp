@@ -14,22 +14,21 @@ using json = nlohmann::json;
 
 // A camera of one 1280x720 format: ISO 50 to 1600, exposure 1 ms to 0.1 s.
 json camera(json controls = json::object(), double maxZoom = 16, const char* position = "back") {
-  if (controls.is_null()) controls = json::object();
-  json format = {{"width", 1280},
-                 {"height", 720},
-                 {"fps", 30},
-                 {"iso", {50, 1600}},
-                 {"exposure", {0.001, 0.1}},
-                 {"maxZoom", maxZoom}};
-  return {{"type", "wide"},
-          {"position", position},
-          {"formats", json::array({format})},
-          {"controls", std::move(controls)}};
+  auto c = json::parse(R"({"type":"wide","formats":[{"width":1280,"height":720,"fps":30,
+                                                      "iso":[50,1600],"exposure":[0.001,0.1]}]})");
+  c["formats"][0]["maxZoom"] = maxZoom;
+  c["position"] = position;
+  c["controls"] = controls.is_null() ? json::object() : std::move(controls);
+  return c;
 }
 
 class CameraControlsTest : public testing::Test {
  protected:
+  // Opens afresh, each time with cameras and settings of its own.
   void open(json cameras, int64_t orientation = 3) {
+    device.reset();
+    capture.reset();
+    env.reset();  // before the new set is installed
     if (!cameras.is_array()) cameras = json::array({cameras});
     env = std::make_unique<test::CameraAndSettings>(test::camerasFromJson({{"cameras", cameras}}));
     env->defaults().setBool(keys::frontCam, cameras[0]["position"] == "front");
@@ -42,9 +41,9 @@ class CameraControlsTest : public testing::Test {
     ASSERT_EQ(capture->videoCamera()->outputImageOrientation(), orientation);
   }
   void expectModes(int64_t focus, int64_t exposure, int64_t whiteBalance, const char* when) {
-    EXPECT_EQ(device->focusMode(), focus) << when;
-    EXPECT_EQ(device->exposureMode(), exposure) << when;
-    EXPECT_EQ(device->whiteBalanceMode(), whiteBalance) << when;
+    EXPECT_EQ(std::tuple(device->focusMode(), device->exposureMode(), device->whiteBalanceMode()),
+              std::tuple(focus, exposure, whiteBalance))
+        << when;
   }
 
   test::ManualMain main;
@@ -53,75 +52,58 @@ class CameraControlsTest : public testing::Test {
   std::shared_ptr<CaptureDevice> device;
 };
 
-struct ZoomCase {
-  const char* name;
-  double deviceMax, scale, zoom, maxScale;
-};
-class ZoomTest : public CameraControlsTest, public testing::WithParamInterface<ZoomCase> {};
-
-TEST_P(ZoomTest, MapsBelowFourAndKeepsWithinTheDevice) {
-  const auto& c = GetParam();
-  ASSERT_NO_FATAL_FAILURE(open(camera(json::object(), c.deviceMax)));
-  capture->setZoomScale(c.scale);
-  EXPECT_DOUBLE_EQ(capture->zoomScale(), c.zoom);
-  EXPECT_DOUBLE_EQ(capture->maxZoomScale(), c.maxScale);
+// Cases: the device's maximum, the scale asked for, the zoom it gives, the largest scale.
+TEST_F(CameraControlsTest, ZoomMapsBelowFourAndKeepsWithinTheDevice) {
+  const std::tuple<double, double, double, double> cases[] = {
+      {3, 2.0, 1.5, 3}, {3, 4.0, 3.0, 3}, {3, 0.5, 1.0, 3}, {1, 3.0, 1.0, 1}, {16, 6.0, 6.0, 10}};
+  for (auto [deviceMax, scale, zoom, maxScale] : cases) {
+    ASSERT_NO_FATAL_FAILURE(open(camera(json::object(), deviceMax)));
+    capture->setZoomScale(scale);
+    EXPECT_EQ(std::tuple(capture->zoomScale(), capture->maxZoomScale()), std::tuple(zoom, maxScale))
+        << deviceMax << "x camera, scale " << scale;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Devices, ZoomTest,
-                         testing::Values(ZoomCase{"ThreeXHalfway", 3, 2.0, 1.5, 3},
-                                         ZoomCase{"ThreeXFull", 3, 4.0, 3.0, 3},
-                                         ZoomCase{"ThreeXBelowOne", 3, 0.5, 1.0, 3},
-                                         ZoomCase{"OneXNeverMoves", 1, 3.0, 1.0, 1},
-                                         ZoomCase{"SixteenXUnmapped", 16, 6.0, 6.0, 10}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CameraControlsTest, OnlyTheFirstZoomRampsAndACameraChangeKeepsThatAndDropsTheLocks) {
   ASSERT_NO_FATAL_FAILURE(open(json::array({camera(), camera({}, 16, "front")})));
   capture->setZoomScale(2.0);
   EXPECT_EQ(device->videoZoomRampRate(), 5.0f);
   capture->setZoomScale(3.0);
-  EXPECT_EQ(device->videoZoomRampRate(), 0.0f);
-  EXPECT_DOUBLE_EQ(capture->zoomScale(), 3.0);
+  EXPECT_EQ(std::tuple(device->videoZoomRampRate(), capture->zoomScale()), std::tuple(0.0f, 3.0));
 
   capture->setAeLock(true);
   EXPECT_EQ(device->exposureMode(), AVCaptureExposureModeLocked);
   capture->setCaptureDevicePosition(AVCaptureDevicePositionFront);
   device = capture->device();
   ASSERT_EQ(device->position(), AVCaptureDevicePositionFront);
-  EXPECT_FALSE(capture->aeLock());
-  EXPECT_EQ(device->exposureMode(), AVCaptureExposureModeContinuousAutoExposure);
+  EXPECT_EQ(std::tuple(capture->aeLock(), device->exposureMode()),
+            std::tuple(false, AVCaptureExposureModeContinuousAutoExposure));
   capture->setZoomScale(2.0);
   EXPECT_EQ(device->videoZoomRampRate(), 0.0f);
 }
 
-struct PointCase {
-  const char* name;
-  const char* position;
-  int64_t orientation;
-  double x, y, deviceX, deviceY;
-};
-class FocusPointTest : public CameraControlsTest, public testing::WithParamInterface<PointCase> {};
-
-TEST_P(FocusPointTest, TurnsThePointIntoTheDevicesCoordinates) {
-  const auto& c = GetParam();
-  ASSERT_NO_FATAL_FAILURE(open(camera({}, 16, c.position), c.orientation));
-  capture->setFocusPoint(c.x, c.y);
-  for (CapturePoint seen :
-       {device->focusPointOfInterest(), device->exposurePointOfInterest(), capture->focusPoint()}) {
-    EXPECT_NEAR(seen.x, c.deviceX, 1e-9);
-    EXPECT_NEAR(seen.y, c.deviceY, 1e-9);
+TEST_F(CameraControlsTest, FocusPointTurnsIntoTheDevicesCoordinates) {
+  const struct {
+    const char* position;
+    int64_t orientation;
+    double x, y, deviceX, deviceY;
+  } cases[] = {
+      {"back", 3, 0.2, 0.7, 0.2, 0.7},    {"back", 4, 0.2, 0.7, 0.8, 0.3},
+      {"back", 1, 0.2, 0.7, 0.7, 0.8},    {"back", 2, 0.2, 0.7, 0.3, 0.2},
+      {"front", 1, 0.25, 0.5, 0.5, 0.25}, {"front", 3, 0.2, 0.7, 0.8, 0.7},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.position << " " << c.orientation);
+    ASSERT_NO_FATAL_FAILURE(open(camera({}, 16, c.position), c.orientation));
+    capture->setFocusPoint(c.x, c.y);
+    for (CapturePoint seen : {device->focusPointOfInterest(), device->exposurePointOfInterest(),
+                              capture->focusPoint()}) {
+      EXPECT_NEAR(seen.x, c.deviceX, 1e-9);
+      EXPECT_NEAR(seen.y, c.deviceY, 1e-9);
+    }
+    EXPECT_TRUE(device->isSubjectAreaChangeMonitoringEnabled());
   }
-  EXPECT_TRUE(device->isSubjectAreaChangeMonitoringEnabled());
 }
-
-INSTANTIATE_TEST_SUITE_P(Orientations, FocusPointTest,
-                         testing::Values(PointCase{"Back3", "back", 3, 0.2, 0.7, 0.2, 0.7},
-                                         PointCase{"Back4", "back", 4, 0.2, 0.7, 0.8, 0.3},
-                                         PointCase{"Back1", "back", 1, 0.2, 0.7, 0.7, 0.8},
-                                         PointCase{"Back2", "back", 2, 0.2, 0.7, 0.3, 0.2},
-                                         PointCase{"Front1", "front", 1, 0.25, 0.5, 0.5, 0.25},
-                                         PointCase{"Front3", "front", 3, 0.2, 0.7, 0.8, 0.7}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CameraControlsTest, ContinuousOnlyDeviceSettlesLockedAfterATap) {
   ASSERT_NO_FATAL_FAILURE(open(camera(
@@ -137,9 +119,9 @@ TEST_F(CameraControlsTest, ContinuousOnlyDeviceSettlesLockedAfterATap) {
   main.advance(0.1);
   expectModes(0, 0, 2, "0.55 s");
   main.advance(1.4);
-  EXPECT_EQ(device->whiteBalanceMode(), 2) << "1.95 s";
+  expectModes(0, 0, 2, "1.95 s");
   main.advance(0.1);
-  EXPECT_EQ(device->whiteBalanceMode(), 0) << "2.05 s";
+  expectModes(0, 0, 0, "2.05 s");
 }
 
 TEST_F(CameraControlsTest, TapRunsOneTimePassesOfTheUnlockedModesAndTheSceneBringsAutoBack) {
@@ -163,9 +145,9 @@ TEST_F(CameraControlsTest, TapRunsOneTimePassesOfTheUnlockedModesAndTheSceneBrin
   device->subjectAreaDidChange();  // the camera's own thread in life
   main.drain();
   expectModes(2, 0, 2, "scene moved");
-  EXPECT_EQ(device->focusPointOfInterest(), (CapturePoint{0.5, 0.5}));
-  EXPECT_FALSE(device->isSubjectAreaChangeMonitoringEnabled());
-  EXPECT_EQ(told->count, 1);
+  EXPECT_EQ(std::tuple(device->focusPointOfInterest(),
+                       device->isSubjectAreaChangeMonitoringEnabled(), told->count),
+            std::tuple(CapturePoint{0.5, 0.5}, false, 1));
 }
 
 TEST_F(CameraControlsTest, LockingCustomExposureLeavesItCustom) {
@@ -178,52 +160,45 @@ TEST_F(CameraControlsTest, LockingCustomExposureLeavesItCustom) {
   EXPECT_TRUE(capture->autoExposure());
 }
 
-struct ExposureCase {
-  const char* name;
-  bool custom;
-  double seconds, iso;  // 0: that one is left alone (setISO, setExposure)
-  double wantSeconds, wantIso;
-};
-class ExposureTest : public CameraControlsTest, public testing::WithParamInterface<ExposureCase> {};
-
-TEST_P(ExposureTest, CustomExposureKeepsTheTimeAndIsoWithinTheFormat) {
-  const auto& c = GetParam();
-  const json modes = c.custom ? json::array({0, 1, 2, 3}) : json::array({0, 1, 2});
-  ASSERT_NO_FATAL_FAILURE(open(camera({{"exposureModes", modes}})));
-  capture->setExposureTargetBias(1.0);
-  ASSERT_NEAR(capture->exposure(), 1.0 / 60, 1e-6);
-  if (c.seconds == 0) {
-    capture->setISO(c.iso);
-  } else if (c.iso == 0) {
-    capture->setExposure(c.seconds);
-  } else {
-    capture->setExposureAndISO(c.seconds, c.iso);
+// Starting from 1/60 s at ISO 100 with a bias of 1, which a custom exposure sets back to 0.
+TEST_F(CameraControlsTest, CustomExposureKeepsTheTimeAndIsoWithinTheFormat) {
+  const struct {
+    bool custom;
+    double seconds, iso;  // 0: that one is left alone (setISO, setExposure)
+    double wantSeconds, wantIso;
+  } cases[] = {
+      {true, 0, 400, 1.0 / 60, 400},    {true, 0, 5000, 1.0 / 60, 1600},    // clamped high
+      {true, 0.0001, 0, 1.0 / 60, 100}, {true, 1.0, 0, 0.1, 100},           // too short: kept; cut
+      {true, 0.05, 800, 0.05, 800},     {false, 0.05, 800, 1.0 / 60, 100},  // no custom mode
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.custom << " " << c.seconds << " s, ISO " << c.iso);
+    const json modes = c.custom ? json::array({0, 1, 2, 3}) : json::array({0, 1, 2});
+    ASSERT_NO_FATAL_FAILURE(open(camera({{"exposureModes", modes}})));
+    capture->setExposureTargetBias(1.0);
+    ASSERT_NEAR(capture->exposure(), 1.0 / 60, 1e-6);
+    if (c.seconds == 0) {
+      capture->setISO(c.iso);
+    } else if (c.iso == 0) {
+      capture->setExposure(c.seconds);
+    } else {
+      capture->setExposureAndISO(c.seconds, c.iso);
+    }
+    EXPECT_NEAR(capture->exposure(), c.wantSeconds, 1e-6);
+    EXPECT_EQ(std::tuple(capture->ISO(), capture->customExposure(), capture->exposureTargetBias()),
+              std::tuple(c.wantIso, c.custom, c.custom ? 0.0 : 1.0));
   }
-  EXPECT_NEAR(capture->exposure(), c.wantSeconds, 1e-6);
-  EXPECT_DOUBLE_EQ(capture->ISO(), c.wantIso);
-  EXPECT_EQ(capture->customExposure(), c.custom);
-  EXPECT_DOUBLE_EQ(capture->exposureTargetBias(), c.custom ? 0.0 : 1.0);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, ExposureTest,
-    testing::Values(ExposureCase{"IsoKeepsTheTime", true, 0, 400, 1.0 / 60, 400},
-                    ExposureCase{"IsoClampedHigh", true, 0, 5000, 1.0 / 60, 1600},
-                    ExposureCase{"ShortTimeKeepsThePresent", true, 0.0001, 0, 1.0 / 60, 100},
-                    ExposureCase{"LongTimeCut", true, 1.0, 0, 0.1, 100},
-                    ExposureCase{"BothTaken", true, 0.05, 800, 0.05, 800},
-                    ExposureCase{"NoCustomModeNoChange", false, 0.05, 800, 1.0 / 60, 100}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CameraControlsTest, LensIsRefusedOutsideZeroToOne) {
   ASSERT_NO_FATAL_FAILURE(open(json::array({camera(), camera({{"lensPosition", false}})})));
   const double before = capture->lensPosition();
   for (double refused : {1.01, -0.01}) capture->setLensPosition(refused);
-  EXPECT_EQ(capture->lensPosition(), before);
-  EXPECT_EQ(device->focusMode(), AVCaptureFocusModeContinuousAutoFocus);
+  EXPECT_EQ(std::tuple(capture->lensPosition(), device->focusMode()),
+            std::tuple(before, AVCaptureFocusModeContinuousAutoFocus));
   capture->setLensPosition(1.0);
-  EXPECT_EQ(capture->lensPosition(), 1.0);
-  EXPECT_EQ(device->focusMode(), AVCaptureFocusModeLocked);
+  EXPECT_EQ(std::tuple(capture->lensPosition(), device->focusMode()),
+            std::tuple(1.0, AVCaptureFocusModeLocked));
 
   capture->setCameraByIndex(1);
   device = capture->device();
@@ -234,49 +209,40 @@ TEST_F(CameraControlsTest, LensIsRefusedOutsideZeroToOne) {
 TEST_F(CameraControlsTest, BiasAndWhiteBalanceGainsAreClamped) {
   ASSERT_NO_FATAL_FAILURE(open(camera({{"exposureBias", {-2, 2}}, {"maxWhiteBalanceGain", 2}})));
   capture->setExposureTargetBias(5.0);
-  EXPECT_DOUBLE_EQ(capture->exposureTargetBias(), 2.0);
-  EXPECT_TRUE(capture->autoExposure());
+  EXPECT_EQ(std::tuple(capture->exposureTargetBias(), capture->autoExposure()),
+            std::tuple(2.0, true));
   // 2000 K asks for gains 1, 2.42, 5.86; kept at 2 they read back as 4095 K, tint +75.
   capture->setWbTempAndTint(2000, 0);
-  EXPECT_EQ(device->deviceWhiteBalanceGains(), (AVCaptureWhiteBalanceGains{1, 2, 2}));
-  EXPECT_EQ(device->whiteBalanceMode(), AVCaptureWhiteBalanceModeLocked);
+  EXPECT_EQ(std::tuple(device->deviceWhiteBalanceGains(), device->whiteBalanceMode()),
+            std::tuple(AVCaptureWhiteBalanceGains{1, 2, 2}, AVCaptureWhiteBalanceModeLocked));
   EXPECT_NEAR(capture->wbTempAndTint().temperature, 4094.7, 0.5);
   EXPECT_NEAR(capture->wbTempAndTint().tint, 75.0, 0.01);
 }
 
-struct TorchCase {
-  const char* name;
-  json camera;
-  int64_t first, second;
-  float level;  // 0: off
-  int64_t torch;
-};
-class TorchTest : public CameraControlsTest, public testing::WithParamInterface<TorchCase> {};
-
-TEST_P(TorchTest, LevelsZeroToFive) {
-  const auto& c = GetParam();
-  ASSERT_NO_FATAL_FAILURE(open(c.camera));
-  capture->setTorch(c.first);
-  capture->setTorch(c.second);
-  EXPECT_EQ(device->torchMode(), c.level > 0 ? AVCaptureTorchModeOn : AVCaptureTorchModeOff);
-  EXPECT_FLOAT_EQ(device->torchLevel(), c.level);
-  EXPECT_EQ(capture->torch(), c.torch);
+// Torch levels 0 to 5: two settings in a row and what stands after them.
+TEST_F(CameraControlsTest, TorchLevelsZeroToFive) {
+  auto held = camera();
+  held["lockError"] = "held elsewhere";
+  const struct {
+    json camera;
+    int64_t first, second;
+    float level;  // 0: off
+    int64_t torch;
+  } cases[] = {
+      {camera(), 2, 5, 1.0f, 5},  // five is full
+      {camera(), 3, 6, 0.6f, 3},  // six is refused
+      {camera(), 3, 0, 0.0f, 0}, {camera({{"torch", false}}), 3, 3, 0.0f, 0}, {held, 3, 3, 0.0f, 0},
+  };
+  for (const auto& c : cases) {
+    ASSERT_NO_FATAL_FAILURE(open(c.camera));
+    capture->setTorch(c.first);
+    capture->setTorch(c.second);
+    EXPECT_EQ(
+        std::tuple(device->torchMode(), device->torchLevel(), capture->torch()),
+        std::tuple(c.level > 0 ? AVCaptureTorchModeOn : AVCaptureTorchModeOff, c.level, c.torch))
+        << c.camera.dump() << " " << c.first << " then " << c.second;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Levels, TorchTest,
-                         testing::Values(TorchCase{"FiveIsFull", camera(), 2, 5, 1.0f, 5},
-                                         TorchCase{"SixRefused", camera(), 3, 6, 0.6f, 3},
-                                         TorchCase{"ZeroTurnsOff", camera(), 3, 0, 0.0f, 0},
-                                         TorchCase{"NoTorch", camera({{"torch", false}}), 3, 3,
-                                                   0.0f, 0},
-                                         TorchCase{"LockFails",
-                                                   [] {
-                                                     auto held = camera();
-                                                     held["lockError"] = "held elsewhere";
-                                                     return held;
-                                                   }(),
-                                                   3, 3, 0.0f, 0}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace oxelo

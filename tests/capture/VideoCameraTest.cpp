@@ -19,42 +19,39 @@ namespace {
 using test::Bgra;
 using test::pixelAt;
 
-struct RotationCase {
-  const char* name;
-  AVCaptureDevicePosition position;
-  bool mirror;
-  int64_t orientation;
-  CameraMounting mounting;
-  uint64_t mode;
-};
-class CameraRotationTest : public testing::TestWithParam<RotationCase> {};
-
-TEST_P(CameraRotationTest, ModeOfTheConversionDraw) {
-  const auto& c = GetParam();
-  EXPECT_EQ(cameraRotationMode(c.position, c.mirror, c.orientation, c.mounting), c.mode);
-}
-
 constexpr auto kBack = AVCaptureDevicePositionBack;
 constexpr auto kFront = AVCaptureDevicePositionFront;
-INSTANTIATE_TEST_SUITE_P(
-    Mountings, CameraRotationTest,
-    testing::Values(
-        // The phone the table was written for.
-        RotationCase{"BackLandscapeLeft", kBack, false, 4, test::kPhoneBack, 7},
-        RotationCase{"BackMirrorUpsideDown", kBack, true, 2, test::kPhoneBack, 7},
-        RotationCase{"FrontMirrorPortrait", kFront, true, 1, test::kPhoneFront, 5},
-        RotationCase{"FrontLandscapeRight", kFront, false, 3, test::kPhoneFront, 7},
-        RotationCase{"UnknownOrientation", kBack, false, 0, test::kPhoneBack, 0},
-        // A USB webcam does not turn with the device.
-        RotationCase{"WebcamLandscapeMirror", kBack, true, 3, test::kUsbWebcam, 4},
-        RotationCase{"WebcamPortrait", kFront, false, 1, test::kUsbWebcam, 0},
-        RotationCase{"WebcamUpsideDown", kBack, false, 3, {CameraFacing::external, 180}, 7},
-        RotationCase{"WebcamQuarterMirror", kBack, true, 4, {CameraFacing::external, 90}, 6},
-        // Built-in cameras whose sensors sit otherwise than the phone's.
-        RotationCase{"BackSensor0LandscapeLeft", kBack, false, 4, {CameraFacing::back, 0}, 2},
-        RotationCase{
-            "FrontSensor270MirrorPortrait", kFront, true, 1, {CameraFacing::front, 270}, 6}),
-    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(CameraRotationTest, ModeOfTheConversionDraw) {
+  constexpr CameraMounting kPhoneBack = test::kPhoneBack, kPhoneFront = test::kPhoneFront,
+                           kWebcam = test::kUsbWebcam;
+  const struct {
+    AVCaptureDevicePosition position;
+    bool mirror;
+    int64_t orientation;
+    CameraMounting mounting;
+    uint64_t mode;
+  } cases[] = {
+      // The phone the table was written for.
+      {kBack, false, 4, kPhoneBack, 7},
+      {kBack, true, 2, kPhoneBack, 7},
+      {kFront, true, 1, kPhoneFront, 5},
+      {kFront, false, 3, kPhoneFront, 7},
+      {kBack, false, 0, kPhoneBack, 0},  // unknown orientation
+      // A USB webcam does not turn with the device.
+      {kBack, true, 3, kWebcam, 4},
+      {kFront, false, 1, kWebcam, 0},
+      {kBack, false, 3, {CameraFacing::external, 180}, 7},
+      {kBack, true, 4, {CameraFacing::external, 90}, 6},
+      // Built-in cameras whose sensors sit otherwise than the phone's.
+      {kBack, false, 4, {CameraFacing::back, 0}, 2},
+      {kFront, true, 1, {CameraFacing::front, 270}, 6},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(cameraRotationMode(c.position, c.mirror, c.orientation, c.mounting), c.mode)
+        << c.position << (c.mirror ? " mirrored " : " ") << c.orientation << " "
+        << c.mounting.sensorRotation;
+}
 
 // A camera on a scripted driver with a pass-through filter behind it that
 // keeps each picture it draws.
@@ -63,9 +60,7 @@ class CameraHarness : public GPUImageVideoCameraDelegate {
   CameraHarness(AVCaptureDevicePosition position, CameraMounting mounting, int64_t orientation,
                 bool mirror) {
     test::expectGlContext();
-    auto device = test::scriptedCamera("scripted", AVCaptureDeviceTypeBuiltInWideAngleCamera,
-                                       position, mounting, {{64, 32, 30}}, &driver);
-    cameras = std::make_shared<CameraSystem>("scripted", std::vector{device});
+    cameras = test::scriptedCameras(position, mounting, {{64, 32, 30}}, &driver);
     camera = GPUImageVideoCamera::create(AVCaptureSessionPresetHigh, position, cameras);
     if (!camera) return;
     camera->setOutputImageOrientation(orientation);
@@ -95,26 +90,12 @@ class CameraHarness : public GPUImageVideoCameraDelegate {
   std::atomic<int> drawn{0};
 };
 
-// Quadrant colours by letter: the primaries and white, and four mixed ones.
+// Quadrant colours by letter: the primaries and white (RGBW), and four mixed ones (abcd).
 Bgra colourOf(char letter) {
-  switch (letter) {
-    case 'R':
-      return test::kRed;
-    case 'G':
-      return test::kGreen;
-    case 'B':
-      return test::kBlue;
-    case 'W':
-      return test::kWhite;
-    case 'a':
-      return {40, 90, 200, 255};
-    case 'b':
-      return {220, 180, 30, 255};
-    case 'c':
-      return {128, 128, 128, 255};
-    default:
-      return {20, 235, 60, 255};
-  }
+  const Bgra colours[] = {test::kRed,           test::kGreen,       test::kBlue,
+                          test::kWhite,         {40, 90, 200, 255}, {220, 180, 30, 255},
+                          {128, 128, 128, 255}, {20, 235, 60, 255}};
+  return colours[std::string_view("RGBWabcd").find(letter)];
 }
 
 struct ConversionCase {
@@ -142,15 +123,12 @@ TEST_P(CameraConversionTest, QuadrantsLandTurnedAndInTheirColours) {
     return colourOf(c.sensor[(y >= 16 ? 2 : 0) + (x >= 32)]);
   }));
   ASSERT_TRUE(h.last);
-  ASSERT_EQ(h.last->width(), c.width);
-  ASSERT_EQ(h.last->height(), c.height);
+  ASSERT_EQ(std::pair(h.last->width(), h.last->height()), std::pair(c.width, c.height));
   for (int i = 0; i < 4; ++i) {
     const Bgra seen =
         pixelAt(*h.last, (i % 2 ? 3 : 1) * c.width / 4, (i / 2 ? 3 : 1) * c.height / 4);
     const Bgra want = colourOf(c.picture[i]);
-    EXPECT_TRUE(std::abs(seen.r - want.r) <= 2 && std::abs(seen.g - want.g) <= 2 &&
-                std::abs(seen.b - want.b) <= 2)
-        << "quadrant " << i << ": " << seen << ", want " << want;
+    EXPECT_TRUE(test::near(seen, want, 2)) << "quadrant " << i << ": " << seen << ", want " << want;
   }
 }
 
@@ -159,23 +137,19 @@ constexpr auto k709 = ColourMatrix::bt709;
 constexpr auto kFull = ColourRange::full;
 constexpr auto kVideo = ColourRange::video;
 constexpr CameraMounting kWebcam90{CameraFacing::external, 90};
-INSTANTIATE_TEST_SUITE_P(Frames, CameraConversionTest,
-                         testing::Values(
-                             // Turned right: the sensor's top left goes to the top right.
-                             ConversionCase{"PhoneBackPortrait", kBack, test::kPhoneBack, 1, false,
-                                            k601, kFull, "RGBW", 32, 64, "BRWG"},
-                             ConversionCase{"WebcamLandscapeMirror", kFront, test::kUsbWebcam, 3,
-                                            true, k601, kFull, "RGBW", 64, 32, "GRWB"},
-                             // A sensor that needs a quarter turn to the left.
-                             ConversionCase{"WebcamSensor90", kBack, kWebcam90, 3, false, k601,
-                                            kFull, "RGBW", 32, 64, "GWRB"},
-                             // What the camera stored for a colour comes back as that colour.
-                             ConversionCase{"Bt601Video", kBack, test::kUsbWebcam, 3, false, k601,
-                                            kVideo, "abcd", 64, 32, "abcd"},
-                             ConversionCase{"Bt601Full", kBack, test::kUsbWebcam, 3, false, k601,
-                                            kFull, "abcd", 64, 32, "abcd"},
-                             ConversionCase{"Bt709Video", kBack, test::kUsbWebcam, 3, false, k709,
-                                            kVideo, "abcd", 64, 32, "abcd"}),
+const ConversionCase kFrames[] = {
+    // Turned right: the sensor's top left goes to the top right.
+    {"PhoneBackPortrait", kBack, test::kPhoneBack, 1, false, k601, kFull, "RGBW", 32, 64, "BRWG"},
+    {"WebcamLandscapeMirror", kFront, test::kUsbWebcam, 3, true, k601, kFull, "RGBW", 64, 32,
+     "GRWB"},
+    // A sensor that needs a quarter turn to the left.
+    {"WebcamSensor90", kBack, kWebcam90, 3, false, k601, kFull, "RGBW", 32, 64, "GWRB"},
+    // What the camera stored for a colour comes back as that colour.
+    {"Bt601Video", kBack, test::kUsbWebcam, 3, false, k601, kVideo, "abcd", 64, 32, "abcd"},
+    {"Bt601Full", kBack, test::kUsbWebcam, 3, false, k601, kFull, "abcd", 64, 32, "abcd"},
+    {"Bt709Video", kBack, test::kUsbWebcam, 3, false, k709, kVideo, "abcd", 64, 32, "abcd"},
+};
+INSTANTIATE_TEST_SUITE_P(Frames, CameraConversionTest, testing::ValuesIn(kFrames),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // Holds the video processing queue in the delegate call of the first frame
@@ -210,8 +184,7 @@ TEST(VideoCameraTest, FrameArrivingWhileOneIsInWorkIsDropped) {
   open.set_value();
   runSynchronouslyOnVideoProcessingQueue([] {});  // the first is done
   h.deliverAndSettle(frame(3.0));
-  EXPECT_EQ(delegate->times, (std::vector<double>{1.0, 3.0}));
-  EXPECT_EQ(h.drawn, 2);
+  EXPECT_EQ(std::pair(delegate->times, h.drawn.load()), std::pair(std::vector{1.0, 3.0}, 2));
   // Paused: the delegate still hears of the frame, nothing is drawn.
   h.camera->pauseCameraCapture();
   h.deliverAndSettle(frame(4.0));
@@ -239,14 +212,13 @@ TEST(VideoCameraTest, RotateCameraStepsThroughTheBackCamerasFirst) {
   // The front camera's own table: portrait, unmirrored.
   camera->setOutputImageOrientation(1);
   camera->selectCameraByIndex(0);
-  EXPECT_EQ(camera->cameraPosition(), kFront);
-  EXPECT_EQ(camera->internalRotation(), 2u);
+  EXPECT_EQ(std::tuple(camera->cameraPosition(), camera->internalRotation()),
+            std::tuple(kFront, 2u));
   EXPECT_FALSE(camera->selectCameraByPosition(kBack, AVCaptureDeviceTypeBuiltInDualCamera));
   EXPECT_EQ(camera->cameraPosition(), kFront);
-  // Index 2 falls on the wide angle camera, found by its own type first.
-  camera->selectCameraByIndex(2);
-  EXPECT_EQ(camera->inputCamera()->deviceType(), AVCaptureDeviceTypeBuiltInWideAngleCamera);
-  EXPECT_EQ(camera->cameraPosition(), kBack);
+  camera->selectCameraByIndex(2);  // the wide angle camera, found by its own type first
+  EXPECT_EQ(std::tuple(camera->inputCamera()->deviceType(), camera->cameraPosition()),
+            std::tuple(wide, kBack));
 }
 
 }  // namespace

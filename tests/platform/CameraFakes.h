@@ -35,8 +35,7 @@ inline std::vector<uint8_t> planeBytes(const CameraFrame& frame, int p) {
   return bytes;
 }
 
-// A frame sink that keeps what it gets and lets a test wait for it (for at
-// most 5 s, in case it never comes).
+// A frame sink that keeps what it gets and lets a test wait for it (at most 5 s).
 class CameraFrameRecorder final : public CameraFrameSink {
  public:
   void cameraDidOutputFrame(const CameraFramePtr& frame) override { keep(frames_, frame); }
@@ -53,8 +52,7 @@ class CameraFrameRecorder final : public CameraFrameSink {
     list.push_back(item);
     changed_.notify_all();
   }
-  template <class T>
-  size_t sizeOf(const std::vector<T>& list) {
+  size_t sizeOf(const auto& list) {
     std::lock_guard lock(mutex_);
     return list.size();
   }
@@ -70,11 +68,9 @@ class CameraFrameRecorder final : public CameraFrameSink {
   std::vector<CameraError> ends_;
 };
 
-// A scripted V4L2 camera behind the system-call seam. Each ioctl is answered
-// by its entry in `answers` (0 or an errno; none: ENOTTY), built from the
-// formats and controls a test sets, so that a test makes a request fail by
-// replacing its answer. Buffers are memory that deliver() fills as a driver
-// would; vanish() unplugs the camera. Any thread; answers run under the lock.
+// A scripted V4L2 camera behind the system-call seam. Each ioctl is answered by its entry in
+// `answers` (0 or an errno; none: ENOTTY): a test replaces one to make the request fail.
+// deliver() fills a buffer as a driver would; vanish() unplugs. Answers run under the lock.
 class FakeV4l2Camera final : public V4l2Syscalls {
  public:
   using Answer = std::function<int(void*)>;
@@ -82,19 +78,12 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     uint32_t fourcc;
     std::vector<v4l2_frmsize_discrete> sizes;
   };
-  // A control as QUERYCTRL and QUERYMENU describe it. From a number alone: a
-  // read-only integer with that value. `menu`: the indices of a menu, or the
-  // values of an integer menu by index.
+  // A control as QUERYCTRL and QUERYMENU describe it; a number alone is a read-only integer.
+  // `menu`: the indices of a menu, or the values of an integer menu by index.
   struct Control {
     Control(int32_t v = 0) : value(v) {}  // NOLINT: a number is a read-only control
-    Control(uint32_t type, int32_t minimum, int32_t maximum, int32_t value,
-            std::vector<int64_t> menu = {})
-        : value(value),
-          type(type),
-          minimum(minimum),
-          maximum(maximum),
-          flags(0),
-          menu(std::move(menu)) {}
+    Control(uint32_t type, int32_t min, int32_t max, int32_t value, std::vector<int64_t> menu = {})
+        : value(value), type(type), minimum(min), maximum(max), flags(0), menu(std::move(menu)) {}
     int32_t value;
     uint32_t type = V4L2_CTRL_TYPE_INTEGER;
     int32_t minimum = 0, maximum = 0;
@@ -235,10 +224,7 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     errno = p != path ? ENOENT : openError;
     return errno ? -1 : kFd;
   }
-  int close(int fd) override {
-    wakeClosed = wakeClosed || fd == kWakeFd;
-    return 0;
-  }
+  int close(int fd) override { return wakeClosed = wakeClosed || fd == kWakeFd, 0; }
   int fstat(int, struct stat*) override { return -1; }  // no sysfs placement
   int makeWakeFd() override {
     std::lock_guard lock(mutex_);
@@ -257,10 +243,7 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     ++mapped;
     return buffers_[i].data();
   }
-  int munmap(void*, size_t) override {
-    --mapped;
-    return 0;
-  }
+  int munmap(void*, size_t) override { return --mapped, 0; }
   int poll(pollfd* fds, nfds_t count, int) override {
     std::unique_lock lock(mutex_);
     // A generous bound, so that a broken stream fails its test, not the run.

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <fstream>
 #include <future>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -38,10 +39,9 @@ TEST(QueueConcurrencyTest, ThreadedQueueKeepsEachPostersOrderAndRunsOneAtATime) 
   for (auto& p : posters) p.join();
   q->runSync([] {});
   EXPECT_FALSE(overlapped);
-  for (auto& s : seen) {
-    ASSERT_EQ(s.size(), static_cast<size_t>(kPerThread));
-    for (int i = 0; i < kPerThread; ++i) ASSERT_EQ(s[i], i);
-  }
+  std::vector<int> inOrder(kPerThread);
+  std::iota(inOrder.begin(), inOrder.end(), 0);
+  EXPECT_EQ(seen, std::vector(kThreads, inOrder));
 }
 
 TEST(QueueConcurrencyTest, ThreadedQueueFiresTimersWhenAManualClockJumps) {
@@ -88,8 +88,7 @@ TEST(UserDefaultsConcurrencyTest, ConcurrentReadersWritersAndSynchronizeKeepEver
   for (int t = 0; t < 4; ++t) EXPECT_EQ(reread.integerForKey("k" + std::to_string(t)), 299);
 }
 
-// Signals taken on two threads at once, while the main queue runs: whatever
-// the interleaving, the notifications come in whole pairs that alternate.
+// Whatever the interleaving, the notifications come in whole pairs that alternate.
 TEST(DeviceConcurrencyTest, LifecycleSignalsFromTwoThreadsKeepWholeAlternatingPairs) {
   test::ManualMain env;
   auto lifecycle = std::make_shared<AppLifecycle>();
@@ -109,25 +108,23 @@ TEST(DeviceConcurrencyTest, LifecycleSignalsFromTwoThreadsKeepWholeAlternatingPa
   env.drain();
   AppLifecycle::setShared(nullptr);
 
-  const LifecycleEvent cycle[] = {
-      LifecycleEvent::willResignActive, LifecycleEvent::didEnterBackground,
-      LifecycleEvent::willEnterForeground, LifecycleEvent::didBecomeActive};
-  ASSERT_FALSE(seen.empty());
-  ASSERT_EQ(seen.size() % 2, 0u);
+  using enum LifecycleEvent;
+  const LifecycleEvent cycle[] = {willResignActive, didEnterBackground, willEnterForeground,
+                                  didBecomeActive};
+  ASSERT_TRUE(!seen.empty() && seen.size() % 2 == 0) << seen.size();
   for (size_t i = 0; i < seen.size(); ++i) ASSERT_EQ(seen[i], cycle[i % 4]) << "at " << i;
-  EXPECT_EQ(lifecycle->applicationState(), seen.back() == LifecycleEvent::didEnterBackground
+  EXPECT_EQ(lifecycle->applicationState(), seen.back() == didEnterBackground
                                                ? ApplicationState::background
                                                : ApplicationState::active);
 }
 
-// The level is read on another thread (the send queue builds status blocks
-// from it) while the main queue looks at the supplies.
+// The send queue reads the level for its status blocks while the main queue looks.
 TEST(DeviceConcurrencyTest, BatteryReadOnAnotherThreadWhileTheMainQueueLooks) {
   test::ManualMain env;
   test::TempDir dir;
+  std::filesystem::create_directories(dir.path() / "BAT0");
+  std::ofstream(dir.path() / "BAT0" / "type") << "Battery\n";
   auto write = [&](const char* status, int capacity) {
-    std::filesystem::create_directories(dir.path() / "BAT0");
-    std::ofstream(dir.path() / "BAT0" / "type") << "Battery\n";
     std::ofstream(dir.path() / "BAT0" / "status") << status << "\n";
     std::ofstream(dir.path() / "BAT0" / "capacity") << capacity << "\n";
   };
@@ -138,10 +135,10 @@ TEST(DeviceConcurrencyTest, BatteryReadOnAnotherThreadWhileTheMainQueueLooks) {
   std::atomic<int> oddReadings{0};
   std::thread reader([&] {
     while (!done) {
-      float level = monitor.batteryLevel();
-      auto state = monitor.batteryState();
-      if (level < 0.1f - 1e-6f || level > 0.3f + 1e-6f) ++oddReadings;
-      if (state != BatteryState::unplugged && state != BatteryState::charging) ++oddReadings;
+      const float level = monitor.batteryLevel();
+      const auto state = monitor.batteryState();
+      oddReadings += level < 0.1f - 1e-6f || level > 0.3f + 1e-6f ||
+                     (state != BatteryState::unplugged && state != BatteryState::charging);
     }
   });
   for (int i = 0; i < 60; ++i) {
@@ -153,8 +150,7 @@ TEST(DeviceConcurrencyTest, BatteryReadOnAnotherThreadWhileTheMainQueueLooks) {
   EXPECT_EQ(oddReadings, 0);
 }
 
-// Start and stop race with no event: the notifier thread ends at once every
-// time, and the status may be read meanwhile on another thread.
+// The notifier thread ends at once every time, while the status is read elsewhere.
 TEST(DeviceConcurrencyTest, NetlinkNotifierStartsAndStopsWhileReadElsewhere) {
   test::ManualMain env;
   NetlinkReachability reachability([] { return std::string("lo"); });

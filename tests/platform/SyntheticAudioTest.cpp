@@ -18,14 +18,11 @@ int16_t sampleOf(const std::vector<uint8_t>& bytes, size_t index) {
 
 struct ToneCase {
   const char* name;
-  unsigned rate;
-  unsigned channels;
+  unsigned rate, channels;
 };
-
 class SyntheticToneTest : public testing::TestWithParam<ToneCase> {};
 
-// Drawn at irregular moments, the blocks keep pace with the clock: after
-// any moment t they hold every frame due by t, and no block ends after t.
+// After any moment t the blocks hold every frame due by t, and no block ends after t.
 TEST_P(SyntheticToneTest, IrregularBlocksAddUpToTheElapsedSamples) {
   const auto& c = GetParam();
   SyntheticTone tone(c.rate, c.channels);
@@ -50,8 +47,7 @@ TEST_P(SyntheticToneTest, IrregularBlocksAddUpToTheElapsedSamples) {
   EXPECT_GT(sizes.size(), 10u) << "block sizes vary";
 }
 
-// The tone runs on across block boundaries: consecutive blocks joined give
-// the same sine as one long run, 440 Hz on the left and 660 Hz on the right.
+// Blocks joined give one sine, 440 Hz on the left and 660 Hz on the right.
 TEST_P(SyntheticToneTest, ToneIsContinuousAcrossBlocks) {
   const auto& c = GetParam();
   SyntheticTone tone(c.rate, c.channels);
@@ -75,8 +71,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, SyntheticToneTest,
                                          ToneCase("Stereo44k1", 44100, 2)),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// The real-time input: blocks in order on a thread of its own until stopped;
-// started again, the tone goes on where it stopped.
+// Blocks in order on a thread of its own until stopped; started again, it goes on from there.
 TEST(SyntheticAudioInputTest, DeliversInRealTimeAndResumesWhereItStopped) {
   SyntheticAudioInput input(16000, 2);
   std::mutex mutex;
@@ -92,10 +87,9 @@ TEST(SyntheticAudioInputTest, DeliversInRealTimeAndResumesWhereItStopped) {
   auto runUntil = [&](uint64_t target) {
     ASSERT_TRUE(input.start(handler));
     EXPECT_TRUE(input.isStarted());
-    {
-      std::unique_lock lock(mutex);
-      ASSERT_TRUE(enough.wait_for(lock, std::chrono::seconds(5), [&] { return frames >= target; }));
-    }
+    std::unique_lock lock(mutex);
+    ASSERT_TRUE(enough.wait_for(lock, std::chrono::seconds(5), [&] { return frames >= target; }));
+    lock.unlock();
     input.stop();
     EXPECT_FALSE(input.isStarted());
   };

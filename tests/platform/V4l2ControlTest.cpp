@@ -99,9 +99,13 @@ TEST_P(V4l2ControlTest, WritesTheControlsInTheirUnitsAutomaticOnesOffFirst) {
 constexpr uint32_t kIso = V4L2_CID_ISO_SENSITIVITY, kIsoAuto = V4L2_CID_ISO_SENSITIVITY_AUTO;
 constexpr uint32_t kPreset = V4L2_CID_AUTO_N_PRESET_WHITE_BALANCE;
 constexpr uint32_t kTemperature = V4L2_CID_WHITE_BALANCE_TEMPERATURE;
-constexpr uint32_t kLed = V4L2_CID_FLASH_LED_MODE;
+constexpr uint32_t kLed = V4L2_CID_FLASH_LED_MODE, kZoom = V4L2_CID_ZOOM_ABSOLUTE;
+constexpr uint32_t kBias = V4L2_CID_AUTO_EXPOSURE_BIAS;
 
+using C = CaptureDevice&;
 using D = const CaptureDevice&;
+constexpr uint32_t kExposureAuto = V4L2_CID_EXPOSURE_AUTO, kTime = V4L2_CID_EXPOSURE_ABSOLUTE;
+constexpr uint32_t kAutoWb = V4L2_CID_AUTO_WHITE_BALANCE, kFocusAuto = V4L2_CID_FOCUS_AUTO;
 INSTANTIATE_TEST_SUITE_P(
     Changes, V4l2ControlTest,
     testing::Values(
@@ -109,43 +113,40 @@ INSTANTIATE_TEST_SUITE_P(
         ControlCase{"CustomExposureEndsAutomaticExposureAndGain",
                     uvcExposure(3, 1),
                     custom(CaptureTime::make(1, 30), 128),
-                    {{V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL},
+                    {{kExposureAuto, V4L2_EXPOSURE_MANUAL},
                      {V4L2_CID_AUTOGAIN, 0},
-                     {V4L2_CID_EXPOSURE_ABSOLUTE, 333},
+                     {kTime, 333},
                      {V4L2_CID_GAIN, 128}}},
         // The present 10 ms stays; ISO 390 is the 400 of the menu, index 2.
         ControlCase{"IsoMenuLeavesItsAutomaticModeFirst",
-                    {{V4L2_CID_EXPOSURE_AUTO, menu({V4L2_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL}, 0)},
-                     {V4L2_CID_EXPOSURE_ABSOLUTE, integer(1, 10000, 100)},
+                    {{kExposureAuto, menu({V4L2_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL}, 0)},
+                     {kTime, integer(1, 10000, 100)},
                      {kIso, integerMenu({100, 200, 400, 800}, 0)},
                      {kIsoAuto, menu({0, 1}, V4L2_ISO_SENSITIVITY_AUTO)}},
                     custom(AVCaptureExposureDurationCurrent, 390),
-                    {{V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL},
+                    {{kExposureAuto, V4L2_EXPOSURE_MANUAL},
                      {kIsoAuto, V4L2_ISO_SENSITIVITY_MANUAL},
-                     {V4L2_CID_EXPOSURE_ABSOLUTE, 100},
+                     {kTime, 100},
                      {kIso, 2}}},
-        ControlCase{
-            "ContinuousExposureTurnsTheAutomaticControlsOn",
-            uvcExposure(1, 0),
-            [](CaptureDevice& d) { return d.setExposureMode(2); },
-            {{V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_APERTURE_PRIORITY}, {V4L2_CID_AUTOGAIN, 1}}},
+        ControlCase{"ContinuousExposureTurnsTheAutomaticControlsOn",
+                    uvcExposure(1, 0),
+                    [](C d) { return d.setExposureMode(2); },
+                    {{kExposureAuto, V4L2_EXPOSURE_APERTURE_PRIORITY}, {V4L2_CID_AUTOGAIN, 1}}},
         // An older driver has only the automatic gain; locking holds the values in use.
-        ControlCase{
-            "LockedExposureOnAnAutogainDriverHoldsTheValuesInUse",
-            {{V4L2_CID_AUTOGAIN, boolean(1)},
-             {V4L2_CID_EXPOSURE_ABSOLUTE, integer(1, 1000, 120)},
-             {V4L2_CID_GAIN, integer(0, 100, 30)}},
-            [](CaptureDevice& d) { return d.setExposureMode(0); },
-            {{V4L2_CID_AUTOGAIN, 0}, {V4L2_CID_EXPOSURE_ABSOLUTE, 120}, {V4L2_CID_GAIN, 30}}},
+        ControlCase{"LockedExposureOnAnAutogainDriverHoldsTheValuesInUse",
+                    {{V4L2_CID_AUTOGAIN, boolean(1)},
+                     {kTime, integer(1, 1000, 120)},
+                     {V4L2_CID_GAIN, integer(0, 100, 30)}},
+                    [](C d) { return d.setExposureMode(0); },
+                    {{V4L2_CID_AUTOGAIN, 0}, {kTime, 120}, {V4L2_CID_GAIN, 30}}},
         ControlCase{"BiasInThousandthsOfAnEv",
-                    {{V4L2_CID_AUTO_EXPOSURE_BIAS, integer(-4000, 4000)}},
-                    [](CaptureDevice& d) { return d.setExposureTargetBias(-0.7f); },
-                    {{V4L2_CID_AUTO_EXPOSURE_BIAS, -700}}},
-        ControlCase{
-            "TemperatureAfterAutomaticWhiteBalanceEnds",
-            {{V4L2_CID_AUTO_WHITE_BALANCE, boolean(1)}, {kTemperature, integer(2000, 6500, 4000)}},
-            kelvin(3000),
-            {{V4L2_CID_AUTO_WHITE_BALANCE, 0}, {kTemperature, 3000}}},
+                    {{kBias, integer(-4000, 4000)}},
+                    [](C d) { return d.setExposureTargetBias(-0.7f); },
+                    {{kBias, -700}}},
+        ControlCase{"TemperatureAfterAutomaticWhiteBalanceEnds",
+                    {{kAutoWb, boolean(1)}, {kTemperature, integer(2000, 6500, 4000)}},
+                    kelvin(3000),
+                    {{kAutoWb, 0}, {kTemperature, 3000}}},
         ControlCase{"TemperatureAfterTheNewerPresetMenuGoesManual",
                     {{kPreset, menu({0, 1, 2, 6}, V4L2_WHITE_BALANCE_AUTO)},
                      {kTemperature, integer(2000, 6500, 4000)}},
@@ -153,75 +154,70 @@ INSTANTIATE_TEST_SUITE_P(
                     {{kPreset, V4L2_WHITE_BALANCE_MANUAL}, {kTemperature, 5000}}},
         ControlCase{"ThePresetMenuTurnsAutomaticWhiteBalanceOn",
                     {{kPreset, menu({0, 1, 2, 6}, V4L2_WHITE_BALANCE_MANUAL)}},
-                    [](CaptureDevice& d) { return d.setWhiteBalanceMode(2); },
+                    [](C d) { return d.setWhiteBalanceMode(2); },
                     {{kPreset, V4L2_WHITE_BALANCE_AUTO}}},
-        ControlCase{
-            "OneTimeWhiteBalanceIsTheButtonWithAutomaticOff",
-            {{V4L2_CID_AUTO_WHITE_BALANCE, boolean(1)}, {V4L2_CID_DO_WHITE_BALANCE, button()}},
-            [](CaptureDevice& d) { return d.setWhiteBalanceMode(1); },
-            {{V4L2_CID_AUTO_WHITE_BALANCE, 0}, {V4L2_CID_DO_WHITE_BALANCE, 1}}},
+        ControlCase{"OneTimeWhiteBalanceIsTheButtonWithAutomaticOff",
+                    {{kAutoWb, boolean(1)}, {V4L2_CID_DO_WHITE_BALANCE, button()}},
+                    [](C d) { return d.setWhiteBalanceMode(1); },
+                    {{kAutoWb, 0}, {V4L2_CID_DO_WHITE_BALANCE, 1}}},
         // Lens 0.4 of 0..250.
-        ControlCase{"LensPositionEndsAutomaticFocusAndAnyScanFirst",
-                    {{V4L2_CID_FOCUS_AUTO, boolean(1)},
-                     {V4L2_CID_AUTO_FOCUS_STOP, button()},
-                     {V4L2_CID_FOCUS_ABSOLUTE, integer(0, 250, 50)}},
-                    [](CaptureDevice& d) { return d.setFocusModeLockedWithLensPosition(0.4f); },
-                    {{V4L2_CID_FOCUS_AUTO, 0},
-                     {V4L2_CID_AUTO_FOCUS_STOP, 1},
-                     {V4L2_CID_FOCUS_ABSOLUTE, 100}}},
+        ControlCase{
+            "LensPositionEndsAutomaticFocusAndAnyScanFirst",
+            {{kFocusAuto, boolean(1)},
+             {V4L2_CID_AUTO_FOCUS_STOP, button()},
+             {V4L2_CID_FOCUS_ABSOLUTE, integer(0, 250, 50)}},
+            [](C d) { return d.setFocusModeLockedWithLensPosition(0.4f); },
+            {{kFocusAuto, 0}, {V4L2_CID_AUTO_FOCUS_STOP, 1}, {V4L2_CID_FOCUS_ABSOLUTE, 100}}},
         ControlCase{"OneTimeFocusStartsAScanAfterContinuousEnds",
-                    {{V4L2_CID_FOCUS_AUTO, boolean(1)}, {V4L2_CID_AUTO_FOCUS_START, button()}},
-                    [](CaptureDevice& d) { return d.setFocusMode(1); },
-                    {{V4L2_CID_FOCUS_AUTO, 0}, {V4L2_CID_AUTO_FOCUS_START, 1}}},
+                    {{kFocusAuto, boolean(1)}, {V4L2_CID_AUTO_FOCUS_START, button()}},
+                    [](C d) { return d.setFocusMode(1); },
+                    {{kFocusAuto, 0}, {V4L2_CID_AUTO_FOCUS_START, 1}}},
         ControlCase{"ContinuousFocus",
-                    {{V4L2_CID_FOCUS_AUTO, boolean(0)}},
-                    [](CaptureDevice& d) { return d.setFocusMode(2); },
-                    {{V4L2_CID_FOCUS_AUTO, 1}}},
+                    {{kFocusAuto, boolean(0)}},
+                    [](C d) { return d.setFocusMode(2); },
+                    {{kFocusAuto, 1}}},
         // 100..500 zooms 1x to 5x: 2.5x is 250.
         ControlCase{"ZoomFactorAlongTheControlsRange",
-                    {{V4L2_CID_ZOOM_ABSOLUTE, integer(100, 500, 100)}},
-                    [](CaptureDevice& d) { return d.setVideoZoomFactor(2.5); },
-                    {{V4L2_CID_ZOOM_ABSOLUTE, 250}}},
+                    {{kZoom, integer(100, 500, 100)}},
+                    [](C d) { return d.setVideoZoomFactor(2.5); },
+                    {{kZoom, 250}}},
         ControlCase{"TorchLevelThenTheLedsTorchMode",
                     {{kLed, menu({0, 1, 2}, V4L2_FLASH_LED_MODE_NONE)},
                      {V4L2_CID_FLASH_TORCH_INTENSITY, integer(0, 100)}},
-                    [](CaptureDevice& d) { return d.setTorchModeOnWithLevel(0.6f); },
+                    [](C d) { return d.setTorchModeOnWithLevel(0.6f); },
                     {{V4L2_CID_FLASH_TORCH_INTENSITY, 60}, {kLed, V4L2_FLASH_LED_MODE_TORCH}}},
         ControlCase{"TorchOffIsTheLedsNone",
                     {{kLed, menu({0, 1, 2}, V4L2_FLASH_LED_MODE_TORCH)}},
-                    [](CaptureDevice& d) { return d.setTorchMode(AVCaptureTorchModeOff); },
+                    [](C d) { return d.setTorchMode(AVCaptureTorchModeOff); },
                     {{kLed, V4L2_FLASH_LED_MODE_NONE}}},
         ControlCase{"APlainIlluminatorIsAnOnOffTorch",
                     {{V4L2_CID_ILLUMINATORS_1, boolean(0)}},
-                    [](CaptureDevice& d) { return d.setTorchModeOnWithLevel(1.0f); },
+                    [](C d) { return d.setTorchModeOnWithLevel(1.0f); },
                     {{V4L2_CID_ILLUMINATORS_1, 1}}},
         // Refused where a control is missing: focus without a position or a scan start.
-        ControlCase{"FocusWithoutPositionOrScanStart",
-                    {{V4L2_CID_FOCUS_AUTO, boolean(1)}},
-                    [](CaptureDevice& d) {
-                      return d.setFocusModeLockedWithLensPosition(0.5f) || d.setFocusMode(1);
-                    },
-                    {},
-                    [](D d) {
-                      return d.isLockingFocusWithCustomLensPositionSupported() ||
-                             d.isFocusModeSupported(1);
-                    }},
+        ControlCase{
+            "FocusWithoutPositionOrScanStart",
+            {{kFocusAuto, boolean(1)}},
+            [](C d) { return d.setFocusModeLockedWithLensPosition(0.5f) || d.setFocusMode(1); },
+            {},
+            [](D d) {
+              return d.isLockingFocusWithCustomLensPositionSupported() || d.isFocusModeSupported(1);
+            }},
         ControlCase{
             "CustomExposureWithoutAManualMode",
-            {{V4L2_CID_EXPOSURE_AUTO, menu({V4L2_EXPOSURE_AUTO}, 0)},
-             {V4L2_CID_EXPOSURE_ABSOLUTE, integer(3, 2047, 250)}},
+            {{kExposureAuto, menu({V4L2_EXPOSURE_AUTO}, 0)}, {kTime, integer(3, 2047, 250)}},
             custom(CaptureTime::make(1, 30), AVCaptureISOCurrent),
             {},
             [](D d) { return d.isExposureModeSupported(3) || d.isExposureModeSupported(0); }},
-        ControlCase{"IsoOnAReadOnlyGain",
-                    {{V4L2_CID_EXPOSURE_ABSOLUTE, integer(3, 2047, 250)},
-                     {V4L2_CID_GAIN, readOnly(integer(0, 255, 64))}},
-                    custom(AVCaptureExposureDurationCurrent, 100),
-                    {},
-                    [](D d) { return d.activeFormat()->maxISO > 0; }},
+        ControlCase{
+            "IsoOnAReadOnlyGain",
+            {{kTime, integer(3, 2047, 250)}, {V4L2_CID_GAIN, readOnly(integer(0, 255, 64))}},
+            custom(AVCaptureExposureDurationCurrent, 100),
+            {},
+            [](D d) { return d.activeFormat()->maxISO > 0; }},
         ControlCase{"WhiteBalanceWithoutTemperatureOrButton",
-                    {{V4L2_CID_AUTO_WHITE_BALANCE, boolean(1)}},
-                    [](CaptureDevice& d) { return kelvin(4000)(d) || d.setWhiteBalanceMode(1); },
+                    {{kAutoWb, boolean(1)}},
+                    [](C d) { return kelvin(4000)(d) || d.setWhiteBalanceMode(1); },
                     {},
                     [](D d) {
                       return d.isLockingWhiteBalanceWithCustomDeviceGainsSupported() ||
@@ -235,7 +231,7 @@ INSTANTIATE_TEST_SUITE_P(
                     [](D d) { return d.isLockingWhiteBalanceWithCustomDeviceGainsSupported(); }},
         ControlCase{"TorchOnAnLedThatOnlyFlashes",
                     {{kLed, menu({0, 1}, 0)}},
-                    [](CaptureDevice& d) { return d.setTorchModeOnWithLevel(1.0f); },
+                    [](C d) { return d.setTorchModeOnWithLevel(1.0f); },
                     {},
                     [](D d) { return d.hasTorch(); }}),
     [](const auto& info) { return std::string(info.param.name); });
@@ -252,9 +248,8 @@ TEST(V4l2SettlingTest, OneTimeFocusLocksWhenTheScanIsNoLongerBusy) {
   EXPECT_EQ(device->focusMode(), AVCaptureFocusModeLocked);
 }
 
-// The virtual camera's one-time modes settle on the clock: exposure and white
-// balance after the metering time, focus after its scan; setting a mode again
-// starts again, and the continuous modes stay.
+// Exposure and white balance after the metering time, focus after its scan; a mode set again
+// starts again.
 TEST(VirtualSettlingTest, OneTimeModesSettleIntoLockedOnTheClock) {
   test::ManualMain main;
   auto device = makeVirtualCamera(defaultVirtualCameras().front());

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -34,6 +35,12 @@ inline CameraFramePtr nv12Frame(int width, int height, ColourMatrix matrix, Colo
       frame->row(1, y)[2 * x + 1] = v.cr;
     }
   return frame;
+}
+
+// Each of the three colours within `within` of the wanted one.
+inline bool near(const Bgra& seen, const Bgra& want, int within = 3) {
+  return std::abs(seen.r - want.r) <= within && std::abs(seen.g - want.g) <= within &&
+         std::abs(seen.b - want.b) <= within;
 }
 
 inline constexpr Bgra kRed{0, 0, 255, 255}, kGreen{0, 255, 0, 255}, kBlue{255, 0, 0, 255},

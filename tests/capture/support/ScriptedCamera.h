@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -33,28 +34,24 @@ class ScriptedDriver final : public CaptureDeviceDriver {
   }
   // False when the camera is not streaming.
   bool deliver(const CameraFramePtr& frame) {
-    std::shared_ptr<CameraFrameSink> sink;
-    {
-      std::lock_guard lock(mutex_);
-      sink = sink_.lock();
-    }
+    auto sink = currentSink(false);
     if (sink) sink->cameraDidOutputFrame(frame);
     return sink != nullptr;
   }
-  // Ends the stream by itself, as a camera that vanished does. False when the
-  // camera is not streaming.
+  // Ends the stream by itself, as a camera that vanished does. False when not streaming.
   bool endStream(const CameraError& error) {
-    std::shared_ptr<CameraFrameSink> sink;
-    {
-      std::lock_guard lock(mutex_);
-      sink = sink_.lock();
-      sink_.reset();
-    }
+    auto sink = currentSink(true);
     if (sink) sink->cameraStreamDidEnd(error);
     return sink != nullptr;
   }
 
  private:
+  std::shared_ptr<CameraFrameSink> currentSink(bool andEnd) {
+    std::lock_guard lock(mutex_);
+    auto sink = sink_.lock();
+    if (andEnd) sink_.reset();
+    return sink;
+  }
   std::mutex mutex_;
   std::weak_ptr<CameraFrameSink> sink_;
 };
@@ -66,23 +63,20 @@ struct ScriptedFormat {
   const char* subtype = kPixelFormat420FullRange;
 };
 
-// One camera on a scripted driver, its formats 1 to maxRate frames per second.
-inline std::shared_ptr<CaptureDevice> scriptedCamera(const std::string& id, const std::string& type,
-                                                     AVCaptureDevicePosition position,
+// One wide-angle camera on a scripted driver, its formats 1 to maxRate frames per second.
+inline std::shared_ptr<CaptureDevice> scriptedCamera(AVCaptureDevicePosition position,
                                                      CameraMounting mounting,
                                                      const std::vector<ScriptedFormat>& formats,
                                                      ScriptedDriver** driverOut = nullptr) {
   CaptureDeviceDescription d;
-  d.uniqueID = d.localizedName = id;
-  d.deviceType = type;
+  d.uniqueID = d.localizedName = d.location = "scripted";
+  d.deviceType = AVCaptureDeviceTypeBuiltInWideAngleCamera;
   d.position = position;
-  d.location = "scripted";
   d.mounting = mounting;
   for (const auto& f : formats) {
     CaptureDeviceFormat format;
-    format.mediaSubType = f.subtype;
-    format.width = f.width;
-    format.height = f.height;
+    std::tie(format.mediaSubType, format.width, format.height) =
+        std::tuple(f.subtype, f.width, f.height);
     format.videoSupportedFrameRateRanges = {AVFrameRateRange::fromRates(1, f.maxRate)};
     d.formats.push_back(format);
   }
@@ -90,6 +84,15 @@ inline std::shared_ptr<CaptureDevice> scriptedCamera(const std::string& id, cons
   auto driver = std::make_unique<ScriptedDriver>();
   if (driverOut) *driverOut = driver.get();
   return std::make_shared<CaptureDevice>(std::move(d), std::move(driver));
+}
+
+// The same camera as the only one of a camera set.
+inline std::shared_ptr<CameraSystem> scriptedCameras(AVCaptureDevicePosition position,
+                                                     CameraMounting mounting,
+                                                     const std::vector<ScriptedFormat>& formats,
+                                                     ScriptedDriver** driverOut = nullptr) {
+  return std::make_shared<CameraSystem>(
+      "scripted", std::vector{scriptedCamera(position, mounting, formats, driverOut)});
 }
 
 inline constexpr CameraMounting kPhoneBack{CameraFacing::back, 270};
