@@ -49,6 +49,37 @@ void HostList::removeUdpEntries() {
   std::erase_if(hosts_, [](const HostRecord& h) { return h.udp; });
 }
 
+std::vector<HostList::Remembered> HostList::history() {
+  auto defaults = UserDefaults::standard();
+  const auto list = defaults ? defaults->objectForKey(keys::hostHistory) : UserDefaults::Json();
+  std::vector<Remembered> hosts;
+  if (!list.is_array()) return hosts;
+  for (const auto& entry : list) {
+    if (!entry.is_object()) {
+      defaults->removeObjectForKey(keys::hostHistory);
+      defaults->synchronize();
+      return {};
+    }
+    auto text = [&](const char* key) {
+      auto it = entry.find(key);
+      return it != entry.end() && it->is_string() ? it->get<std::string>() : std::string();
+    };
+    auto port = entry.find("port");
+    hosts.push_back({text("name"), text("ip"),
+                     port != entry.end() && port->is_number() ? port->get<long long>() : 0});
+  }
+  return hosts;
+}
+
+void HostList::forgetHistory() {
+  auto defaults = UserDefaults::standard();
+  if (!defaults) return;
+  defaults->removeObjectForKey(keys::hostHistory);
+  defaults->removeObjectForKey(keys::lastHostName);
+  defaults->removeObjectForKey(keys::lastHostPort);
+  defaults->synchronize();
+}
+
 void HostList::remember(const std::string& name, const std::string& ip, long long port) {
   auto defaults = UserDefaults::standard();
   defaults->setString(keys::lastHostName, name);

@@ -37,6 +37,19 @@ class HostList {
   // Stores the host as the last host and puts it at the top of the history.
   static void remember(const std::string& name, const std::string& ip, long long port);
 
+  // A host of the history in the settings.
+  struct Remembered {
+    std::string name, ip;
+    long long port = 0;
+  };
+  // The history, newest first. Empty when there is none or it is not a
+  // list; a list holding anything but records is removed as broken, and
+  // gives none either. Fields that are missing read as empty and 0.
+  static std::vector<Remembered> history();
+  // Forgets the history and the last host's name and port; its address
+  // stays, for the manual connection to start from.
+  static void forgetHistory();
+
  private:
   std::vector<HostRecord> hosts_;
 };

@@ -2,6 +2,7 @@
 
 #include <QRegularExpression>
 
+#include "discovery/HostList.h"
 #include "discovery/MainViewController.h"
 #include "live/OXHelper.h"
 #include "platform/defaults/SettingsKeys.h"
@@ -29,17 +30,6 @@ std::pair<QString, QString> splitKey(const std::string& text) {
   const auto match = key.match(all);
   if (!match.hasMatch()) return {all, QString()};
   return {match.captured(1), match.captured(2)};
-}
-
-// A history entry's field as text; what is no string reads as empty.
-std::string field(const UserDefaults::Json& entry, const char* key) {
-  auto it = entry.find(key);
-  return it != entry.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
-
-long long portOf(const UserDefaults::Json& entry) {
-  auto it = entry.find("port");
-  return it != entry.end() && it->is_number() ? it->get<long long>() : 0;
 }
 
 }  // namespace
@@ -202,23 +192,13 @@ void QtMainScreen::openLiveScreen() {
 
 void QtMainScreen::addLongPressed() {
   OXHelper::heavyVibrate(haptics_.get());
-  auto defaults = UserDefaults::standard();
-  const auto history = defaults ? defaults->objectForKey(keys::hostHistory) : UserDefaults::Json();
-  if (!history.is_array() || history.empty()) return add();
-  QStringList titles;
-  std::vector<std::pair<std::string, long long>> hosts;
-  for (const auto& entry : history) {
-    if (!entry.is_object()) {
-      defaults->removeObjectForKey(keys::hostHistory);
-      defaults->synchronize();
-      return add();
-    }
-    hosts.emplace_back(field(entry, "ip"), portOf(entry));
-    titles << QStringLiteral("%1 (%2)").arg(QString::fromStdString(field(entry, "name")),
-                                            QString::fromStdString(hosts.back().first));
-  }
+  auto hosts = HostList::history();
+  if (hosts.empty()) return add();
+  historyChoices_.clear();
+  for (const auto& host : hosts)
+    historyChoices_ << QStringLiteral("%1 (%2)").arg(QString::fromStdString(host.name),
+                                                     QString::fromStdString(host.ip));
   historyHosts_ = std::move(hosts);
-  historyChoices_ = std::move(titles);
   emit changed();
 }
 
@@ -230,22 +210,17 @@ void QtMainScreen::closeHistory() {
 
 void QtMainScreen::chooseHistoryAt(int index) {
   if (historyHosts_.empty()) return;
-  std::optional<std::pair<std::string, long long>> chosen;
+  std::optional<HostList::Remembered> chosen;
   if (index >= 0 && size_t(index) < historyHosts_.size()) chosen = historyHosts_[size_t(index)];
   closeHistory();
   auto flow = this->flow();
-  if (chosen && flow) flow->connectViaIPAndPort(chosen->first, chosen->second);
+  if (chosen && flow) flow->connectViaIPAndPort(chosen->ip, chosen->port);
 }
 
 void QtMainScreen::clearHistory() {
   if (historyHosts_.empty()) return;
   closeHistory();
-  if (auto defaults = UserDefaults::standard()) {
-    defaults->removeObjectForKey(keys::hostHistory);
-    defaults->removeObjectForKey(keys::lastHostName);
-    defaults->removeObjectForKey(keys::lastHostPort);
-    defaults->synchronize();
-  }
+  HostList::forgetHistory();
   auto flow = this->flow();
   if (flow && !flow->hostDiscovering()) flow->discover();
 }

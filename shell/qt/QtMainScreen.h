@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "discovery/HostList.h"
 #include "discovery/MainScreen.h"
 #include "platform/dispatch/Queue.h"
 
@@ -138,7 +139,7 @@ class QtMainScreen final : public QObject,
   QStringList hostChoices_;
   std::function<void(std::optional<size_t>)> choice_;
   QStringList historyChoices_;
-  std::vector<std::pair<std::string, long long>> historyHosts_;  // address, port
+  std::vector<HostList::Remembered> historyHosts_;
   bool showing_ = true;
   bool covered_ = false;
   bool dismissing_ = false;

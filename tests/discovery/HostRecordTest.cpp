@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include "discovery/HostList.h"
 #include "discovery/HostRecord.h"
+#include "platform/defaults/SettingsKeys.h"
+#include "platform/defaults/UserDefaults.h"
+#include "tests/support/TestSupport.h"
 
 namespace oxelo {
 namespace {
@@ -48,6 +52,32 @@ TEST(HostHistoryTest, NewOrKnownHostGoesOnTopTenAtMostAndAnythingElseStartsAnew)
     EXPECT_EQ(updatedHostHistory(stored, "N", "10.0.0.9", 5895),
               Json::array({entry("N", "10.0.0.9", 5895)}))
         << stored;
+}
+
+// What the history sheet reads back: newest first, with the port; a list
+// holding anything but records is dropped from the store; forgetting keeps
+// the last address only.
+TEST(HostHistoryTest, ReadBackNewestFirstABrokenListIsDroppedForgettingKeepsTheAddress) {
+  test::TempDir dir;
+  auto defaults = std::make_shared<UserDefaults>(dir.path());
+  UserDefaults::setStandard(defaults);
+  HostList::remember("desk", "10.0.0.6", 5895);
+  HostList::remember("studio", "10.0.0.5", 5897);
+  const auto hosts = HostList::history();
+  ASSERT_EQ(hosts.size(), 2u);
+  EXPECT_EQ(std::tie(hosts[0].name, hosts[0].ip, hosts[0].port),
+            std::make_tuple(std::string("studio"), std::string("10.0.0.5"), 5897LL));
+  EXPECT_EQ(hosts[1].name, "desk");
+
+  HostList::forgetHistory();
+  EXPECT_TRUE(HostList::history().empty());
+  EXPECT_TRUE(defaults->objectForKey(keys::lastHostName).is_null());
+  EXPECT_EQ(defaults->stringForKey(keys::lastHostIP), "10.0.0.5");
+
+  defaults->setObject(keys::hostHistory, Json::array({entry("A", "10.0.0.1", 5895), 7}));
+  EXPECT_TRUE(HostList::history().empty());
+  EXPECT_TRUE(defaults->objectForKey(keys::hostHistory).is_null());
+  UserDefaults::setStandard(nullptr);
 }
 
 }  // namespace
