@@ -33,14 +33,11 @@
 
 using namespace oxelo;
 using oxelo::bench::median;
+using oxelo::bench::millisecondsSince;
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-double millisecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
 
 // Skin-coloured with fine texture, and a few hard edges.
 std::shared_ptr<PixelBuffer> picture(int width, int height) {

@@ -39,14 +39,11 @@ extern "C" {
 
 using namespace oxelo;
 using oxelo::bench::median;
+using oxelo::bench::millisecondsSince;
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-double millisecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
 
 std::shared_ptr<PixelBuffer> picture(int width, int height) {
   auto buffer = PixelBuffer::create(width, height);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <vector>
 
 namespace oxelo::bench {
@@ -13,5 +14,12 @@ double median(std::vector<double> samples);
 // per cent of the samples do not exceed (p99 of 300 samples is the 297th).
 double percentile(std::vector<double> samples, double percent);
 double mean(const std::vector<double>& samples);
+
+// Milliseconds on the steady clock from `start` until now, for timing one
+// step of a benchmark.
+inline double millisecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+      .count();
+}
 
 }  // namespace oxelo::bench
