@@ -15,8 +15,9 @@ namespace oxelo {
 // through libswscale:
 //   BGRA                          one step, with the matrix asked for;
 //   NV12/I420 in that matrix      the layout by libswscale, the range by
-//                                 a table, as libswscale changes no range
-//                                 between YCbCr formats;
+//                                 a pass of our own over the samples, as
+//                                 libswscale changes no range between
+//                                 YCbCr formats;
 //   NV12/I420 in another matrix   two steps through BGRA, as libswscale
 //                                 changes no matrix between YCbCr formats.
 // A picture that already is in the layout, range and matrix asked for needs

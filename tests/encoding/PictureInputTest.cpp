@@ -5,7 +5,12 @@
 #include <array>
 #include <cmath>
 
+extern "C" {
+#include <libavutil/frame.h>
+}
+
 #include "encoding/LibavVideoCodecSession.h"
+#include "encoding/PictureConverter.h"
 #include "tests/encoding/EncodingTestSupport.h"
 
 namespace oxelo {
@@ -129,6 +134,43 @@ INSTANTIATE_TEST_SUITE_P(
         InputCase{"I420Bt601UnderBt709Tags", F::i420, false, M::bt601, YCbCrMatrix::bt709},
         InputCase{"I420FullRangeBt709UnderBt601Tags", F::i420, true, M::bt709, YCbCrMatrix::bt601}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// The range pass, sample by sample: every full-range value of each plane comes
+// down to the nearest limited-range level, in whole groups of eight and in a
+// row's remainder (250 samples a row), I420 from NV12 included.
+TEST(PictureConverterTest, FullRangeSamplesComeDownToTheNearestLimitedLevel) {
+  constexpr int kRow = 250, kRows = 4;
+  auto value = [](int x, int y) { return static_cast<uint8_t>((x + y * kRow) % 256); };
+  for (const auto out : {AV_PIX_FMT_NV12, AV_PIX_FMT_YUV420P}) {
+    auto picture = PixelBuffer::createYuv(PixelFormat::nv12, kRow, kRows, YuvMatrix::bt709, true);
+    for (int p = 0; p < 2; ++p)
+      for (int y = 0; y < (p == 0 ? kRows : kRows / 2); ++y)
+        for (int x = 0; x < kRow; ++x)
+          picture->plane(p)[static_cast<size_t>(y) * picture->planeStride(p) + x] = value(x, y);
+    PictureConverter converter(kRow, kRows, out, YCbCrMatrix::bt709);
+    AVFrame* frame = av_frame_alloc();
+    frame->width = kRow;
+    frame->height = kRows;
+    frame->format = out;
+    ASSERT_EQ(av_frame_get_buffer(frame, 0), 0);
+    ASSERT_TRUE(converter.convert(*picture, frame));
+    for (int y = 0; y < kRows; ++y)
+      for (int x = 0; x < kRow; ++x)
+        ASSERT_EQ(frame->data[0][y * frame->linesize[0] + x],
+                  std::lround(16 + value(x, y) * 219 / 255.0))
+            << x << "," << y;
+    for (int y = 0; y < kRows / 2; ++y) {
+      for (int x = 0; x < kRow; ++x) {
+        const long want = 128 + std::lround((value(x, y) - 128) * 224 / 255.0);
+        const uint8_t seen = out == AV_PIX_FMT_NV12
+                                 ? frame->data[1][y * frame->linesize[1] + x]
+                                 : frame->data[1 + x % 2][y * frame->linesize[1 + x % 2] + x / 2];
+        ASSERT_EQ(seen, want) << x << "," << y << (out == AV_PIX_FMT_NV12 ? " nv12" : " i420");
+      }
+    }
+    av_frame_free(&frame);
+  }
+}
 
 }  // namespace
 }  // namespace oxelo
