@@ -301,6 +301,28 @@ void OXLiveSession::setBeautyMethod(int64_t beautyMethod) {
   beautyMethodNotice_.set(this->beautyMethod());
 }
 
+double OXLiveSession::beautyLevel() const {
+  auto video = currentVideoCapture();
+  return video ? video->beautyLevel() : 0.0;
+}
+
+void OXLiveSession::setBeautyLevel(double level) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (auto video = videoCapture()) video->setBeautyLevel(level);
+  beautyLevelNotice_.set(beautyLevel());
+}
+
+double OXLiveSession::brightLevel() const {
+  auto video = currentVideoCapture();
+  return video ? video->brightLevel() : 0.0;
+}
+
+void OXLiveSession::setBrightLevel(double level) {
+  OX_ASSERT_ON_MAIN_QUEUE();
+  if (auto video = videoCapture()) video->setBrightLevel(level);
+  brightLevelNotice_.set(brightLevel());
+}
+
 bool OXLiveSession::autoRotate() const {
   auto video = currentVideoCapture();
   return video && video->autoRotate();

@@ -158,6 +158,13 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   void setBeautyFace(bool beautyFace);
   int64_t beautyMethod() const;
   void setBeautyMethod(int64_t beautyMethod);
+  // The beauty filter's strength and brightness, 0 to 1 (0.5 each at
+  // first); a filter made later by a rebuild of the chain starts at its
+  // own defaults again.
+  double beautyLevel() const;
+  void setBeautyLevel(double level);
+  double brightLevel() const;
+  void setBrightLevel(double level);
   bool autoRotate() const;
   void setAutoRotate(bool autoRotate);
   // The live view, told of camera switches and failures.
@@ -171,6 +178,8 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   Observable<bool>& mirrorProperty() { return mirrorNotice_; }
   Observable<bool>& beautyFaceProperty() { return beautyFaceNotice_; }
   Observable<int64_t>& beautyMethodProperty() { return beautyMethodNotice_; }
+  Observable<double>& beautyLevelProperty() { return beautyLevelNotice_; }
+  Observable<double>& brightLevelProperty() { return brightLevelNotice_; }
   Observable<bool>& autoRotateProperty() { return autoRotateNotice_; }
   // Torch level 0 to 5; above 5 is refused by the camera.
   int64_t torch() const;
@@ -301,6 +310,8 @@ class OXLiveSession final : public LFAudioCaptureDelegate,
   Observable<bool> mirrorNotice_{false};
   Observable<bool> beautyFaceNotice_{false};
   Observable<int64_t> beautyMethodNotice_{0};
+  Observable<double> beautyLevelNotice_{0.0};
+  Observable<double> brightLevelNotice_{0.0};
   Observable<bool> autoRotateNotice_{false};
   Observable<int64_t> torchNotice_{0};
   Observable<double> zoomNotice_{1.0};

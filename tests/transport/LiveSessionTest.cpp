@@ -364,5 +364,28 @@ TEST_F(LiveSessionCameraTest, MirrorCommandReachesTheCaptureAndTheStatusBlock) {
   EXPECT_EQ(seen, (std::vector<bool>{false, true}));
 }
 
+// The levels reach the one-pass filter standing in the chain, notified with
+// the capture's value.
+TEST_F(LiveSessionCameraTest, BeautyLevelsReachTheFilterInTheChain) {
+  makeSession(kCaptureMaskVideo);
+  auto capture = session_->videoCapture();
+  session_->setRunning(true);
+  session_->setBeautyMethod(2);
+  session_->setBeautyFace(true);
+  ASSERT_TRUE(capture->beautyFilter());
+  std::vector<double> seen;
+  auto watchBeauty =
+      session_->beautyLevelProperty().observe([&](double, double now) { seen.push_back(now); });
+  auto watchBright =
+      session_->brightLevelProperty().observe([&](double, double now) { seen.push_back(now); });
+  session_->setBeautyLevel(0.9);
+  session_->setBrightLevel(0.2);
+  EXPECT_EQ(
+      std::pair(capture->beautyFilter()->beautyLevel(), capture->beautyFilter()->brightLevel()),
+      std::pair(0.9, 0.2));
+  EXPECT_EQ(std::pair(session_->beautyLevel(), session_->brightLevel()), std::pair(0.9, 0.2));
+  EXPECT_EQ(seen, (std::vector<double>{0.9, 0.2}));
+}
+
 }  // namespace
 }  // namespace oxelo
