@@ -41,7 +41,7 @@ struct CaptureDeviceFormat {
   double videoMaxZoomFactor = 1.0;
   bool videoHDRSupported = false;
   // What the backend takes from the hardware for this format and converts to
-  // NV12 at capture: "NV12", "YUYV" or "MJPG" under V4L2; empty for the
+  // NV12 at capture: "NV12", "NM12" (two planes), "YUYV" or "MJPG" under V4L2; empty for the
   // virtual cameras, which draw NV12 themselves.
   std::string nativePixelFormat;
 

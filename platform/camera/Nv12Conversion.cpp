@@ -5,22 +5,29 @@
 
 namespace oxelo {
 
-bool copyNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame) {
+bool copyNv12Planes(const PlaneBytes& luma, const PlaneBytes& chroma, CameraFrame& frame) {
   const int32_t w = frame.width(), h = frame.height();
   const int32_t chromaBytes = frame.chromaWidth() * 2;
-  if (bytesPerLine < std::max(w, chromaBytes)) return false;
-  const size_t lumaSize = static_cast<size_t>(bytesPerLine) * h;
-  const size_t needed = lumaSize + static_cast<size_t>(bytesPerLine) * (frame.chromaHeight() - 1) +
-                        static_cast<size_t>(chromaBytes);
-  if (size < needed) return false;
+  auto covers = [](const PlaneBytes& plane, int32_t rowBytes, int32_t rows) {
+    return plane.bytesPerLine >= rowBytes &&
+           plane.size >=
+               static_cast<size_t>(plane.bytesPerLine) * (rows - 1) + static_cast<size_t>(rowBytes);
+  };
+  if (!covers(luma, w, h) || !covers(chroma, chromaBytes, frame.chromaHeight())) return false;
   for (int32_t y = 0; y < h; ++y)
-    std::memcpy(frame.row(0, y), data + static_cast<size_t>(y) * bytesPerLine,
+    std::memcpy(frame.row(0, y), luma.data + static_cast<size_t>(y) * luma.bytesPerLine,
                 static_cast<size_t>(w));
-  const uint8_t* chroma = data + lumaSize;
   for (int32_t y = 0; y < frame.chromaHeight(); ++y)
-    std::memcpy(frame.row(1, y), chroma + static_cast<size_t>(y) * bytesPerLine,
+    std::memcpy(frame.row(1, y), chroma.data + static_cast<size_t>(y) * chroma.bytesPerLine,
                 static_cast<size_t>(chromaBytes));
   return true;
+}
+
+bool copyNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame) {
+  const size_t lumaSize = static_cast<size_t>(bytesPerLine) * frame.height();
+  if (size < lumaSize) return false;
+  return copyNv12Planes({data, lumaSize, bytesPerLine},
+                        {data + lumaSize, size - lumaSize, bytesPerLine}, frame);
 }
 
 bool yuyvToNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame) {

@@ -17,6 +17,15 @@ namespace oxelo {
 // rows, both `bytesPerLine` apart.
 bool copyNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame);
 
+// NV12 in two buffers (V4L2's NV12M): the luma rows in one, the
+// interleaved chroma rows in the other, each with its own row length.
+struct PlaneBytes {
+  const uint8_t* data = nullptr;
+  size_t size = 0;
+  int32_t bytesPerLine = 0;
+};
+bool copyNv12Planes(const PlaneBytes& luma, const PlaneBytes& chroma, CameraFrame& frame);
+
 // YUYV 4:2:2 (Y0 Cb Y1 Cr per pair of pixels), rows `bytesPerLine` apart.
 bool yuyvToNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame);
 

@@ -112,7 +112,7 @@ V4l2CaptureDriver::V4l2CaptureDriver(int fd, V4l2DeviceInfo info, V4l2Backend ba
     : fd_(fd),
       info_(std::move(info)),
       backend_(std::move(backend)),
-      stream_(backend_.syscalls, fd_, info_.path, backend_.mjpeg),
+      stream_(backend_.syscalls, fd_, info_.path, info_.multiplanar, backend_.mjpeg),
       roles_(v4l2ControlRoles(info_)) {}
 
 V4l2CaptureDriver::~V4l2CaptureDriver() {
@@ -123,9 +123,6 @@ V4l2CaptureDriver::~V4l2CaptureDriver() {
 CameraError V4l2CaptureDriver::startStreaming(const CaptureDeviceFormat& format,
                                               CaptureTime frameDuration,
                                               std::weak_ptr<CameraFrameSink> sink) {
-  if (info_.multiplanar)
-    return {CameraErrorCode::unsupported,
-            "the camera " + info_.path + " has only the multi-planar API, which is not supported"};
   uint32_t fourcc = v4l2FourccFor(info_, format);
   if (fourcc == 0)
     return {CameraErrorCode::unsupported,

@@ -18,10 +18,10 @@ struct Native {
   const char* name;
   int rank;
 };
+// NM12 is NV12 in two planes, which only multi-planar nodes offer.
 constexpr Native kNatives[] = {
-    {V4L2_PIX_FMT_NV12, "NV12", 0},
-    {V4L2_PIX_FMT_YUYV, "YUYV", 1},
-    {V4L2_PIX_FMT_MJPEG, "MJPG", 2},
+    {V4L2_PIX_FMT_NV12, "NV12", 0}, {V4L2_PIX_FMT_NV12M, "NM12", 0},
+    {V4L2_PIX_FMT_YUYV, "YUYV", 1}, {V4L2_PIX_FMT_MJPEG, "MJPG", 2},
     {V4L2_PIX_FMT_JPEG, "MJPG", 2},
 };
 

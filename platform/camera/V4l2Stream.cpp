@@ -5,9 +5,9 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
-#include "platform/camera/Nv12Conversion.h"
 #include "platform/camera/V4l2Mapping.h"
 #include "platform/dispatch/Clock.h"
 #include "platform/log/Log.h"
@@ -15,8 +15,6 @@
 namespace oxelo {
 
 namespace {
-
-constexpr uint32_t kType = V4L2_BUF_TYPE_VIDEO_CAPTURE;
 
 std::string fourccName(uint32_t fourcc) {
   std::string s;
@@ -26,16 +24,46 @@ std::string fourccName(uint32_t fourcc) {
 
 bool isJpeg(uint32_t fourcc) { return fourcc == V4L2_PIX_FMT_MJPEG || fourcc == V4L2_PIX_FMT_JPEG; }
 
+uint32_t planesOf(uint32_t fourcc) { return fourcc == V4L2_PIX_FMT_NV12M ? 2 : 1; }
+
+// What the driver answered a format with, from either API.
+struct FormatAnswer {
+  uint32_t fourcc, width, height, planes;
+  std::array<uint32_t, V4l2Stream::kMaxPlanes> bytesPerLine;
+  uint32_t colorspace, ycbcrEncoding, quantization;
+};
+
+FormatAnswer answerOf(const v4l2_pix_format& pix) {
+  return {pix.pixelformat,    pix.width,      pix.height,    1,
+          {pix.bytesperline}, pix.colorspace, pix.ycbcr_enc, pix.quantization};
+}
+
+FormatAnswer answerOf(const v4l2_pix_format_mplane& mp) {
+  return {mp.pixelformat,
+          mp.width,
+          mp.height,
+          mp.num_planes,
+          {mp.plane_fmt[0].bytesperline, mp.plane_fmt[1].bytesperline},
+          mp.colorspace,
+          mp.ycbcr_enc,
+          mp.quantization};
+}
+
 }  // namespace
 
 V4l2Stream::V4l2Stream(std::shared_ptr<V4l2Syscalls> syscalls, int fd, std::string location,
-                       MjpegDecoderFactory mjpeg)
+                       bool multiplanar, MjpegDecoderFactory mjpeg)
     : sys_(std::move(syscalls)),
       fd_(fd),
       location_(std::move(location)),
+      multiplanar_(multiplanar),
       mjpegFactory_(std::move(mjpeg)) {}
 
 V4l2Stream::~V4l2Stream() { stop(); }
+
+uint32_t V4l2Stream::bufferType() const {
+  return multiplanar_ ? V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE : V4L2_BUF_TYPE_VIDEO_CAPTURE;
+}
 
 CameraError V4l2Stream::fail(int error, const std::string& what) {
   auto result = CameraError::fromErrno(error, location_, what);
@@ -52,40 +80,57 @@ CameraError V4l2Stream::start(uint32_t fourcc, int32_t width, int32_t height,
     if (!mjpeg_)
       return {CameraErrorCode::unsupported,
               "the camera " + location_ + " sends MJPEG, and this program has no MJPEG decoder"};
-  } else if (fourcc != V4L2_PIX_FMT_NV12 && fourcc != V4L2_PIX_FMT_YUYV) {
+  } else if (fourcc != V4L2_PIX_FMT_NV12 && fourcc != V4L2_PIX_FMT_YUYV &&
+             !(multiplanar_ && fourcc == V4L2_PIX_FMT_NV12M)) {
     return {CameraErrorCode::unsupported,
             "the camera " + location_ + " format " + fourccName(fourcc) + " cannot be converted"};
   }
 
   v4l2_format format{};
-  format.type = kType;
-  format.fmt.pix.width = static_cast<uint32_t>(width);
-  format.fmt.pix.height = static_cast<uint32_t>(height);
-  format.fmt.pix.pixelformat = fourcc;
-  format.fmt.pix.field = V4L2_FIELD_NONE;
+  format.type = bufferType();
+  if (multiplanar_) {
+    auto& mp = format.fmt.pix_mp;
+    mp.width = static_cast<uint32_t>(width);
+    mp.height = static_cast<uint32_t>(height);
+    mp.pixelformat = fourcc;
+    mp.field = V4L2_FIELD_NONE;
+    mp.num_planes = static_cast<uint8_t>(planesOf(fourcc));
+  } else {
+    format.fmt.pix.width = static_cast<uint32_t>(width);
+    format.fmt.pix.height = static_cast<uint32_t>(height);
+    format.fmt.pix.pixelformat = fourcc;
+    format.fmt.pix.field = V4L2_FIELD_NONE;
+  }
   if (sys_->xioctl(fd_, VIDIOC_S_FMT, &format) != 0) return fail(errno, "take the format");
-  const auto& pix = format.fmt.pix;
-  if (pix.pixelformat != fourcc || static_cast<int32_t>(pix.width) != width ||
-      static_cast<int32_t>(pix.height) != height) {
+  const FormatAnswer answer = multiplanar_ ? answerOf(format.fmt.pix_mp) : answerOf(format.fmt.pix);
+  if (answer.fourcc != fourcc || static_cast<int32_t>(answer.width) != width ||
+      static_cast<int32_t>(answer.height) != height || answer.planes != planesOf(fourcc)) {
     release();
     return {CameraErrorCode::unsupported,
-            "the camera " + location_ + " gives " + std::to_string(pix.width) + "x" +
-                std::to_string(pix.height) + " " + fourccName(pix.pixelformat) +
-                " when asked for " + std::to_string(width) + "x" + std::to_string(height) + " " +
-                fourccName(fourcc)};
+            "the camera " + location_ + " gives " + std::to_string(answer.width) + "x" +
+                std::to_string(answer.height) + " " + fourccName(answer.fourcc) + " in " +
+                std::to_string(answer.planes) + " plane(s) when asked for " +
+                std::to_string(width) + "x" + std::to_string(height) + " " + fourccName(fourcc)};
   }
   fourcc_ = fourcc;
   width_ = width;
   height_ = height;
-  bytesPerLine_ = static_cast<int32_t>(pix.bytesperline);
-  if (bytesPerLine_ == 0) bytesPerLine_ = fourcc == V4L2_PIX_FMT_YUYV ? width * 2 : width;
-  auto colour = v4l2FrameColour(pix.colorspace, pix.ycbcr_enc, pix.quantization);
+  planeCount_ = answer.planes;
+  for (uint32_t p = 0; p < planeCount_; ++p) {
+    bytesPerLine_[p] = static_cast<int32_t>(answer.bytesPerLine[p]);
+    // A driver that leaves the row length to us packs the rows.
+    if (bytesPerLine_[p] == 0)
+      bytesPerLine_[p] = p > 0                         ? (width + 1) / 2 * 2
+                         : fourcc == V4L2_PIX_FMT_YUYV ? width * 2
+                                                       : width;
+  }
+  auto colour = v4l2FrameColour(answer.colorspace, answer.ycbcrEncoding, answer.quantization);
   matrix_ = colour.matrix;
   range_ = colour.range;
 
   if (frameDuration.isValid()) {
     v4l2_streamparm parm{};
-    parm.type = kType;
+    parm.type = bufferType();
     parm.parm.capture.timeperframe.numerator = static_cast<uint32_t>(frameDuration.value);
     parm.parm.capture.timeperframe.denominator = static_cast<uint32_t>(frameDuration.timescale);
     // A driver without a settable interval keeps its own rate.
@@ -95,24 +140,34 @@ CameraError V4l2Stream::start(uint32_t fourcc, int32_t width, int32_t height,
 
   v4l2_requestbuffers request{};
   request.count = kBufferCount;
-  request.type = kType;
+  request.type = bufferType();
   request.memory = V4L2_MEMORY_MMAP;
   if (sys_->xioctl(fd_, VIDIOC_REQBUFS, &request) != 0) return fail(errno, "get buffers");
   if (request.count == 0)
     return {CameraErrorCode::failed, "the camera " + location_ + " gave no buffers"};
   buffers_.resize(request.count);  // from here release() gives them back
   for (uint32_t i = 0; i < request.count; ++i) {
+    v4l2_plane planes[VIDEO_MAX_PLANES]{};
     v4l2_buffer b{};
-    b.type = kType;
+    b.type = bufferType();
     b.memory = V4L2_MEMORY_MMAP;
     b.index = i;
+    if (multiplanar_) {
+      b.m.planes = planes;
+      b.length = VIDEO_MAX_PLANES;
+    }
     if (sys_->xioctl(fd_, VIDIOC_QUERYBUF, &b) != 0) return fail(errno, "get buffers");
-    void* address = sys_->mmap(b.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, b.m.offset);
-    if (address == MAP_FAILED) return fail(errno, "map its buffers");
-    buffers_[i] = {address, b.length};
+    if (multiplanar_ && b.length != planeCount_) return fail(EINVAL, "get buffers");
+    for (uint32_t p = 0; p < planeCount_; ++p) {
+      const size_t length = multiplanar_ ? planes[p].length : b.length;
+      const auto offset = static_cast<off_t>(multiplanar_ ? planes[p].m.mem_offset : b.m.offset);
+      void* address = sys_->mmap(length, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, offset);
+      if (address == MAP_FAILED) return fail(errno, "map its buffers");
+      buffers_[i][p] = {address, length};
+    }
     if (sys_->xioctl(fd_, VIDIOC_QBUF, &b) != 0) return fail(errno, "queue its buffers");
   }
-  int type = kType;
+  int type = static_cast<int>(bufferType());
   if (sys_->xioctl(fd_, VIDIOC_STREAMON, &type) != 0) return fail(errno, "start streaming");
   streamOn_ = true;
   wakeFd_ = sys_->makeWakeFd();
@@ -134,16 +189,17 @@ void V4l2Stream::stop() {
 
 void V4l2Stream::release() {
   if (streamOn_) {
-    int type = kType;
+    int type = static_cast<int>(bufferType());
     sys_->xioctl(fd_, VIDIOC_STREAMOFF, &type);
     streamOn_ = false;
   }
-  for (auto& m : buffers_) {
-    if (m.address) sys_->munmap(m.address, m.length);
+  for (auto& buffer : buffers_) {
+    for (auto& m : buffer)
+      if (m.address) sys_->munmap(m.address, m.length);
   }
   if (!buffers_.empty()) {
     v4l2_requestbuffers none{};
-    none.type = kType;
+    none.type = bufferType();
     none.memory = V4L2_MEMORY_MMAP;
     sys_->xioctl(fd_, VIDIOC_REQBUFS, &none);
     buffers_.clear();
@@ -178,23 +234,39 @@ void V4l2Stream::run() {
 }
 
 bool V4l2Stream::takeBuffer(CameraError& error) {
+  v4l2_plane planes[VIDEO_MAX_PLANES]{};
   v4l2_buffer b{};
-  b.type = kType;
+  b.type = bufferType();
   b.memory = V4L2_MEMORY_MMAP;
+  if (multiplanar_) {
+    b.m.planes = planes;
+    b.length = VIDEO_MAX_PLANES;
+  }
   if (sys_->xioctl(fd_, VIDIOC_DQBUF, &b) != 0) {
     if (errno == EAGAIN) return true;
     error = CameraError::fromErrno(errno, location_, "stream");
     return false;
   }
   std::shared_ptr<CameraFrame> frame;
-  if (b.index < buffers_.size() && !(b.flags & V4L2_BUF_FLAG_ERROR) && b.bytesused > 0) {
+  // The filled part of each plane: a multi-planar driver may put its data
+  // after an offset of its own.
+  PlaneBytes filled[kMaxPlanes];
+  if (b.index < buffers_.size()) {
+    for (uint32_t p = 0; p < planeCount_; ++p) {
+      const Mapping& m = buffers_[b.index][p];
+      const size_t used =
+          std::min<size_t>(multiplanar_ ? planes[p].bytesused : b.bytesused, m.length);
+      const size_t offset = std::min<size_t>(multiplanar_ ? planes[p].data_offset : 0, used);
+      filled[p] = {static_cast<const uint8_t*>(m.address) + offset, used - offset,
+                   bytesPerLine_[p]};
+    }
+  }
+  if (b.index < buffers_.size() && !(b.flags & V4L2_BUF_FLAG_ERROR) && filled[0].size > 0) {
     frame = CameraFrame::make(width_, height_);
     frame->matrix = matrix_;
     frame->range = range_;
-    const auto* data = static_cast<const uint8_t*>(buffers_[b.index].address);
-    size_t size = std::min<size_t>(b.bytesused, buffers_[b.index].length);
     std::string why;
-    if (!convert(data, size, *frame, why)) {
+    if (!convert(filled, *frame, why)) {
       oxlog("Camera - {}: frame skipped: {}", location_, why);
       frame.reset();
     }
@@ -218,18 +290,24 @@ bool V4l2Stream::takeBuffer(CameraError& error) {
   return true;
 }
 
-bool V4l2Stream::convert(const uint8_t* data, size_t size, CameraFrame& frame, std::string& why) {
+bool V4l2Stream::convert(const PlaneBytes* planes, CameraFrame& frame, std::string& why) {
+  const PlaneBytes& first = planes[0];
   switch (fourcc_) {
     case V4L2_PIX_FMT_NV12:
-      if (copyNv12(data, size, bytesPerLine_, frame)) return true;
+      if (copyNv12(first.data, first.size, first.bytesPerLine, frame)) return true;
       break;
+    case V4L2_PIX_FMT_NV12M:
+      if (copyNv12Planes(first, planes[1], frame)) return true;
+      why = std::to_string(first.size) + " and " + std::to_string(planes[1].size) +
+            " bytes are too few for the picture";
+      return false;
     case V4L2_PIX_FMT_YUYV:
-      if (yuyvToNv12(data, size, bytesPerLine_, frame)) return true;
+      if (yuyvToNv12(first.data, first.size, first.bytesPerLine, frame)) return true;
       break;
     default:
-      return mjpeg_->decode(data, size, frame, why);
+      return mjpeg_->decode(first.data, first.size, frame, why);
   }
-  why = std::to_string(size) + " bytes are too few for the picture";
+  why = std::to_string(first.size) + " bytes are too few for the picture";
   return false;
 }
 

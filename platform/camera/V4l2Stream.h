@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -11,16 +12,19 @@
 #include "platform/camera/CameraFrameSink.h"
 #include "platform/camera/CaptureTypes.h"
 #include "platform/camera/MjpegDecoder.h"
+#include "platform/camera/Nv12Conversion.h"
 #include "platform/camera/V4l2Syscalls.h"
 
 namespace oxelo {
 
-// Memory-mapped streaming from one open V4L2 capture node (single-planar
-// API): sets the format and frame interval, maps the driver's buffers, and
-// on a thread of its own (the camera queue) waits in poll() for each filled
-// buffer, makes it an NV12 CameraFrame (NV12 copied, YUYV converted, MJPEG
-// decoded) and hands it to the sink. The buffer goes back to the driver
-// before the sink sees the frame.
+// Memory-mapped streaming from one open V4L2 capture node, through the
+// single-planar API or, for nodes that only have it (common on the cameras
+// of phones and boards), the multi-planar one: sets the format and frame
+// interval, maps the driver's buffers (each plane of each), and on a thread
+// of its own (the camera queue) waits in poll() for each filled buffer,
+// makes it an NV12 CameraFrame (NV12 in one or two planes copied, YUYV
+// converted, MJPEG decoded) and hands it to the sink. The buffer goes back
+// to the driver before the sink sees the frame.
 //
 // The frame's matrix and range come from the colorspace fields the driver
 // answers the format with (an MJPEG picture's from the decoder), and its
@@ -32,14 +36,15 @@ namespace oxelo {
 // start() and stop() from one thread at a time, never from the sink's calls.
 class V4l2Stream {
  public:
-  // `fd` stays the caller's; the stream does not close it.
-  V4l2Stream(std::shared_ptr<V4l2Syscalls> syscalls, int fd, std::string location,
+  // `fd` stays the caller's; the stream does not close it. `multiplanar`:
+  // the node's capture type is V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE.
+  V4l2Stream(std::shared_ptr<V4l2Syscalls> syscalls, int fd, std::string location, bool multiplanar,
              MjpegDecoderFactory mjpeg);
   ~V4l2Stream();
   V4l2Stream(const V4l2Stream&) = delete;
   V4l2Stream& operator=(const V4l2Stream&) = delete;
 
-  // Streams `fourcc` (V4L2_PIX_FMT_NV12, _YUYV, _MJPEG or _JPEG) at
+  // Streams `fourcc` (V4L2_PIX_FMT_NV12, _NV12M, _YUYV, _MJPEG or _JPEG) at
   // width x height, one frame per `frameDuration` where the driver can set
   // it. An error, with nothing left started, when the driver refuses.
   CameraError start(uint32_t fourcc, int32_t width, int32_t height, CaptureTime frameDuration,
@@ -52,31 +57,37 @@ class V4l2Stream {
   uint64_t framesSkipped() const { return skipped_; }
 
   static constexpr uint32_t kBufferCount = 4;
+  static constexpr uint32_t kMaxPlanes = 2;  // NV12M; every other format has one
 
  private:
   struct Mapping {
     void* address = nullptr;
     size_t length = 0;
   };
+  using Buffer = std::array<Mapping, kMaxPlanes>;
+  uint32_t bufferType() const;
   CameraError fail(int error, const std::string& what);
   void release();  // unmaps and frees the buffers
   void run();
   // One filled buffer; false when the node failed (the error is set).
   bool takeBuffer(CameraError& error);
-  bool convert(const uint8_t* data, size_t size, CameraFrame& frame, std::string& why);
+  // `planes`: the filled part of each of the format's planes.
+  bool convert(const PlaneBytes* planes, CameraFrame& frame, std::string& why);
 
   const std::shared_ptr<V4l2Syscalls> sys_;
   const int fd_;
   const std::string location_;
+  const bool multiplanar_;
   MjpegDecoderFactory mjpegFactory_;
 
   // Set by start(), read by the thread.
   uint32_t fourcc_ = 0;
   int32_t width_ = 0, height_ = 0;
-  int32_t bytesPerLine_ = 0;
+  uint32_t planeCount_ = 1;
+  std::array<int32_t, kMaxPlanes> bytesPerLine_{};
   ColourMatrix matrix_ = ColourMatrix::bt601;
   ColourRange range_ = ColourRange::video;
-  std::vector<Mapping> buffers_;
+  std::vector<Buffer> buffers_;
   std::unique_ptr<MjpegDecoder> mjpeg_;
   std::weak_ptr<CameraFrameSink> sink_;
   int wakeFd_ = -1;

@@ -71,6 +71,7 @@ class CameraFrameRecorder final : public CameraFrameSink {
 // A scripted V4L2 camera behind the system-call seam. Each ioctl is answered by its entry in
 // `answers` (0 or an errno; none: ENOTTY): a test replaces one to make the request fail.
 // deliver() fills a buffer as a driver would; vanish() unplugs. Answers run under the lock.
+// With `multiplanar` it is a node of the multi-planar API only, NV12M in two planes.
 class FakeV4l2Camera final : public V4l2Syscalls {
  public:
   using Answer = std::function<int(void*)>;
@@ -101,6 +102,7 @@ class FakeV4l2Camera final : public V4l2Syscalls {
   std::map<uint32_t, Control> controls;              // by id
   std::vector<std::pair<uint32_t, int32_t>> writes;  // every VIDIOC_S_CTRL asked, in order
   uint32_t padding = 0;                              // bytes after each row
+  bool multiplanar = false;
   int openError = 0;
   std::map<unsigned long, Answer> answers;
   // What the stream asked for and holds.
@@ -110,9 +112,9 @@ class FakeV4l2Camera final : public V4l2Syscalls {
 
   FakeV4l2Camera() {
     answers = {
-        {VIDIOC_QUERYCAP, as<v4l2_capability>([](auto& c) {
+        {VIDIOC_QUERYCAP, as<v4l2_capability>([this](auto& c) {
            std::strcpy(reinterpret_cast<char*>(c.bus_info), "usb-1");
-           c.capabilities = V4L2_CAP_VIDEO_CAPTURE;
+           c.capabilities = multiplanar ? V4L2_CAP_VIDEO_CAPTURE_MPLANE : V4L2_CAP_VIDEO_CAPTURE;
          })},
         {VIDIOC_ENUM_FMT, as<v4l2_fmtdesc>([this](auto& d) {
            if (d.index >= formats.size()) return EINVAL;
@@ -171,27 +173,66 @@ class FakeV4l2Camera final : public V4l2Syscalls {
         {VIDIOC_S_PARM,
          as<v4l2_streamparm>([this](auto& p) { interval = p.parm.capture.timeperframe; })},
         {VIDIOC_S_FMT, as<v4l2_format>([this](auto& f) {
+           if (f.type != bufferType()) return EINVAL;
+           if (multiplanar) {
+             auto& mp = f.fmt.pix_mp;
+             mp.num_planes = mp.pixelformat == V4L2_PIX_FMT_NV12M ? 2 : 1;
+             planeSizes_.clear();
+             for (uint32_t p = 0; p < mp.num_planes; ++p) {
+               auto& plane = mp.plane_fmt[p];
+               plane.bytesperline =
+                   mp.width * (mp.pixelformat == V4L2_PIX_FMT_YUYV ? 2 : 1) + padding;
+               plane.sizeimage = plane.bytesperline * (p ? mp.height / 2 : mp.height * 2) + 4096;
+               planeSizes_.push_back(plane.sizeimage);
+             }
+             mp.colorspace = V4L2_COLORSPACE_REC709;
+             return 0;
+           }
            auto& p = f.fmt.pix;
            p.bytesperline = p.width * (p.pixelformat == V4L2_PIX_FMT_YUYV ? 2 : 1) + padding;
-           p.sizeimage = bufferSize_ = p.bytesperline * p.height * 2 + 4096;
+           p.sizeimage = p.bytesperline * p.height * 2 + 4096;
+           planeSizes_ = {p.sizeimage};
            p.colorspace = V4L2_COLORSPACE_REC709;
+           return 0;
          })},
         {VIDIOC_REQBUFS, as<v4l2_requestbuffers>([this](auto& r) {
+           if (r.type != bufferType()) return EINVAL;
            r.count = std::min(r.count, 4u);
-           buffers_.assign(r.count, std::vector<uint8_t>(bufferSize_));
+           buffers_.assign(r.count, {});
+           for (auto& planes : buffers_)
+             for (uint32_t size : planeSizes_) planes.emplace_back(size);
            queued_.clear();
            done_.clear();
+           return 0;
          })},
         {VIDIOC_QUERYBUF, as<v4l2_buffer>([this](auto& b) {
-           if (b.index >= buffers_.size()) return EINVAL;
-           b.length = static_cast<uint32_t>(buffers_[b.index].size());
-           b.m.offset = b.index << 20;
+           if (b.type != bufferType() || b.index >= buffers_.size()) return EINVAL;
+           const auto& planes = buffers_[b.index];
+           if (!multiplanar) {
+             b.length = static_cast<uint32_t>(planes[0].size());
+             b.m.offset = b.index << 20;
+             return 0;
+           }
+           if (b.length < planes.size()) return EINVAL;
+           b.length = static_cast<uint32_t>(planes.size());
+           for (uint32_t p = 0; p < planes.size(); ++p) {
+             b.m.planes[p].length = static_cast<uint32_t>(planes[p].size());
+             b.m.planes[p].m.mem_offset = b.index << 20 | p << 16;
+           }
            return 0;
          })},
         {VIDIOC_QBUF, as<v4l2_buffer>([this](auto& b) { queued_.push_back(b.index); })},
         {VIDIOC_DQBUF, as<v4l2_buffer>([this](auto& b) {
+           if (b.type != bufferType()) return EINVAL;
            if (done_.empty()) return EAGAIN;
-           b = done_.front();
+           v4l2_plane* planes = b.m.planes;
+           const Filled& filled = done_.front();
+           b = filled.buffer;
+           if (multiplanar) {
+             b.m.planes = planes;
+             b.length = static_cast<uint32_t>(filled.planes.size());
+             std::copy(filled.planes.begin(), filled.planes.end(), planes);
+           }
            done_.pop_front();
            return 0;
          })},
@@ -203,17 +244,33 @@ class FakeV4l2Camera final : public V4l2Syscalls {
   // Fills the next queued buffer as the driver would; false when none is queued.
   bool deliver(const std::vector<uint8_t>& bytes, double time = 0,
                uint32_t flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC) {
+    return deliverPlanes({bytes}, {0}, time, flags);
+  }
+  // The same for each plane of a multi-planar buffer, each plane's bytes
+  // after its own data offset.
+  bool deliverPlanes(const std::vector<std::vector<uint8_t>>& planeBytes,
+                     const std::vector<uint32_t>& offsets, double time = 0,
+                     uint32_t flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC) {
     std::lock_guard lock(mutex_);
     if (queued_.empty()) return false;
-    v4l2_buffer b{};
+    Filled filled;
+    auto& b = filled.buffer;
     b.index = queued_.front();
     queued_.pop_front();
-    b.bytesused = static_cast<uint32_t>(std::min(bytes.size(), buffers_[b.index].size()));
-    std::memcpy(buffers_[b.index].data(), bytes.data(), b.bytesused);
+    auto& planes = buffers_[b.index];
+    for (size_t p = 0; p < planes.size() && p < planeBytes.size(); ++p) {
+      const size_t size = std::min(planeBytes[p].size(), planes[p].size() - offsets[p]);
+      std::memcpy(planes[p].data() + offsets[p], planeBytes[p].data(), size);
+      v4l2_plane plane{};
+      plane.bytesused = static_cast<uint32_t>(offsets[p] + size);
+      plane.data_offset = offsets[p];
+      filled.planes.push_back(plane);
+    }
+    b.bytesused = filled.planes[0].bytesused;
     b.flags = flags;
     b.timestamp = {static_cast<time_t>(time),
                    static_cast<suseconds_t>(std::lround((time - std::floor(time)) * 1e6))};
-    done_.push_back(b);
+    done_.push_back(filled);
     changed_.notify_all();
     return true;
   }
@@ -235,13 +292,13 @@ class FakeV4l2Camera final : public V4l2Syscalls {
   double monotonicNow() override { return 500.0; }
   void* mmap(size_t length, int, int, int, off_t offset) override {
     std::lock_guard lock(mutex_);
-    size_t i = static_cast<size_t>(offset) >> 20;
-    if (i >= buffers_.size() || length != buffers_[i].size()) {
+    size_t i = static_cast<size_t>(offset) >> 20, p = static_cast<size_t>(offset) >> 16 & 0xf;
+    if (i >= buffers_.size() || p >= buffers_[i].size() || length != buffers_[i][p].size()) {
       errno = EINVAL;
       return MAP_FAILED;
     }
     ++mapped;
-    return buffers_[i].data();
+    return buffers_[i][p].data();
   }
   int munmap(void*, size_t) override { return --mapped, 0; }
   int poll(pollfd* fds, nfds_t count, int) override {
@@ -286,12 +343,20 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     changed_.notify_all();
   }
 
+  uint32_t bufferType() const {
+    return multiplanar ? V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE : V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  }
+  struct Filled {
+    v4l2_buffer buffer{};
+    std::vector<v4l2_plane> planes;
+  };
+
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<std::vector<uint8_t>> buffers_;
+  std::vector<std::vector<std::vector<uint8_t>>> buffers_;  // each buffer's planes
   std::deque<uint32_t> queued_;
-  std::deque<v4l2_buffer> done_;
-  uint32_t bufferSize_ = 0;
+  std::deque<Filled> done_;
+  std::vector<uint32_t> planeSizes_;
   bool woken_ = false, gone_ = false;
 };
 

@@ -335,6 +335,36 @@ TEST_F(V4l2StreamTest, MjpegFramesAreDecodedToTheirNv12AndBrokenOnesSkipped) {
             std::tuple(ColourMatrix::bt601, ColourRange::full, size_t{1}, size_t{0}));
 }
 
+// A node of the multi-planar API only: NV12 in two planes (rows padded to 8 bytes, the chroma
+// after a data offset of the driver's own) and then YUYV in one plane both give the NV12 of
+// the YUYV test above; the stop unmaps every plane.
+TEST_F(V4l2StreamTest, AMultiPlanarCameraStreamsNv12InTwoPlanesAndYuyvInOne) {
+  fake_->multiplanar = true;
+  fake_->padding = 4;
+  fake_->formats = {{V4L2_PIX_FMT_NV12M, {{4, 2}}}, {V4L2_PIX_FMT_YUYV, {{4, 2}}}};
+  auto device = open("NM12", 4, 2);
+  ASSERT_TRUE(device);
+  ASSERT_FALSE(device->startStreaming(sink_));
+  EXPECT_EQ(fake_->mapped, 8);  // four buffers of two planes
+  auto seen = [&](size_t i) {
+    auto frame = sink_->frame(i);
+    ASSERT_TRUE(frame) << i;
+    EXPECT_EQ(planeBytes(*frame, 0), hex("0a 14 1e 28 32 3c 46 50")) << i;
+    EXPECT_EQ(planeBytes(*frame, 1), hex("65 ca 6f d5")) << i;
+    EXPECT_EQ(frame->matrix, ColourMatrix::bt709) << i;
+  };
+  ASSERT_TRUE(fake_->deliverPlanes(
+      {hex("0a 14 1e 28 eeeeeeee 32 3c 46 50 eeeeeeee"), hex("65 ca 6f d5 eeeeeeee")}, {0, 16}));
+  seen(0);
+  ASSERT_TRUE(select(*device, "YUYV", 4, 2));
+  EXPECT_EQ(fake_->mapped, 4);
+  ASSERT_TRUE(
+      fake_->deliver(hex("0a 64 14 c8 1e 6e 28 d2 eeeeeeee 32 66 3c cc 46 6f 50 d7 eeeeeeee")));
+  seen(1);
+  device->stopStreaming();
+  EXPECT_EQ(std::pair(fake_->mapped.load(), fake_->streaming.load()), std::pair(0, false));
+}
+
 TEST_F(V4l2StreamTest, ANewFormatRestartsTheStreamAndAStopGivesEverythingBack) {
   auto device = open();
   ASSERT_TRUE(device);
