@@ -1,11 +1,14 @@
 // A camera's captured buffers as the V4L2 backend turns them into NV12: NV12
-// and YUYV rows at a stride the driver chose, and MJPEG pictures through the
-// decoder. A camera (or a device that claims to be one) may hand over any
-// bytes in any amount.
+// (in one buffer or in two planes) and YUYV rows at a stride the driver
+// chose, and MJPEG pictures through the decoder. A camera (or a device that
+// claims to be one) may hand over any bytes in any amount.
 //
 // Input: four bytes that say what the driver announced (format: 0 NV12,
-// 1 YUYV, else MJPEG; width and height 1 to 64; extra bytes per line 0 to
-// 15), then the buffer.
+// 1 YUYV, 2 NV12 in two planes, 3 MJPEG; width and height 1 to 64; extra
+// bytes per line 0 to 15), then the buffer. In two planes the luma plane
+// holds at most its rows and the chroma plane the rest, with half the
+// extra bytes per line.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -29,7 +32,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static auto decoder = makeLibavMjpegDecoder();
   if (size < 4) return 0;
-  const int format = data[0] % 3;
+  const int format = data[0] % 4;
   const int32_t width = data[1] % 64 + 1, height = data[2] % 64 + 1;
   const int32_t padding = data[3] % 16;
   const uint8_t* buffer = data + 4;
@@ -50,6 +53,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       const size_t needed =
           size_t(bytesPerLine) * size_t(height - 1) + size_t(frame->chromaWidth()) * 4;
       OX_FUZZ_CHECK(ok == (bytes >= needed));
+      break;
+    }
+    case 2: {
+      const PlaneBytes luma{buffer, std::min(bytes, size_t(width + padding) * size_t(height)),
+                            width + padding};
+      const PlaneBytes chroma{buffer + luma.size, bytes - luma.size,
+                              frame->chromaWidth() * 2 + padding / 2};
+      const bool ok = copyNv12Planes(luma, chroma, *frame);
+      const size_t needed = luma.size +
+                            size_t(chroma.bytesPerLine) * size_t(frame->chromaHeight() - 1) +
+                            size_t(frame->chromaWidth()) * 2;
+      OX_FUZZ_CHECK(ok ==
+                    (luma.size == size_t(width + padding) * size_t(height) && bytes >= needed));
       break;
     }
     default: {
