@@ -92,6 +92,9 @@ void cameraFrames() {
   seed("camera_frame", "nv12_5x3_padded", cat({hex("00 04 02 03"), patternBytes(9 * 5, 2)}));
   seed("camera_frame", "yuyv_16x16", cat({hex("01 0F 0F 00"), patternBytes(32 * 16, 3)}));
   seed("camera_frame", "yuyv_5x3_padded", cat({hex("01 04 02 02"), patternBytes(14 * 3, 4)}));
+  seed("camera_frame", "uyvy_5x3_padded", cat({hex("06 04 02 02"), patternBytes(14 * 3, 6)}));
+  seed("camera_frame", "yv12_5x3_padded",
+       cat({hex("09 04 02 02"), patternBytes(8 * 3 + 4 * 4, 7)}));
   seed("camera_frame", "nv12_planes_5x3_padded",
        cat({hex("02 04 02 03"), patternBytes(8 * 3 + 7 * 2, 5)}));
 }

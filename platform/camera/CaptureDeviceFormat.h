@@ -41,8 +41,10 @@ struct CaptureDeviceFormat {
   double videoMaxZoomFactor = 1.0;
   bool videoHDRSupported = false;
   // What the backend takes from the hardware for this format and converts to
-  // NV12 at capture: "NV12", "NM12" (two planes), "YUYV" or "MJPG" under V4L2; empty for the
-  // virtual cameras, which draw NV12 themselves.
+  // NV12 at capture: under V4L2 the driver's fourcc ("NV12", "NM12" for NV12
+  // in two planes, "NV21", "YU12", "YV12", "YUYV", "UYVY", "YVYU", "VYUY") or
+  // "MJPG" for both JPEG fourccs; empty for the virtual cameras, which draw
+  // NV12 themselves.
   std::string nativePixelFormat;
 
   bool isVideoHDRSupported() const { return videoHDRSupported; }

@@ -14,8 +14,9 @@ namespace oxelo {
 // block, rounding halves up.
 
 // NV12 as V4L2 lays it out in one buffer: the luma rows, then the chroma
-// rows, both `bytesPerLine` apart.
-bool copyNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame);
+// rows, both `bytesPerLine` apart. `crFirst`: NV21, each chroma pair Cr Cb.
+bool copyNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame,
+              bool crFirst = false);
 
 // NV12 in two buffers (V4L2's NV12M): the luma rows in one, the
 // interleaved chroma rows in the other, each with its own row length.
@@ -24,10 +25,24 @@ struct PlaneBytes {
   size_t size = 0;
   int32_t bytesPerLine = 0;
 };
-bool copyNv12Planes(const PlaneBytes& luma, const PlaneBytes& chroma, CameraFrame& frame);
+bool copyNv12Planes(const PlaneBytes& luma, const PlaneBytes& chroma, CameraFrame& frame,
+                    bool crFirst = false);
 
-// YUYV 4:2:2 (Y0 Cb Y1 Cr per pair of pixels), rows `bytesPerLine` apart.
-bool yuyvToNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, CameraFrame& frame);
+// Planar 4:2:0 in one buffer (V4L2's YU12, or YV12 with `crFirst`): the luma
+// rows `bytesPerLine` apart, then the rows of one chroma plane and of the
+// other, each half as long.
+bool planar420ToNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, bool crFirst,
+                     CameraFrame& frame);
+
+// Packed 4:2:2, a pair of pixels in four bytes, rows `bytesPerLine` apart.
+enum class PackedOrder {
+  yuyv,  // Y0 Cb Y1 Cr
+  uyvy,  // Cb Y0 Cr Y1
+  yvyu,  // Y0 Cr Y1 Cb
+  vyuy,  // Cr Y0 Cb Y1
+};
+bool packed422ToNv12(const uint8_t* data, size_t size, int32_t bytesPerLine, PackedOrder order,
+                     CameraFrame& frame);
 
 // Three planes as a JPEG decoder gives them, chroma subsampled by
 // 2^shiftX across and 2^shiftY down (4:2:0: 1, 1; 4:2:2: 1, 0; 4:4:4: 0, 0).

@@ -59,8 +59,9 @@ void probe(V4l2Syscalls& sys, const std::string& path, bool reportOtherKinds,
     std::string offered;
     for (const auto& f : info.formats)
       offered += (offered.empty() ? "" : ", ") + fourccText(f.fourcc);
-    std::string why = "delivers none of NV12, YUYV and MJPEG (it offers " +
-                      (offered.empty() ? std::string("nothing") : offered) + ")";
+    std::string why =
+        "delivers none of NV12, NV21, YUV 4:2:0, packed YUV 4:2:2 and MJPEG (it offers " +
+        (offered.empty() ? std::string("nothing") : offered) + ")";
     problems.push_back(
         {path, why, {CameraErrorCode::unsupported, "the camera " + path + " " + why}});
     sys.close(fd);

@@ -20,8 +20,11 @@ struct Native {
 };
 // NM12 is NV12 in two planes, which only multi-planar nodes offer.
 constexpr Native kNatives[] = {
-    {V4L2_PIX_FMT_NV12, "NV12", 0}, {V4L2_PIX_FMT_NV12M, "NM12", 0},
-    {V4L2_PIX_FMT_YUYV, "YUYV", 1}, {V4L2_PIX_FMT_MJPEG, "MJPG", 2},
+    {V4L2_PIX_FMT_NV12, "NV12", 0},   {V4L2_PIX_FMT_NV12M, "NM12", 0},
+    {V4L2_PIX_FMT_NV21, "NV21", 0},   {V4L2_PIX_FMT_YUV420, "YU12", 0},
+    {V4L2_PIX_FMT_YVU420, "YV12", 0}, {V4L2_PIX_FMT_YUYV, "YUYV", 1},
+    {V4L2_PIX_FMT_UYVY, "UYVY", 1},   {V4L2_PIX_FMT_YVYU, "YVYU", 1},
+    {V4L2_PIX_FMT_VYUY, "VYUY", 1},   {V4L2_PIX_FMT_MJPEG, "MJPG", 2},
     {V4L2_PIX_FMT_JPEG, "MJPG", 2},
 };
 

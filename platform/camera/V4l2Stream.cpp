@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
 
 #include "platform/camera/V4l2Mapping.h"
 #include "platform/dispatch/Clock.h"
@@ -25,6 +26,34 @@ std::string fourccName(uint32_t fourcc) {
 bool isJpeg(uint32_t fourcc) { return fourcc == V4L2_PIX_FMT_MJPEG || fourcc == V4L2_PIX_FMT_JPEG; }
 
 uint32_t planesOf(uint32_t fourcc) { return fourcc == V4L2_PIX_FMT_NV12M ? 2 : 1; }
+
+// The packed 4:2:2 layouts and their byte order.
+std::optional<PackedOrder> packedOrderOf(uint32_t fourcc) {
+  switch (fourcc) {
+    case V4L2_PIX_FMT_YUYV:
+      return PackedOrder::yuyv;
+    case V4L2_PIX_FMT_UYVY:
+      return PackedOrder::uyvy;
+    case V4L2_PIX_FMT_YVYU:
+      return PackedOrder::yvyu;
+    case V4L2_PIX_FMT_VYUY:
+      return PackedOrder::vyuy;
+  }
+  return std::nullopt;
+}
+
+bool isConvertible(uint32_t fourcc, bool multiplanar) {
+  switch (fourcc) {
+    case V4L2_PIX_FMT_NV12:
+    case V4L2_PIX_FMT_NV21:
+    case V4L2_PIX_FMT_YUV420:
+    case V4L2_PIX_FMT_YVU420:
+      return true;
+    case V4L2_PIX_FMT_NV12M:
+      return multiplanar;
+  }
+  return packedOrderOf(fourcc).has_value();
+}
 
 // What the driver answered a format with, from either API.
 struct FormatAnswer {
@@ -80,8 +109,7 @@ CameraError V4l2Stream::start(uint32_t fourcc, int32_t width, int32_t height,
     if (!mjpeg_)
       return {CameraErrorCode::unsupported,
               "the camera " + location_ + " sends MJPEG, and this program has no MJPEG decoder"};
-  } else if (fourcc != V4L2_PIX_FMT_NV12 && fourcc != V4L2_PIX_FMT_YUYV &&
-             !(multiplanar_ && fourcc == V4L2_PIX_FMT_NV12M)) {
+  } else if (!isConvertible(fourcc, multiplanar_)) {
     return {CameraErrorCode::unsupported,
             "the camera " + location_ + " format " + fourccName(fourcc) + " cannot be converted"};
   }
@@ -120,9 +148,9 @@ CameraError V4l2Stream::start(uint32_t fourcc, int32_t width, int32_t height,
     bytesPerLine_[p] = static_cast<int32_t>(answer.bytesPerLine[p]);
     // A driver that leaves the row length to us packs the rows.
     if (bytesPerLine_[p] == 0)
-      bytesPerLine_[p] = p > 0                         ? (width + 1) / 2 * 2
-                         : fourcc == V4L2_PIX_FMT_YUYV ? width * 2
-                                                       : width;
+      bytesPerLine_[p] = p > 0                   ? (width + 1) / 2 * 2
+                         : packedOrderOf(fourcc) ? (width + 1) / 2 * 4
+                                                 : width;
   }
   auto colour = v4l2FrameColour(answer.colorspace, answer.ycbcrEncoding, answer.quantization);
   matrix_ = colour.matrix;
@@ -292,20 +320,28 @@ bool V4l2Stream::takeBuffer(CameraError& error) {
 
 bool V4l2Stream::convert(const PlaneBytes* planes, CameraFrame& frame, std::string& why) {
   const PlaneBytes& first = planes[0];
+  const bool crFirst = fourcc_ == V4L2_PIX_FMT_NV21 || fourcc_ == V4L2_PIX_FMT_YVU420;
   switch (fourcc_) {
     case V4L2_PIX_FMT_NV12:
-      if (copyNv12(first.data, first.size, first.bytesPerLine, frame)) return true;
+    case V4L2_PIX_FMT_NV21:
+      if (copyNv12(first.data, first.size, first.bytesPerLine, frame, crFirst)) return true;
+      break;
+    case V4L2_PIX_FMT_YUV420:
+    case V4L2_PIX_FMT_YVU420:
+      if (planar420ToNv12(first.data, first.size, first.bytesPerLine, crFirst, frame)) return true;
       break;
     case V4L2_PIX_FMT_NV12M:
       if (copyNv12Planes(first, planes[1], frame)) return true;
       why = std::to_string(first.size) + " and " + std::to_string(planes[1].size) +
             " bytes are too few for the picture";
       return false;
-    case V4L2_PIX_FMT_YUYV:
-      if (yuyvToNv12(first.data, first.size, first.bytesPerLine, frame)) return true;
-      break;
-    default:
+    case V4L2_PIX_FMT_MJPEG:
+    case V4L2_PIX_FMT_JPEG:
       return mjpeg_->decode(first.data, first.size, frame, why);
+    default:
+      if (packed422ToNv12(first.data, first.size, first.bytesPerLine, *packedOrderOf(fourcc_),
+                          frame))
+        return true;
   }
   why = std::to_string(first.size) + " bytes are too few for the picture";
   return false;

@@ -22,9 +22,10 @@ namespace oxelo {
 // of phones and boards), the multi-planar one: sets the format and frame
 // interval, maps the driver's buffers (each plane of each), and on a thread
 // of its own (the camera queue) waits in poll() for each filled buffer,
-// makes it an NV12 CameraFrame (NV12 in one or two planes copied, YUYV
-// converted, MJPEG decoded) and hands it to the sink. The buffer goes back
-// to the driver before the sink sees the frame.
+// makes it an NV12 CameraFrame (NV12 in one or two planes copied, NV21,
+// planar 4:2:0 and packed 4:2:2 converted, MJPEG decoded) and hands it to
+// the sink. The buffer goes back to the driver before the sink sees the
+// frame.
 //
 // The frame's matrix and range come from the colorspace fields the driver
 // answers the format with (an MJPEG picture's from the decoder), and its
@@ -44,9 +45,10 @@ class V4l2Stream {
   V4l2Stream(const V4l2Stream&) = delete;
   V4l2Stream& operator=(const V4l2Stream&) = delete;
 
-  // Streams `fourcc` (V4L2_PIX_FMT_NV12, _NV12M, _YUYV, _MJPEG or _JPEG) at
-  // width x height, one frame per `frameDuration` where the driver can set
-  // it. An error, with nothing left started, when the driver refuses.
+  // Streams `fourcc` (V4L2_PIX_FMT_NV12, _NV12M, _NV21, _YUV420, _YVU420,
+  // _YUYV, _UYVY, _YVYU, _VYUY, _MJPEG or _JPEG) at width x height, one
+  // frame per `frameDuration` where the driver can set it. An error, with
+  // nothing left started, when the driver refuses.
   CameraError start(uint32_t fourcc, int32_t width, int32_t height, CaptureTime frameDuration,
                     std::weak_ptr<CameraFrameSink> sink);
   // Ends the stream, waits for the thread and gives the buffers back.

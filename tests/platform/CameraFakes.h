@@ -180,8 +180,7 @@ class FakeV4l2Camera final : public V4l2Syscalls {
              planeSizes_.clear();
              for (uint32_t p = 0; p < mp.num_planes; ++p) {
                auto& plane = mp.plane_fmt[p];
-               plane.bytesperline =
-                   mp.width * (mp.pixelformat == V4L2_PIX_FMT_YUYV ? 2 : 1) + padding;
+               plane.bytesperline = mp.width * (packed(mp.pixelformat) ? 2 : 1) + padding;
                plane.sizeimage = plane.bytesperline * (p ? mp.height / 2 : mp.height * 2) + 4096;
                planeSizes_.push_back(plane.sizeimage);
              }
@@ -189,7 +188,7 @@ class FakeV4l2Camera final : public V4l2Syscalls {
              return 0;
            }
            auto& p = f.fmt.pix;
-           p.bytesperline = p.width * (p.pixelformat == V4L2_PIX_FMT_YUYV ? 2 : 1) + padding;
+           p.bytesperline = p.width * (packed(p.pixelformat) ? 2 : 1) + padding;
            p.sizeimage = p.bytesperline * p.height * 2 + 4096;
            planeSizes_ = {p.sizeimage};
            p.colorspace = V4L2_COLORSPACE_REC709;
@@ -343,6 +342,9 @@ class FakeV4l2Camera final : public V4l2Syscalls {
     changed_.notify_all();
   }
 
+  static bool packed(uint32_t fourcc) {
+    return fourcc == V4L2_PIX_FMT_YUYV || fourcc == V4L2_PIX_FMT_UYVY;
+  }
   uint32_t bufferType() const {
     return multiplanar ? V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE : V4L2_BUF_TYPE_VIDEO_CAPTURE;
   }

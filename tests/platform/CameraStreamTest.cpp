@@ -7,6 +7,7 @@ extern "C" {
 #include <linux/videodev2.h>
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -66,21 +67,58 @@ TEST(CameraFrameTest, YuyvAndNv12AreTakenWhenLongEnoughWithoutTheirRowPadding) {
   // 2x3 YUYV: the third row has no partner and gives its chroma alone.
   const std::vector<uint8_t> yuyv = {1, 10, 2, 20, 3, 11, 4, 21, 5, 30, 6, 40};
   auto odd = CameraFrame::make(2, 3);
-  ASSERT_TRUE(yuyvToNv12(yuyv.data(), yuyv.size(), 4, *odd));
+  ASSERT_TRUE(packed422ToNv12(yuyv.data(), yuyv.size(), 4, PackedOrder::yuyv, *odd));
   EXPECT_EQ(planeBytes(*odd, 0), (std::vector<uint8_t>{1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(planeBytes(*odd, 1), (std::vector<uint8_t>{11, 21, 30, 40}));
 
   auto frame = CameraFrame::make(4, 2);
   std::vector<uint8_t> data(64);
-  EXPECT_FALSE(yuyvToNv12(data.data(), 15, 8, *frame));  // needs 16
-  EXPECT_TRUE(yuyvToNv12(data.data(), 16, 8, *frame));
-  EXPECT_FALSE(yuyvToNv12(data.data(), 64, 6, *frame));  // rows shorter than the picture
-  EXPECT_FALSE(copyNv12(data.data(), 11, 4, *frame));    // needs 12
+  EXPECT_FALSE(packed422ToNv12(data.data(), 64, 6, PackedOrder::yuyv, *frame));  // rows too short
+  EXPECT_FALSE(copyNv12(data.data(), 64, 3, *frame));
   // NV12 is taken as it is, without the padding of its 6-byte rows.
   auto nv12 = test::hex("01020304 0000 05060708 0000 090a0b0c 0000");
   ASSERT_TRUE(copyNv12(nv12.data(), nv12.size(), 6, *frame));
   EXPECT_EQ(planeBytes(*frame, 0), test::hex("01 02 03 04 05 06 07 08"));
   EXPECT_EQ(planeBytes(*frame, 1), test::hex("09 0a 0b 0c"));
+}
+
+// The same 4x2 picture in every other layout a driver may hand over, rows
+// padded with ee bytes: the same NV12 out, from exactly the bytes up to the
+// last sample and not from one fewer.
+TEST(CameraFrameTest, EveryLayoutGivesTheSameNv12FromJustEnoughBytes) {
+  using Convert = std::function<bool(const std::vector<uint8_t>&, size_t, CameraFrame&)>;
+  auto packed = [](PackedOrder order) -> Convert {
+    return [order](const auto& b, size_t n, auto& f) {
+      return packed422ToNv12(b.data(), n, 10, order, f);
+    };
+  };
+  auto planar = [](bool crFirst) -> Convert {
+    return [crFirst](const auto& b, size_t n, auto& f) {
+      return planar420ToNv12(b.data(), n, 6, crFirst, f);
+    };
+  };
+  const struct {
+    const char* name;
+    Convert convert;
+    std::vector<uint8_t> bytes;
+  } layouts[] = {
+      {"NV21", [](const auto& b, size_t n, auto& f) { return copyNv12(b.data(), n, 6, f, true); },
+       test::hex("01020304 eeee 05060708 eeee 20104030 eeee")},
+      {"YU12", planar(false), test::hex("01020304 eeee 05060708 eeee 1030ee 2040ee")},
+      {"YV12", planar(true), test::hex("01020304 eeee 05060708 eeee 2040ee 1030ee")},
+      {"UYVY", packed(PackedOrder::uyvy), test::hex("1001200230034004 eeee 1005200630074008 eeee")},
+      {"YVYU", packed(PackedOrder::yvyu), test::hex("0120021003400430 eeee 0520061007400830 eeee")},
+      {"VYUY", packed(PackedOrder::vyuy), test::hex("2001100240033004 eeee 2005100640073008 eeee")},
+  };
+  for (const auto& layout : layouts) {
+    size_t enough = layout.bytes.size();
+    while (layout.bytes[enough - 1] == 0xee) --enough;
+    auto frame = CameraFrame::make(4, 2);
+    EXPECT_FALSE(layout.convert(layout.bytes, enough - 1, *frame)) << layout.name;
+    ASSERT_TRUE(layout.convert(layout.bytes, enough, *frame)) << layout.name;
+    EXPECT_EQ(planeBytes(*frame, 0), test::hex("01 02 03 04 05 06 07 08")) << layout.name;
+    EXPECT_EQ(planeBytes(*frame, 1), test::hex("10 20 30 40")) << layout.name;
+  }
 }
 
 TEST(CameraFrameTest, FinerChromaIsAveragedOverEachTwoByTwoBlock) {
@@ -336,12 +374,12 @@ TEST_F(V4l2StreamTest, MjpegFramesAreDecodedToTheirNv12AndBrokenOnesSkipped) {
 }
 
 // A node of the multi-planar API only: NV12 in two planes (rows padded to 8 bytes, the chroma
-// after a data offset of the driver's own) and then YUYV in one plane both give the NV12 of
+// after a data offset of the driver's own) and then UYVY in one plane both give the NV12 of
 // the YUYV test above; the stop unmaps every plane.
-TEST_F(V4l2StreamTest, AMultiPlanarCameraStreamsNv12InTwoPlanesAndYuyvInOne) {
+TEST_F(V4l2StreamTest, AMultiPlanarCameraStreamsNv12InTwoPlanesAndUyvyInOne) {
   fake_->multiplanar = true;
   fake_->padding = 4;
-  fake_->formats = {{V4L2_PIX_FMT_NV12M, {{4, 2}}}, {V4L2_PIX_FMT_YUYV, {{4, 2}}}};
+  fake_->formats = {{V4L2_PIX_FMT_NV12M, {{4, 2}}}, {V4L2_PIX_FMT_UYVY, {{4, 2}}}};
   auto device = open("NM12", 4, 2);
   ASSERT_TRUE(device);
   ASSERT_FALSE(device->startStreaming(sink_));
@@ -356,10 +394,10 @@ TEST_F(V4l2StreamTest, AMultiPlanarCameraStreamsNv12InTwoPlanesAndYuyvInOne) {
   ASSERT_TRUE(fake_->deliverPlanes(
       {hex("0a 14 1e 28 eeeeeeee 32 3c 46 50 eeeeeeee"), hex("65 ca 6f d5 eeeeeeee")}, {0, 16}));
   seen(0);
-  ASSERT_TRUE(select(*device, "YUYV", 4, 2));
+  ASSERT_TRUE(select(*device, "UYVY", 4, 2));
   EXPECT_EQ(fake_->mapped, 4);
   ASSERT_TRUE(
-      fake_->deliver(hex("0a 64 14 c8 1e 6e 28 d2 eeeeeeee 32 66 3c cc 46 6f 50 d7 eeeeeeee")));
+      fake_->deliver(hex("64 0a c8 14 6e 1e d2 28 eeeeeeee 66 32 cc 3c 6f 46 d7 50 eeeeeeee")));
   seen(1);
   device->stopStreaming();
   EXPECT_EQ(std::pair(fake_->mapped.load(), fake_->streaming.load()), std::pair(0, false));
