@@ -1,7 +1,8 @@
 // A camera's captured buffers as the V4L2 backend turns them into NV12: NV12
-// (in one buffer or in two planes) and YUYV rows at a stride the driver
-// chose, and MJPEG pictures through the decoder. A camera (or a device that
-// claims to be one) may hand over any bytes in any amount.
+// or NV21 (in one buffer or in two planes), planar 4:2:0 and packed 4:2:2
+// rows at a stride the driver chose, and MJPEG pictures through the decoder.
+// A camera (or a device that claims to be one) may hand over any bytes in
+// any amount.
 //
 // Input: four bytes that say what the driver announced (the first byte
 // modulo 5: 0 NV12, 1 packed 4:2:2, 2 NV12 in two planes, 3 MJPEG, 4 planar
