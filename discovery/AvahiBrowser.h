@@ -7,8 +7,8 @@
 
 #include "discovery/AvahiBackend.h"
 #include "discovery/AvahiNetService.h"
-#include "platform/dispatch/Observable.h"
 #include "discovery/ServiceBrowser.h"
+#include "platform/dispatch/Observable.h"
 
 namespace oxelo {
 

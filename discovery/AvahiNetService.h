@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "discovery/AvahiBackend.h"
-#include "platform/dispatch/Observable.h"
 #include "discovery/ServiceBrowser.h"
+#include "platform/dispatch/Observable.h"
 #include "platform/dispatch/Queue.h"
 
 namespace oxelo {

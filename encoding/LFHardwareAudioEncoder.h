@@ -4,9 +4,9 @@
 #include <mutex>
 #include <vector>
 
-#include "media/LFLiveAudioConfiguration.h"
 #include "encoding/AacConverter.h"
 #include "media/LFAudioEncoding.h"
+#include "media/LFLiveAudioConfiguration.h"
 
 namespace oxelo {
 

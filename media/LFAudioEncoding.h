@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "media/LFLiveAudioConfiguration.h"
 #include "media/LFFrame.h"
+#include "media/LFLiveAudioConfiguration.h"
 
 namespace oxelo {
 
