@@ -60,23 +60,18 @@ std::shared_ptr<MainViewController> startFlow(std::shared_ptr<QtMainScreen> scre
 // with Wi-Fi faked on and every probe and listener on loopback. The main
 // queue's timers wait for the test's clock. With OXELO_SCREENSHOT_DIR set,
 // the grabs are also written there (scripts/screenshots).
-class MainWindowTest : public test::WindowTestBase {
+class MainWindowTest : public test::ShellWindowTestBase {
  protected:
   void SetUp() override {
-    WindowTestBase::SetUp();
+    ShellWindowTestBase::SetUp();
     defaults_->setBool(keys::autoConnect, false);  // the play button connects
-    MainQueue::set(main_);
   }
 
-  void TearDown() override {
-    if (shell_ && shell_->live()) shell_->live()->shutdown();
+  void closeScreens() override {
     if (flow_) flow_->shutdown();
-    engine_.reset();
-    shell_.reset();
-    driver_.reset();
-    main_->stop();
-    MainQueue::set(nullptr);
-    WindowTestBase::TearDown();
+  }
+  void TearDown() override {
+    ShellWindowTestBase::TearDown();
     if (host_.state() != QProcess::NotRunning) {
       host_.kill();
       host_.waitForFinished();
@@ -106,13 +101,11 @@ class MainWindowTest : public test::WindowTestBase {
     options.defaults = defaults_;
     options.device.hevcDecodeSupported = true;
     registerOptions(*engine_, options);
-    ASSERT_TRUE(loadWindow(*engine_, *shell_));
-    window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
-    window_->resize(width, height);
+    showWindow(width, height);
+    if (HasFatalFailure()) return;
     flow_ = startFlow(screen_, shell_, wifi_, std::move(connector));
     test::settle();
   }
-  QQuickItem* item(const char* name) const { return test::findItem(window_->contentItem(), name); }
   QString text(const char* name) const { return item(name)->property("text").toString(); }
   void advance(double seconds) {
     clock_->advance(seconds);
@@ -126,16 +119,10 @@ class MainWindowTest : public test::WindowTestBase {
     return test::spinUntil([&] { return shown("manualOk"); });
   }
 
-  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
-  std::shared_ptr<Queue> main_ = Queue::createDriven("main", clock_);
   std::shared_ptr<FakeReachability> wifi_ =
       std::make_shared<FakeReachability>(NetworkStatus::reachableViaWiFi);
-  std::unique_ptr<QtMainQueue> driver_;
   std::shared_ptr<QtMainScreen> screen_;
   std::shared_ptr<MainViewController> flow_;
-  std::shared_ptr<QtShell> shell_;
-  std::unique_ptr<QQmlApplicationEngine> engine_;
-  QQuickWindow* window_ = nullptr;
   QProcess host_;
   Attempts attempts_;
 };

@@ -41,23 +41,8 @@ struct NoHostOwner final : LiveScreenOwner {
 // with the virtual camera: what a user would see, grabbed as an image. With
 // OXELO_SCREENSHOT_DIR set, the grabs are also written there as PNG files
 // (scripts/screenshots).
-class LiveWindowFixture : public WindowTestBase {
+class LiveWindowFixture : public ShellWindowTestBase {
  protected:
-  void SetUp() override {
-    WindowTestBase::SetUp();
-    MainQueue::set(main_);
-  }
-
-  void TearDown() override {
-    if (shell_ && shell_->live()) shell_->live()->shutdown();
-    engine_.reset();
-    shell_.reset();
-    driver_.reset();
-    main_->stop();
-    MainQueue::set(nullptr);
-    WindowTestBase::TearDown();
-  }
-
   // Opens the window at `width` x `height` and the live screen in it.
   void open(int width, int height) {
     driver_ = std::make_unique<QtMainQueue>(main_);
@@ -72,17 +57,13 @@ class LiveWindowFixture : public WindowTestBase {
     sources.services.idleTimer = idleTimer_;
     shell_ = std::make_shared<QtShell>(std::make_shared<QtMainScreen>(), sources);
     engine_ = std::make_unique<QQmlApplicationEngine>();
-    ASSERT_TRUE(loadWindow(*engine_, *shell_));
-    window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().first());
-    ASSERT_NE(window_, nullptr);
-    window_->resize(width, height);
-    QCoreApplication::processEvents();
+    showWindow(width, height);
+    if (HasFatalFailure()) return;
     main_->post([this] { shell_->presentLiveScreen(owner_); });
     ASSERT_TRUE(test::spinUntil([&] { return preview() && preview()->shownImage(); }))
         << "no camera picture reached the screen";
   }
 
-  QQuickItem* item(const char* name) const { return test::findItem(window_->contentItem(), name); }
   PreviewItem* preview() const { return window_ ? window_->findChild<PreviewItem*>() : nullptr; }
   QImage grab(const char* shotName) const { return test::grabShot(window_, shotName); }
   bool dimmed() { return shell_->live()->liveView()->session()->dim(); }
@@ -97,15 +78,9 @@ class LiveWindowFixture : public WindowTestBase {
   }
 
   // The main queue's timers (the idle time-out, the cover's image) wait for
-  // this clock; the camera runs on its own.
-  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
-  std::shared_ptr<Queue> main_ = Queue::createDriven("main", clock_);
+  // clock_; the camera runs on its own.
   std::shared_ptr<IdleTimer> idleTimer_;
-  std::unique_ptr<QtMainQueue> driver_;
   std::shared_ptr<NoHostOwner> owner_ = std::make_shared<NoHostOwner>();
-  std::shared_ptr<QtShell> shell_;
-  std::unique_ptr<QQmlApplicationEngine> engine_;
-  QQuickWindow* window_ = nullptr;
 };
 
 }  // namespace oxelo::test
