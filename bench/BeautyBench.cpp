@@ -126,9 +126,7 @@ int main(int argc, char** argv) {
       "The capture chain's cost per frame with each beauty method against the pass-through, at "
       "1280x720 and 1920x1080 on this machine's GL.",
       "oxelo-bench-beauty");
-  app.add_option("FRAMES", frames, "frames measured per case")
-      ->check(CLI::Range(1, 100000))
-      ->capture_default_str();
+  oxelo::bench::addFrameCount(app, frames);
   if (auto status = oxelo::bench::parseOptions(app, argc, argv)) return *status;
   std::string renderer;
   bool ok = false;

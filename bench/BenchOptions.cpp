@@ -34,6 +34,12 @@ CLI::Validator positive() {
       /*validator_desc=*/"", /*validator_name=*/"positive");
 }
 
+void addFrameCount(CLI::App& app, int& frames) {
+  app.add_option("FRAMES", frames, "frames measured per case")
+      ->check(CLI::Range(1, 100000))
+      ->capture_default_str();
+}
+
 std::optional<int> parseOptions(CLI::App& app, int argc, char** argv) {
   try {
     app.parse(argc, argv);

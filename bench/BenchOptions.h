@@ -18,6 +18,10 @@ CLI::Validator frameSize();
 // The CLI11 check of a count or a rate: a whole number above 0.
 CLI::Validator positive();
 
+// The positional FRAMES option of the GL benchmarks: how many frames each
+// case measures, 1 to 100000, `frames` holding the default.
+void addFrameCount(CLI::App& app, int& frames);
+
 // Reads argv into the options of `app`. Returns the exit status when the
 // program is to end there: 0 after printing --help to stdout, 2 after
 // printing the error and the help to stderr. None when it goes on.

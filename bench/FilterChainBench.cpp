@@ -143,9 +143,7 @@ int main(int argc, char** argv) {
       "The capture chain's GL cost per frame, and the GPU-side NV12 output against the BGRA "
       "read-back plus libswscale, at 1280x720 and 1920x1080 on this machine's GL.",
       "oxelo-bench-filters");
-  app.add_option("FRAMES", frames, "frames measured per case")
-      ->check(CLI::Range(1, 100000))
-      ->capture_default_str();
+  oxelo::bench::addFrameCount(app, frames);
   if (auto status = oxelo::bench::parseOptions(app, argc, argv)) return *status;
   std::string renderer;
   bool ok = false;
